@@ -1,0 +1,39 @@
+#include "platform/fatal.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+namespace tasket::platform {
+namespace {
+std::mutex g_mutex;
+FatalHandler& handlerSlot() {
+    static FatalHandler handler = defaultFatalHandler;
+    return handler;
+}
+} // namespace
+
+void defaultFatalHandler(const std::string& message) {
+    std::fprintf(stderr, "%s\n", message.c_str());
+    std::fflush(stderr);
+    std::_Exit(70);
+}
+
+FatalHandler setFatalHandler(FatalHandler handler) {
+    std::lock_guard lock(g_mutex);
+    auto previous = std::move(handlerSlot());
+    handlerSlot() = handler ? std::move(handler) : FatalHandler(defaultFatalHandler);
+    return previous;
+}
+
+void fatal(std::string_view message) {
+    FatalHandler handler;
+    {
+        std::lock_guard lock(g_mutex);
+        handler = handlerSlot();
+    }
+    handler(std::string(message));
+    std::abort();
+}
+
+} // namespace tasket::platform

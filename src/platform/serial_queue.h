@@ -1,0 +1,44 @@
+// A serial work queue: one worker thread running tasks in the order they
+// were submitted. Background object contexts each own one.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace tasket::platform {
+
+class SerialQueue {
+  public:
+    using Task = std::function<void()>;
+
+    explicit SerialQueue(std::string label);
+    /// Runs what is already queued, then stops the worker.
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
+
+    /// Queues `task` and returns at once.
+    void async(Task task);
+    /// Runs `task` on the queue and waits for it. On the queue's own thread
+    /// it runs inline (no deadlock).
+    void sync(const Task& task);
+
+    bool isCurrent() const { return std::this_thread::get_id() == m_thread.get_id(); }
+    const std::string& label() const { return m_label; }
+
+  private:
+    void loop();
+
+    std::string m_label;
+    std::mutex m_mutex;
+    std::condition_variable m_cv;
+    std::deque<Task> m_tasks;
+    bool m_stopping = false;
+    std::thread m_thread;
+};
+
+} // namespace tasket::platform

@@ -1,0 +1,68 @@
+#include "platform/clock.h"
+#include "platform/fatal.h"
+#include "platform/paths.h"
+#include "platform/uuid.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <stdexcept>
+
+using namespace tasket::platform;
+
+TEST(Uuid, GeneratesUniqueUpperCaseText) {
+    std::set<std::string> seen;
+    const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    for (int i = 0; i < 1000; ++i) {
+        auto text = Uuid::generate().toString();
+        EXPECT_TRUE(std::regex_match(text, form)) << text;
+        seen.insert(text);
+    }
+    EXPECT_EQ(seen.size(), 1000u);
+}
+
+TEST(Uuid, ParsesEitherCaseAndRejectsGarbage) {
+    auto parsed = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->toString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+    for (const char* bad : {"", "E621E1F8", "E621E1F8-C36C-495A-93FC-0C247A3E6E5", "Z621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+                            "E621E1F8-C36C-495A-93FC-0C247A3E6E5FF"})
+        EXPECT_FALSE(Uuid::parse(bad)) << bad;
+    EXPECT_TRUE(Uuid().isNil());
+}
+
+TEST(Clock, ManualClockIsInjectable) {
+    ManualClock clock(Date{100});
+    Clock::setShared(&clock);
+    clock.advance(5);
+    EXPECT_EQ(Clock::shared().now().secondsSinceReference, 105);
+    Clock::setShared(nullptr);
+    EXPECT_GT(Clock::shared().now().secondsSinceReference, 7e8); // after 2023
+    EXPECT_EQ(Date::fromUnix(978307200).secondsSinceReference, 0);
+}
+
+TEST(Paths, FollowXdgVariablesAndIgnoreRelativeOnes) {
+    tasket::testing::TempDir dir;
+    {
+        tasket::testing::ScopedEnv data("XDG_DATA_HOME", dir / "data");
+        tasket::testing::ScopedEnv config("XDG_CONFIG_HOME", dir / "config");
+        EXPECT_EQ(xdgDataHome(), dir / "data");
+        EXPECT_EQ(xdgConfigHome(), dir / "config");
+    }
+    tasket::testing::ScopedEnv home("HOME", dir.path());
+    tasket::testing::ScopedEnv relative("XDG_DATA_HOME", "relative/path");
+    EXPECT_EQ(xdgDataHome(), dir / ".local/share");
+}
+
+TEST(Fatal, GoesThroughTheReplaceableHandler) {
+    auto previous = setFatalHandler([](const std::string& m) { throw std::runtime_error(m); });
+    try {
+        fatal("stop here");
+        FAIL();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "stop here");
+    }
+    setFatalHandler(previous);
+}

@@ -1,0 +1,37 @@
+// A temporary directory for one test, removed with everything in it when the
+// test ends. Tests never write outside one.
+#pragma once
+
+#include <filesystem>
+
+namespace tasket::testing {
+
+class TempDir {
+  public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::filesystem::path& path() const { return m_path; }
+    std::filesystem::path operator/(const std::filesystem::path& p) const { return m_path / p; }
+
+  private:
+    std::filesystem::path m_path;
+};
+
+/// Sets an environment variable for the scope, restoring the old value.
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* name, const std::filesystem::path& value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+  private:
+    const char* m_name;
+    bool m_hadOld = false;
+    std::string m_old;
+};
+
+} // namespace tasket::testing
