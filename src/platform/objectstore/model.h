@@ -9,6 +9,8 @@
 #include "platform/objectstore/value.h"
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +19,7 @@
 namespace tasket::objectstore {
 
 using platform::Result;
+class ManagedObject;
 
 enum class AttributeType { String, Date, Bool, Int16, Int32, Int64, Double, Binary, UUID };
 
@@ -57,6 +60,9 @@ struct EntityDescription {
     std::string name;
     std::vector<AttributeDescription> attributes;
     std::vector<RelationshipDescription> relationships;
+    /// Makes the object for a row of this entity (a typed record class);
+    /// empty: a plain ManagedObject.
+    std::function<std::shared_ptr<ManagedObject>()> makeObject;
 
     // Resolved by Model::finalize(). Properties are numbered attributes
     // first, then relationships: property i < attributes.size() is an
@@ -71,7 +77,7 @@ struct EntityDescription {
         return relationships[property - attributes.size()];
     }
     /// The property index named `name`, or nullopt.
-    std::optional<std::size_t> propertyIndex(std::string_view name) const;
+    std::optional<std::size_t> propertyIndex(std::string_view property) const;
     const std::string& propertyName(std::size_t property) const;
 };
 

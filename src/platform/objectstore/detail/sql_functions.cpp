@@ -1,0 +1,7 @@
+#include "platform/objectstore/detail/sql_functions.h"
+
+namespace tasket::objectstore::detail {
+
+void registerSqlFunctions(sqlite3*) {}
+
+} // namespace tasket::objectstore::detail
