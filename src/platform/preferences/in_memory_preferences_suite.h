@@ -1,0 +1,36 @@
+// A preferences suite held in memory, with the same contract as the file
+// adapter (typed values, validation, all-or-nothing updates, availability).
+// Tests use it in place of the file; setAvailable(false) simulates a suite
+// that cannot be opened.
+#pragma once
+
+#include "platform/preferences/preferences_suite.h"
+
+#include <mutex>
+
+namespace tasket::platform {
+
+class InMemoryPreferencesSuite final : public PreferencesSuite {
+  public:
+    explicit InMemoryPreferencesSuite(std::string name, PreferenceDictionary initial = {});
+
+    const std::string& name() const override { return m_name; }
+    bool isAvailable() const override;
+    std::optional<PreferenceValue> value(std::string_view key) const override;
+    PreferenceDictionary dictionaryRepresentation() const override;
+    Result<> update(const std::function<void(PreferenceDictionary&)>& change) override;
+
+    /// Makes the suite reachable or not; the values are kept either way.
+    void setAvailable(bool available);
+    /// How many updates have been stored (a test's view of "was anything written").
+    std::size_t writeCount() const;
+
+  private:
+    const std::string m_name;
+    mutable std::mutex m_mutex;
+    PreferenceDictionary m_values;
+    bool m_available = true;
+    std::size_t m_writeCount = 0;
+};
+
+} // namespace tasket::platform

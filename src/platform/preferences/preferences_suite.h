@@ -1,0 +1,60 @@
+// The port to a named preferences suite: a persistent dictionary of typed
+// values that several processes share. Adapters: FilePreferencesSuite (one
+// JSON document under $XDG_CONFIG_HOME) and InMemoryPreferencesSuite (tests).
+//
+// Contract shared by every adapter:
+// - A suite may be unavailable (its storage cannot be reached); then reads
+//   find nothing and writes fail with Errc::unavailable.
+// - Reads never fail: a missing key, an unreadable document or a value of
+//   another type reads as nothing, and the caller uses its default.
+// - A write is all-or-nothing and, once it returns, seen by every reader.
+// - Values keep their type exactly; nothing is converted on the way.
+#pragma once
+
+#include "platform/error.h"
+#include "platform/preferences/preference_value.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tasket::platform {
+
+class PreferencesSuite {
+  public:
+    virtual ~PreferencesSuite() = default;
+
+    /// The suite's name, as given when it was opened.
+    virtual const std::string& name() const = 0;
+    /// False when the suite's storage cannot be reached.
+    virtual bool isAvailable() const = 0;
+
+    /// The value under `key`; nullopt when absent or the suite is unavailable.
+    virtual std::optional<PreferenceValue> value(std::string_view key) const = 0;
+    /// Every stored value; empty when the suite is unavailable.
+    virtual PreferenceDictionary dictionaryRepresentation() const = 0;
+
+    /// Applies `change` to the current contents and stores the result as one
+    /// write: no other writer's change is lost in between. Fails with
+    /// unavailable, invalidArgument (a value `validatePreferenceValue`
+    /// refuses; nothing is written) or ioError.
+    virtual Result<> update(const std::function<void(PreferenceDictionary&)>& change) = 0;
+
+    // ---- Conveniences over the above ---------------------------------------------
+
+    Result<> setValue(std::string_view key, PreferenceValue value);
+    Result<> removeValue(std::string_view key);
+
+    /// Typed reads: nullopt when absent or of another type.
+    std::optional<bool> boolValue(std::string_view key) const;
+    std::optional<std::int64_t> integerValue(std::string_view key) const;
+    std::optional<double> doubleValue(std::string_view key) const;
+    std::optional<std::string> stringValue(std::string_view key) const;
+    std::optional<Date> dateValue(std::string_view key) const;
+    std::optional<PreferenceData> dataValue(std::string_view key) const;
+    std::optional<PreferenceStringList> stringListValue(std::string_view key) const;
+    std::optional<PreferenceDictionary> dictionaryValue(std::string_view key) const;
+};
+
+} // namespace tasket::platform

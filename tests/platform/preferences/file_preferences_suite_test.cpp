@@ -1,0 +1,147 @@
+// What the file adapter adds to the contract: sharing between processes,
+// permissions, and keeping an unreadable file instead of destroying it.
+#include "platform/clock.h"
+#include "platform/preferences/file_preferences_suite.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <fmt/core.h>
+
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace tasket::platform;
+using tasket::testing::TempDir;
+
+namespace {
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<std::filesystem::path> filesNamed(const std::filesystem::path& dir,
+                                              std::string_view part) {
+    std::vector<std::filesystem::path> found;
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+        if (entry.path().filename().string().find(part) != std::string::npos)
+            found.push_back(entry.path());
+    return found;
+}
+
+} // namespace
+
+TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentNamedAfterTheSuite) {
+    TempDir dir;
+    FilePreferencesSuite suite(dir / "config", "group.QRX-Lumenforge.Tasket");
+    ASSERT_TRUE(suite.setValue("k", true));
+    EXPECT_EQ(suite.path(), dir / "config" / "group.QRX-Lumenforge.Tasket.json");
+    struct stat st {};
+    ASSERT_EQ(::stat(suite.path().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    ASSERT_EQ(::stat((dir / "config").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    EXPECT_EQ(readFile(suite.path()), "{\n  \"k\": true\n}\n");
+    EXPECT_TRUE(filesNamed(dir / "config", ".tmp-").empty());
+}
+
+TEST(FilePreferencesSuite, InConfigHomeFollowsXdgConfigHome) {
+    TempDir dir;
+    tasket::testing::ScopedEnv config("XDG_CONFIG_HOME", dir / "xdg");
+    auto suite = FilePreferencesSuite::inConfigHome("Lumenforge.QRX.Tasket");
+    EXPECT_EQ(suite->path(), dir / "xdg" / "Lumenforge.QRX.Tasket.json");
+}
+
+// Two readers over one file: each write, even one that leaves the size
+// unchanged a moment after the last, is seen at the next read.
+TEST(FilePreferencesSuite, AReaderSeesEveryWriteOfAnotherWriter) {
+    TempDir dir;
+    FilePreferencesSuite writer(dir.path(), "s");
+    FilePreferencesSuite reader(dir.path(), "s");
+    EXPECT_FALSE(reader.value("n"));
+    for (int i = 10; i < 100; ++i) {
+        ASSERT_TRUE(writer.setValue("n", i));
+        ASSERT_EQ(reader.integerValue("n"), i);
+    }
+    ASSERT_TRUE(std::filesystem::remove(writer.path()));
+    EXPECT_FALSE(reader.value("n"));
+}
+
+TEST(FilePreferencesSuite, AnUnreadableFileReadsAsEmptyAndIsMovedAsideBeforeTheNextWrite) {
+    TempDir dir;
+    ManualClock clock(Date::fromUnix(1735787045)); // 2025-01-02 03:04:05 UTC
+    Clock::setShared(&clock);
+    FilePreferencesSuite suite(dir.path(), "s");
+    const std::string garbage = "{\"k\": tru";
+    { std::ofstream(suite.path()) << garbage; }
+
+    ::testing::internal::CaptureStderr();
+    EXPECT_FALSE(suite.value("k"));
+    EXPECT_FALSE(suite.value("k")); // warned once, not on every read
+    const std::string readWarning = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(readWarning.find("s.json"), std::string::npos) << readWarning;
+    EXPECT_EQ(readWarning.find('\n'), readWarning.size() - 1) << readWarning;
+
+    ::testing::internal::CaptureStderr();
+    ASSERT_TRUE(suite.setValue("k", true));
+    const std::string moveWarning = ::testing::internal::GetCapturedStderr();
+    Clock::setShared(nullptr);
+
+    const auto aside = dir / "s.json.corrupt-20250102T030405Z";
+    EXPECT_EQ(readFile(aside), garbage);
+    EXPECT_NE(moveWarning.find(aside.string()), std::string::npos) << moveWarning;
+    EXPECT_EQ(suite.boolValue("k"), true);
+}
+
+TEST(FilePreferencesSuite, MovingAsideTwiceInOneSecondKeepsBothFiles) {
+    TempDir dir;
+    ManualClock clock(Date::fromUnix(1735787045));
+    Clock::setShared(&clock);
+    FilePreferencesSuite suite(dir.path(), "s");
+    ::testing::internal::CaptureStderr();
+    for (const char* garbage : {"first", "second"}) {
+        { std::ofstream(suite.path()) << garbage; }
+        ASSERT_TRUE(suite.setValue("k", 1));
+    }
+    ::testing::internal::GetCapturedStderr();
+    Clock::setShared(nullptr);
+    EXPECT_EQ(readFile(dir / "s.json.corrupt-20250102T030405Z"), "first");
+    EXPECT_EQ(readFile(dir / "s.json.corrupt-20250102T030405Z-2"), "second");
+}
+
+// Two processes each write 1,000 keys of their own into one suite at the
+// same time; every write reads the file afresh under the lock, so none of
+// the 2,000 keys is lost.
+TEST(FilePreferencesSuite, TwoProcessesWritingTheSameSuiteLoseNoKey) {
+    TempDir dir;
+    constexpr int kWrites = 1000;
+    auto writeKeys = [&](const char* prefix) {
+        FilePreferencesSuite suite(dir.path(), "shared");
+        for (int i = 0; i < kWrites; ++i)
+            if (!suite.setValue(fmt::format("{}.{}", prefix, i), i))
+                return false;
+        return true;
+    };
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+        ::_exit(writeKeys("child") ? 0 : 1);
+    const bool parentWrote = writeKeys("parent");
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_TRUE(parentWrote);
+
+    FilePreferencesSuite check(dir.path(), "shared");
+    const auto values = check.dictionaryRepresentation();
+    EXPECT_EQ(values.size(), 2u * kWrites);
+    for (const char* prefix : {"child", "parent"})
+        for (int i = 0; i < kWrites; ++i)
+            EXPECT_EQ(check.integerValue(fmt::format("{}.{}", prefix, i)), i) << prefix << i;
+}
