@@ -294,8 +294,8 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
                                                  sqlName(r.name)));
             if (e.storage[i] == RelationshipStorage::JoinTable) {
                 statements.push_back(fmt::format(
-                    "CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES {1}(pk) ON DELETE CASCADE, "
-                    "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE, PRIMARY KEY(src, dst)) WITHOUT ROWID",
+                    "CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES {1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
+                    "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
                     sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
                 statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}(dst, src)",
                                                  sqlName(e.joinTables[i] + "_dst"), sqlName(e.joinTables[i])));
