@@ -48,11 +48,12 @@ Result<PreferenceValue> readTagged(simdjson::dom::object object, std::string_vie
                 return PreferenceValue(std::move(*bytes));
         }
     } else if (tag == kDictionaryTag) {
-        if (inner.is_object()) {
-            auto nested = readObject(inner.get_object().value_unsafe());
+        simdjson::dom::object members;
+        if (!inner.get_object().get(members)) {
+            auto nested = readObject(members);
             if (!nested)
                 return std::unexpected(nested.error());
-            return PreferenceValue(std::move(*nested));
+            return Result<PreferenceValue>(std::in_place, std::move(*nested));
         }
     }
     return fail(Errc::parseError, fmt::format("value of \"{}\" has an unknown or malformed "
@@ -71,8 +72,11 @@ Result<PreferenceValue> readValue(element e, std::string_view key) {
     case element_type::STRING:
         return PreferenceValue(std::string(e.get_string().value_unsafe()));
     case element_type::ARRAY: {
+        simdjson::dom::array items;
+        if (e.get_array().get(items))
+            break;
         PreferenceStringList list;
-        for (element item : e.get_array().value_unsafe()) {
+        for (element item : items) {
             if (!item.is_string())
                 return fail(Errc::parseError,
                             fmt::format("list under \"{}\" holds something other than text", key));
@@ -80,14 +84,18 @@ Result<PreferenceValue> readValue(element e, std::string_view key) {
         }
         return PreferenceValue(std::move(list));
     }
-    case element_type::OBJECT:
-        return readTagged(e.get_object().value_unsafe(), key);
+    case element_type::OBJECT: {
+        simdjson::dom::object members;
+        if (e.get_object().get(members))
+            break;
+        return readTagged(members, key);
+    }
     case element_type::UINT64:
         return fail(Errc::parseError, fmt::format("integer under \"{}\" is out of range", key));
     case element_type::NULL_VALUE:
-        break;
+        return fail(Errc::parseError, fmt::format("value of \"{}\" is null", key));
     }
-    return fail(Errc::parseError, fmt::format("value of \"{}\" is null", key));
+    return fail(Errc::parseError, fmt::format("value of \"{}\" is malformed", key));
 }
 
 // ---- Writing -----------------------------------------------------------------
