@@ -1,0 +1,261 @@
+#include "platform/preferences/in_memory_preferences_suite.h"
+#include "settings/customization_manager.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <tuple>
+
+using namespace tasket::settings;
+using tasket::platform::InMemoryPreferencesSuite;
+using tasket::platform::PreferenceDictionary;
+using tasket::platform::PreferenceStringList;
+using tasket::platform::PreferenceValue;
+
+namespace {
+
+class CustomizationManagerTest : public ::testing::Test {
+  protected:
+    std::shared_ptr<InMemoryPreferencesSuite> m_group =
+        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kAppGroupSuite));
+    std::shared_ptr<InMemoryPreferencesSuite> m_standard =
+        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kStandardSuite));
+    CustomizationManager m_manager{m_group, m_standard};
+
+    void setMigrated() {
+        ASSERT_TRUE(m_group->setValue(keys::kDidMigrateUserDefaultsToAppGroup, true));
+    }
+};
+
+template <class S> auto defaultOf(const S& setting) {
+    using V = decltype(std::declval<CustomizationManager&>().value(setting));
+    if constexpr (std::is_same_v<V, std::string>)
+        return std::string(setting.defaultValue);
+    else if constexpr (requires { setting.defaultValue.begin(); })
+        return V(setting.defaultValue.begin(), setting.defaultValue.end());
+    else
+        return setting.defaultValue;
+}
+
+template <class Visit> void forEachSetting(Visit&& visit) {
+    std::apply([&](const auto&... setting) { (visit(setting), ...); }, catalog::kAllSettings);
+}
+
+} // namespace
+
+TEST_F(CustomizationManagerTest, AnEmptySuiteYieldsEveryDefaultAndWritesNothing) {
+    forEachSetting([&](const auto& setting) {
+        EXPECT_EQ(m_manager.value(setting), defaultOf(setting)) << setting.info.name;
+    });
+    EXPECT_EQ(m_manager.unassignedSectionTitle(), "Unassigned");
+    EXPECT_EQ(m_manager.unassignedSectionPlacement(), TK_UnassignedSectionPlacement::last);
+    EXPECT_EQ(m_manager.remindersDatabaseType(), TK_RemindersDatabaseType::all);
+    EXPECT_EQ(m_manager.taskActions().size(), 21u);
+    EXPECT_EQ(m_group->writeCount() + m_standard->writeCount(), 0u);
+}
+
+TEST_F(CustomizationManagerTest, UnavailableSuitesReadDefaultsAndSettersSkip) {
+    setMigrated();
+    ASSERT_TRUE(m_group->setValue(keys::kUnassignedSectionPlacement, 1));
+    m_group->setAvailable(false);
+    m_standard->setAvailable(false);
+    EXPECT_EQ(m_manager.unassignedSectionPlacement(), TK_UnassignedSectionPlacement::last);
+    EXPECT_EQ(m_manager.remindersDatabaseType(), TK_RemindersDatabaseType::all);
+    const auto writesBefore = m_group->writeCount();
+    forEachSetting([&](const auto& setting) {
+        m_manager.setValue(setting, m_manager.value(setting));
+        m_manager.resetValue(setting.info);
+    });
+    EXPECT_EQ(m_group->writeCount(), writesBefore);
+    EXPECT_EQ(m_standard->writeCount(), 0u);
+    m_group->setAvailable(true);
+    EXPECT_EQ(m_manager.unassignedSectionPlacement(), TK_UnassignedSectionPlacement::first);
+}
+
+// The out-of-range rules: what a stored value that is no case reads as.
+TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
+    using P = TK_UnassignedSectionPlacement;
+    using R = TK_RemindersDatabaseType;
+    const struct {
+        std::optional<PreferenceValue> stored;
+        P placement;
+        R databaseType;
+    } cases[] = {
+        {std::nullopt, P::last, R::all},
+        {0, P::none, R::all},
+        {1, P::first, R::exact},
+        {2, P::last, R::addOnly},
+        {3, P::last, R::exact},
+        {7, P::last, R::exact},
+        {-1, P::last, R::exact},
+        {2.0, P::last, R::addOnly}, // a whole double is that number
+        {1.5, P::last, R::all},     // not a whole number: as if absent
+        {"1", P::last, R::all},     // not a number
+        {true, P::last, R::all},
+    };
+    for (const auto& c : cases) {
+        for (auto key : {keys::kUnassignedSectionPlacement.full(), keys::kRemindersDatabaseType.full()})
+            ASSERT_TRUE(c.stored ? m_group->setValue(key, *c.stored) : m_group->removeValue(key));
+        const std::string shown = c.stored ? std::string(c.stored->typeName()) : "absent";
+        EXPECT_EQ(m_manager.unassignedSectionPlacement(), c.placement) << shown;
+        EXPECT_EQ(m_manager.remindersDatabaseType(), c.databaseType) << shown;
+    }
+}
+
+TEST_F(CustomizationManagerTest, ValuesOfTheWrongTypeReadAsTheDefault) {
+    setMigrated();
+    const struct {
+        std::string_view key;
+        PreferenceValue stored;
+    } cases[] = {
+        {keys::kIsAssistEnabled, "true"},
+        {keys::kIsShowingProgress, 0},
+        {keys::kIsHapticFeedbacksEnabled, "false"},
+        {keys::kTintColor, 3},
+        {keys::kTintColor, "Indigo"},
+        {keys::kAppearance, "Dark"},
+        {keys::kUnassignedSectionTitle, false},
+        {keys::kAllDayReminderTime, "09:00"},
+        {keys::kAllDayReminderTime, 24 * 60}, // not a time of day
+        {keys::kRemindersLists, "one list"},
+        {keys::kTaskActions, 5},
+    };
+    for (const auto& c : cases)
+        ASSERT_TRUE(m_group->setValue(c.key, c.stored));
+    forEachSetting([&](const auto& setting) {
+        EXPECT_EQ(m_manager.value(setting), defaultOf(setting)) << setting.info.name;
+    });
+}
+
+// Every setting stores a value other than its default and reads it back;
+// enumerations round-trip every case.
+TEST_F(CustomizationManagerTest, EverySettingRoundTripsThroughTheSuite) {
+    forEachSetting([&](const auto& setting) {
+        using V = decltype(m_manager.value(setting));
+        SCOPED_TRACE(setting.info.name);
+        if constexpr (tasket::rules::DomainEnum<V>) {
+            for (V value : tasket::rules::allCases<V>()) {
+                m_manager.setValue(setting, value);
+                EXPECT_EQ(m_manager.value(setting), value);
+            }
+        } else if constexpr (std::is_same_v<V, bool>) {
+            m_manager.setValue(setting, !setting.defaultValue);
+            EXPECT_EQ(m_manager.value(setting), !setting.defaultValue);
+        } else if constexpr (std::is_same_v<V, std::string>) {
+            m_manager.setValue(setting, std::string_view("Später ✓"));
+            EXPECT_EQ(m_manager.value(setting), "Später ✓");
+        } else if constexpr (std::is_same_v<V, TimeOfDay>) {
+            m_manager.setValue(setting, TimeOfDay{23, 59});
+            EXPECT_EQ(m_manager.value(setting), (TimeOfDay{23, 59}));
+        } else if constexpr (std::is_same_v<V, std::vector<std::string>>) {
+            const std::vector<std::string> lists{"calendar-1", "calendar-2"};
+            m_manager.setValue(setting, std::span<const std::string>(lists));
+            EXPECT_EQ(m_manager.value(setting), lists);
+        } else {
+            const std::vector<TK_TaskAction> actions{TK_TaskAction::delete_, TK_TaskAction::edit};
+            m_manager.setValue(setting, std::span<const TK_TaskAction>(actions));
+            EXPECT_EQ(m_manager.value(setting), actions);
+        }
+    });
+}
+
+TEST_F(CustomizationManagerTest, StoredFormsAreTheRawValues) {
+    setMigrated();
+    m_manager.setTintColor(TK_TintColor::mint);
+    m_manager.setUnassignedSectionPlacement(TK_UnassignedSectionPlacement::first);
+    m_manager.setAllDayReminderTime({9, 30});
+    m_manager.setAllDayReminderTime({25, 0}); // not a time of day: skipped
+    const std::vector<TK_TaskAction> actions{TK_TaskAction::markAsDone, TK_TaskAction::delete_};
+    m_manager.setTaskActions(actions);
+    EXPECT_EQ(m_group->stringValue(keys::kTintColor), "mint");
+    EXPECT_EQ(m_group->integerValue(keys::kUnassignedSectionPlacement), 1);
+    EXPECT_EQ(m_group->integerValue(keys::kAllDayReminderTime), 570);
+    EXPECT_EQ(m_group->stringListValue(keys::kTaskActions),
+              (PreferenceStringList{"markAsDone", "delete"}));
+
+    // Names a newer program wrote are skipped; the known ones stay.
+    ASSERT_TRUE(m_group->setValue(keys::kTaskActions, PreferenceStringList{"pin", "teleport"}));
+    EXPECT_EQ(m_manager.taskActions(), std::vector{TK_TaskAction::pin});
+}
+
+TEST_F(CustomizationManagerTest, PredatingSettingsUseTheStandardSuiteUntilTheFlagIsSet) {
+    m_manager.setAllDayReminderTime({7, 15});
+    m_manager.setUnassignedSectionTitle("Inbox");
+    EXPECT_EQ(m_standard->integerValue(keys::kAllDayReminderTime), 7 * 60 + 15);
+    EXPECT_FALSE(m_group->value(keys::kAllDayReminderTime));
+    // Settings added with the group never consult the flag.
+    EXPECT_EQ(m_group->stringValue(keys::kUnassignedSectionTitle), "Inbox");
+    EXPECT_FALSE(m_standard->value(keys::kUnassignedSectionTitle));
+
+    ASSERT_TRUE(m_group->setValue(keys::kAllDayReminderTime, 20 * 60));
+    EXPECT_EQ(m_manager.allDayReminderTime(), (TimeOfDay{7, 15}));
+    setMigrated();
+    EXPECT_EQ(m_manager.allDayReminderTime(), (TimeOfDay{20, 0}));
+    m_manager.setAllDayReminderTime({6, 0});
+    EXPECT_EQ(m_group->integerValue(keys::kAllDayReminderTime), 360);
+    EXPECT_EQ(m_standard->integerValue(keys::kAllDayReminderTime), 7 * 60 + 15);
+}
+
+TEST_F(CustomizationManagerTest, TheMoveCopiesOldValuesOnceThenSetsTheFlag) {
+    ASSERT_TRUE(m_standard->setValue(keys::kAllDayReminderTime, 8 * 60));
+    ASSERT_TRUE(m_standard->setValue(keys::kTintColor, "teal"));
+    ASSERT_TRUE(m_standard->setValue(keys::kUnassignedSectionTitle, "not predating: not moved"));
+    ASSERT_TRUE(m_group->setValue(keys::kIsExcludingCompletedTasks, true)); // stale, absent in standard
+    ASSERT_TRUE(m_group->setValue(keys::kUnassignedSectionTitle, "Later"));
+
+    EXPECT_FALSE(m_manager.didMigrateUserDefaultsToAppGroup());
+    auto moved = m_manager.migrateUserDefaultsToAppGroup();
+    ASSERT_TRUE(moved);
+    EXPECT_TRUE(*moved);
+    EXPECT_TRUE(m_manager.didMigrateUserDefaultsToAppGroup());
+    EXPECT_EQ(m_group->boolValue(keys::kDidMigrateUserDefaultsToAppGroup), true);
+
+    EXPECT_EQ(m_manager.allDayReminderTime(), (TimeOfDay{8, 0}));
+    EXPECT_EQ(m_manager.tintColor(), TK_TintColor::teal);
+    EXPECT_FALSE(m_manager.isExcludingCompletedTasks()); // reads as it read before the move
+    EXPECT_EQ(m_manager.unassignedSectionTitle(), "Later");
+
+    // Once: later changes to the standard suite are not copied again.
+    ASSERT_TRUE(m_standard->setValue(keys::kTintColor, "red"));
+    const auto writes = m_group->writeCount();
+    auto again = m_manager.migrateUserDefaultsToAppGroup();
+    ASSERT_TRUE(again);
+    EXPECT_FALSE(*again);
+    EXPECT_EQ(m_group->writeCount(), writes);
+    EXPECT_EQ(m_manager.tintColor(), TK_TintColor::teal);
+
+    // A second manager (another process) sees the flag in the group suite.
+    CustomizationManager other(m_group, m_standard);
+    EXPECT_TRUE(other.didMigrateUserDefaultsToAppGroup());
+    auto otherMove = other.migrateUserDefaultsToAppGroup();
+    ASSERT_TRUE(otherMove);
+    EXPECT_FALSE(*otherMove);
+}
+
+TEST_F(CustomizationManagerTest, TheMoveWaitsForBothSuites) {
+    ASSERT_TRUE(m_standard->setValue(keys::kTintColor, "teal"));
+    for (auto* suite : {m_group.get(), m_standard.get()}) {
+        suite->setAvailable(false);
+        auto moved = m_manager.migrateUserDefaultsToAppGroup();
+        ASSERT_FALSE(moved);
+        EXPECT_EQ(moved.error().code, tasket::platform::Errc::unavailable);
+        suite->setAvailable(true);
+        EXPECT_FALSE(m_manager.didMigrateUserDefaultsToAppGroup());
+    }
+    ASSERT_TRUE(m_manager.migrateUserDefaultsToAppGroup());
+    EXPECT_EQ(m_manager.tintColor(), TK_TintColor::teal);
+}
+
+TEST(CustomizationManagerFiles, UserSuitesLiveInXdgConfigHome) {
+    tasket::testing::TempDir dir;
+    tasket::testing::ScopedEnv config("XDG_CONFIG_HOME", dir / "config");
+    auto manager = CustomizationManager::openUserSuites();
+    manager.setIsAssistEnabled(true);
+    manager.setAppearance(TK_Appearance::dark);
+    EXPECT_TRUE(std::filesystem::exists(dir / "config" / "group.QRX-Lumenforge.Tasket.json"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "config" / "Lumenforge.QRX.Tasket.json"));
+    auto reopened = CustomizationManager::openUserSuites();
+    EXPECT_TRUE(reopened.isAssistEnabled());
+    EXPECT_EQ(reopened.appearance(), TK_Appearance::dark);
+}
