@@ -6,7 +6,6 @@
 #include "settings/customization_manager.h"
 
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -20,7 +19,8 @@ namespace {
 class ScratchFolder {
   public:
     ScratchFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tasket-bench-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "tasket-bench-XXXXXX").string();
         if (!::mkdtemp(pattern.data()))
             std::abort();
         m_path = pattern;
@@ -36,16 +36,20 @@ class ScratchFolder {
 
 struct FileSettings {
     ScratchFolder folder;
-    CustomizationManager manager{
-        std::make_shared<platform::FilePreferencesSuite>(folder.path(), std::string(keys::kAppGroupSuite)),
-        std::make_shared<platform::FilePreferencesSuite>(folder.path(), std::string(keys::kStandardSuite))};
+    CustomizationManager manager{std::make_shared<platform::FilePreferencesSuite>(
+                                     folder.path(), std::string(keys::kAppGroupSuite)),
+                                 std::make_shared<platform::FilePreferencesSuite>(
+                                     folder.path(), std::string(keys::kStandardSuite))};
 
     // A suite as full as a real one: every setting stored.
     explicit FileSettings(bool migrated) {
         if (migrated)
             (void)manager.migrateUserDefaultsToAppGroup();
-        std::apply([&](const auto&... setting) { (manager.setValue(setting, manager.value(setting)), ...); },
-                   catalog::kAllSettings);
+        std::apply(
+            [&](const auto&... setting) {
+                (manager.setValue(setting, manager.value(setting)), ...);
+            },
+            catalog::kAllSettings);
     }
 };
 

@@ -77,13 +77,40 @@ template <> struct EnumTraits<TK_ScheduleReminderActionTimePeriod> {
 // ---- Task and object menus -------------------------------------------------------
 
 enum class TK_TaskAction {
-    markAsDone, edit, title, notes, url, reminder, color, category, task, subtasks, tags,
-    priority, status, pin, attachments, values, newSubtask, duplicate, archive,
-    removeFromSection, delete_
+    markAsDone,
+    edit,
+    title,
+    notes,
+    url,
+    reminder,
+    color,
+    category,
+    task,
+    subtasks,
+    tags,
+    priority,
+    status,
+    pin,
+    attachments,
+    values,
+    newSubtask,
+    duplicate,
+    archive,
+    removeFromSection,
+    delete_
 };
 enum class TK_TaskActionsSection {
-    markAsDone, edit, titleNotesURL, reminder, color, categoryTaskSubtasksTagsPriorityStatus,
-    pin, attachments, values, newSubtaskDuplicate, archiveRemoveFromSectionDelete
+    markAsDone,
+    edit,
+    titleNotesURL,
+    reminder,
+    color,
+    categoryTaskSubtasksTagsPriorityStatus,
+    pin,
+    attachments,
+    values,
+    newSubtaskDuplicate,
+    archiveRemoveFromSectionDelete
 };
 enum class TK_BoardSectionAction { edit, duplicate, delete_ };
 enum class TK_AttributeAction { edit, newValue, duplicate, hide, delete_, showPremiumPlan };

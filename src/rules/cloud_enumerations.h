@@ -9,7 +9,11 @@
 namespace tasket::rules {
 
 enum class TK_CloudAccountStatus {
-    couldNotDetermine, available, restricted, noAccount, temporarilyUnavailable
+    couldNotDetermine,
+    available,
+    restricted,
+    noAccount,
+    temporarilyUnavailable
 };
 enum class TK_CloudSyncStatus { none, inProgress, succeeded, failed };
 enum class TK_CloudDatabaseType { privateDatabase, sharedDatabase };

@@ -8,17 +8,61 @@
 namespace tasket::rules {
 
 enum class TK_Color {
-    celestialBlue, cyan, teal, blue, sapphire, indigo, lightPurple, lavenderIndigo, purple,
-    magenta, darkGreen, green, yellow, orange, softRed, raspberry, pink, red, gray, brown,
-    verySoftBlue, veryDarkCyan, verySoftOrange, vividOrange, strongRed
+    celestialBlue,
+    cyan,
+    teal,
+    blue,
+    sapphire,
+    indigo,
+    lightPurple,
+    lavenderIndigo,
+    purple,
+    magenta,
+    darkGreen,
+    green,
+    yellow,
+    orange,
+    softRed,
+    raspberry,
+    pink,
+    red,
+    gray,
+    brown,
+    verySoftBlue,
+    veryDarkCyan,
+    verySoftOrange,
+    vividOrange,
+    strongRed
 };
 enum class TK_TintColor {
-    indigo, orange, purple, green, blue, pink, teal, yellow, red, gray, cyan, mint, brown,
-    primary, secondary
+    indigo,
+    orange,
+    purple,
+    green,
+    blue,
+    pink,
+    teal,
+    yellow,
+    red,
+    gray,
+    cyan,
+    mint,
+    brown,
+    primary,
+    secondary
 };
 enum class TK_IconSize {
-    custom, sixteenPixels, eighteenPixels, twentyPixels, twentyFourPixels, twentyEightPixels,
-    thirtyTwoPixels, fortyEightPixels, fiftySixPixels, sixtyFourPixels, ninetySixPixels,
+    custom,
+    sixteenPixels,
+    eighteenPixels,
+    twentyPixels,
+    twentyFourPixels,
+    twentyEightPixels,
+    thirtyTwoPixels,
+    fortyEightPixels,
+    fiftySixPixels,
+    sixtyFourPixels,
+    ninetySixPixels,
     twoHundredPixels
 };
 enum class TK_Appearance { system, light, dark };

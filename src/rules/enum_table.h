@@ -53,9 +53,13 @@ concept NameStoredEnum = DomainEnum<E> && EnumTraits<E>::storage == EnumStorage:
 
 // ---- Listing ---------------------------------------------------------------
 
-template <DomainEnum E> constexpr std::size_t caseCount() { return EnumTraits<E>::cases.size(); }
+template <DomainEnum E> constexpr std::size_t caseCount() {
+    return EnumTraits<E>::cases.size();
+}
 
-template <DomainEnum E> constexpr std::string_view typeName() { return EnumTraits<E>::typeName; }
+template <DomainEnum E> constexpr std::string_view typeName() {
+    return EnumTraits<E>::typeName;
+}
 
 /// Every case with its name and title, in declaration order.
 template <DomainEnum E> constexpr std::span<const EnumCase<E>> caseTable() {

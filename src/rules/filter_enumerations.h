@@ -24,7 +24,18 @@ enum class TK_PinFilter { off, no, yes };
 enum class TK_AttachmentsSmartFilter { off, no, yes };
 // Stored by case name.
 enum class TK_SmartFilter {
-    completed, notes, url, reminder, category, subtask, tag, priority, status, value, pin, attachments
+    completed,
+    notes,
+    url,
+    reminder,
+    category,
+    subtask,
+    tag,
+    priority,
+    status,
+    value,
+    pin,
+    attachments
 };
 
 namespace detail {

@@ -10,14 +10,29 @@ namespace tasket::rules {
 enum class TK_TasksViewType { none, list, grid, board, timeline };
 enum class TK_TasksViewAppearance { standard, compact };
 enum class TK_TasksBoardType {
-    none, notCompletedCompleted, categories, tags, priorities, statuses, values, custom
+    none,
+    notCompletedCompleted,
+    categories,
+    tags,
+    priorities,
+    statuses,
+    values,
+    custom
 };
 enum class TK_TasksSortOrder { custom, alphabetical, dueDate, creationDate, completed, startDate };
 enum class TK_ObjectsSortOrderDirection { ascending, descending };
 enum class TK_ObjectsSortOrder { alphabetical, numberOfTasks, creationDate, custom };
 // Codes are tested by number in the task predicates: all = 0 … custom = 8.
 enum class TK_TasksFilter {
-    all, withReminder, withTags, withSubtasks, withPriority, withStatus, withValues, pinned, custom
+    all,
+    withReminder,
+    withTags,
+    withSubtasks,
+    withPriority,
+    withStatus,
+    withValues,
+    pinned,
+    custom
 };
 
 template <> struct EnumTraits<TK_TasksViewType> {

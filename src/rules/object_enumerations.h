@@ -8,8 +8,19 @@
 namespace tasket::rules {
 
 enum class TK_ObjectType {
-    none, folder, smartCategory, category, tag, priority, status, attribute, attributeValue,
-    boardSection, task, subtask, attachment
+    none,
+    folder,
+    smartCategory,
+    category,
+    tag,
+    priority,
+    status,
+    attribute,
+    attributeValue,
+    boardSection,
+    task,
+    subtask,
+    attachment
 };
 enum class TK_FolderObjectType { smartCategory, category, tag, priority, status, attribute };
 // Fetches select by code ("calendarType = %d").

@@ -3,7 +3,6 @@
 #include "platform/preferences/file_preferences_suite.h"
 
 #include <fmt/core.h>
-
 #include <stdexcept>
 
 namespace tasket::settings {
@@ -29,7 +28,8 @@ CustomizationManager CustomizationManager::openUserSuites() {
 bool CustomizationManager::didMigrateUserDefaultsToAppGroup() const {
     if (m_migrated.load(std::memory_order_relaxed))
         return true;
-    const bool migrated = m_appGroup->boolValue(keys::kDidMigrateUserDefaultsToAppGroup).value_or(false);
+    const bool migrated =
+        m_appGroup->boolValue(keys::kDidMigrateUserDefaultsToAppGroup).value_or(false);
     if (migrated)
         m_migrated.store(true, std::memory_order_relaxed);
     return migrated;

@@ -69,61 +69,135 @@ class CustomizationManager {
     TK_Appearance appearance() const { return value(catalog::appearance); }
     void setAppearance(TK_Appearance newValue) { setValue(catalog::appearance, newValue); }
     bool isHapticFeedbacksEnabled() const { return value(catalog::isHapticFeedbacksEnabled); }
-    void setIsHapticFeedbacksEnabled(bool newValue) { setValue(catalog::isHapticFeedbacksEnabled, newValue); }
+    void setIsHapticFeedbacksEnabled(bool newValue) {
+        setValue(catalog::isHapticFeedbacksEnabled, newValue);
+    }
     TK_TimelineType timelineType() const { return value(catalog::timelineType); }
     void setTimelineType(TK_TimelineType newValue) { setValue(catalog::timelineType, newValue); }
     std::string unassignedSectionTitle() const { return value(catalog::unassignedSectionTitle); }
-    void setUnassignedSectionTitle(std::string_view newValue) { setValue(catalog::unassignedSectionTitle, newValue); }
+    void setUnassignedSectionTitle(std::string_view newValue) {
+        setValue(catalog::unassignedSectionTitle, newValue);
+    }
     TK_Color unassignedSectionColor() const { return value(catalog::unassignedSectionColor); }
-    void setUnassignedSectionColor(TK_Color newValue) { setValue(catalog::unassignedSectionColor, newValue); }
+    void setUnassignedSectionColor(TK_Color newValue) {
+        setValue(catalog::unassignedSectionColor, newValue);
+    }
     std::string unassignedSectionIcon() const { return value(catalog::unassignedSectionIcon); }
-    void setUnassignedSectionIcon(std::string_view newValue) { setValue(catalog::unassignedSectionIcon, newValue); }
-    TK_UnassignedSectionPlacement unassignedSectionPlacement() const { return value(catalog::unassignedSectionPlacement); }
-    void setUnassignedSectionPlacement(TK_UnassignedSectionPlacement newValue) { setValue(catalog::unassignedSectionPlacement, newValue); }
+    void setUnassignedSectionIcon(std::string_view newValue) {
+        setValue(catalog::unassignedSectionIcon, newValue);
+    }
+    TK_UnassignedSectionPlacement unassignedSectionPlacement() const {
+        return value(catalog::unassignedSectionPlacement);
+    }
+    void setUnassignedSectionPlacement(TK_UnassignedSectionPlacement newValue) {
+        setValue(catalog::unassignedSectionPlacement, newValue);
+    }
     bool isExcludingCompletedTasks() const { return value(catalog::isExcludingCompletedTasks); }
-    void setIsExcludingCompletedTasks(bool newValue) { setValue(catalog::isExcludingCompletedTasks, newValue); }
-    TK_TaskBadgesBackgroundType taskBadgesBackgroundType() const { return value(catalog::taskBadgesBackgroundType); }
-    void setTaskBadgesBackgroundType(TK_TaskBadgesBackgroundType newValue) { setValue(catalog::taskBadgesBackgroundType, newValue); }
-    TK_TaskStartDateBadgeType taskStartDateBadgeType() const { return value(catalog::taskStartDateBadgeType); }
-    void setTaskStartDateBadgeType(TK_TaskStartDateBadgeType newValue) { setValue(catalog::taskStartDateBadgeType, newValue); }
-    TK_TaskDueDateBadgeType taskDueDateBadgeType() const { return value(catalog::taskDueDateBadgeType); }
-    void setTaskDueDateBadgeType(TK_TaskDueDateBadgeType newValue) { setValue(catalog::taskDueDateBadgeType, newValue); }
-    TK_TaskCategoryBadgeType taskCategoryBadgeType() const { return value(catalog::taskCategoryBadgeType); }
-    void setTaskCategoryBadgeType(TK_TaskCategoryBadgeType newValue) { setValue(catalog::taskCategoryBadgeType, newValue); }
-    TK_TaskPriorityBadgeType taskPriorityBadgeType() const { return value(catalog::taskPriorityBadgeType); }
-    void setTaskPriorityBadgeType(TK_TaskPriorityBadgeType newValue) { setValue(catalog::taskPriorityBadgeType, newValue); }
-    TK_TaskStatusBadgeType taskStatusBadgeType() const { return value(catalog::taskStatusBadgeType); }
-    void setTaskStatusBadgeType(TK_TaskStatusBadgeType newValue) { setValue(catalog::taskStatusBadgeType, newValue); }
+    void setIsExcludingCompletedTasks(bool newValue) {
+        setValue(catalog::isExcludingCompletedTasks, newValue);
+    }
+    TK_TaskBadgesBackgroundType taskBadgesBackgroundType() const {
+        return value(catalog::taskBadgesBackgroundType);
+    }
+    void setTaskBadgesBackgroundType(TK_TaskBadgesBackgroundType newValue) {
+        setValue(catalog::taskBadgesBackgroundType, newValue);
+    }
+    TK_TaskStartDateBadgeType taskStartDateBadgeType() const {
+        return value(catalog::taskStartDateBadgeType);
+    }
+    void setTaskStartDateBadgeType(TK_TaskStartDateBadgeType newValue) {
+        setValue(catalog::taskStartDateBadgeType, newValue);
+    }
+    TK_TaskDueDateBadgeType taskDueDateBadgeType() const {
+        return value(catalog::taskDueDateBadgeType);
+    }
+    void setTaskDueDateBadgeType(TK_TaskDueDateBadgeType newValue) {
+        setValue(catalog::taskDueDateBadgeType, newValue);
+    }
+    TK_TaskCategoryBadgeType taskCategoryBadgeType() const {
+        return value(catalog::taskCategoryBadgeType);
+    }
+    void setTaskCategoryBadgeType(TK_TaskCategoryBadgeType newValue) {
+        setValue(catalog::taskCategoryBadgeType, newValue);
+    }
+    TK_TaskPriorityBadgeType taskPriorityBadgeType() const {
+        return value(catalog::taskPriorityBadgeType);
+    }
+    void setTaskPriorityBadgeType(TK_TaskPriorityBadgeType newValue) {
+        setValue(catalog::taskPriorityBadgeType, newValue);
+    }
+    TK_TaskStatusBadgeType taskStatusBadgeType() const {
+        return value(catalog::taskStatusBadgeType);
+    }
+    void setTaskStatusBadgeType(TK_TaskStatusBadgeType newValue) {
+        setValue(catalog::taskStatusBadgeType, newValue);
+    }
     TK_TaskURLBadgeType taskURLBadgeType() const { return value(catalog::taskURLBadgeType); }
-    void setTaskURLBadgeType(TK_TaskURLBadgeType newValue) { setValue(catalog::taskURLBadgeType, newValue); }
+    void setTaskURLBadgeType(TK_TaskURLBadgeType newValue) {
+        setValue(catalog::taskURLBadgeType, newValue);
+    }
     TK_TaskTagBadgeType taskTagBadgeType() const { return value(catalog::taskTagBadgeType); }
-    void setTaskTagBadgeType(TK_TaskTagBadgeType newValue) { setValue(catalog::taskTagBadgeType, newValue); }
+    void setTaskTagBadgeType(TK_TaskTagBadgeType newValue) {
+        setValue(catalog::taskTagBadgeType, newValue);
+    }
     TK_TaskValueBadgeType taskValueBadgeType() const { return value(catalog::taskValueBadgeType); }
-    void setTaskValueBadgeType(TK_TaskValueBadgeType newValue) { setValue(catalog::taskValueBadgeType, newValue); }
+    void setTaskValueBadgeType(TK_TaskValueBadgeType newValue) {
+        setValue(catalog::taskValueBadgeType, newValue);
+    }
     bool isStartDateRemindMeEnabled() const { return value(catalog::isStartDateRemindMeEnabled); }
-    void setIsStartDateRemindMeEnabled(bool newValue) { setValue(catalog::isStartDateRemindMeEnabled, newValue); }
+    void setIsStartDateRemindMeEnabled(bool newValue) {
+        setValue(catalog::isStartDateRemindMeEnabled, newValue);
+    }
     bool isDueDateRemindMeEnabled() const { return value(catalog::isDueDateRemindMeEnabled); }
-    void setIsDueDateRemindMeEnabled(bool newValue) { setValue(catalog::isDueDateRemindMeEnabled, newValue); }
+    void setIsDueDateRemindMeEnabled(bool newValue) {
+        setValue(catalog::isDueDateRemindMeEnabled, newValue);
+    }
     TimeOfDay allDayReminderTime() const { return value(catalog::allDayReminderTime); }
-    void setAllDayReminderTime(TimeOfDay newValue) { setValue(catalog::allDayReminderTime, newValue); }
+    void setAllDayReminderTime(TimeOfDay newValue) {
+        setValue(catalog::allDayReminderTime, newValue);
+    }
     TK_Database database() const { return value(catalog::database); }
     void setDatabase(TK_Database newValue) { setValue(catalog::database, newValue); }
-    TK_RemindersDatabaseType remindersDatabaseType() const { return value(catalog::remindersDatabaseType); }
-    void setRemindersDatabaseType(TK_RemindersDatabaseType newValue) { setValue(catalog::remindersDatabaseType, newValue); }
+    TK_RemindersDatabaseType remindersDatabaseType() const {
+        return value(catalog::remindersDatabaseType);
+    }
+    void setRemindersDatabaseType(TK_RemindersDatabaseType newValue) {
+        setValue(catalog::remindersDatabaseType, newValue);
+    }
     std::vector<std::string> remindersLists() const { return value(catalog::remindersLists); }
-    void setRemindersLists(std::span<const std::string> newValue) { setValue(catalog::remindersLists, newValue); }
-    bool isHidingBoardSectionsWithoutTasks() const { return value(catalog::isHidingBoardSectionsWithoutTasks); }
-    void setIsHidingBoardSectionsWithoutTasks(bool newValue) { setValue(catalog::isHidingBoardSectionsWithoutTasks, newValue); }
+    void setRemindersLists(std::span<const std::string> newValue) {
+        setValue(catalog::remindersLists, newValue);
+    }
+    bool isHidingBoardSectionsWithoutTasks() const {
+        return value(catalog::isHidingBoardSectionsWithoutTasks);
+    }
+    void setIsHidingBoardSectionsWithoutTasks(bool newValue) {
+        setValue(catalog::isHidingBoardSectionsWithoutTasks, newValue);
+    }
     bool isShowingEmptyAttributes() const { return value(catalog::isShowingEmptyAttributes); }
-    void setIsShowingEmptyAttributes(bool newValue) { setValue(catalog::isShowingEmptyAttributes, newValue); }
-    TK_AttachmentThumbnailType attachmentThumbnailType() const { return value(catalog::attachmentThumbnailType); }
-    void setAttachmentThumbnailType(TK_AttachmentThumbnailType newValue) { setValue(catalog::attachmentThumbnailType, newValue); }
+    void setIsShowingEmptyAttributes(bool newValue) {
+        setValue(catalog::isShowingEmptyAttributes, newValue);
+    }
+    TK_AttachmentThumbnailType attachmentThumbnailType() const {
+        return value(catalog::attachmentThumbnailType);
+    }
+    void setAttachmentThumbnailType(TK_AttachmentThumbnailType newValue) {
+        setValue(catalog::attachmentThumbnailType, newValue);
+    }
     std::vector<TK_TaskAction> taskActions() const { return value(catalog::taskActions); }
-    void setTaskActions(std::span<const TK_TaskAction> newValue) { setValue(catalog::taskActions, newValue); }
+    void setTaskActions(std::span<const TK_TaskAction> newValue) {
+        setValue(catalog::taskActions, newValue);
+    }
     bool isShowingSuggestions() const { return value(catalog::isShowingSuggestions); }
-    void setIsShowingSuggestions(bool newValue) { setValue(catalog::isShowingSuggestions, newValue); }
-    bool isOpeningDefaultCategoryOnLaunch() const { return value(catalog::isOpeningDefaultCategoryOnLaunch); }
-    void setIsOpeningDefaultCategoryOnLaunch(bool newValue) { setValue(catalog::isOpeningDefaultCategoryOnLaunch, newValue); }
+    void setIsShowingSuggestions(bool newValue) {
+        setValue(catalog::isShowingSuggestions, newValue);
+    }
+    bool isOpeningDefaultCategoryOnLaunch() const {
+        return value(catalog::isOpeningDefaultCategoryOnLaunch);
+    }
+    void setIsOpeningDefaultCategoryOnLaunch(bool newValue) {
+        setValue(catalog::isOpeningDefaultCategoryOnLaunch, newValue);
+    }
     bool isStartDateAllDay() const { return value(catalog::isStartDateAllDay); }
     void setIsStartDateAllDay(bool newValue) { setValue(catalog::isStartDateAllDay, newValue); }
     bool isDueDateAllDay() const { return value(catalog::isDueDateAllDay); }

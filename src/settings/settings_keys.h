@@ -130,7 +130,8 @@ inline constexpr StorageKey kNotSyncedZones{"Not.Synced.Zones"};
 
 // Cloud bookkeeping.
 inline constexpr StorageKey kCloudAccountStatus{"Cloud.Account.Status"};
-inline constexpr StorageKey kLastCloudAccountStatusCheckDate{"Last.Cloud.Account.Status.Check.Date"};
+inline constexpr StorageKey kLastCloudAccountStatusCheckDate{
+    "Last.Cloud.Account.Status.Check.Date"};
 inline constexpr StorageKey kCloudFetchStatus{"Cloud.Fetch.Status"};
 inline constexpr StorageKey kLastCloudFetchDate{"Last.Cloud.Fetch.Date"};
 inline constexpr StorageKey kCloudUploadStatus{"Cloud.Upload.Status"};
@@ -144,7 +145,8 @@ inline constexpr StorageKey kDidCreateSharedDatabaseSubscription{
 
 inline constexpr std::string_view kTaskBadgesBackgroundTypeEnvironment =
     "__Key_taskBadgesBackgroundType";
-inline constexpr std::string_view kTaskStartDateBadgeTypeEnvironment = "__Key_taskStartDateBadgeType";
+inline constexpr std::string_view kTaskStartDateBadgeTypeEnvironment =
+    "__Key_taskStartDateBadgeType";
 inline constexpr std::string_view kTaskDueDateBadgeTypeEnvironment = "__Key_taskDueDateBadgeType";
 inline constexpr std::string_view kTaskCategoryBadgeTypeEnvironment = "__Key_taskCategoryBadgeType";
 inline constexpr std::string_view kTaskPriorityBadgeTypeEnvironment = "__Key_taskPriorityBadgeType";

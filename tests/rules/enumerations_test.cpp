@@ -2,9 +2,8 @@
 #include "rules/enumerations.h"
 #include "rules/identifiers.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <limits>
 #include <map>
 #include <set>
@@ -16,9 +15,7 @@ using namespace tasket::rules;
 namespace {
 
 template <class> struct ToGTestTypes;
-template <class... E> struct ToGTestTypes<EnumList<E...>> {
-    using type = ::testing::Types<E...>;
-};
+template <class... E> struct ToGTestTypes<EnumList<E...>> { using type = ::testing::Types<E...>; };
 
 template <class E> class EveryEnumeration : public ::testing::Test {};
 TYPED_TEST_SUITE(EveryEnumeration, ToGTestTypes<AllEnumerations>::type);
@@ -55,9 +52,9 @@ TYPED_TEST(EveryEnumeration, UnknownStoredValuesFailInsteadOfGuessing) {
     using E = TypeParam;
     if constexpr (CodeStoredEnum<E>) {
         const auto count = static_cast<std::int64_t>(caseCount<E>());
-        for (std::int64_t bad : {std::int64_t{-1}, count, count + 1,
-                                 std::numeric_limits<std::int64_t>::max(),
-                                 std::numeric_limits<std::int64_t>::min()})
+        for (std::int64_t bad :
+             {std::int64_t{-1}, count, count + 1, std::numeric_limits<std::int64_t>::max(),
+              std::numeric_limits<std::int64_t>::min()})
             EXPECT_FALSE(fromStored<E>(bad)) << typeName<E>() << " " << bad;
     } else {
         for (const auto& c : caseTable<E>()) {

@@ -2,9 +2,8 @@
 #include "settings/customization_manager.h"
 #include "support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <tuple>
 
 using namespace tasket::settings;
@@ -82,20 +81,17 @@ TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
         P placement;
         R databaseType;
     } cases[] = {
-        {std::nullopt, P::last, R::all},
-        {0, P::none, R::all},
-        {1, P::first, R::exact},
-        {2, P::last, R::addOnly},
-        {3, P::last, R::exact},
-        {7, P::last, R::exact},
-        {-1, P::last, R::exact},
-        {2.0, P::last, R::addOnly}, // a whole double is that number
-        {1.5, P::last, R::all},     // not a whole number: as if absent
-        {"1", P::last, R::all},     // not a number
+        {std::nullopt, P::last, R::all}, {0, P::none, R::all},       {1, P::first, R::exact},
+        {2, P::last, R::addOnly},        {3, P::last, R::exact},     {7, P::last, R::exact},
+        {-1, P::last, R::exact},         {2.0, P::last, R::addOnly}, // a whole double is that
+                                                                     // number
+        {1.5, P::last, R::all}, // not a whole number: as if absent
+        {"1", P::last, R::all}, // not a number
         {true, P::last, R::all},
     };
     for (const auto& c : cases) {
-        for (auto key : {keys::kUnassignedSectionPlacement.full(), keys::kRemindersDatabaseType.full()})
+        for (auto key :
+             {keys::kUnassignedSectionPlacement.full(), keys::kRemindersDatabaseType.full()})
             ASSERT_TRUE(c.stored ? m_group->setValue(key, *c.stored) : m_group->removeValue(key));
         const std::string shown = c.stored ? std::string(c.stored->typeName()) : "absent";
         EXPECT_EQ(m_manager.unassignedSectionPlacement(), c.placement) << shown;
@@ -201,7 +197,8 @@ TEST_F(CustomizationManagerTest, TheMoveCopiesOldValuesOnceThenSetsTheFlag) {
     ASSERT_TRUE(m_standard->setValue(keys::kAllDayReminderTime, 8 * 60));
     ASSERT_TRUE(m_standard->setValue(keys::kTintColor, "teal"));
     ASSERT_TRUE(m_standard->setValue(keys::kUnassignedSectionTitle, "not predating: not moved"));
-    ASSERT_TRUE(m_group->setValue(keys::kIsExcludingCompletedTasks, true)); // stale, absent in standard
+    ASSERT_TRUE(
+        m_group->setValue(keys::kIsExcludingCompletedTasks, true)); // stale, absent in standard
     ASSERT_TRUE(m_group->setValue(keys::kUnassignedSectionTitle, "Later"));
 
     EXPECT_FALSE(m_manager.didMigrateUserDefaultsToAppGroup());

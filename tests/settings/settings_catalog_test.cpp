@@ -1,7 +1,6 @@
 #include "settings/settings_catalog.h"
 
 #include <gtest/gtest.h>
-
 #include <set>
 #include <string>
 

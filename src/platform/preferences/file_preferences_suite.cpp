@@ -4,13 +4,12 @@
 #include "platform/paths.h"
 #include "platform/preferences/detail/preferences_document.h"
 
-#include <fmt/core.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -57,10 +56,13 @@ Errc errcFor(int error) {
 
 std::unexpected<Error> failErrno(std::string_view what, const std::filesystem::path& path) {
     const int error = errno;
-    return fail(errcFor(error), fmt::format("{} {}: {}", what, path.string(), std::strerror(error)));
+    return fail(errcFor(error),
+                fmt::format("{} {}: {}", what, path.string(), std::strerror(error)));
 }
 
-void warn(const std::string& message) { fmt::print(stderr, "tasket: {}\n", message); }
+void warn(const std::string& message) {
+    fmt::print(stderr, "tasket: {}\n", message);
+}
 
 bool isUsableFileName(std::string_view name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -209,8 +211,8 @@ void FilePreferencesSuite::refreshLocked() const {
 
     Loaded loaded = load();
     m_values = std::move(loaded.values);
-    m_cacheValid = loaded.state == Loaded::State::parsed ||
-                   loaded.state == Loaded::State::unparsable;
+    m_cacheValid =
+        loaded.state == Loaded::State::parsed || loaded.state == Loaded::State::unparsable;
     m_cachedIdentity = loaded.identity;
     if (loaded.state == Loaded::State::unparsable)
         warn(fmt::format("preferences file {} is not a valid preferences document ({}); using "

@@ -26,11 +26,12 @@ PreferenceDictionary InMemoryPreferencesSuite::dictionaryRepresentation() const 
     return m_available ? m_values : PreferenceDictionary{};
 }
 
-Result<> InMemoryPreferencesSuite::update(
-    const std::function<void(PreferenceDictionary&)>& change) {
+Result<>
+InMemoryPreferencesSuite::update(const std::function<void(PreferenceDictionary&)>& change) {
     std::lock_guard lock(m_mutex);
     if (!m_available)
-        return fail(Errc::unavailable, fmt::format("preferences suite \"{}\" is unavailable", m_name));
+        return fail(Errc::unavailable,
+                    fmt::format("preferences suite \"{}\" is unavailable", m_name));
     PreferenceDictionary next = m_values;
     change(next);
     if (auto ok = validatePreferenceDictionary(next); !ok)

@@ -1,9 +1,8 @@
 #include "platform/preferences/preference_value.h"
 
-#include <simdjson.h>
-
 #include <cmath>
 #include <fmt/core.h>
+#include <simdjson.h>
 
 namespace tasket::platform {
 namespace {
@@ -59,7 +58,9 @@ struct Validator {
 
 } // namespace
 
-std::string_view PreferenceValue::typeName() const { return std::visit(TypeNameOf{}, m_storage); }
+std::string_view PreferenceValue::typeName() const {
+    return std::visit(TypeNameOf{}, m_storage);
+}
 
 Result<> validatePreferenceValue(const PreferenceValue& value) {
     return std::visit(Validator{}, value.storage());

@@ -3,8 +3,7 @@
 namespace tasket::platform {
 namespace {
 
-template <class T>
-std::optional<T> typed(const PreferencesSuite& suite, std::string_view key) {
+template <class T> std::optional<T> typed(const PreferencesSuite& suite, std::string_view key) {
     auto value = suite.value(key);
     if (!value)
         return std::nullopt;

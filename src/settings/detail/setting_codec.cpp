@@ -41,8 +41,8 @@ std::vector<std::string> decode(const Setting<std::span<const std::string_view>>
     return {setting.defaultValue.begin(), setting.defaultValue.end()};
 }
 
-std::vector<rules::TK_TaskAction> decode(
-    const Setting<std::span<const rules::TK_TaskAction>>& setting, const Stored& stored) {
+std::vector<rules::TK_TaskAction>
+decode(const Setting<std::span<const rules::TK_TaskAction>>& setting, const Stored& stored) {
     const auto* list = stored ? stored->getIf<platform::PreferenceStringList>() : nullptr;
     if (!list)
         return {setting.defaultValue.begin(), setting.defaultValue.end()};
@@ -53,9 +53,13 @@ std::vector<rules::TK_TaskAction> decode(
     return actions;
 }
 
-std::optional<PreferenceValue> encode(bool value) { return PreferenceValue(value); }
+std::optional<PreferenceValue> encode(bool value) {
+    return PreferenceValue(value);
+}
 
-std::optional<PreferenceValue> encode(std::string_view value) { return PreferenceValue(value); }
+std::optional<PreferenceValue> encode(std::string_view value) {
+    return PreferenceValue(value);
+}
 
 std::optional<PreferenceValue> encode(TimeOfDay value) {
     if (!value.isValid())

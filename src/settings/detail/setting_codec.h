@@ -27,8 +27,8 @@ std::vector<std::string> decode(const Setting<std::span<const std::string_view>>
                                 const Stored& stored);
 /// Unknown action names in the stored list are skipped, so a list written by
 /// a newer program keeps the actions this one knows.
-std::vector<rules::TK_TaskAction> decode(const Setting<std::span<const rules::TK_TaskAction>>& setting,
-                                         const Stored& stored);
+std::vector<rules::TK_TaskAction>
+decode(const Setting<std::span<const rules::TK_TaskAction>>& setting, const Stored& stored);
 
 template <rules::DomainEnum E> E decode(const EnumSetting<E>& setting, const Stored& stored) {
     if (!stored)

@@ -4,11 +4,9 @@
 #include "platform/preferences/file_preferences_suite.h"
 #include "support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
 #include <fmt/core.h>
-
 #include <fstream>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>

@@ -1,9 +1,8 @@
 #include "platform/preferences/detail/base64.h"
 #include "platform/preferences/detail/preferences_document.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 
 using namespace tasket::platform;
@@ -54,16 +53,16 @@ TEST(PreferencesDocument, TextThatIsNotASuiteDocumentIsRejected) {
         "[1, 2]",
         "\"just a string\"",
         R"({"a": null})",
-        R"({"a": {"b": 1}})",                         // object without a type tag
-        R"({"a": {"date": 1, "data": ""}})",          // two tags
-        R"({"a": {"date": "yesterday"}})",            // tag with the wrong content
+        R"({"a": {"b": 1}})",                // object without a type tag
+        R"({"a": {"date": 1, "data": ""}})", // two tags
+        R"({"a": {"date": "yesterday"}})",   // tag with the wrong content
         R"({"a": {"data": "not base64!"}})",
-        R"({"a": {"data": "QQ="}})",                  // bad padding
+        R"({"a": {"data": "QQ="}})", // bad padding
         R"({"a": {"dictionary": [1]}})",
-        R"({"a": ["text", 1]})",                      // lists hold text only
-        R"({"a": 18446744073709551615})",             // beyond a signed 64-bit integer
-        R"({"a": 1, "a": 2})",                        // a key twice
-        "{\"a\": \"\xff\xfe\"}",                      // not UTF-8
+        R"({"a": ["text", 1]})",          // lists hold text only
+        R"({"a": 18446744073709551615})", // beyond a signed 64-bit integer
+        R"({"a": 1, "a": 2})",            // a key twice
+        "{\"a\": \"\xff\xfe\"}",          // not UTF-8
     };
     for (const char* document : documents) {
         auto parsed = parsePreferencesDocument(document);

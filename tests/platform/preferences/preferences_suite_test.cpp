@@ -3,11 +3,10 @@
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <fstream>
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 
 using namespace tasket::platform;
@@ -20,10 +19,12 @@ struct Adapter {
 };
 
 const Adapter kAdapters[] = {
-    {"InMemory", [](const std::filesystem::path&) {
+    {"InMemory",
+     [](const std::filesystem::path&) {
          return std::make_shared<InMemoryPreferencesSuite>("suite");
      }},
-    {"File", [](const std::filesystem::path& dir) {
+    {"File",
+     [](const std::filesystem::path& dir) {
          return std::make_shared<FilePreferencesSuite>(dir, "suite");
      }},
 };

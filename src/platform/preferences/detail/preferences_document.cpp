@@ -40,8 +40,7 @@ Result<PreferenceValue> readTagged(simdjson::dom::object object, std::string_vie
         if (inner.is_double())
             return PreferenceValue(Date{inner.get_double().value_unsafe()});
         if (inner.is_int64())
-            return PreferenceValue(
-                Date{static_cast<double>(inner.get_int64().value_unsafe())});
+            return PreferenceValue(Date{static_cast<double>(inner.get_int64().value_unsafe())});
     } else if (tag == kDataTag) {
         if (inner.is_string()) {
             if (auto bytes = decodeBase64(inner.get_string().value_unsafe()))
@@ -104,13 +103,27 @@ void writeString(std::string& out, std::string_view text) {
     out += '"';
     for (const char ch : text) {
         switch (ch) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        case '\b': out += "\\b"; break;
-        case '\f': out += "\\f"; break;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
         default:
             if (static_cast<unsigned char>(ch) < 0x20)
                 out += fmt::format("\\u{:04x}", static_cast<unsigned>(ch));
@@ -130,7 +143,9 @@ void writeDouble(std::string& out, double value) {
     out += text;
 }
 
-void writeIndent(std::string& out, int depth) { out.append(static_cast<std::size_t>(depth) * 2, ' '); }
+void writeIndent(std::string& out, int depth) {
+    out.append(static_cast<std::size_t>(depth) * 2, ' ');
+}
 
 void writeDictionary(std::string& out, const PreferenceDictionary& values, int depth);
 
@@ -197,7 +212,8 @@ Result<PreferenceDictionary> parsePreferencesDocument(std::string_view text) {
     thread_local simdjson::dom::parser parser;
     element root;
     if (auto error = parser.parse(text.data(), text.size()).get(root))
-        return fail(Errc::parseError, fmt::format("not valid JSON ({})", simdjson::error_message(error)));
+        return fail(Errc::parseError,
+                    fmt::format("not valid JSON ({})", simdjson::error_message(error)));
     if (!root.is_object())
         return fail(Errc::parseError, "the document is not a JSON object");
     return readObject(root.get_object().value_unsafe());
