@@ -14,6 +14,33 @@ const Value kNil;
 const std::vector<ObjectID> kNoIDs;
 } // namespace
 
+ObjectIDSet::ObjectIDSet(std::vector<ObjectID> ids) {
+    m_ids.reserve(ids.size());
+    for (const auto& id : ids)
+        insert(id);
+}
+
+bool ObjectIDSet::insert(ObjectID id) {
+    if (!m_index.emplace(id, m_ids.size()).second)
+        return false;
+    m_ids.push_back(id);
+    return true;
+}
+
+bool ObjectIDSet::erase(ObjectID id) {
+    auto it = m_index.find(id);
+    if (it == m_index.end())
+        return false;
+    const std::size_t at = it->second;
+    m_index.erase(it);
+    if (at + 1 != m_ids.size()) {
+        m_ids[at] = m_ids.back();
+        m_index[m_ids[at]] = at;
+    }
+    m_ids.pop_back();
+    return true;
+}
+
 bool ManagedObject::isUpdated() const {
     return !m_inserted && !m_deleted && std::find(m_changed.begin(), m_changed.end(), true) != m_changed.end();
 }
@@ -119,7 +146,9 @@ void ManagedObject::loadToMany(std::size_t ri) const {
         for (auto k : *keys)
             ids.push_back(ObjectID{dest, k});
     }
-    m_state.toMany[ri] = std::move(ids);
+    m_state.toMany[ri] = ObjectIDSet(std::move(ids));
+    if (m_context && m_entity->storage[ri] == RelationshipStorage::InverseColumn)
+        m_context->overlayPendingMembers(const_cast<ManagedObject&>(*this), ri);
 }
 
 const std::vector<ObjectID>& ManagedObject::toManyIDs(std::size_t property) const {
@@ -127,7 +156,7 @@ const std::vector<ObjectID>& ManagedObject::toManyIDs(std::size_t property) cons
     if (!m_entity->relationships.at(ri).toMany)
         throw std::invalid_argument(fmt::format("{}.{} is to-one", m_entity->name, m_entity->relationships[ri].name));
     loadToMany(ri);
-    return m_state.toMany[ri] ? *m_state.toMany[ri] : kNoIDs;
+    return m_state.toMany[ri] ? m_state.toMany[ri]->ids() : kNoIDs;
 }
 
 std::vector<ObjectPtr> ManagedObject::toMany(std::size_t property) const {
@@ -159,8 +188,7 @@ void ManagedObject::addToMany(std::size_t property, const ObjectPtr& target) {
         return;
     }
     loadToMany(ri);
-    const auto& ids = *m_state.toMany[ri];
-    if (std::find(ids.begin(), ids.end(), target->m_id) != ids.end())
+    if (m_state.toMany[ri]->contains(target->m_id))
         return;
     willChange(property);
     rawAdd(ri, target->m_id);
@@ -179,24 +207,16 @@ void ManagedObject::removeFromMany(std::size_t property, const ObjectPtr& target
         return;
     }
     loadToMany(ri);
-    const auto& ids = *m_state.toMany[ri];
-    if (std::find(ids.begin(), ids.end(), target->m_id) == ids.end())
+    if (!m_state.toMany[ri]->contains(target->m_id))
         return;
     willChange(property);
     rawRemove(ri, target->m_id);
     linkInverse(ri, target->m_id, false);
 }
 
-void ManagedObject::rawAdd(std::size_t ri, ObjectID id) {
-    auto& ids = *m_state.toMany[ri];
-    if (std::find(ids.begin(), ids.end(), id) == ids.end())
-        ids.push_back(id);
-}
+void ManagedObject::rawAdd(std::size_t ri, ObjectID id) { m_state.toMany[ri]->insert(id); }
 
-void ManagedObject::rawRemove(std::size_t ri, ObjectID id) {
-    auto& ids = *m_state.toMany[ri];
-    ids.erase(std::remove(ids.begin(), ids.end(), id), ids.end());
-}
+void ManagedObject::rawRemove(std::size_t ri, ObjectID id) { m_state.toMany[ri]->erase(id); }
 
 // Mirrors a change of relationship `ri` on the object `targetID`'s inverse.
 void ManagedObject::linkInverse(std::size_t ri, ObjectID targetID, bool add) {
@@ -204,16 +224,26 @@ void ManagedObject::linkInverse(std::size_t ri, ObjectID targetID, bool add) {
         return;
     const auto& r = m_entity->relationships[ri];
     ObjectPtr target = m_context->objectWithID(targetID);
-    target->fire();
-    if (target->m_deleted && add)
-        return;
     const std::size_t ip = r.inversePropertyIndex;
     const std::size_t iri = ip - target->m_entity->attributes.size();
     const auto& back = target->m_entity->relationships[iri];
+    if (target->m_deleted && add)
+        return;
+    if (back.toMany && target->m_entity->storage[iri] == RelationshipStorage::InverseColumn) {
+        // This side holds the column; the other side's member set is only a
+        // cache. Update it when loaded; a later load sees pending changes.
+        if (target->m_state.toMany.size() > iri && target->m_state.toMany[iri]) {
+            if (add)
+                target->rawAdd(iri, m_id);
+            else
+                target->rawRemove(iri, m_id);
+        }
+        return;
+    }
+    target->fire();
     if (back.toMany) {
         target->loadToMany(iri);
-        const auto& ids = *target->m_state.toMany[iri];
-        const bool present = std::find(ids.begin(), ids.end(), m_id) != ids.end();
+        const bool present = target->m_state.toMany[iri]->contains(m_id);
         if (present == add)
             return;
         target->willChange(ip);

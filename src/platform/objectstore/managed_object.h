@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <string_view>
 #include <vector>
 
@@ -16,6 +17,25 @@ namespace tasket::objectstore {
 class ObjectContext;
 class ManagedObject;
 using ObjectPtr = std::shared_ptr<ManagedObject>;
+
+/// The members of a to-many relationship: insertion order kept, membership
+/// in constant time (lists hold thousands of tasks).
+class ObjectIDSet {
+  public:
+    ObjectIDSet() = default;
+    explicit ObjectIDSet(std::vector<ObjectID> ids);
+    bool contains(ObjectID id) const { return m_index.count(id) > 0; }
+    /// False when already present.
+    bool insert(ObjectID id);
+    /// False when absent.
+    bool erase(ObjectID id);
+    const std::vector<ObjectID>& ids() const { return m_ids; }
+    std::size_t size() const { return m_ids.size(); }
+
+  private:
+    std::vector<ObjectID> m_ids;
+    std::unordered_map<ObjectID, std::size_t, ObjectIDHash> m_index;
+};
 
 class ManagedObject : public ObjectView, public std::enable_shared_from_this<ManagedObject> {
   public:
@@ -67,7 +87,7 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     struct State {
         std::vector<Value> attributes;
         std::vector<ObjectID> toOne;                              // per relationship
-        std::vector<std::optional<std::vector<ObjectID>>> toMany; // per relationship; nullopt = not loaded
+        std::vector<std::optional<ObjectIDSet>> toMany; // per relationship; nullopt = not loaded
     };
 
     void fire() const;

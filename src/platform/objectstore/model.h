@@ -28,17 +28,17 @@ enum class DeleteRule { Nullify, Cascade, Deny, NoAction };
 std::string_view toString(AttributeType type);
 
 struct AttributeDescription {
-    std::string name;
+    std::string name{};
     AttributeType type = AttributeType::String;
     bool optional = true;
-    Value defaultValue;   // nil: no default
+    Value defaultValue{}; // nil: no default
     bool indexed = false; // an SQL index on the column
 };
 
 struct RelationshipDescription {
-    std::string name;
-    std::string destination; // entity name
-    std::string inverse;     // relationship name on the destination
+    std::string name{};
+    std::string destination{}; // entity name
+    std::string inverse{};     // relationship name on the destination
     bool toMany = false;
     DeleteRule deleteRule = DeleteRule::Nullify;
     bool optional = true;
@@ -57,7 +57,7 @@ enum class RelationshipStorage {
 };
 
 struct EntityDescription {
-    std::string name;
+    std::string name{};
     std::vector<AttributeDescription> attributes;
     std::vector<RelationshipDescription> relationships;
     /// Makes the object for a row of this entity (a typed record class);

@@ -128,7 +128,7 @@ ObjectPtr ObjectContext::insertNewObject(std::uint32_t entity) {
     for (const auto& a : e.attributes)
         state.attributes.push_back(a.defaultValue);
     state.toOne.assign(e.relationships.size(), ObjectID{});
-    state.toMany.assign(e.relationships.size(), std::vector<ObjectID>{});
+    state.toMany.assign(e.relationships.size(), ObjectIDSet{});
     object->m_loaded = true;
     object->m_inserted = true;
     markChanged(*object);
@@ -198,7 +198,7 @@ void ObjectContext::load(ManagedObject& object) {
     const auto& e = object.entityDescription();
     object.m_state.attributes.assign(e.attributes.size(), Value{});
     object.m_state.toOne.assign(e.relationships.size(), ObjectID{});
-    object.m_state.toMany.assign(e.relationships.size(), std::vector<ObjectID>{});
+    object.m_state.toMany.assign(e.relationships.size(), ObjectIDSet{});
     object.m_loaded = true;
     object.m_deleted = true;
 }
@@ -413,15 +413,15 @@ Result<void> ObjectContext::save() {
             if (!now)
                 continue;
             ObjectChange::JoinDelta delta{ri, {}, {}};
-            const std::vector<ObjectID> empty;
+            const ObjectIDSet empty;
             const auto& before = (o->m_snapshot && o->m_snapshot->toMany[ri]) ? *o->m_snapshot->toMany[ri] : empty;
             if (!o->m_inserted && !o->m_changed[e.attributes.size() + ri])
                 continue;
-            for (const auto& id2 : *now)
-                if (std::find(before.begin(), before.end(), id2) == before.end())
+            for (const auto& id2 : now->ids())
+                if (!before.contains(id2))
                     delta.added.push_back(id2);
-            for (const auto& id2 : before)
-                if (std::find(now->begin(), now->end(), id2) == now->end())
+            for (const auto& id2 : before.ids())
+                if (!now->contains(id2))
                     delta.removed.push_back(id2);
             if (!delta.added.empty() || !delta.removed.empty())
                 change.joins.push_back(std::move(delta));
@@ -467,9 +467,34 @@ Result<void> ObjectContext::save() {
         for (auto& t : o->m_state.toOne)
             t = permanent(t);
         for (auto& list : o->m_state.toMany)
-            if (list)
-                for (auto& t : *list)
-                    t = permanent(t);
+            if (list) {
+                std::vector<ObjectID> ids = list->ids();
+                bool renamed = false;
+                for (auto& t : ids)
+                    if (t.isTemporary()) {
+                        t = permanent(t);
+                        renamed = true;
+                    }
+                if (renamed)
+                    list = ObjectIDSet(std::move(ids));
+            }
+    }
+    // Member caches of unchanged objects that took in new objects.
+    for (const auto& [temp, perm] : result.permanentIDs) {
+        auto o = registeredObject(perm);
+        if (!o)
+            continue;
+        const auto& e = o->entityDescription();
+        for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
+            const auto& r = e.relationships[ri];
+            if (r.toMany || !o->m_state.toOne[ri].isValid())
+                continue;
+            auto owner = registeredObject(o->m_state.toOne[ri]);
+            const std::size_t iri = r.inversePropertyIndex - model().entity(r.destinationIndex).attributes.size();
+            if (owner && owner->m_state.toMany.size() > iri && owner->m_state.toMany[iri] &&
+                owner->m_state.toMany[iri]->erase(temp))
+                owner->m_state.toMany[iri]->insert(perm);
+        }
     }
     for (const auto& o : involved) {
         const auto& e = o->entityDescription();
@@ -545,6 +570,11 @@ void ObjectContext::rollback() {
     m_changed.clear();
     m_unprocessed = {};
     m_unprocessedUpdated.clear();
+    std::vector<ObjectID> touched;
+    for (const auto& u : info.updated)
+        touched.push_back(u.id);
+    touched.insert(touched.end(), info.deleted.begin(), info.deleted.end());
+    invalidateInverseCaches(touched);
     if (!info.updated.empty() || !info.deleted.empty())
         platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(info));
 }
@@ -598,6 +628,29 @@ void ObjectContext::reset() {
     m_changed.clear();
     m_unprocessed = {};
     m_unprocessedUpdated.clear();
+}
+
+void ObjectContext::overlayPendingMembers(ManagedObject& owner, std::size_t ri) {
+    const auto& r = owner.entityDescription().relationships[ri];
+    const std::uint32_t memberEntity = r.destinationIndex;
+    const std::size_t memberProperty = r.inversePropertyIndex;
+    const std::size_t mri = memberProperty - model().entity(memberEntity).attributes.size();
+    auto& members = *owner.m_state.toMany[ri];
+    for (const auto& id : m_changed) {
+        if (id.entity != memberEntity)
+            continue;
+        auto member = registeredObject(id);
+        if (!member || member->isFault())
+            continue;
+        const ObjectID before = member->m_inserted ? ObjectID{}
+                                : member->m_snapshot ? member->m_snapshot->toOne[mri]
+                                                     : member->m_state.toOne[mri];
+        const ObjectID now = member->m_deleted ? ObjectID{} : member->m_state.toOne[mri];
+        if (before == owner.m_id && now != owner.m_id)
+            members.erase(id);
+        if (now == owner.m_id)
+            members.insert(id);
+    }
 }
 
 void ObjectContext::invalidateInverseCaches(const std::vector<ObjectID>& changed) {

@@ -6,6 +6,8 @@
 // (perform/performAndWait).
 #pragma once
 
+#include "platform/objectstore/batched_results.h"
+#include "platform/objectstore/fetch_request.h"
 #include "platform/objectstore/managed_object.h"
 #include "platform/notification_center.h"
 #include "platform/objectstore/persistent_store.h"
@@ -100,6 +102,20 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     /// Loads the rows of the given faults with one query per entity.
     Result<void> fireFaults(const std::vector<ObjectPtr>& objects);
 
+    // Fetching
+    /// The matching objects in order, their rows loaded (in batches of
+    /// fetchBatchSize when set). Unsaved changes count unless the request
+    /// says otherwise: deleted objects drop out, inserted and edited ones
+    /// are judged by their in-memory values. Fails on a predicate or sort
+    /// key that does not fit the entity.
+    Result<std::vector<ObjectPtr>> fetch(const FetchRequest& request);
+    /// The identities of the matching objects, in order.
+    Result<std::vector<ObjectID>> fetchObjectIDs(const FetchRequest& request);
+    /// The identities at once, the rows a batch at a time on access.
+    Result<BatchedResults> fetchBatched(const FetchRequest& request);
+    /// How many objects match.
+    Result<std::size_t> count(const FetchRequest& request);
+
     // Changes
     bool hasChanges() const;
     std::vector<ObjectPtr> insertedObjects() const;
@@ -132,7 +148,13 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     void schedulePendingChanges();
     void applyDeleteRules(ManagedObject& object, std::vector<ObjectPtr>& cascade);
     void invalidateInverseCaches(const std::vector<ObjectID>& changed);
+    // Applies this context's unsaved membership changes to a member set just
+    // read from the store.
+    void overlayPendingMembers(ManagedObject& owner, std::size_t relationship);
     void forget(ObjectID id);
+    struct CompiledFetch;
+    Result<CompiledFetch> compile(const FetchRequest& request) const;
+    Result<std::vector<ObjectID>> storedIDs(const CompiledFetch& fetch, bool window);
 
     std::shared_ptr<PersistentStore> m_store;
     ConcurrencyType m_type;

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -338,6 +339,11 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
             if (e.storage[i] == RelationshipStorage::ForeignKey)
                 cols += ", " + sqlName(e.relationships[i].name);
         m_selectColumns.push_back(cols);
+        std::string params = "?, 1";
+        const auto foreignKeys = std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);
+        for (std::size_t i = 0; i < e.attributes.size() + static_cast<std::size_t>(foreignKeys); ++i)
+            params += ", ?";
+        m_insertSql.push_back(fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
     }
     return {};
 }
@@ -603,17 +609,7 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
     }
 
     if (c.kind == ObjectChange::Kind::insert) {
-        std::string cols = "pk, _version", params = "?, 1";
-        for (const auto& a : e.attributes) {
-            cols += ", " + sqlName(a.name);
-            params += ", ?";
-        }
-        for (std::size_t i = 0; i < e.relationships.size(); ++i)
-            if (e.storage[i] == RelationshipStorage::ForeignKey) {
-                cols += ", " + sqlName(e.relationships[i].name);
-                params += ", ?";
-            }
-        auto stmt = db.prepare(fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
+        auto stmt = db.prepare(m_insertSql[c.id.entity]);
         if (!stmt)
             return std::unexpected(stmt.error());
         StatementScope s(**stmt);
@@ -661,11 +657,17 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
                 return std::unexpected(db.error(fmt::format("cannot update {} {}", e.name, key)));
             return db.changes() > 0;
         };
-        auto updated = runUpdate(c.changed, c.version, 0);
+        bool storedColumnChanged = false;
+        for (std::size_t p = 0; p < e.propertyCount(); ++p)
+            if (c.changed[p] && (e.isAttribute(p) || e.storage[p - e.attributes.size()] == RelationshipStorage::ForeignKey))
+                storedColumnChanged = true;
+        // Only member sets changed (the other side holds the column, or a
+        // join table does): no row to write, no version to bump.
+        auto updated = storedColumnChanged ? runUpdate(c.changed, c.version, 0) : Result<bool>(true);
         if (!updated)
             return std::unexpected(updated.error());
         if (*updated) {
-            result.versions[c.id] = c.version + 1;
+            result.versions[c.id] = storedColumnChanged ? c.version + 1 : c.version;
         } else {
             // Someone else wrote the row since this context read it.
             auto stored = loadRowLocked(c.id);

@@ -150,6 +150,7 @@ class PersistentStore {
     std::unique_ptr<detail::Database> m_db;
     std::int64_t m_dataVersion = 0;
     std::vector<std::string> m_selectColumns; // per entity: "pk, _version, cols..."
+    std::vector<std::string> m_insertSql;     // per entity
     std::unique_ptr<detail::RemoteChangeMonitor> m_monitor;
 
     friend class detail::RemoteChangeMonitor;

@@ -133,6 +133,33 @@ TEST_F(ContextTest, RelationshipsKeepBothSidesAndPersist) {
     EXPECT_FALSE(fresh->objectWithID(a->objectID())->toOneID(noteP).isValid());
 }
 
+TEST_F(ContextTest, MemberSetsReadLaterSeeUnsavedMoves) {
+    auto setup = context();
+    auto first = setup->insertNewObject("List");
+    auto second = setup->insertNewObject("List");
+    auto stays = setup->insertNewObject("Item");
+    auto moves = setup->insertNewObject("Item");
+    stays->setValue("title", std::string("stays"));
+    moves->setValue("title", std::string("moves"));
+    const auto itemList = stays->propertyIndex("list");
+    const auto items = first->propertyIndex("items");
+    stays->setToOne(itemList, first);
+    moves->setToOne(itemList, first);
+    ASSERT_SAVED(setup);
+
+    auto c = context();
+    auto added = c->insertNewObject("Item");
+    added->setValue("title", std::string("added"));
+    added->setToOne(itemList, c->objectWithID(first->objectID())); // neither list's members are read yet
+    c->objectWithID(moves->objectID())->setToOne(itemList, c->objectWithID(second->objectID()));
+    c->deleteObject(c->objectWithID(stays->objectID()));
+    EXPECT_EQ(titles(c->objectWithID(first->objectID())->toMany(items)), (std::vector<std::string>{"added"}));
+    EXPECT_EQ(titles(c->objectWithID(second->objectID())->toMany(items)), (std::vector<std::string>{"moves"}));
+    c->rollback();
+    EXPECT_EQ(titles(c->objectWithID(first->objectID())->toMany(items)), (std::vector<std::string>{"moves", "stays"}));
+    EXPECT_TRUE(c->objectWithID(second->objectID())->toMany(items).empty());
+}
+
 TEST_F(ContextTest, DeleteRulesCascadeNullifyAndDeny) {
     auto c = context();
     auto person = c->insertNewObject("Person");
