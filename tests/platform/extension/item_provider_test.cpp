@@ -1,0 +1,113 @@
+#include "platform/extension/in_memory_item_provider.h"
+#include "platform/extension/type_identifier.h"
+
+#include <chrono>
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace tasket::platform;
+
+namespace {
+
+Url url(std::string_view text) {
+    return *Url::parse(text);
+}
+
+std::shared_ptr<InMemoryItemProvider> imageFileProvider() {
+    auto provider = InMemoryItemProvider::make();
+    provider->registerItem(std::string(kTypeFileURL), url("file:///tmp/photo.png"));
+    provider->registerItem(std::string(kTypePNG), InMemoryImage{{1, 2, 3}, std::string(kTypePNG)});
+    return provider;
+}
+
+TEST(ItemProvider, AnswersConformanceFromItsRegisteredTypes) {
+    const auto provider = imageFileProvider();
+    EXPECT_EQ(provider->registeredTypeIdentifiers(),
+              (std::vector<std::string>{std::string(kTypeFileURL), std::string(kTypePNG)}));
+    const std::pair<std::string_view, bool> cases[] = {
+        {kTypeURL, true},  {kTypeFileURL, true}, {kTypeImage, true},
+        {kTypeData, true}, {kTypeJPEG, false},   {kTypePlainText, false},
+    };
+    for (const auto& [type, expected] : cases) {
+        SCOPED_TRACE(type);
+        EXPECT_EQ(provider->hasItemConformingTo(type), expected);
+    }
+}
+
+TEST(ItemProvider, LoadsTheFirstRegisteredTypeConformingToTheRequest) {
+    auto provider = InMemoryItemProvider::make();
+    provider->registerItem(std::string(kTypePNG), InMemoryImage{{1}, std::string(kTypePNG)});
+    provider->registerItem(std::string(kTypeJPEG), InMemoryImage{{2}, std::string(kTypeJPEG)});
+    provider->registerItem(std::string(kTypeURL), url("https://example.com/a.png"));
+
+    auto image = provider->loadItem(kTypeImage).get();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(std::get<InMemoryImage>(*image).encoded, Bytes{1});
+
+    auto jpeg = provider->loadItem(kTypeJPEG).get();
+    ASSERT_TRUE(jpeg);
+    EXPECT_EQ(std::get<InMemoryImage>(*jpeg).encoded, Bytes{2});
+
+    auto link = provider->loadItem(kTypeURL).get();
+    ASSERT_TRUE(link);
+    EXPECT_EQ(std::get<Url>(*link).absoluteString(), "https://example.com/a.png");
+}
+
+TEST(ItemProvider, FailsForTypesItDoesNotOfferAndPassesRegisteredErrors) {
+    auto provider = InMemoryItemProvider::make(
+        std::string(kTypeURL), std::unexpected(Error{Errc::ioError, "the sender went away"}));
+    auto missing = provider->loadItem(kTypeImage).get();
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().code, Errc::notFound);
+    EXPECT_NE(missing.error().message.find("public.image"), std::string::npos);
+
+    auto failed = provider->loadItem(kTypeURL).get();
+    ASSERT_FALSE(failed);
+    EXPECT_EQ(failed.error().code, Errc::ioError);
+    EXPECT_EQ(failed.error().message, "the sender went away");
+}
+
+TEST(ItemProvider, RegisteringATypeAgainKeepsItsPlace) {
+    auto provider = InMemoryItemProvider::make(std::string(kTypeURL), url("https://a.example"));
+    provider->registerItem(std::string(kTypePlainText), Bytes{'x'});
+    provider->registerItem(std::string(kTypeURL), url("https://b.example"));
+    EXPECT_EQ(provider->registeredTypeIdentifiers(),
+              (std::vector<std::string>{std::string(kTypeURL), std::string(kTypePlainText)}));
+    EXPECT_EQ(std::get<Url>(*provider->loadItem(kTypeURL).get()).absoluteString(),
+              "https://b.example");
+}
+
+TEST(ItemProvider, CompletesOnTheLoadingThreadNotInsideTheCall) {
+    const auto provider = imageFileProvider();
+    std::promise<std::thread::id> ranOn;
+    provider->loadItem(kTypeURL,
+                       [&](Result<LoadedItem>) { ranOn.set_value(std::this_thread::get_id()); });
+    EXPECT_NE(ranOn.get_future().get(), std::this_thread::get_id());
+}
+
+TEST(ItemProvider, PendingLoadKeepsItsProviderAlive) {
+    // Hold the loading thread so the second load is still queued when the
+    // last outside reference to its provider goes.
+    std::promise<void> release;
+    auto blocker = imageFileProvider();
+    std::promise<void> blocking;
+    blocker->loadItem(kTypeURL, [&](Result<LoadedItem>) {
+        blocking.set_value();
+        release.get_future().wait();
+    });
+    blocking.get_future().wait();
+
+    auto provider = imageFileProvider();
+    std::weak_ptr<InMemoryItemProvider> watch = provider;
+    auto pending = provider->loadItem(kTypeImage);
+    provider.reset();
+    EXPECT_FALSE(watch.expired());
+    release.set_value();
+
+    auto loaded = pending.get();
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(std::get<InMemoryImage>(*loaded).encoded, (Bytes{1, 2, 3}));
+}
+
+} // namespace

@@ -1,0 +1,145 @@
+#include "platform/extension/shared_file.h"
+#include "support/temp_dir.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace tasket::platform;
+using tasket::testing::TempDir;
+
+namespace {
+
+void writeFile(const std::filesystem::path& path, std::string_view content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+struct BadPathCase {
+    std::string name;
+    std::filesystem::path path;
+    Errc code;
+    std::string phrase;
+};
+
+TEST(SharedFile, RefusesWhatCannotBecomeAnAttachment) {
+    TempDir dir;
+    std::filesystem::create_directory(dir / "folder");
+    ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink(dir / "gone", dir / "dangling");
+    writeFile(dir / "plain.txt", "x");
+
+    // A listening socket in the directory.
+    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string socketPath = (dir / "sock").string();
+    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+    socketPath.copy(address.sun_path, socketPath.size());
+    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+
+    const BadPathCase cases[] = {
+        {"missing", dir / "missing.txt", Errc::notFound, "no such file"},
+        {"under a file", dir / "plain.txt" / "x", Errc::notFound, "no such file"},
+        {"dangling link", dir / "dangling", Errc::notFound, "no such file"},
+        {"directory", dir / "folder", Errc::invalidArgument, "is a directory"},
+        {"FIFO", dir / "pipe", Errc::invalidArgument, "is a FIFO"},
+        {"socket", dir / "sock", Errc::invalidArgument, "is a socket"},
+        {"device", "/dev/null", Errc::invalidArgument, "is a device"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string display = c.path.filename().string() + " (shown)";
+        auto checked = checkSharedFile(c.path, display);
+        ASSERT_FALSE(checked);
+        EXPECT_EQ(checked.error().code, c.code);
+        EXPECT_NE(checked.error().message.find(display), std::string::npos)
+            << checked.error().message;
+        EXPECT_NE(checked.error().message.find(c.phrase), std::string::npos)
+            << checked.error().message;
+        EXPECT_FALSE(readSharedFile(c.path, display));
+    }
+    ::close(sock);
+}
+
+// The error code of checkSharedFile(path), or -1 when it succeeds. Root reads
+// every file, so as root the check runs in a child that has become nobody.
+int checkAsUnprivilegedUser(const std::filesystem::path& path) {
+    const auto check = [&] {
+        auto checked = checkSharedFile(path, "secret.txt");
+        return checked ? -1 : static_cast<int>(checked.error().code);
+    };
+    if (::geteuid() != 0)
+        return check();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        constexpr uid_t kNobody = 65534;
+        if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)
+            ::_exit(100);
+        ::_exit(check() + 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) - 1 : 99;
+}
+
+TEST(SharedFile, RefusesAnUnreadableFile) {
+    TempDir dir;
+    std::filesystem::permissions(dir.path(), std::filesystem::perms::others_exec,
+                                 std::filesystem::perm_options::add);
+    writeFile(dir / "secret.txt", "x");
+    std::filesystem::permissions(dir / "secret.txt", std::filesystem::perms::none);
+    EXPECT_EQ(checkAsUnprivilegedUser(dir / "secret.txt"),
+              static_cast<int>(Errc::permissionDenied));
+
+    auto checked = checkSharedFile(dir / "secret.txt", "secret.txt");
+    if (!checked) {
+        EXPECT_NE(checked.error().message.find("\"secret.txt\": permission to read it is denied"),
+                  std::string::npos)
+            << checked.error().message;
+    }
+}
+
+TEST(SharedFile, EnforcesTheSizeLimit) {
+    TempDir dir;
+    // Sparse files: the checks read sizes, not contents.
+    std::ofstream(dir / "exact.bin").close();
+    std::filesystem::resize_file(dir / "exact.bin", kMaxSharedFileSize);
+    std::ofstream(dir / "over.bin").close();
+    std::filesystem::resize_file(dir / "over.bin", kMaxSharedFileSize + 1);
+
+    EXPECT_EQ(checkSharedFile(dir / "exact.bin", "exact.bin"), kMaxSharedFileSize);
+    auto over = checkSharedFile(dir / "over.bin", "over.bin");
+    ASSERT_FALSE(over);
+    EXPECT_EQ(over.error().code, Errc::invalidArgument);
+    EXPECT_NE(over.error().message.find("64 MiB"), std::string::npos) << over.error().message;
+    EXPECT_NE(over.error().message.find("over.bin"), std::string::npos);
+}
+
+TEST(SharedFile, ReadsFilesAndStreamsWithinTheLimit) {
+    TempDir dir;
+    writeFile(dir / "data.bin", std::string_view("a\0b", 3));
+    EXPECT_EQ(readSharedFile(dir / "data.bin", "data.bin"), (Bytes{'a', 0, 'b'}));
+    EXPECT_EQ(readSharedFile(dir / "data.bin", "data.bin", 3), (Bytes{'a', 0, 'b'}));
+    EXPECT_FALSE(readSharedFile(dir / "data.bin", "data.bin", 2));
+
+    std::istringstream in(std::string(5, 'z'));
+    EXPECT_EQ(readSharedStream(in, "standard input", 5), Bytes(5, 'z'));
+    std::istringstream tooMuch(std::string(6, 'z'));
+    auto refused = readSharedStream(tooMuch, "standard input", 5);
+    ASSERT_FALSE(refused);
+    EXPECT_NE(refused.error().message.find("standard input"), std::string::npos);
+}
+
+TEST(SharedFile, CountsBytesReadNotTheSizeTheFileClaims) {
+    // /proc files claim a size of 0 and then hold more.
+    auto refused = readSharedFile("/proc/self/status", "status", 16);
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, Errc::invalidArgument);
+}
+
+} // namespace

@@ -1,0 +1,158 @@
+#include "platform/extension/url.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+using tasket::platform::Errc;
+using tasket::platform::Url;
+
+namespace {
+
+struct ValidCase {
+    std::string text;
+    std::string absoluteString;
+    std::string scheme;
+    std::string host;
+    bool isFileURL;
+};
+
+TEST(Url, ParsesValidUrls) {
+    const ValidCase cases[] = {
+        {"https://example.com/page?q=1#top", "https://example.com/page?q=1#top", "https",
+         "example.com", false},
+        {"HTTPS://Example.com", "HTTPS://Example.com", "https", "Example.com", false},
+        {"http://user:pw@[::1]:8080/x", "http://user:pw@[::1]:8080/x", "http", "[::1]", false},
+        {"https://example.com:443", "https://example.com:443", "https", "example.com", false},
+        {"mailto:someone@example.com", "mailto:someone@example.com", "mailto", "", false},
+        {"https://example.com/caf\xc3\xa9?q=\xe2\x9c\x93",
+         "https://example.com/caf%C3%A9?q=%E2%9C%93", "https", "example.com", false},
+        {"https://example.com/%F0%9F%98%80", "https://example.com/%F0%9F%98%80", "https",
+         "example.com", false},
+        {"file:///tmp/a%20b.png", "file:///tmp/a%20b.png", "file", "", true},
+        {"file://server/share/x", "file://server/share/x", "file", "server", true},
+        {"ftp://", "ftp://", "ftp", "", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        auto url = Url::parse(c.text);
+        ASSERT_TRUE(url) << url.error().message;
+        EXPECT_EQ(url->absoluteString(), c.absoluteString);
+        EXPECT_EQ(url->scheme(), c.scheme);
+        EXPECT_EQ(url->host(), c.host);
+        EXPECT_EQ(url->isFileURL(), c.isFileURL);
+    }
+}
+
+TEST(Url, RefusesTextThatIsNoUrl) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "does not start with a scheme"},
+        {"example.com", "does not start with a scheme"},
+        {"/tmp/x.png", "does not start with a scheme"},
+        {"1http://x", "does not start with a scheme"},
+        {"https://", "needs a host"},
+        {"http:///path", "needs a host"},
+        {"https:example.com", "needs a host"},
+        {"https://exa mple.com", "host contains ' '"},
+        {"https://example.com/a b", "contains a space"},
+        {"note: call Bob", "contains a space"},
+        {"https://example.com/\n", "control character"},
+        {std::string("https://example.com/\0x", 22), "control character"},
+        {"https://example.com/<b>", "contains '<'"},
+        {"https://ex\xc3\xa4mple.com/", "host is not ASCII"},
+        {"https://example.com/%zz", "percent escape"},
+        {"https://example.com/%2", "percent escape"},
+        {"https://example.com:80a/", "port is not a number"},
+        {"https://example.com/\xff", "not valid UTF-8"},
+        {"https://example.com/\xc0\xaf", "not valid UTF-8"},     // overlong '/'
+        {"https://example.com/\xed\xa0\x80", "not valid UTF-8"}, // surrogate
+        {"https://[::1/", "unclosed '['"},
+    };
+    for (const auto& [text, reason] : cases) {
+        SCOPED_TRACE(text);
+        auto url = Url::parse(text);
+        ASSERT_FALSE(url) << url->absoluteString();
+        EXPECT_EQ(url.error().code, Errc::parseError);
+        EXPECT_NE(url.error().message.find(reason), std::string::npos) << url.error().message;
+    }
+}
+
+TEST(Url, SplitsTheLastPathComponent) {
+    struct Case {
+        std::string text, last, extension, withoutExtension;
+    };
+    const Case cases[] = {
+        {"file:///tmp/report.final.pdf", "report.final.pdf", "pdf", "report.final"},
+        {"file:///home/u/.bashrc", ".bashrc", "", ".bashrc"},
+        {"file:///home/u/README", "README", "", "README"},
+        {"file:///home/u/name.", "name.", "", "name."},
+        {"file:///home/u/dir/", "dir", "", "dir"},
+        {"file:///tmp/%E2%9C%93%20list.txt", "\xe2\x9c\x93 list.txt", "txt", "\xe2\x9c\x93 list"},
+        {"https://example.com/a/b.html?x=1.2#c.d", "b.html", "html", "b"},
+        {"https://example.com", "", "", ""},
+        {"https://example.com/", "/", "", "/"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        auto url = Url::parse(c.text);
+        ASSERT_TRUE(url);
+        EXPECT_EQ(url->lastPathComponent(), c.last);
+        EXPECT_EQ(url->pathExtension(), c.extension);
+        EXPECT_EQ(url->lastPathComponentDeletingExtension(), c.withoutExtension);
+    }
+}
+
+TEST(Url, FilePathOnlyForLocalFileUrls) {
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {"file:///tmp/a%20b.png", "/tmp/a b.png"},   {"file://localhost/etc/hosts", "/etc/hosts"},
+        {"file:/etc/hosts", "/etc/hosts"},           {"file://server/share/x", std::nullopt},
+        {"file:///tmp/a%00b", std::nullopt},         {"file:relative", std::nullopt},
+        {"https://example.com/tmp/x", std::nullopt},
+    };
+    for (const auto& [text, path] : cases) {
+        SCOPED_TRACE(text);
+        auto url = Url::parse(text);
+        ASSERT_TRUE(url);
+        const auto filePath = url->filePath();
+        ASSERT_EQ(filePath.has_value(), path.has_value());
+        if (path) {
+            EXPECT_EQ(filePath->native(), *path);
+        }
+    }
+}
+
+TEST(Url, FileUrlsFromPathsRoundTrip) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"/tmp/plain.txt", "file:///tmp/plain.txt"},
+        {"/tmp/a b#?%.png", "file:///tmp/a%20b%23%3F%25.png"},
+        {"/tmp/\xf0\x9f\x98\x80 \xc3\xa9t\xc3\xa9", "file:///tmp/%F0%9F%98%80%20%C3%A9t%C3%A9"},
+        {"/tmp/\xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d.pdf", "file:///tmp/%D7%A9%D7%9C%D7%95%D7%9D.pdf"},
+        {"/tmp/(1);a=b,c@d:e", "file:///tmp/(1);a=b,c@d:e"},
+    };
+    for (const auto& [path, text] : cases) {
+        SCOPED_TRACE(path);
+        auto url = Url::fromFilePath(path);
+        ASSERT_TRUE(url);
+        EXPECT_EQ(url->absoluteString(), text);
+        EXPECT_EQ(url->filePath()->native(), path);
+        auto reparsed = Url::parse(url->absoluteString());
+        ASSERT_TRUE(reparsed);
+        EXPECT_EQ(*reparsed, *url);
+        EXPECT_EQ(reparsed->filePath()->native(), path);
+    }
+    auto relative = Url::fromFilePath("notes/today.txt");
+    ASSERT_FALSE(relative);
+    EXPECT_EQ(relative.error().code, Errc::invalidArgument);
+}
+
+TEST(Url, BuildsFromItsDataRepresentation) {
+    const std::string text = "https://example.com/x";
+    const std::vector<std::uint8_t> bytes(text.begin(), text.end());
+    auto url = Url::fromDataRepresentation(bytes);
+    ASSERT_TRUE(url);
+    EXPECT_EQ(url->absoluteString(), text);
+
+    const std::vector<std::uint8_t> garbage{0xff, 0xfe, 0x00, 0x41};
+    EXPECT_FALSE(Url::fromDataRepresentation(garbage));
+}
+
+} // namespace
