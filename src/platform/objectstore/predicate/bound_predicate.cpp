@@ -54,7 +54,7 @@ struct Kind {
     std::uint32_t entity = 0; // for objects
 };
 
-Kind kindOf(const Scalar& s) {
+Kind constantKind(const Scalar& s) {
     struct Visitor {
         Kind operator()(std::monostate) const { return {ValueKind::nil}; }
         Kind operator()(bool) const { return {ValueKind::number}; }
@@ -142,7 +142,13 @@ class Binder {
         return "a list";
     }
 
-    static Kind kindOf(const BoundKeyPath& path) { return {path.kind, path.objectEntity}; }
+    static Kind pathKind(const BoundKeyPath& path) { return {path.kind, path.objectEntity}; }
+
+    std::string kindText(Kind k) const {
+        if (k.kind == ValueKind::object && k.entity < m_model.entities().size())
+            return "an object of " + m_model.entity(k.entity).name;
+        return std::string(kindName(k.kind));
+    }
 
     // Converts a constant to the representation the other side stores:
     // UUID text to a UUID, and numbers met by a Double attribute to double,
@@ -218,12 +224,12 @@ class Binder {
         auto kinds = [&](const BoundOperand& o) {
             std::vector<Kind> out;
             if (const auto* path = std::get_if<BoundKeyPath>(&o))
-                out.push_back(kindOf(*path));
+                out.push_back(pathKind(*path));
             else if (const auto* scalar = std::get_if<Scalar>(&o))
-                out.push_back(tasket::objectstore::kindOf(*scalar));
+                out.push_back(constantKind(*scalar));
             else
                 for (const auto& item : std::get<ScalarList>(o))
-                    out.push_back(tasket::objectstore::kindOf(item));
+                    out.push_back(constantKind(item));
             return out;
         };
         if (auto r = convertAgainst(b.rhs, b.lhs, c.position); !r)
@@ -244,27 +250,24 @@ class Binder {
             return fail(Errc::invalidArgument, "BETWEEN needs a list of two values {low, high}: " + where);
 
         const Kind left = kinds(b.lhs).front();
+        const bool ordering = b.op == Op::less || b.op == Op::lessOrEqual || b.op == Op::greater ||
+                              b.op == Op::greaterOrEqual || b.op == Op::between;
+        const bool textOperator =
+            b.op == Op::contains || b.op == Op::beginsWith || b.op == Op::endsWith || b.op == Op::like;
+        auto isText = [](Kind k) { return k.kind == ValueKind::nil || k.kind == ValueKind::text; };
         for (const Kind right : kinds(b.rhs)) {
             if (!compatible(left, right))
                 return fail(Errc::invalidArgument,
                             fmt::format("type mismatch: {} is {}, compared with {}: {}", describe(b.lhs),
-                                        kindName(left.kind), kindName(right.kind), where));
-            const bool ordering = b.op == Op::less || b.op == Op::lessOrEqual || b.op == Op::greater ||
-                                  b.op == Op::greaterOrEqual || b.op == Op::between;
+                                        kindText(left), kindText(right), where));
             if (ordering && (!orderable(left) || !orderable(right)))
                 return fail(Errc::invalidArgument,
                             fmt::format("{} cannot be ordered: {}",
                                         kindName(orderable(left) ? right.kind : left.kind), where));
-            const bool textual = b.op == Op::contains || b.op == Op::beginsWith || b.op == Op::endsWith ||
-                                 b.op == Op::like || b.options != 0;
-            auto isText = [](Kind k) { return k.kind == ValueKind::nil || k.kind == ValueKind::text; };
-            if (textual && (!isText(left) || !isText(right)))
+            if ((textOperator || b.options) && (!isText(left) || !isText(right)))
                 return fail(Errc::invalidArgument,
                             fmt::format("{} applies to text only, not {}: {}",
-                                        b.options && !(b.op == Op::contains || b.op == Op::beginsWith ||
-                                                       b.op == Op::endsWith || b.op == Op::like)
-                                            ? std::string("[c]/[d]")
-                                            : std::string(toString(b.op)),
+                                        textOperator ? toString(b.op) : std::string_view("[c]/[d]"),
                                         kindName(isText(left) ? right.kind : left.kind), where));
         }
 

@@ -256,7 +256,7 @@ TEST_F(SmallStore, BindingRejectsUnknownKeysAndTypeMismatches) {
         {"title CONTAINS 3", {}, "compared with a number"},
         {"count ==[c] 1", {}, "[c]/[d] applies to text only"},
         {"ident = 'not a uuid'", {}, "\"not a uuid\" is not a UUID"},
-        {"folder = %@", {ObjectID{testing::entityIndex("Tag"), 1}}, "type mismatch"},
+        {"folder = %@", {ObjectID{testing::entityIndex("Tag"), 1}}, "'folder' is an object of Folder, compared with an object of Tag"},
         {"blob < BYTES('00')", {}, "binary data cannot be ordered"},
         {"ident > %@", {kFirst}, "a UUID cannot be ordered"},
         {"title IN 'a'", {}, "IN needs a list {...} on the right"},
