@@ -3,6 +3,7 @@
 // changes by judging the changed objects in memory.
 #include "platform/objectstore/object_context.h"
 
+#include "platform/objectstore/detail/key_path_dependencies.h"
 #include "platform/objectstore/detail/sqlite.h"
 #include "platform/objectstore/predicate/evaluator.h"
 #include "platform/objectstore/predicate/sql_compiler.h"
@@ -83,11 +84,21 @@ Result<std::vector<ObjectID>> ObjectContext::fetchObjectIDs(const FetchRequest& 
         return std::unexpected(compiled.error());
     const CompiledFetch& f = *compiled;
     std::vector<ObjectPtr> changed;
-    if (request.includesPendingChanges)
-        for (const auto& id : m_changed)
-            if (id.entity == f.entity->index)
+    bool relatedChanged = false;
+    if (request.includesPendingChanges) {
+        const auto dependencies =
+            detail::keyPathDependencies(f.predicate, request.sortDescriptors, model(), f.entity->index);
+        for (const auto& id : m_changed) {
+            if (id.entity == f.entity->index) {
                 if (auto o = registeredObject(id))
                     changed.push_back(o);
+            } else if (dependencies.count(id.entity)) {
+                relatedChanged = true;
+            }
+        }
+    }
+    if (relatedChanged)
+        return judgedInMemory(f, changed);
     if (changed.empty())
         return storedIDs(f, true);
 
@@ -118,6 +129,41 @@ Result<std::vector<ObjectID>> ObjectContext::fetchObjectIDs(const FetchRequest& 
     return ids;
 }
 
+// Unsaved changes to related objects (a list renamed in memory) can change
+// which objects match, so every candidate is judged by its in-memory values.
+Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch& f, const std::vector<ObjectPtr>& changed) {
+    FetchRequest everything(f.request->entityName);
+    everything.includesPendingChanges = false;
+    auto all = compile(everything);
+    if (!all)
+        return std::unexpected(all.error());
+    auto stored = storedIDs(*all, false);
+    if (!stored)
+        return stored;
+    std::vector<ObjectPtr> candidates;
+    candidates.reserve(stored->size() + changed.size());
+    for (const auto& id : *stored)
+        candidates.push_back(objectWithID(id));
+    for (const auto& o : changed)
+        if (o->isInserted())
+            candidates.push_back(o);
+    if (auto ok = fireFaults(candidates); !ok)
+        return std::unexpected(ok.error());
+    std::erase_if(candidates, [&](const ObjectPtr& o) {
+        return o->isDeleted() || (f.predicate && !evaluate(*f.predicate, *o));
+    });
+    std::sort(candidates.begin(), candidates.end(),
+              [&](const ObjectPtr& a, const ObjectPtr& b) { return f.comparator->compare(*a, *b) < 0; });
+    std::vector<ObjectID> ids;
+    const std::size_t from = std::min(f.request->fetchOffset, candidates.size());
+    for (std::size_t i = from; i < candidates.size(); ++i) {
+        if (f.request->fetchLimit > 0 && ids.size() == f.request->fetchLimit)
+            break;
+        ids.push_back(candidates[i]->objectID());
+    }
+    return ids;
+}
+
 Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request) {
     auto ids = fetchObjectIDs(request);
     if (!ids)
@@ -145,13 +191,7 @@ Result<BatchedResults> ObjectContext::fetchBatched(const FetchRequest& request) 
 }
 
 Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
-    bool pending = false;
-    if (request.includesPendingChanges)
-        for (const auto& id : m_changed)
-            if (model().entity(id.entity).name == request.entityName) {
-                pending = true;
-                break;
-            }
+    const bool pending = request.includesPendingChanges && !m_changed.empty();
     if (pending) {
         auto ids = fetchObjectIDs(request);
         if (!ids)

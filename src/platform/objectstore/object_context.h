@@ -155,6 +155,7 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     struct CompiledFetch;
     Result<CompiledFetch> compile(const FetchRequest& request) const;
     Result<std::vector<ObjectID>> storedIDs(const CompiledFetch& fetch, bool window);
+    Result<std::vector<ObjectID>> judgedInMemory(const CompiledFetch& fetch, const std::vector<ObjectPtr>& changed);
 
     std::shared_ptr<PersistentStore> m_store;
     ConcurrencyType m_type;

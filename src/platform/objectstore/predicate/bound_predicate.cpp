@@ -23,28 +23,40 @@ std::optional<std::size_t> findProperty(const EntityDescription& e, std::string_
 
 ValueKind kindOf(AttributeType type) {
     switch (type) {
-    case AttributeType::String: return ValueKind::text;
-    case AttributeType::Date: return ValueKind::date;
+    case AttributeType::String:
+        return ValueKind::text;
+    case AttributeType::Date:
+        return ValueKind::date;
     case AttributeType::Bool:
     case AttributeType::Int16:
     case AttributeType::Int32:
     case AttributeType::Int64:
-    case AttributeType::Double: return ValueKind::number;
-    case AttributeType::Binary: return ValueKind::binary;
-    case AttributeType::UUID: return ValueKind::uuid;
+    case AttributeType::Double:
+        return ValueKind::number;
+    case AttributeType::Binary:
+        return ValueKind::binary;
+    case AttributeType::UUID:
+        return ValueKind::uuid;
     }
     return ValueKind::nil;
 }
 
 std::string_view kindName(ValueKind kind) {
     switch (kind) {
-    case ValueKind::nil: return "nil";
-    case ValueKind::number: return "a number";
-    case ValueKind::text: return "text";
-    case ValueKind::date: return "a date";
-    case ValueKind::uuid: return "a UUID";
-    case ValueKind::binary: return "binary data";
-    case ValueKind::object: return "an object";
+    case ValueKind::nil:
+        return "nil";
+    case ValueKind::number:
+        return "a number";
+    case ValueKind::text:
+        return "text";
+    case ValueKind::date:
+        return "a date";
+    case ValueKind::uuid:
+        return "a UUID";
+    case ValueKind::binary:
+        return "binary data";
+    case ValueKind::object:
+        return "an object";
     }
     return "?";
 }
@@ -82,18 +94,23 @@ bool orderable(Kind k) {
 
 bool isSymmetricOrOrdering(ComparisonOperator op) {
     using Op = ComparisonOperator;
-    return op == Op::equal || op == Op::notEqual || op == Op::less || op == Op::lessOrEqual || op == Op::greater ||
-           op == Op::greaterOrEqual;
+    return op == Op::equal || op == Op::notEqual || op == Op::less || op == Op::lessOrEqual ||
+           op == Op::greater || op == Op::greaterOrEqual;
 }
 
 ComparisonOperator mirrored(ComparisonOperator op) {
     using Op = ComparisonOperator;
     switch (op) {
-    case Op::less: return Op::greater;
-    case Op::lessOrEqual: return Op::greaterOrEqual;
-    case Op::greater: return Op::less;
-    case Op::greaterOrEqual: return Op::lessOrEqual;
-    default: return op;
+    case Op::less:
+        return Op::greater;
+    case Op::lessOrEqual:
+        return Op::greaterOrEqual;
+    case Op::greater:
+        return Op::less;
+    case Op::greaterOrEqual:
+        return Op::lessOrEqual;
+    default:
+        return op;
     }
 }
 
@@ -105,8 +122,11 @@ class Binder {
         BoundNode node;
         node.kind = p.kind();
         switch (p.kind()) {
-        case Predicate::Kind::constant: node.value = p.constantValue(); return node;
-        case Predicate::Kind::comparison: return comparison(p.comparison());
+        case Predicate::Kind::constant:
+            node.value = p.constantValue();
+            return node;
+        case Predicate::Kind::comparison:
+            return comparison(p.comparison());
         case Predicate::Kind::conjunction:
         case Predicate::Kind::disjunction:
         case Predicate::Kind::negation:
@@ -159,15 +179,16 @@ class Binder {
                 auto uuid = Uuid::parse(*text);
                 if (!uuid)
                     return fail(Errc::invalidArgument,
-                                fmt::format("\"{}\" is not a UUID, compared with '{}' at offset {}", *text,
-                                            against.text, position));
+                                fmt::format("\"{}\" is not a UUID, compared with '{}' at offset {}",
+                                            *text, against.text, position));
                 return Scalar(*uuid);
             }
         }
         if (against.kind == ValueKind::number && !against.count && !against.steps.empty()) {
             const auto& last = against.steps.back();
             const auto& e = m_model.entity(last.entity);
-            if (e.isAttribute(last.property) && e.attributes[last.property].type == AttributeType::Double) {
+            if (e.isAttribute(last.property) &&
+                e.attributes[last.property].type == AttributeType::Double) {
                 if (const auto* i = std::get_if<std::int64_t>(&s))
                     return Scalar(static_cast<double>(*i));
                 if (const auto* b = std::get_if<bool>(&s))
@@ -177,7 +198,8 @@ class Binder {
         return s;
     }
 
-    Result<void> convertAgainst(BoundOperand& constant, const BoundOperand& other, std::size_t position) {
+    Result<void> convertAgainst(BoundOperand& constant, const BoundOperand& other,
+                                std::size_t position) {
         const auto* path = std::get_if<BoundKeyPath>(&other);
         if (!path)
             return {};
@@ -205,7 +227,8 @@ class Binder {
         if (!rhs)
             return std::unexpected(rhs.error());
         BoundComparison b{c.quantifier, std::move(*lhs), c.op, c.options, std::move(*rhs), false};
-        const std::string where = fmt::format("'{}' at offset {}", Predicate::comparison(c).toString(), c.position);
+        const std::string where =
+            fmt::format("'{}' at offset {}", Predicate::comparison(c).toString(), c.position);
 
         auto crossesToMany = [](const BoundOperand& o) {
             const auto* path = std::get_if<BoundKeyPath>(&o);
@@ -213,9 +236,11 @@ class Binder {
         };
         if (crossesToMany(b.rhs)) {
             if (crossesToMany(b.lhs))
-                return fail(Errc::invalidArgument, "a comparison may range over one to-many key path only: " + where);
+                return fail(Errc::invalidArgument,
+                            "a comparison may range over one to-many key path only: " + where);
             if (!isSymmetricOrOrdering(b.op))
-                return fail(Errc::invalidArgument, "the to-many key path must be on the left: " + where);
+                return fail(Errc::invalidArgument,
+                            "the to-many key path must be on the left: " + where);
             std::swap(b.lhs, b.rhs);
             b.op = mirrored(b.op);
         }
@@ -242,24 +267,26 @@ class Binder {
         if (std::holds_alternative<ScalarList>(b.lhs))
             return fail(Errc::invalidArgument, "a list can only follow IN or BETWEEN: " + where);
         if ((b.op == Op::in || b.op == Op::between) && !rhsIsList)
-            return fail(Errc::invalidArgument,
-                        fmt::format("{} needs a list {{...}} on the right: {}", toString(b.op), where));
+            return fail(
+                Errc::invalidArgument,
+                fmt::format("{} needs a list {{...}} on the right: {}", toString(b.op), where));
         if (rhsIsList && b.op != Op::in && b.op != Op::between)
             return fail(Errc::invalidArgument, "a list can only follow IN or BETWEEN: " + where);
         if (b.op == Op::between && std::get<ScalarList>(b.rhs).size() != 2)
-            return fail(Errc::invalidArgument, "BETWEEN needs a list of two values {low, high}: " + where);
+            return fail(Errc::invalidArgument,
+                        "BETWEEN needs a list of two values {low, high}: " + where);
 
         const Kind left = kinds(b.lhs).front();
         const bool ordering = b.op == Op::less || b.op == Op::lessOrEqual || b.op == Op::greater ||
                               b.op == Op::greaterOrEqual || b.op == Op::between;
-        const bool textOperator =
-            b.op == Op::contains || b.op == Op::beginsWith || b.op == Op::endsWith || b.op == Op::like;
+        const bool textOperator = b.op == Op::contains || b.op == Op::beginsWith ||
+                                  b.op == Op::endsWith || b.op == Op::like;
         auto isText = [](Kind k) { return k.kind == ValueKind::nil || k.kind == ValueKind::text; };
         for (const Kind right : kinds(b.rhs)) {
             if (!compatible(left, right))
                 return fail(Errc::invalidArgument,
-                            fmt::format("type mismatch: {} is {}, compared with {}: {}", describe(b.lhs),
-                                        kindText(left), kindText(right), where));
+                            fmt::format("type mismatch: {} is {}, compared with {}: {}",
+                                        describe(b.lhs), kindText(left), kindText(right), where));
             if (ordering && (!orderable(left) || !orderable(right)))
                 return fail(Errc::invalidArgument,
                             fmt::format("{} cannot be ordered: {}",
@@ -278,18 +305,22 @@ class Binder {
             return fail(Errc::invalidArgument, "@count takes no ANY, ALL, NONE or SOME: " + where);
         if (!toMany) {
             if (b.quantifier != Quantifier::direct)
-                return fail(Errc::invalidArgument,
-                            "ANY, ALL, NONE and SOME need a key path through a to-many relationship: " + where);
+                return fail(
+                    Errc::invalidArgument,
+                    "ANY, ALL, NONE and SOME need a key path through a to-many relationship: " +
+                        where);
             return leaf(std::move(b));
         }
         const auto* rhsScalar = std::get_if<Scalar>(&b.rhs);
-        if (path->endsAtCollection() && rhsScalar && std::holds_alternative<std::monostate>(*rhsScalar) &&
+        if (path->endsAtCollection() && rhsScalar &&
+            std::holds_alternative<std::monostate>(*rhsScalar) &&
             (b.op == Op::equal || b.op == Op::notEqual) && b.quantifier != Quantifier::all) {
             b.testsEmptiness = true;
         } else if (b.quantifier == Quantifier::direct) {
-            return fail(Errc::invalidArgument,
-                        fmt::format("'{}' is a to-many key path and needs ANY, ALL, NONE or SOME: {}", path->text,
-                                    where));
+            return fail(
+                Errc::invalidArgument,
+                fmt::format("'{}' is a to-many key path and needs ANY, ALL, NONE or SOME: {}",
+                            path->text, where));
         }
         if (b.quantifier == Quantifier::none || b.quantifier == Quantifier::direct) {
             const bool negate = b.quantifier == Quantifier::none;
@@ -337,22 +368,25 @@ Result<BoundKeyPath> resolveKeyPath(const Model& model, std::uint32_t entity, co
         const bool last = i + 1 == path.components.size();
         if (name == "@count") {
             if (i == 0 || !last || !out.toManyStep || *out.toManyStep + 1 != out.steps.size())
-                return fail(Errc::invalidArgument,
-                            fmt::format("@count must follow a to-many relationship, in '{}' at offset {}", out.text,
-                                        path.position));
+                return fail(
+                    Errc::invalidArgument,
+                    fmt::format("@count must follow a to-many relationship, in '{}' at offset {}",
+                                out.text, path.position));
             out.count = true;
             out.kind = ValueKind::number;
             return out;
         }
         auto property = findProperty(e, name);
         if (!property)
-            return fail(Errc::invalidArgument, fmt::format("unknown key '{}': {} has no property '{}' (at offset {})",
-                                                           out.text, e.name, name, path.position));
+            return fail(Errc::invalidArgument,
+                        fmt::format("unknown key '{}': {} has no property '{}' (at offset {})",
+                                    out.text, e.name, name, path.position));
         out.steps.push_back(PropertyStep{current, *property});
         if (e.isAttribute(*property)) {
             if (!last)
                 return fail(Errc::invalidArgument,
-                            fmt::format("unknown key '{}': {}.{} is an attribute and has no properties (at offset {})",
+                            fmt::format("unknown key '{}': {}.{} is an attribute and has no "
+                                        "properties (at offset {})",
                                         out.text, e.name, name, path.position));
             out.kind = kindOf(e.attributes[*property].type);
             return out;
@@ -360,9 +394,11 @@ Result<BoundKeyPath> resolveKeyPath(const Model& model, std::uint32_t entity, co
         const auto& r = e.relationship(*property);
         if (r.toMany) {
             if (out.toManyStep)
-                return fail(Errc::invalidArgument,
-                            fmt::format("key path '{}' crosses more than one to-many relationship (at offset {})",
-                                        out.text, path.position));
+                return fail(
+                    Errc::invalidArgument,
+                    fmt::format(
+                        "key path '{}' crosses more than one to-many relationship (at offset {})",
+                        out.text, path.position));
             out.toManyStep = out.steps.size() - 1;
         }
         current = r.destinationIndex;
@@ -372,7 +408,8 @@ Result<BoundKeyPath> resolveKeyPath(const Model& model, std::uint32_t entity, co
     return out;
 }
 
-Result<BoundPredicate> BoundPredicate::bind(const Predicate& predicate, const Model& model, std::uint32_t entityIndex) {
+Result<BoundPredicate> BoundPredicate::bind(const Predicate& predicate, const Model& model,
+                                            std::uint32_t entityIndex) {
     if (!model.isFinalized())
         return fail(Errc::invalidArgument, "the model is not finalized");
     if (entityIndex >= model.entities().size())

@@ -20,8 +20,8 @@ namespace tasket::objectstore {
 enum class ValueKind { nil, number, text, date, uuid, binary, object };
 
 struct PropertyStep {
-    std::uint32_t entity = 0;  // the entity that has the property
-    std::size_t property = 0;  // its property index in that entity
+    std::uint32_t entity = 0; // the entity that has the property
+    std::size_t property = 0; // its property index in that entity
 };
 
 struct BoundKeyPath {
@@ -34,7 +34,9 @@ struct BoundKeyPath {
     std::size_t position = 0;
 
     /// The path ends at a to-many relationship itself ("tags").
-    bool endsAtCollection() const { return toManyStep && *toManyStep + 1 == steps.size() && !count; }
+    bool endsAtCollection() const {
+        return toManyStep && *toManyStep + 1 == steps.size() && !count;
+    }
 };
 
 /// Resolves `path` from `entity` through the model: attributes, to-one
@@ -69,7 +71,8 @@ class BoundPredicate {
     /// Binds `predicate` to entity `entityIndex` of the finalized `model`.
     /// Fails with invalidArgument on an unknown key, a type mismatch or a
     /// misuse of a to-many key path; the message names the offset.
-    static Result<BoundPredicate> bind(const Predicate& predicate, const Model& model, std::uint32_t entityIndex);
+    static Result<BoundPredicate> bind(const Predicate& predicate, const Model& model,
+                                       std::uint32_t entityIndex);
 
     const Model& model() const { return *m_model; }
     std::uint32_t entityIndex() const { return m_entity; }

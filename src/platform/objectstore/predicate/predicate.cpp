@@ -2,9 +2,8 @@
 
 #include "platform/objectstore/predicate/detail/lexer.h"
 
-#include <fmt/format.h>
-
 #include <cmath>
+#include <fmt/format.h>
 
 namespace tasket::objectstore {
 
@@ -24,13 +23,22 @@ Predicate Predicate::constant(bool value) {
 }
 
 Predicate Predicate::comparison(Comparison comparison) {
-    return Predicate(std::make_shared<const Node>(Node{Kind::comparison, false, std::move(comparison), {}}));
+    return Predicate(
+        std::make_shared<const Node>(Node{Kind::comparison, false, std::move(comparison), {}}));
 }
 
-Predicate::Kind Predicate::kind() const { return m_node->kind; }
-bool Predicate::constantValue() const { return m_node->value; }
-const Comparison& Predicate::comparison() const { return m_node->comparison; }
-const std::vector<Predicate>& Predicate::children() const { return m_node->children; }
+Predicate::Kind Predicate::kind() const {
+    return m_node->kind;
+}
+bool Predicate::constantValue() const {
+    return m_node->value;
+}
+const Comparison& Predicate::comparison() const {
+    return m_node->comparison;
+}
+const std::vector<Predicate>& Predicate::children() const {
+    return m_node->children;
+}
 
 Predicate andPredicate(std::vector<Predicate> children) {
     return Predicate(std::make_shared<const Predicate::Node>(
@@ -55,12 +63,23 @@ std::string quoted(std::string_view text) {
     std::string out = "\"";
     for (char c : text) {
         switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\t': out += "\\t"; break;
-        case '\r': out += "\\r"; break;
-        default: out += c;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += c;
         }
     }
     out += '"';
@@ -115,10 +134,17 @@ bool printsAsCompound(const Predicate& p) {
 std::string comparisonText(const Comparison& c) {
     std::string out;
     switch (c.quantifier) {
-    case Quantifier::direct: break;
-    case Quantifier::any: out += "ANY "; break;
-    case Quantifier::all: out += "ALL "; break;
-    case Quantifier::none: out += "NONE "; break;
+    case Quantifier::direct:
+        break;
+    case Quantifier::any:
+        out += "ANY ";
+        break;
+    case Quantifier::all:
+        out += "ALL ";
+        break;
+    case Quantifier::none:
+        out += "NONE ";
+        break;
     }
     out += expressionText(c.lhs);
     out += ' ';
@@ -145,7 +171,9 @@ std::string toString(const Scalar& value) {
         std::string operator()(std::int64_t i) const { return fmt::format("{}", i); }
         std::string operator()(double d) const { return number(d); }
         std::string operator()(const std::string& s) const { return quoted(s); }
-        std::string operator()(const Date& d) const { return "DATE(" + number(d.secondsSinceReference) + ")"; }
+        std::string operator()(const Date& d) const {
+            return "DATE(" + number(d.secondsSinceReference) + ")";
+        }
         std::string operator()(const Uuid& u) const { return "UUID(\"" + u.toString() + "\")"; }
         std::string operator()(const Bytes& b) const {
             std::string hex;
@@ -153,36 +181,53 @@ std::string toString(const Scalar& value) {
                 hex += fmt::format("{:02x}", byte);
             return "BYTES(\"" + hex + "\")";
         }
-        std::string operator()(const ObjectID& id) const { return fmt::format("OBJECT({}, {})", id.entity, id.key); }
+        std::string operator()(const ObjectID& id) const {
+            return fmt::format("OBJECT({}, {})", id.entity, id.key);
+        }
     };
     return std::visit(Printer{}, value);
 }
 
 std::string_view toString(ComparisonOperator op) {
     switch (op) {
-    case ComparisonOperator::equal: return "==";
-    case ComparisonOperator::notEqual: return "!=";
-    case ComparisonOperator::less: return "<";
-    case ComparisonOperator::lessOrEqual: return "<=";
-    case ComparisonOperator::greater: return ">";
-    case ComparisonOperator::greaterOrEqual: return ">=";
-    case ComparisonOperator::between: return "BETWEEN";
-    case ComparisonOperator::in: return "IN";
-    case ComparisonOperator::contains: return "CONTAINS";
-    case ComparisonOperator::beginsWith: return "BEGINSWITH";
-    case ComparisonOperator::endsWith: return "ENDSWITH";
-    case ComparisonOperator::like: return "LIKE";
+    case ComparisonOperator::equal:
+        return "==";
+    case ComparisonOperator::notEqual:
+        return "!=";
+    case ComparisonOperator::less:
+        return "<";
+    case ComparisonOperator::lessOrEqual:
+        return "<=";
+    case ComparisonOperator::greater:
+        return ">";
+    case ComparisonOperator::greaterOrEqual:
+        return ">=";
+    case ComparisonOperator::between:
+        return "BETWEEN";
+    case ComparisonOperator::in:
+        return "IN";
+    case ComparisonOperator::contains:
+        return "CONTAINS";
+    case ComparisonOperator::beginsWith:
+        return "BEGINSWITH";
+    case ComparisonOperator::endsWith:
+        return "ENDSWITH";
+    case ComparisonOperator::like:
+        return "LIKE";
     }
     return "?";
 }
 
 std::string Predicate::toString() const {
     switch (kind()) {
-    case Kind::constant: return constantValue() ? "TRUEPREDICATE" : "FALSEPREDICATE";
-    case Kind::comparison: return comparisonText(comparison());
+    case Kind::constant:
+        return constantValue() ? "TRUEPREDICATE" : "FALSEPREDICATE";
+    case Kind::comparison:
+        return comparisonText(comparison());
     case Kind::negation: {
         const auto& child = children().front();
-        return printsAsCompound(child) ? "NOT (" + child.toString() + ")" : "NOT " + child.toString();
+        return printsAsCompound(child) ? "NOT (" + child.toString() + ")"
+                                       : "NOT " + child.toString();
     }
     case Kind::conjunction:
     case Kind::disjunction: {

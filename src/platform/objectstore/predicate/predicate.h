@@ -26,7 +26,8 @@ using platform::Result;
 
 /// One constant of the language; std::monostate is nil and an ObjectID
 /// stands for a related object.
-using Scalar = std::variant<std::monostate, bool, std::int64_t, double, std::string, Date, Uuid, Bytes, ObjectID>;
+using Scalar = std::variant<std::monostate, bool, std::int64_t, double, std::string, Date, Uuid,
+                            Bytes, ObjectID>;
 using ScalarList = std::vector<Scalar>;
 
 /// A format argument: a scalar, or a list of scalars for IN and BETWEEN.
@@ -38,8 +39,8 @@ struct PredicateArgument {
     PredicateArgument(std::nullptr_t) {}
     PredicateArgument(bool b) : value(Scalar(b)) {}
     template <class I>
-        requires(std::is_integral_v<I> && !std::is_same_v<I, bool>)
-    PredicateArgument(I i) : value(Scalar(static_cast<std::int64_t>(i))) {}
+    requires(std::is_integral_v<I> && !std::is_same_v<I, bool>) PredicateArgument(I i)
+        : value(Scalar(static_cast<std::int64_t>(i))) {}
     PredicateArgument(double d) : value(Scalar(d)) {}
     PredicateArgument(const char* s) : value(Scalar(std::string(s))) {}
     PredicateArgument(std::string s) : value(Scalar(std::move(s))) {}
@@ -50,9 +51,12 @@ struct PredicateArgument {
     PredicateArgument(ObjectID id) : value(Scalar(id)) {}
     PredicateArgument(Scalar s) : value(std::move(s)) {}
     PredicateArgument(ScalarList list) : value(std::move(list)) {}
-    PredicateArgument(const std::vector<std::string>& list) : value(ScalarList(list.begin(), list.end())) {}
-    PredicateArgument(const std::vector<ObjectID>& list) : value(ScalarList(list.begin(), list.end())) {}
-    PredicateArgument(const std::vector<Uuid>& list) : value(ScalarList(list.begin(), list.end())) {}
+    PredicateArgument(const std::vector<std::string>& list)
+        : value(ScalarList(list.begin(), list.end())) {}
+    PredicateArgument(const std::vector<ObjectID>& list)
+        : value(ScalarList(list.begin(), list.end())) {}
+    PredicateArgument(const std::vector<Uuid>& list)
+        : value(ScalarList(list.begin(), list.end())) {}
 };
 
 // ---- Syntax tree ----
@@ -71,8 +75,18 @@ struct KeyPath {
 using Expression = std::variant<KeyPath, Scalar, ScalarList>;
 
 enum class ComparisonOperator {
-    equal, notEqual, less, lessOrEqual, greater, greaterOrEqual,
-    between, in, contains, beginsWith, endsWith, like,
+    equal,
+    notEqual,
+    less,
+    lessOrEqual,
+    greater,
+    greaterOrEqual,
+    between,
+    in,
+    contains,
+    beginsWith,
+    endsWith,
+    like,
 };
 
 /// How a comparison ranges over a to-many key path. `direct` is no prefix;
@@ -99,7 +113,8 @@ class Predicate {
     /// Parses `format`, substituting `arguments` for %@ %d %i %ld %f %K in
     /// order. Fails with parseError (malformed text) or invalidArgument
     /// (argument count or kind); the message names the character offset.
-    static Result<Predicate> parse(std::string_view format, const std::vector<PredicateArgument>& arguments = {});
+    static Result<Predicate> parse(std::string_view format,
+                                   const std::vector<PredicateArgument>& arguments = {});
 
     static Predicate constant(bool value);
     static Predicate comparison(Comparison comparison);

@@ -14,7 +14,8 @@ using platform::fail;
 
 namespace {
 
-Result<BoundKeyPath> resolveSortKey(const SortDescriptor& d, const Model& model, std::uint32_t entity) {
+Result<BoundKeyPath> resolveSortKey(const SortDescriptor& d, const Model& model,
+                                    std::uint32_t entity) {
     KeyPath path;
     std::string_view rest = d.keyPath;
     while (true) {
@@ -28,8 +29,9 @@ Result<BoundKeyPath> resolveSortKey(const SortDescriptor& d, const Model& model,
     if (!bound)
         return bound;
     if (bound->toManyStep && !bound->count)
-        return fail(Errc::invalidArgument,
-                    fmt::format("cannot sort by '{}': it crosses a to-many relationship", d.keyPath));
+        return fail(
+            Errc::invalidArgument,
+            fmt::format("cannot sort by '{}': it crosses a to-many relationship", d.keyPath));
     return bound;
 }
 
@@ -47,7 +49,8 @@ Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors, con
         if (!path)
             return std::unexpected(path.error());
         out.orderBy += builder.valueOf(scope, *path, 0);
-        if (d.comparison == SortDescriptor::Comparison::localizedCaseInsensitive && path->kind == ValueKind::text)
+        if (d.comparison == SortDescriptor::Comparison::localizedCaseInsensitive &&
+            path->kind == ValueKind::text)
             out.orderBy += " COLLATE TK_LOCALIZED";
         out.orderBy += d.ascending ? " ASC, " : " DESC, ";
     }
@@ -60,8 +63,8 @@ Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors, con
     return out;
 }
 
-Result<ObjectComparator> ObjectComparator::make(const std::vector<SortDescriptor>& descriptors, const Model& model,
-                                                std::uint32_t entityIndex) {
+Result<ObjectComparator> ObjectComparator::make(const std::vector<SortDescriptor>& descriptors,
+                                                const Model& model, std::uint32_t entityIndex) {
     if (!model.isFinalized() || entityIndex >= model.entities().size())
         return fail(Errc::invalidArgument, "sorting needs a finalized model and an entity of it");
     std::vector<Key> keys;
@@ -69,8 +72,9 @@ Result<ObjectComparator> ObjectComparator::make(const std::vector<SortDescriptor
         auto path = resolveSortKey(d, model, entityIndex);
         if (!path)
             return std::unexpected(path.error());
-        const bool localized = d.comparison == SortDescriptor::Comparison::localizedCaseInsensitive &&
-                               path->kind == ValueKind::text;
+        const bool localized =
+            d.comparison == SortDescriptor::Comparison::localizedCaseInsensitive &&
+            path->kind == ValueKind::text;
         keys.push_back(Key{std::move(*path), d.ascending, localized});
     }
     return ObjectComparator(model, std::move(keys));
@@ -86,7 +90,8 @@ int ObjectComparator::compare(const ObjectView& a, const ObjectView& b) const {
         int order = 0;
         if (xNil || yNil) {
             order = xNil == yNil ? 0 : (xNil ? -1 : 1);
-        } else if (key.localized && std::holds_alternative<std::string>(x) && std::holds_alternative<std::string>(y)) {
+        } else if (key.localized && std::holds_alternative<std::string>(x) &&
+                   std::holds_alternative<std::string>(y)) {
             order = detail::collateLocalized(std::get<std::string>(x), std::get<std::string>(y));
         } else {
             order = detail::compareScalars(x, y, 0).value_or(0);

@@ -39,8 +39,8 @@ Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors, con
 class ObjectComparator {
   public:
     /// Fails as compileSort does.
-    static Result<ObjectComparator> make(const std::vector<SortDescriptor>& descriptors, const Model& model,
-                                         std::uint32_t entityIndex);
+    static Result<ObjectComparator> make(const std::vector<SortDescriptor>& descriptors,
+                                         const Model& model, std::uint32_t entityIndex);
 
     /// Negative, zero or positive as `a` sorts before, with or after `b`;
     /// zero only for objects with the same key.
@@ -54,7 +54,8 @@ class ObjectComparator {
         bool ascending;
         bool localized;
     };
-    ObjectComparator(const Model& model, std::vector<Key> keys) : m_model(&model), m_keys(std::move(keys)) {}
+    ObjectComparator(const Model& model, std::vector<Key> keys)
+        : m_model(&model), m_keys(std::move(keys)) {}
 
     const Model* m_model;
     std::vector<Key> m_keys;

@@ -12,9 +12,13 @@ using detail::Fragment;
 using detail::SqlBuilder;
 using Op = ComparisonOperator;
 
-Fragment text(std::string sql) { return Fragment{std::move(sql), {}}; }
+Fragment text(std::string sql) {
+    return Fragment{std::move(sql), {}};
+}
 
-Fragment parameter(const Scalar& value) { return Fragment{"?", {detail::bindingFor(value)}}; }
+Fragment parameter(const Scalar& value) {
+    return Fragment{"?", {detail::bindingFor(value)}};
+}
 
 class Compiler {
   public:
@@ -22,8 +26,10 @@ class Compiler {
 
     Fragment node(const BoundNode& n, SqlBuilder::Scope& scope) {
         switch (n.kind) {
-        case Predicate::Kind::constant: return text(n.value ? "1" : "0");
-        case Predicate::Kind::comparison: return comparison(n.comparison, scope);
+        case Predicate::Kind::constant:
+            return text(n.value ? "1" : "0");
+        case Predicate::Kind::comparison:
+            return comparison(n.comparison, scope);
         case Predicate::Kind::negation: {
             Fragment out = text("(NOT ");
             out += node(n.children.front(), scope);
@@ -36,7 +42,8 @@ class Compiler {
             std::vector<Fragment> terms;
             for (const auto& child : n.children)
                 terms.push_back(node(child, scope));
-            return balanced(terms, 0, terms.size(), n.kind == Predicate::Kind::conjunction ? " AND " : " OR ");
+            return balanced(terms, 0, terms.size(),
+                            n.kind == Predicate::Kind::conjunction ? " AND " : " OR ");
         }
         }
         return text("0");
@@ -88,8 +95,9 @@ class Compiler {
         const std::string owner = m_builder.hops(scope, path, 0, step);
         const SqlBuilder::ToMany source = m_builder.toMany(owner, path.steps[step]);
         if (c.testsEmptiness) {
-            return text(fmt::format("({}EXISTS (SELECT 1 FROM {} WHERE {}))", c.op == Op::equal ? "NOT " : "",
-                                    source.from, source.correlation));
+            return text(fmt::format("({}EXISTS (SELECT 1 FROM {} WHERE {}))",
+                                    c.op == Op::equal ? "NOT " : "", source.from,
+                                    source.correlation));
         }
         SqlBuilder::Scope inner{source.elementAlias, source.elementEntity, {}, {}};
         Fragment condition = test(text(m_builder.valueOf(inner, path, step + 1)), c, scope);
@@ -97,8 +105,9 @@ class Compiler {
         std::string from = source.from;
         for (const auto& join : inner.joins)
             from += " " + join;
-        Fragment out = text(fmt::format("({}EXISTS (SELECT 1 FROM {} WHERE {} AND {}", all ? "NOT " : "", from,
-                                        source.correlation, all ? "NOT " : ""));
+        Fragment out =
+            text(fmt::format("({}EXISTS (SELECT 1 FROM {} WHERE {} AND {}", all ? "NOT " : "", from,
+                             source.correlation, all ? "NOT " : ""));
         out += condition;
         return out += "))";
     }
@@ -206,7 +215,8 @@ SqlPredicate compileToSql(const BoundPredicate& predicate) {
     return out;
 }
 
-Result<SqlPredicate> compileToSql(const Predicate& predicate, const Model& model, std::uint32_t entityIndex) {
+Result<SqlPredicate> compileToSql(const Predicate& predicate, const Model& model,
+                                  std::uint32_t entityIndex) {
     auto bound = BoundPredicate::bind(predicate, model, entityIndex);
     if (!bound)
         return std::unexpected(bound.error());

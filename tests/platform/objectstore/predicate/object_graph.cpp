@@ -3,11 +3,10 @@
 #include "platform/objectstore/predicate/evaluator.h"
 #include "platform/objectstore/predicate/sql_functions.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-
-#include <algorithm>
 #include <stdexcept>
 
 namespace tasket::objectstore::testing {
@@ -18,7 +17,8 @@ void attribute(EntityDescription& e, std::string name, AttributeType type) {
     e.attributes.push_back(AttributeDescription{std::move(name), type, true, {}, false});
 }
 
-void relationship(EntityDescription& e, std::string name, std::string destination, std::string inverse, bool toMany) {
+void relationship(EntityDescription& e, std::string name, std::string destination,
+                  std::string inverse, bool toMany) {
     RelationshipDescription r;
     r.name = std::move(name);
     r.destination = std::move(destination);
@@ -77,15 +77,21 @@ Model buildModel() {
 std::string_view sqlType(AttributeType t) {
     switch (t) {
     case AttributeType::String:
-    case AttributeType::UUID: return "TEXT";
+    case AttributeType::UUID:
+        return "TEXT";
     case AttributeType::Date:
-    case AttributeType::Double: return "REAL";
-    case AttributeType::Binary: return "BLOB";
-    default: return "INTEGER";
+    case AttributeType::Double:
+        return "REAL";
+    case AttributeType::Binary:
+        return "BLOB";
+    default:
+        return "INTEGER";
     }
 }
 
-std::string quote(std::string_view name) { return fmt::format("\"{}\"", name); }
+std::string quote(std::string_view name) {
+    return fmt::format("\"{}\"", name);
+}
 
 void bindValue(sqlite3_stmt* stmt, int index, const Value& value) {
     struct Binder {
@@ -98,7 +104,9 @@ void bindValue(sqlite3_stmt* stmt, int index, const Value& value) {
         void operator()(const std::string& s) const {
             sqlite3_bind_text64(stmt, i, s.data(), s.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
         }
-        void operator()(const Date& d) const { sqlite3_bind_double(stmt, i, d.secondsSinceReference); }
+        void operator()(const Date& d) const {
+            sqlite3_bind_double(stmt, i, d.secondsSinceReference);
+        }
         void operator()(const Uuid& u) const {
             const std::string text = u.toString();
             sqlite3_bind_text64(stmt, i, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
@@ -132,7 +140,9 @@ const Model& testModel() {
     return model;
 }
 
-std::uint32_t entityIndex(std::string_view name) { return testModel().entity(name)->index; }
+std::uint32_t entityIndex(std::string_view name) {
+    return testModel().entity(name)->index;
+}
 
 // ---- Graph ----
 
@@ -145,7 +155,8 @@ std::shared_ptr<const ObjectView> GraphObject::relatedObject(std::size_t propert
     return ids.empty() ? nullptr : m_graph->find(ids.front());
 }
 
-std::vector<std::shared_ptr<const ObjectView>> GraphObject::relatedObjects(std::size_t property) const {
+std::vector<std::shared_ptr<const ObjectView>>
+GraphObject::relatedObjects(std::size_t property) const {
     std::vector<std::shared_ptr<const ObjectView>> out;
     for (const auto& id : m_related[property - m_entity->attributes.size()])
         out.push_back(m_graph->find(id));
@@ -155,7 +166,8 @@ std::vector<std::shared_ptr<const ObjectView>> GraphObject::relatedObjects(std::
 std::shared_ptr<GraphObject> ObjectGraph::insert(std::string_view entity) {
     const EntityDescription* e = m_model.entity(entity);
     auto& list = m_objects[e->index];
-    auto object = std::make_shared<GraphObject>(*this, *e, ObjectID{e->index, static_cast<std::int64_t>(list.size() + 1)});
+    auto object = std::make_shared<GraphObject>(
+        *this, *e, ObjectID{e->index, static_cast<std::int64_t>(list.size() + 1)});
     list.push_back(object);
     return object;
 }
@@ -177,12 +189,14 @@ void ObjectGraph::relate(GraphObject& object, std::string_view name, GraphObject
     const bool backToMany = target.m_entity->relationships[back].toMany;
     if (!r.toMany)
         for (ObjectID old : std::vector<ObjectID>(object.m_related[ri])) {
-            unlinkOne(*m_objects[old.entity][static_cast<std::size_t>(old.key - 1)], back, object.m_id);
+            unlinkOne(*m_objects[old.entity][static_cast<std::size_t>(old.key - 1)], back,
+                      object.m_id);
             unlinkOne(object, ri, old);
         }
     if (!backToMany)
         for (ObjectID old : std::vector<ObjectID>(target.m_related[back])) {
-            unlinkOne(*m_objects[old.entity][static_cast<std::size_t>(old.key - 1)], ri, target.m_id);
+            unlinkOne(*m_objects[old.entity][static_cast<std::size_t>(old.key - 1)], ri,
+                      target.m_id);
             unlinkOne(target, back, old);
         }
     auto& forward = object.m_related[ri];
@@ -193,7 +207,8 @@ void ObjectGraph::relate(GraphObject& object, std::string_view name, GraphObject
 }
 
 std::shared_ptr<const GraphObject> ObjectGraph::find(ObjectID id) const {
-    if (id.entity >= m_objects.size() || id.key < 1 || static_cast<std::size_t>(id.key) > m_objects[id.entity].size())
+    if (id.entity >= m_objects.size() || id.key < 1 ||
+        static_cast<std::size_t>(id.key) > m_objects[id.entity].size())
         return nullptr;
     return m_objects[id.entity][static_cast<std::size_t>(id.key - 1)];
 }
@@ -202,7 +217,8 @@ const std::vector<std::shared_ptr<GraphObject>>& ObjectGraph::objects(std::uint3
     return m_objects.at(entity);
 }
 
-std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entity, const BoundPredicate& predicate) {
+std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entity,
+                                   const BoundPredicate& predicate) {
     std::set<std::int64_t> keys;
     for (const auto& object : graph.objects(entity))
         if (evaluate(predicate, *object))
@@ -212,13 +228,15 @@ std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entit
 
 // ---- SQLite mirror ----
 
-SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file) : m_model(graph.model()) {
+SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file)
+    : m_model(graph.model()) {
     if (sqlite3_open(file.c_str(), &m_db) != SQLITE_OK)
         throw std::runtime_error("cannot open the mirror database");
     registerSqlFunctions(m_db);
     exec("PRAGMA journal_mode = WAL; BEGIN");
     for (const auto& e : m_model.entities()) {
-        std::string ddl = fmt::format("CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL", quote(e.name));
+        std::string ddl = fmt::format(
+            "CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL", quote(e.name));
         for (const auto& a : e.attributes)
             ddl += fmt::format(", {} {}", quote(a.name), sqlType(a.type));
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
@@ -228,10 +246,12 @@ SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file
         exec(ddl + ")");
         for (std::size_t i = 0; i < e.relationships.size(); ++i) {
             if (e.storage[i] == RelationshipStorage::ForeignKey)
-                exec(fmt::format("CREATE INDEX {} ON {}({})", quote("i_" + e.name + "_" + e.relationships[i].name),
+                exec(fmt::format("CREATE INDEX {} ON {}({})",
+                                 quote("i_" + e.name + "_" + e.relationships[i].name),
                                  quote(e.name), quote(e.relationships[i].name)));
             if (e.storage[i] == RelationshipStorage::JoinTable) {
-                exec(fmt::format("CREATE TABLE {}(src INTEGER NOT NULL, dst INTEGER NOT NULL, PRIMARY KEY(src, dst)) "
+                exec(fmt::format("CREATE TABLE {}(src INTEGER NOT NULL, dst INTEGER NOT NULL, "
+                                 "PRIMARY KEY(src, dst)) "
                                  "WITHOUT ROWID",
                                  quote(e.joinTables[i])));
                 exec(fmt::format("CREATE INDEX {} ON {}(dst, src)", quote(e.joinTables[i] + "_dst"),
@@ -251,7 +271,8 @@ SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file
                 columns += ", " + quote(e.relationships[i].name);
                 marks += ", ?";
             }
-        Statement insert(m_db, fmt::format("INSERT INTO {}({}) VALUES({})", quote(e.name), columns, marks));
+        Statement insert(
+            m_db, fmt::format("INSERT INTO {}({}) VALUES({})", quote(e.name), columns, marks));
         for (const auto& object : graph.objects(e.index)) {
             sqlite3_reset(insert.stmt);
             int column = 1;
@@ -262,7 +283,8 @@ SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file
                 if (e.storage[i] != RelationshipStorage::ForeignKey)
                     continue;
                 auto related = object->relatedObject(e.attributes.size() + i);
-                bindValue(insert.stmt, column++, related ? Value(related->objectID().key) : Value());
+                bindValue(insert.stmt, column++,
+                          related ? Value(related->objectID().key) : Value());
             }
             if (sqlite3_step(insert.stmt) != SQLITE_DONE)
                 throw std::runtime_error(sqlite3_errmsg(m_db));
@@ -270,7 +292,8 @@ SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file
         for (std::size_t i = 0; i < e.relationships.size(); ++i) {
             if (e.storage[i] != RelationshipStorage::JoinTable)
                 continue;
-            Statement link(m_db, fmt::format("INSERT INTO {}(src, dst) VALUES(?, ?)", quote(e.joinTables[i])));
+            Statement link(
+                m_db, fmt::format("INSERT INTO {}(src, dst) VALUES(?, ?)", quote(e.joinTables[i])));
             for (const auto& object : graph.objects(e.index))
                 for (const auto& related : object->relatedObjects(e.attributes.size() + i)) {
                     sqlite3_reset(link.stmt);
@@ -284,7 +307,9 @@ SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file
     exec("COMMIT");
 }
 
-SqlMirror::~SqlMirror() { sqlite3_close(m_db); }
+SqlMirror::~SqlMirror() {
+    sqlite3_close(m_db);
+}
 
 void SqlMirror::exec(const std::string& sql) const {
     char* message = nullptr;
@@ -295,9 +320,11 @@ void SqlMirror::exec(const std::string& sql) const {
     }
 }
 
-std::set<std::int64_t> SqlMirror::select(std::uint32_t entity, const SqlPredicate& predicate) const {
-    Statement query(m_db, fmt::format("SELECT t0.pk FROM {} AS t0 {} WHERE {}", quote(m_model.entity(entity).name),
-                                      predicate.joins, predicate.where));
+std::set<std::int64_t> SqlMirror::select(std::uint32_t entity,
+                                         const SqlPredicate& predicate) const {
+    Statement query(m_db, fmt::format("SELECT t0.pk FROM {} AS t0 {} WHERE {}",
+                                      quote(m_model.entity(entity).name), predicate.joins,
+                                      predicate.where));
     if (sqlite3_bind_parameter_count(query.stmt) != static_cast<int>(predicate.bindings.size()))
         throw std::logic_error("the number of bindings does not match the ?s");
     for (std::size_t i = 0; i < predicate.bindings.size(); ++i)
@@ -312,8 +339,9 @@ std::set<std::int64_t> SqlMirror::select(std::uint32_t entity, const SqlPredicat
 }
 
 std::vector<std::int64_t> SqlMirror::ordered(std::uint32_t entity, const SqlOrder& order) const {
-    Statement query(m_db, fmt::format("SELECT t0.pk FROM {} AS t0 {} ORDER BY {}", quote(m_model.entity(entity).name),
-                                      order.joins, order.orderBy));
+    Statement query(m_db,
+                    fmt::format("SELECT t0.pk FROM {} AS t0 {} ORDER BY {}",
+                                quote(m_model.entity(entity).name), order.joins, order.orderBy));
     std::vector<std::int64_t> keys;
     while (sqlite3_step(query.stmt) == SQLITE_ROW)
         keys.push_back(sqlite3_column_int64(query.stmt, 0));

@@ -39,7 +39,8 @@ class GraphObject final : public ObjectView {
     ObjectID objectID() const override { return m_id; }
     Value attributeValue(std::size_t property) const override { return m_attributes[property]; }
     std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const override;
-    std::vector<std::shared_ptr<const ObjectView>> relatedObjects(std::size_t property) const override;
+    std::vector<std::shared_ptr<const ObjectView>>
+    relatedObjects(std::size_t property) const override;
 
   private:
     friend class ObjectGraph;
@@ -92,6 +93,7 @@ class SqlMirror {
 };
 
 /// The keys of the objects of `entity` that satisfy `predicate` in memory.
-std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entity, const BoundPredicate& predicate);
+std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entity,
+                                   const BoundPredicate& predicate);
 
 } // namespace tasket::objectstore::testing

@@ -3,11 +3,10 @@
 // SQLite accepts; malformed text and wrong arguments fail with the offset;
 // printing gives text that parses back to the same predicate.
 #include "object_graph.h"
-#include "support/temp_dir.h"
-
 #include "platform/objectstore/predicate/bound_predicate.h"
 #include "platform/objectstore/predicate/predicate.h"
 #include "platform/objectstore/predicate/sql_compiler.h"
+#include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,8 +25,8 @@ const Model& taskModel() {
         auto attribute = [](EntityDescription& e, const char* name, T type) {
             e.attributes.push_back(AttributeDescription{name, type, true, {}, false});
         };
-        auto relationship = [](EntityDescription& e, const char* name, const char* dest, const char* inverse,
-                               bool toMany) {
+        auto relationship = [](EntityDescription& e, const char* name, const char* dest,
+                               const char* inverse, bool toMany) {
             RelationshipDescription r;
             r.name = name;
             r.destination = dest;
@@ -38,7 +37,8 @@ const Model& taskModel() {
         auto& task = m.addEntity("TK_Task");
         for (const char* name : {"taskID", "title", "note", "url"})
             attribute(task, name, T::String);
-        for (const char* name : {"isCompleted", "isStartDateRemindEnabled", "isRemindEnabled", "isPinned"})
+        for (const char* name :
+             {"isCompleted", "isStartDateRemindEnabled", "isRemindEnabled", "isPinned"})
             attribute(task, name, T::Bool);
         for (const char* name : {"startDate", "startDateAndTime", "dueDate", "dueDateAndTime"})
             attribute(task, name, T::Date);
@@ -58,10 +58,12 @@ const Model& taskModel() {
         attribute(category, "isArchived", T::Bool);
         attribute(category, "calendarType", T::Int16);
         relationship(category, "tasks", "TK_Task", "category", true);
-        for (auto [entity, id] : {std::pair{"TK_Priority", "priorityID"}, {"TK_Status", "statusID"}}) {
+        for (auto [entity, id] :
+             {std::pair{"TK_Priority", "priorityID"}, {"TK_Status", "statusID"}}) {
             auto& e = m.addEntity(entity);
             attribute(e, id, T::String);
-            relationship(e, "tasks", "TK_Task", entity == std::string("TK_Priority") ? "customPriority" : "customStatus",
+            relationship(e, "tasks", "TK_Task",
+                         entity == std::string("TK_Priority") ? "customPriority" : "customStatus",
                          true);
         }
         auto& tag = m.addEntity("TK_Tag");
@@ -115,7 +117,8 @@ std::vector<UsedPredicate> usedPredicates() {
         {"TK_AttributeValue", "attribute != nil", {}},
         {"TK_BoardSection", "identifier != nil", {}},
         {"TK_Task",
-         "taskID != nil AND taskID != '' AND category != nil AND category.categoryID != '' AND category.title != ''",
+         "taskID != nil AND taskID != '' AND category != nil AND category.categoryID != '' AND "
+         "category.title != ''",
          {}},
         {"TK_Subtask", "subtaskID != nil", {}},
         {"TK_Attachment", "identifier != nil", {}},
@@ -165,8 +168,12 @@ std::vector<UsedPredicate> usedPredicates() {
         {"TK_Task", "customPriority.priorityID = %@", {"A1"}},
         {"TK_Task", "customStatus.statusID = %@", {"A1"}},
         {"TK_Task", "category.isArchived = false", {}},
-        {"TK_Task", "(isStartDateRemindEnabled = true OR isRemindEnabled = true) AND startDate <= dueDate", {}},
-        {"TK_Subtask", "(isStartDateRemindEnabled = true OR isRemindEnabled = true) AND startDate <= dueDate", {}},
+        {"TK_Task",
+         "(isStartDateRemindEnabled = true OR isRemindEnabled = true) AND startDate <= dueDate",
+         {}},
+        {"TK_Subtask",
+         "(isStartDateRemindEnabled = true OR isRemindEnabled = true) AND startDate <= dueDate",
+         {}},
         {"TK_Task", "calendarType = %d", {2}},
         {"TK_Category", "calendarType = %d", {1}},
         {"TK_AttributeValue", "identifier IN %@", {std::vector<Uuid>{kValueID}}},
@@ -201,14 +208,20 @@ struct BadInput {
 
 TEST(PredicateLanguage, MalformedTextAndWrongArgumentsNameTheOffset) {
     const std::vector<BadInput> cases = {
-        {"", {}, Errc::parseError, "expected a key path or a value, found the end of the predicate at offset 0"},
+        {"",
+         {},
+         Errc::parseError,
+         "expected a key path or a value, found the end of the predicate at offset 0"},
         {"title ==", {}, Errc::parseError, "found the end of the predicate at offset 8"},
         {"title = 'abc", {}, Errc::parseError, "unterminated string starting at offset 8"},
         {"(title = 'a'", {}, Errc::parseError, "expected ')' to close the '(' at offset 0"},
         {"title CONTAINZ 'a'", {}, Errc::parseError, "expected a comparison operator"},
         {"title CONTAINZ 'a'", {}, Errc::parseError, "found 'CONTAINZ' at offset 6"},
         {"title = 'a' AND", {}, Errc::parseError, "at offset 15"},
-        {"title = 'a' garbage", {}, Errc::parseError, "expected AND, OR or the end of the predicate, found 'garbage' at offset 12"},
+        {"title = 'a' garbage",
+         {},
+         Errc::parseError,
+         "expected AND, OR or the end of the predicate, found 'garbage' at offset 12"},
         {"title ~ 'a'", {}, Errc::parseError, "unexpected '~' at offset 6"},
         {"title =[x] 'a'", {}, Errc::parseError, "unknown comparison option 'x' at offset 8"},
         {"title =[] 'a'", {}, Errc::parseError, "empty comparison options at offset 7"},
@@ -218,15 +231,36 @@ TEST(PredicateLanguage, MalformedTextAndWrongArgumentsNameTheOffset) {
         {"due = DATE('x')", {}, Errc::parseError, "expected seconds since the reference date"},
         {"ident = UUID('x')", {}, Errc::parseError, "malformed UUID at offset 13"},
         {"title = NOW()", {}, Errc::parseError, "unknown constant type 'NOW'"},
-        {"title IN {1, title}", {}, Errc::parseError, "expected a constant inside '{...}' at offset 13"},
+        {"title IN {1, title}",
+         {},
+         Errc::parseError,
+         "expected a constant inside '{...}' at offset 13"},
         {"title = %x", {}, Errc::parseError, "unsupported format specifier at offset 8"},
-        {"title = AND", {}, Errc::parseError, "expected a key path or a value, found 'AND' at offset 8"},
-        {"title = %@", {}, Errc::invalidArgument, "too few arguments: %@ has no argument at offset 8"},
-        {"title = %@", {"a", "b"}, Errc::invalidArgument, "too many arguments: 2 given, the predicate uses 1"},
-        {"count = %d", {"a"}, Errc::invalidArgument, "argument for %d must be an integer or a bool at offset 8"},
-        {"score = %f", {"a"}, Errc::invalidArgument, "argument for %f must be a number at offset 8"},
+        {"title = AND",
+         {},
+         Errc::parseError,
+         "expected a key path or a value, found 'AND' at offset 8"},
+        {"title = %@",
+         {},
+         Errc::invalidArgument,
+         "too few arguments: %@ has no argument at offset 8"},
+        {"title = %@",
+         {"a", "b"},
+         Errc::invalidArgument,
+         "too many arguments: 2 given, the predicate uses 1"},
+        {"count = %d",
+         {"a"},
+         Errc::invalidArgument,
+         "argument for %d must be an integer or a bool at offset 8"},
+        {"score = %f",
+         {"a"},
+         Errc::invalidArgument,
+         "argument for %f must be a number at offset 8"},
         {"%K = 1", {"a b"}, Errc::invalidArgument, "argument for %K is not a key path"},
-        {"%K = 1", {3}, Errc::invalidArgument, "argument for %K must be a key path text at offset 0"},
+        {"%K = 1",
+         {3},
+         Errc::invalidArgument,
+         "argument for %K must be a key path text at offset 0"},
         {"score = %@", {std::nan("")}, Errc::invalidArgument, "NaN"},
     };
     for (const auto& c : cases) {
@@ -265,11 +299,16 @@ TEST(PredicateLanguage, PrintsCanonicalTextThatParsesBack) {
         {"%K = %@", {"folder.name", "x"}, "folder.name == \"x\""},
         {"%K = 1", {"any"}, "#any == 1"},
         {"s = 'it\\'s \"q\"\\n'", {}, "s == \"it's \\\"q\\\"\\n\""},
-        {"n = 1.0 OR n = -2 OR n = 1e3 OR n = 99999999999999999999 OR n = 1e999", {},
+        {"n = 1.0 OR n = -2 OR n = 1e3 OR n = 99999999999999999999 OR n = 1e999",
+         {},
          "n == 1.0 OR n == -2 OR n == 1000.0 OR n == 1e+20 OR n == 1e999"},
         {"n = %f", {3}, "n == 3.0"},
-        {"d = %@ AND u = %@", {Date{1.5}, kValueID}, "d == DATE(1.5) AND u == UUID(\"E621E1F8-C36C-495A-93FC-0C247A3E6E5F\")"},
-        {"b = %@ AND o = %@", {Bytes{0x0a, 0xff}, ObjectID{2, -7}}, "b == BYTES(\"0aff\") AND o == OBJECT(2, -7)"},
+        {"d = %@ AND u = %@",
+         {Date{1.5}, kValueID},
+         "d == DATE(1.5) AND u == UUID(\"E621E1F8-C36C-495A-93FC-0C247A3E6E5F\")"},
+        {"b = %@ AND o = %@",
+         {Bytes{0x0a, 0xff}, ObjectID{2, -7}},
+         "b == BYTES(\"0aff\") AND o == OBJECT(2, -7)"},
         {"title IN %@", {ScalarList{"a", {}, std::int64_t{3}}}, "title IN {\"a\", nil, 3}"},
         {"title IN {}", {}, "title IN {}"},
         {"count BETWEEN {%d, %d}", {1, true}, "count BETWEEN {1, true}"},

@@ -5,17 +5,15 @@
 // in-memory evaluator select exactly the same objects for random predicates
 // drawn from the whole grammar, and sort them in the same order.
 #include "object_graph.h"
-#include "support/temp_dir.h"
-
 #include "platform/objectstore/predicate/bound_predicate.h"
 #include "platform/objectstore/predicate/predicate.h"
 #include "platform/objectstore/predicate/sort_descriptor.h"
 #include "platform/objectstore/predicate/sql_compiler.h"
-
-#include <fmt/format.h>
-#include <gtest/gtest.h>
+#include "support/temp_dir.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
 #include <random>
 
 namespace tasket::objectstore {
@@ -24,35 +22,47 @@ namespace {
 using Random = std::mt19937_64;
 
 const std::vector<std::string> kTexts = {
-    "Émile", "emile", "ÉMILE", "Emile", "e\u0301mile", "straße", "STRASSE", "Strasse", "strasse", "İstanbul",
-    "istanbul", "ISTANBUL", "", "a", "A", "ab", "aB", "b", "ß", "ss", "ǅ", "ǆ", "Zoë", "zoe", "naïve", "NAIVE",
-    "a*b", "x?y", "日本", "Ω", "ω", "ﬁle", "FILE", "\xff\xfe", "tab\there", "it's", "Home", "home",
+    "Émile",   "emile",   "ÉMILE",    "Emile",    "e\u0301mile", "straße",   "STRASSE",
+    "Strasse", "strasse", "İstanbul", "istanbul", "ISTANBUL",    "",         "a",
+    "A",       "ab",      "aB",       "b",        "ß",           "ss",       "ǅ",
+    "ǆ",       "Zoë",     "zoe",      "naïve",    "NAIVE",       "a*b",      "x?y",
+    "日本",    "Ω",       "ω",        "ﬁle",      "FILE",        "\xff\xfe", "tab\there",
+    "it's",    "Home",    "home",
 };
 const std::vector<std::string> kPatterns = {
-    "*mile", "?mile", "É*", "*ss*", "*", "?", "a\\*b", "st*e", "*i*", "", "??", "*ß", "x\\?y", "*Ω*", "e*e",
+    "*mile", "?mile", "É*", "*ss*", "*",     "?",   "a\\*b", "st*e",
+    "*i*",   "",      "??", "*ß",   "x\\?y", "*Ω*", "e*e",
 };
 const std::vector<std::int64_t> kIntegers = {-32768, -3, -1, 0, 1, 2, 3, 7, 100, 32767};
 const std::vector<double> kDoubles = {-2.5, -1.0, 0.0, 0.5, 1.0, 2.0, 2.5, 3.0000001, 1e10, -1e300};
-const std::vector<std::int64_t> kBigs = {9007199254740993, 9007199254740992, -9223372036854775807 - 1,
-                                         9223372036854775807, 0, 5};
-const std::vector<double> kDates = {0.0, 700'000'000.0, 700'086'400.0, 700'086'400.5, -86'400.0, 800'000'000.25};
+const std::vector<std::int64_t> kBigs = {
+    9007199254740993, 9007199254740992, -9223372036854775807 - 1, 9223372036854775807, 0, 5};
+const std::vector<double> kDates = {0.0,           700'000'000.0, 700'086'400.0,
+                                    700'086'400.5, -86'400.0,     800'000'000.25};
 const std::vector<Uuid> kUuids = {
-    *Uuid::parse("00000000-0000-4000-8000-000000000001"), *Uuid::parse("A0000000-0000-4000-8000-000000000002"),
-    *Uuid::parse("ffffffff-0000-4000-8000-000000000003"), *Uuid::parse("12345678-9ABC-4DEF-8000-000000000004"),
+    *Uuid::parse("00000000-0000-4000-8000-000000000001"),
+    *Uuid::parse("A0000000-0000-4000-8000-000000000002"),
+    *Uuid::parse("ffffffff-0000-4000-8000-000000000003"),
+    *Uuid::parse("12345678-9ABC-4DEF-8000-000000000004"),
 };
 const std::vector<Bytes> kBlobs = {Bytes{}, Bytes{1, 2}, Bytes{0xff}, Bytes{0, 0, 0}};
 
 template <class T> const T& pick(Random& rng, const std::vector<T>& items) {
     return items[std::uniform_int_distribution<std::size_t>(0, items.size() - 1)(rng)];
 }
-bool chance(Random& rng, double p) { return std::bernoulli_distribution(p)(rng); }
-int between(Random& rng, int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); }
+bool chance(Random& rng, double p) {
+    return std::bernoulli_distribution(p)(rng);
+}
+int between(Random& rng, int low, int high) {
+    return std::uniform_int_distribution<int>(low, high)(rng);
+}
 
 // ---- The random store ----
 
 constexpr int kTasks = 1200, kFolders = 60, kTags = 40, kSteps = 1500, kDetails = 500;
 
-void maybe(Random& rng, testing::ObjectGraph& graph, testing::GraphObject& o, const char* name, Value v) {
+void maybe(Random& rng, testing::ObjectGraph& graph, testing::GraphObject& o, const char* name,
+           Value v) {
     graph.set(o, name, chance(rng, 0.15) ? Value() : std::move(v));
 }
 
@@ -78,7 +88,8 @@ void fill(testing::ObjectGraph& graph, Random& rng) {
         maybe(rng, graph, *t, "title", pick(rng, kTexts));
         maybe(rng, graph, *t, "note", pick(rng, kTexts));
         maybe(rng, graph, *t, "count", pick(rng, kIntegers));
-        maybe(rng, graph, *t, "score", chance(rng, 0.5) ? pick(rng, kDoubles) : static_cast<double>(pick(rng, kIntegers)));
+        maybe(rng, graph, *t, "score",
+              chance(rng, 0.5) ? pick(rng, kDoubles) : static_cast<double>(pick(rng, kIntegers)));
         maybe(rng, graph, *t, "flag", chance(rng, 0.5));
         maybe(rng, graph, *t, "due", Date{pick(rng, kDates)});
         maybe(rng, graph, *t, "start", Date{pick(rng, kDates)});
@@ -123,34 +134,80 @@ const std::map<std::string, std::vector<PathInfo>>& paths() {
     using K = Kind;
     static const std::map<std::string, std::vector<PathInfo>> table = {
         {"Task",
-         {{"title", K::text}, {"note", K::text}, {"folder.name", K::text}, {"folder.parent.name", K::text},
-          {"detail.text", K::text}, {"count", K::number}, {"score", K::number}, {"flag", K::number},
-          {"big", K::number}, {"folder.rank", K::number}, {"folder.archived", K::number},
-          {"tags.@count", K::number}, {"steps.@count", K::number}, {"folder.tasks.@count", K::number},
-          {"folder.children.@count", K::number}, {"due", K::date}, {"start", K::date}, {"ident", K::uuid},
-          {"blob", K::binary}, {"folder", K::object, false, "Folder"}, {"folder.parent", K::object, false, "Folder"},
-          {"detail", K::object, false, "Detail"}, {"tags.label", K::text, true}, {"tags.weight", K::number, true},
-          {"steps.label", K::text, true}, {"steps.done", K::number, true}, {"steps.when", K::date, true},
-          {"folder.children.name", K::text, true}, {"folder.tasks.title", K::text, true},
-          {"tags", K::collection, true, "Tag"}, {"steps", K::collection, true, "Step"},
-          {"folder.children", K::collection, true, "Folder"}, {"steps.task", K::object, true, "Task"}}},
+         {{"title", K::text},
+          {"note", K::text},
+          {"folder.name", K::text},
+          {"folder.parent.name", K::text},
+          {"detail.text", K::text},
+          {"count", K::number},
+          {"score", K::number},
+          {"flag", K::number},
+          {"big", K::number},
+          {"folder.rank", K::number},
+          {"folder.archived", K::number},
+          {"tags.@count", K::number},
+          {"steps.@count", K::number},
+          {"folder.tasks.@count", K::number},
+          {"folder.children.@count", K::number},
+          {"due", K::date},
+          {"start", K::date},
+          {"ident", K::uuid},
+          {"blob", K::binary},
+          {"folder", K::object, false, "Folder"},
+          {"folder.parent", K::object, false, "Folder"},
+          {"detail", K::object, false, "Detail"},
+          {"tags.label", K::text, true},
+          {"tags.weight", K::number, true},
+          {"steps.label", K::text, true},
+          {"steps.done", K::number, true},
+          {"steps.when", K::date, true},
+          {"folder.children.name", K::text, true},
+          {"folder.tasks.title", K::text, true},
+          {"tags", K::collection, true, "Tag"},
+          {"steps", K::collection, true, "Step"},
+          {"folder.children", K::collection, true, "Folder"},
+          {"steps.task", K::object, true, "Task"}}},
         {"Folder",
-         {{"name", K::text}, {"parent.name", K::text}, {"parent.parent.name", K::text}, {"rank", K::number},
-          {"archived", K::number}, {"parent.rank", K::number}, {"tasks.@count", K::number},
-          {"children.@count", K::number}, {"parent", K::object, false, "Folder"},
-          {"children", K::collection, true, "Folder"}, {"children.name", K::text, true},
-          {"tasks.title", K::text, true}, {"tasks.count", K::number, true}, {"tasks.due", K::date, true},
-          {"tasks", K::collection, true, "Task"}, {"tasks.detail.text", K::text, true}}},
+         {{"name", K::text},
+          {"parent.name", K::text},
+          {"parent.parent.name", K::text},
+          {"rank", K::number},
+          {"archived", K::number},
+          {"parent.rank", K::number},
+          {"tasks.@count", K::number},
+          {"children.@count", K::number},
+          {"parent", K::object, false, "Folder"},
+          {"children", K::collection, true, "Folder"},
+          {"children.name", K::text, true},
+          {"tasks.title", K::text, true},
+          {"tasks.count", K::number, true},
+          {"tasks.due", K::date, true},
+          {"tasks", K::collection, true, "Task"},
+          {"tasks.detail.text", K::text, true}}},
         {"Tag",
-         {{"label", K::text}, {"weight", K::number}, {"tasks.@count", K::number}, {"tasks.title", K::text, true},
-          {"tasks.flag", K::number, true}, {"tasks.due", K::date, true}, {"tasks.folder.name", K::text, true},
-          {"tasks.folder", K::object, true, "Folder"}, {"tasks", K::collection, true, "Task"}}},
+         {{"label", K::text},
+          {"weight", K::number},
+          {"tasks.@count", K::number},
+          {"tasks.title", K::text, true},
+          {"tasks.flag", K::number, true},
+          {"tasks.due", K::date, true},
+          {"tasks.folder.name", K::text, true},
+          {"tasks.folder", K::object, true, "Folder"},
+          {"tasks", K::collection, true, "Task"}}},
         {"Step",
-         {{"label", K::text}, {"done", K::number}, {"when", K::date}, {"task.title", K::text},
-          {"task.folder.name", K::text}, {"task.detail.text", K::text}, {"task.count", K::number},
-          {"task", K::object, false, "Task"}, {"task.tags.label", K::text, true},
-          {"task.tags", K::collection, true, "Tag"}, {"task.steps.@count", K::number}}},
-        {"Detail", {{"text", K::text}, {"task.title", K::text}, {"task", K::object, false, "Task"}}},
+         {{"label", K::text},
+          {"done", K::number},
+          {"when", K::date},
+          {"task.title", K::text},
+          {"task.folder.name", K::text},
+          {"task.detail.text", K::text},
+          {"task.count", K::number},
+          {"task", K::object, false, "Task"},
+          {"task.tags.label", K::text, true},
+          {"task.tags", K::collection, true, "Tag"},
+          {"task.steps.@count", K::number}}},
+        {"Detail",
+         {{"text", K::text}, {"task.title", K::text}, {"task", K::object, false, "Task"}}},
     };
     return table;
 }
@@ -185,15 +242,16 @@ class Generator {
         const double roll = std::uniform_real_distribution<double>(0, 1)(m_rng);
         if (depth < 3 && roll < 0.3) {
             const bool isAnd = chance(m_rng, 0.5);
-            const std::string joiner =
-                chance(m_rng, 0.3) ? (isAnd ? " && " : " || ") : " " + word(isAnd ? "AND" : "OR") + " ";
+            const std::string joiner = chance(m_rng, 0.3) ? (isAnd ? " && " : " || ")
+                                                          : " " + word(isAnd ? "AND" : "OR") + " ";
             std::string out = "(";
             for (int n = between(m_rng, 2, 4), i = 0; i < n; ++i)
                 out += (i ? joiner : "") + predicate(args, depth + 1);
             return out + ")";
         }
         if (depth < 3 && roll < 0.4)
-            return (chance(m_rng, 0.5) ? word("NOT") + " " : std::string("!")) + "(" + predicate(args, depth + 1) + ")";
+            return (chance(m_rng, 0.5) ? word("NOT") + " " : std::string("!")) + "(" +
+                   predicate(args, depth + 1) + ")";
         if (roll < 0.42)
             return word(chance(m_rng, 0.5) ? "TRUEPREDICATE" : "FALSEPREDICATE");
         return comparison(args);
@@ -215,13 +273,20 @@ class Generator {
             return quantifier + path.path + " " + objectTest(args, path.target);
         }
         switch (path.kind) {
-        case Kind::text: return quantifier + textTest(args, path.path, path.toMany);
-        case Kind::number: return quantifier + orderedTest(args, path.path, Kind::number);
-        case Kind::date: return quantifier + orderedTest(args, path.path, Kind::date);
-        case Kind::uuid: return quantifier + uuidTest(args, path.path);
-        case Kind::binary: return quantifier + binaryTest(args, path.path);
-        case Kind::object: return quantifier + path.path + " " + objectTest(args, path.target);
-        case Kind::collection: break;
+        case Kind::text:
+            return quantifier + textTest(args, path.path, path.toMany);
+        case Kind::number:
+            return quantifier + orderedTest(args, path.path, Kind::number);
+        case Kind::date:
+            return quantifier + orderedTest(args, path.path, Kind::date);
+        case Kind::uuid:
+            return quantifier + uuidTest(args, path.path);
+        case Kind::binary:
+            return quantifier + binaryTest(args, path.path);
+        case Kind::object:
+            return quantifier + path.path + " " + objectTest(args, path.target);
+        case Kind::collection:
+            break;
         }
         return "TRUEPREDICATE";
     }
@@ -255,7 +320,8 @@ class Generator {
         return out + quote;
     }
 
-    std::string textConstant(std::vector<PredicateArgument>& args, const std::vector<std::string>& pool) {
+    std::string textConstant(std::vector<PredicateArgument>& args,
+                             const std::vector<std::string>& pool) {
         if (chance(m_rng, 0.08))
             return nil();
         const std::string& text = pick(m_rng, pool);
@@ -267,11 +333,13 @@ class Generator {
     }
 
     std::string options() {
-        static const std::vector<std::string> kOptions = {"", "", "[c]", "[d]", "[cd]", "[CD]", "[dc]"};
+        static const std::vector<std::string> kOptions = {"",     "",     "[c]", "[d]",
+                                                          "[cd]", "[CD]", "[dc]"};
         return pick(m_rng, kOptions);
     }
 
-    std::string list(std::vector<PredicateArgument>& args, int size, const std::function<std::string()>& literal,
+    std::string list(std::vector<PredicateArgument>& args, int size,
+                     const std::function<std::string()>& literal,
                      const std::function<Scalar()>& value) {
         if (chance(m_rng, 0.5)) {
             ScalarList items;
@@ -286,21 +354,27 @@ class Generator {
         return out + "}";
     }
 
-    std::string textTest(std::vector<PredicateArgument>& args, const std::string& path, bool toMany) {
+    std::string textTest(std::vector<PredicateArgument>& args, const std::string& path,
+                         bool toMany) {
         const int choice = between(m_rng, 0, 9);
         const std::string opts = options();
         auto literal = [&] { return quoted(pick(m_rng, kTexts)); };
         auto value = [&] { return Scalar(pick(m_rng, kTexts)); };
         switch (choice) {
         case 0:
-        case 1: return path + " " + ordering() + opts + " " + textConstant(args, kTexts);
+        case 1:
+            return path + " " + ordering() + opts + " " + textConstant(args, kTexts);
         case 2: {
             static const std::vector<std::string> kWords = {"CONTAINS", "BEGINSWITH", "ENDSWITH"};
             return path + " " + word(pick(m_rng, kWords)) + opts + " " + textConstant(args, kTexts);
         }
-        case 3: return path + " " + word("LIKE") + opts + " " + textConstant(args, kPatterns);
-        case 4: return path + " " + word("IN") + opts + " " + list(args, between(m_rng, 0, 4), literal, value);
-        case 5: return path + " " + word("BETWEEN") + opts + " " + list(args, 2, literal, value);
+        case 3:
+            return path + " " + word("LIKE") + opts + " " + textConstant(args, kPatterns);
+        case 4:
+            return path + " " + word("IN") + opts + " " +
+                   list(args, between(m_rng, 0, 4), literal, value);
+        case 5:
+            return path + " " + word("BETWEEN") + opts + " " + list(args, 2, literal, value);
         case 6:
             if (auto other = otherPath(Kind::text))
                 return path + " " + ordering() + opts + " " + *other;
@@ -308,25 +382,40 @@ class Generator {
         case 7: {
             // A constant on the left; a to-many path only with operators
             // that can be mirrored.
-            static const std::vector<std::string> kWords = {"CONTAINS", "BEGINSWITH", "ENDSWITH", "=", "!=", "<"};
+            static const std::vector<std::string> kWords = {"CONTAINS", "BEGINSWITH", "ENDSWITH",
+                                                            "=",        "!=",         "<"};
             static const std::vector<std::string> kMirrored = {"=", "!=", "<", ">="};
             const std::string constant = textConstant(args, kTexts);
-            return constant + " " + word(pick(m_rng, toMany ? kMirrored : kWords)) + opts + " " + path;
+            return constant + " " + word(pick(m_rng, toMany ? kMirrored : kWords)) + opts + " " +
+                   path;
         }
-        default: return path + " " + equality() + opts + " " + textConstant(args, kTexts);
+        default:
+            return path + " " + equality() + opts + " " + textConstant(args, kTexts);
         }
     }
 
     std::string numberLiteral(std::vector<PredicateArgument>& args) {
         switch (between(m_rng, 0, 7)) {
-        case 0: return fmt::format("{}", pick(m_rng, kIntegers));
-        case 1: return toString(Scalar(pick(m_rng, kDoubles)));
-        case 2: return word(pick(m_rng, std::vector<std::string>{"true", "false", "YES", "NO"}));
-        case 3: args.emplace_back(pick(m_rng, kIntegers)); return chance(m_rng, 0.5) ? "%d" : "%ld";
-        case 4: args.emplace_back(chance(m_rng, 0.5)); return "%d";
-        case 5: args.emplace_back(pick(m_rng, kDoubles)); return chance(m_rng, 0.5) ? "%f" : "%@";
-        case 6: args.emplace_back(pick(m_rng, kBigs)); return "%@";
-        default: return chance(m_rng, 0.5) ? nil() : fmt::format("{}", pick(m_rng, kBigs));
+        case 0:
+            return fmt::format("{}", pick(m_rng, kIntegers));
+        case 1:
+            return toString(Scalar(pick(m_rng, kDoubles)));
+        case 2:
+            return word(pick(m_rng, std::vector<std::string>{"true", "false", "YES", "NO"}));
+        case 3:
+            args.emplace_back(pick(m_rng, kIntegers));
+            return chance(m_rng, 0.5) ? "%d" : "%ld";
+        case 4:
+            args.emplace_back(chance(m_rng, 0.5));
+            return "%d";
+        case 5:
+            args.emplace_back(pick(m_rng, kDoubles));
+            return chance(m_rng, 0.5) ? "%f" : "%@";
+        case 6:
+            args.emplace_back(pick(m_rng, kBigs));
+            return "%@";
+        default:
+            return chance(m_rng, 0.5) ? nil() : fmt::format("{}", pick(m_rng, kBigs));
         }
     }
 
@@ -341,7 +430,8 @@ class Generator {
         return toString(Scalar(d));
     }
 
-    std::string orderedTest(std::vector<PredicateArgument>& args, const std::string& path, Kind kind) {
+    std::string orderedTest(std::vector<PredicateArgument>& args, const std::string& path,
+                            Kind kind) {
         // Arguments cannot sit inside a {...} literal list.
         auto literal = [&]() -> std::string {
             if (kind == Kind::date)
@@ -353,28 +443,41 @@ class Generator {
         auto value = [&]() -> Scalar {
             if (kind == Kind::date)
                 return Date{pick(m_rng, kDates)};
-            return chance(m_rng, 0.5) ? Scalar(pick(m_rng, kIntegers)) : Scalar(pick(m_rng, kDoubles));
+            return chance(m_rng, 0.5) ? Scalar(pick(m_rng, kIntegers))
+                                      : Scalar(pick(m_rng, kDoubles));
         };
-        auto constant = [&] { return kind == Kind::number ? numberLiteral(args) : dateLiteral(args); };
+        auto constant = [&] {
+            return kind == Kind::number ? numberLiteral(args) : dateLiteral(args);
+        };
         switch (between(m_rng, 0, 6)) {
-        case 0: return path + " " + word("BETWEEN") + " " + list(args, 2, literal, value);
-        case 1: return path + " " + word("IN") + " " + list(args, between(m_rng, 0, 4), literal, value);
+        case 0:
+            return path + " " + word("BETWEEN") + " " + list(args, 2, literal, value);
+        case 1:
+            return path + " " + word("IN") + " " + list(args, between(m_rng, 0, 4), literal, value);
         case 2:
             if (auto other = otherPath(kind))
                 return path + " " + ordering() + " " + *other;
             [[fallthrough]];
-        case 3: return constant() + " " + ordering() + " " + path;
-        default: return path + " " + ordering() + " " + constant();
+        case 3:
+            return constant() + " " + ordering() + " " + path;
+        default:
+            return path + " " + ordering() + " " + constant();
         }
     }
 
     std::string uuidTest(std::vector<PredicateArgument>& args, const std::string& path) {
         const Uuid& u = pick(m_rng, kUuids);
         switch (between(m_rng, 0, 4)) {
-        case 0: args.emplace_back(u); return path + " " + equality() + " %@";
-        case 1: args.emplace_back(u.toString()); return path + " " + equality() + " %@";
-        case 2: return path + " " + equality() + " " + toString(Scalar(u));
-        case 3: return path + " " + equality() + " " + nil();
+        case 0:
+            args.emplace_back(u);
+            return path + " " + equality() + " %@";
+        case 1:
+            args.emplace_back(u.toString());
+            return path + " " + equality() + " %@";
+        case 2:
+            return path + " " + equality() + " " + toString(Scalar(u));
+        case 3:
+            return path + " " + equality() + " " + nil();
         default:
             args.emplace_back(std::vector<Uuid>{u, pick(m_rng, kUuids)});
             return path + " " + word("IN") + " %@";
@@ -397,8 +500,11 @@ class Generator {
 
     std::string objectTest(std::vector<PredicateArgument>& args, const char* entity) {
         switch (between(m_rng, 0, 3)) {
-        case 0: return equality() + " " + nil();
-        case 1: args.emplace_back(someObject(entity)); return equality() + " %@";
+        case 0:
+            return equality() + " " + nil();
+        case 1:
+            args.emplace_back(someObject(entity));
+            return equality() + " %@";
         case 2: {
             std::vector<ObjectID> ids;
             for (int n = between(m_rng, 0, 5); n > 0; --n)
@@ -406,7 +512,8 @@ class Generator {
             args.emplace_back(ids);
             return word("IN") + " %@";
         }
-        default: return equality() + " " + toString(Scalar(someObject(entity)));
+        default:
+            return equality() + " " + toString(Scalar(someObject(entity)));
         }
     }
 
@@ -459,8 +566,9 @@ TEST_F(RandomStore, SqlAndMemorySelectTheSameObjects) {
             const auto stored = s_mirror->select(index, sql);
             if (stored != memory) {
                 ++failures;
-                ADD_FAILURE() << entity << ": " << parsed->toString() << "\nSQL: " << sql.joins << " WHERE "
-                              << sql.where << "\nSQL selects " << stored.size() << ", memory " << memory.size();
+                ADD_FAILURE() << entity << ": " << parsed->toString() << "\nSQL: " << sql.joins
+                              << " WHERE " << sql.where << "\nSQL selects " << stored.size()
+                              << ", memory " << memory.size();
             }
             if (!memory.empty() && memory.size() != all)
                 ++nonTrivial;
@@ -470,7 +578,8 @@ TEST_F(RandomStore, SqlAndMemorySelectTheSameObjects) {
                 EXPECT_EQ(again->toString(), parsed->toString());
                 auto reboundAgain = BoundPredicate::bind(*again, testing::testModel(), index);
                 ASSERT_TRUE(reboundAgain);
-                EXPECT_EQ(testing::evaluateAll(*s_graph, index, *reboundAgain), memory) << parsed->toString();
+                EXPECT_EQ(testing::evaluateAll(*s_graph, index, *reboundAgain), memory)
+                    << parsed->toString();
             }
         }
     }
@@ -481,8 +590,9 @@ TEST_F(RandomStore, SqlAndMemorySelectTheSameObjects) {
 TEST_F(RandomStore, SqlAndMemorySortAlike) {
     using C = SortDescriptor::Comparison;
     const std::map<std::string, std::vector<std::string>> sortable = {
-        {"Task", {"title", "note", "count", "score", "flag", "due", "start", "ident", "blob", "big", "folder.name",
-                  "folder.parent.rank", "detail.text", "tags.@count", "folder"}},
+        {"Task",
+         {"title", "note", "count", "score", "flag", "due", "start", "ident", "blob", "big",
+          "folder.name", "folder.parent.rank", "detail.text", "tags.@count", "folder"}},
         {"Folder", {"name", "rank", "parent.name", "tasks.@count", "children.@count"}},
         {"Step", {"label", "when", "task.title", "task.folder.name"}},
     };
@@ -491,14 +601,16 @@ TEST_F(RandomStore, SqlAndMemorySortAlike) {
         const auto& [entity, keys] = *std::next(sortable.begin(), between(rng, 0, 2));
         std::vector<SortDescriptor> descriptors;
         for (int n = between(rng, 1, 3); n > 0; --n)
-            descriptors.push_back({pick(rng, keys), chance(rng, 0.5), chance(rng, 0.5) ? C::localizedCaseInsensitive : C::plain});
+            descriptors.push_back({pick(rng, keys), chance(rng, 0.5),
+                                   chance(rng, 0.5) ? C::localizedCaseInsensitive : C::plain});
         const auto index = testing::entityIndex(entity);
         auto order = compileSort(descriptors, testing::testModel(), index);
         ASSERT_TRUE(order) << order.error().message;
         auto comparator = ObjectComparator::make(descriptors, testing::testModel(), index);
         ASSERT_TRUE(comparator);
         auto objects = s_graph->objects(index);
-        std::sort(objects.begin(), objects.end(), [&](const auto& a, const auto& b) { return (*comparator)(*a, *b); });
+        std::sort(objects.begin(), objects.end(),
+                  [&](const auto& a, const auto& b) { return (*comparator)(*a, *b); });
         std::vector<std::int64_t> memory;
         for (const auto& o : objects)
             memory.push_back(o->objectID().key);

@@ -3,17 +3,15 @@
 // to-one hops, ANY/ALL/NONE and @count, object identities; binding errors;
 // and sorting.
 #include "object_graph.h"
-#include "support/temp_dir.h"
-
 #include "platform/objectstore/predicate/bound_predicate.h"
 #include "platform/objectstore/predicate/evaluator.h"
 #include "platform/objectstore/predicate/sort_descriptor.h"
 #include "platform/objectstore/predicate/sql_compiler.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/temp_dir.h"
 
 #include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace tasket::objectstore {
 namespace {
@@ -101,7 +99,8 @@ class SmallStore : public ::testing::Test {
     }
 
     // The keys selected in memory, after checking that SQL selects the same.
-    Keys both(std::string_view entity, const char* format, const std::vector<PredicateArgument>& arguments) {
+    Keys both(std::string_view entity, const char* format,
+              const std::vector<PredicateArgument>& arguments) {
         auto parsed = Predicate::parse(format, arguments);
         EXPECT_TRUE(parsed) << parsed.error().message;
         if (!parsed)
@@ -194,7 +193,10 @@ TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
         {"detail.text BEGINSWITH 'he'", {}, {1}},
         {"detail != nil", {}, {1}},
         {"folder = %@", {ObjectID{testing::entityIndex("Folder"), 1}}, {1, 4}},
-        {"folder IN %@", {std::vector<ObjectID>{{testing::entityIndex("Folder"), 2}, {testing::entityIndex("Folder"), 3}}}, {3, 6}},
+        {"folder IN %@",
+         {std::vector<ObjectID>{{testing::entityIndex("Folder"), 2},
+                                {testing::entityIndex("Folder"), 3}}},
+         {3, 6}},
         // to-many
         {"ANY tags = nil", {}, {2, 5, 6}},
         {"tags = nil", {}, {2, 5, 6}},
@@ -247,7 +249,9 @@ TEST_F(SmallStore, BindingRejectsUnknownKeysAndTypeMismatches) {
         {"title > 3", {}, "type mismatch: 'title' is text, compared with a number"},
         {"due = 3", {}, "'due' is a date, compared with a number"},
         {"folder.name.x = 1", {}, "Folder.name is an attribute and has no properties"},
-        {"tags.label = 'x'", {}, "'tags.label' is a to-many key path and needs ANY, ALL, NONE or SOME"},
+        {"tags.label = 'x'",
+         {},
+         "'tags.label' is a to-many key path and needs ANY, ALL, NONE or SOME"},
         {"ANY title = 'x'", {}, "need a key path through a to-many relationship"},
         {"ANY tags.tasks.title = 'x'", {}, "crosses more than one to-many relationship"},
         {"ANY tags.label = steps.label", {}, "one to-many key path only"},
@@ -256,7 +260,9 @@ TEST_F(SmallStore, BindingRejectsUnknownKeysAndTypeMismatches) {
         {"title CONTAINS 3", {}, "compared with a number"},
         {"count ==[c] 1", {}, "[c]/[d] applies to text only"},
         {"ident = 'not a uuid'", {}, "\"not a uuid\" is not a UUID"},
-        {"folder = %@", {ObjectID{testing::entityIndex("Tag"), 1}}, "'folder' is an object of Folder, compared with an object of Tag"},
+        {"folder = %@",
+         {ObjectID{testing::entityIndex("Tag"), 1}},
+         "'folder' is an object of Folder, compared with an object of Tag"},
         {"blob < BYTES('00')", {}, "binary data cannot be ordered"},
         {"ident > %@", {kFirst}, "a UUID cannot be ordered"},
         {"title IN 'a'", {}, "IN needs a list {...} on the right"},
@@ -274,7 +280,8 @@ TEST_F(SmallStore, BindingRejectsUnknownKeysAndTypeMismatches) {
             EXPECT_THAT(parsed.error().message, HasSubstr(c.message));
             continue;
         }
-        auto bound = BoundPredicate::bind(*parsed, testing::testModel(), testing::entityIndex("Task"));
+        auto bound =
+            BoundPredicate::bind(*parsed, testing::testModel(), testing::entityIndex("Task"));
         ASSERT_FALSE(bound);
         EXPECT_EQ(bound.error().code, Errc::invalidArgument);
         EXPECT_THAT(bound.error().message, HasSubstr(c.message));
@@ -282,8 +289,9 @@ TEST_F(SmallStore, BindingRejectsUnknownKeysAndTypeMismatches) {
 }
 
 TEST_F(SmallStore, ValuesNeverEnterTheSqlText) {
-    auto parsed = Predicate::parse("title = %@ OR note CONTAINS[c] %@ OR ANY tags.label IN %@",
-                                   {"Robert'); DROP TABLE \"Task\"; --", "x' OR 1=1 --", std::vector<std::string>{"a", "b"}});
+    auto parsed = Predicate::parse(
+        "title = %@ OR note CONTAINS[c] %@ OR ANY tags.label IN %@",
+        {"Robert'); DROP TABLE \"Task\"; --", "x' OR 1=1 --", std::vector<std::string>{"a", "b"}});
     ASSERT_TRUE(parsed);
     auto sql = compileToSql(*parsed, testing::testModel(), testing::entityIndex("Task"));
     ASSERT_TRUE(sql);

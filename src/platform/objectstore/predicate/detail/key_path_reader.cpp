@@ -14,15 +14,17 @@ std::shared_ptr<const ObjectView> borrow(const ObjectView& object) {
 
 } // namespace
 
-std::shared_ptr<const ObjectView> KeyPathReader::follow(const BoundKeyPath& path, std::size_t from, std::size_t to,
-                                                        std::shared_ptr<const ObjectView> start) const {
+std::shared_ptr<const ObjectView>
+KeyPathReader::follow(const BoundKeyPath& path, std::size_t from, std::size_t to,
+                      std::shared_ptr<const ObjectView> start) const {
     auto current = std::move(start);
     for (std::size_t i = from; i < to && current; ++i)
         current = current->relatedObject(path.steps[i].property);
     return current;
 }
 
-Scalar KeyPathReader::tail(const BoundKeyPath& path, std::size_t from, std::shared_ptr<const ObjectView> start) const {
+Scalar KeyPathReader::tail(const BoundKeyPath& path, std::size_t from,
+                           std::shared_ptr<const ObjectView> start) const {
     if (from == path.steps.size())
         return start->objectID();
     const auto owner = follow(path, from, path.steps.size() - 1, std::move(start));
@@ -31,7 +33,8 @@ Scalar KeyPathReader::tail(const BoundKeyPath& path, std::size_t from, std::shar
     const PropertyStep& last = path.steps.back();
     const EntityDescription& e = m_model.entity(last.entity);
     if (e.isAttribute(last.property))
-        return scalarFromValue(owner->attributeValue(last.property), e.attributes[last.property].type);
+        return scalarFromValue(owner->attributeValue(last.property),
+                               e.attributes[last.property].type);
     auto related = owner->relatedObject(last.property);
     return related ? Scalar(related->objectID()) : Scalar();
 }
@@ -42,7 +45,8 @@ Scalar KeyPathReader::value(const BoundKeyPath& path, const ObjectView& object) 
     return tail(path, 0, borrow(object));
 }
 
-std::size_t KeyPathReader::collectionSize(const BoundKeyPath& path, const ObjectView& object) const {
+std::size_t KeyPathReader::collectionSize(const BoundKeyPath& path,
+                                          const ObjectView& object) const {
     const std::size_t step = *path.toManyStep;
     const auto owner = follow(path, 0, step, borrow(object));
     return owner ? owner->relatedObjects(path.steps[step].property).size() : 0;

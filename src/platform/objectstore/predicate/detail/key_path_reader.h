@@ -30,9 +30,11 @@ class KeyPathReader {
 
   private:
     // Follows steps [from, to), all to-one; nullptr when a hop is missing.
-    std::shared_ptr<const ObjectView> follow(const BoundKeyPath& path, std::size_t from, std::size_t to,
+    std::shared_ptr<const ObjectView> follow(const BoundKeyPath& path, std::size_t from,
+                                             std::size_t to,
                                              std::shared_ptr<const ObjectView> start) const;
-    Scalar tail(const BoundKeyPath& path, std::size_t from, std::shared_ptr<const ObjectView> start) const;
+    Scalar tail(const BoundKeyPath& path, std::size_t from,
+                std::shared_ptr<const ObjectView> start) const;
 
     const Model& m_model;
 };

@@ -2,12 +2,11 @@
 
 #include "platform/objectstore/predicate/predicate.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
+#include <fmt/format.h>
 #include <locale.h>
 
 namespace tasket::objectstore::detail {
@@ -18,14 +17,25 @@ using platform::fail;
 namespace {
 
 constexpr std::array kKeywords = {
-    "AND", "OR", "NOT", "ANY", "ALL", "NONE", "SOME", "IN", "BETWEEN", "CONTAINS", "BEGINSWITH",
-    "ENDSWITH", "LIKE", "TRUEPREDICATE", "FALSEPREDICATE", "NIL", "NULL", "TRUE", "FALSE", "YES", "NO",
+    "AND",        "OR",       "NOT",  "ANY",           "ALL",
+    "NONE",       "SOME",     "IN",   "BETWEEN",       "CONTAINS",
+    "BEGINSWITH", "ENDSWITH", "LIKE", "TRUEPREDICATE", "FALSEPREDICATE",
+    "NIL",        "NULL",     "TRUE", "FALSE",         "YES",
+    "NO",
 };
 
-bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$'; }
-bool isNamePart(char c) { return isNameStart(c) || (c >= '0' && c <= '9'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+bool isNameStart(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$';
+}
+bool isNamePart(char c) {
+    return isNameStart(c) || (c >= '0' && c <= '9');
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool isSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+}
 
 std::string printable(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -79,10 +89,12 @@ class Lexer {
                 ++m_pos;
             token.kind = c == '@' ? TokenKind::keyOperator : TokenKind::name;
             token.escaped = c == '#';
-            token.text = std::string(c == '@' ? "@" : "") + std::string(m_text.substr(nameStart, m_pos - nameStart));
+            token.text = std::string(c == '@' ? "@" : "") +
+                         std::string(m_text.substr(nameStart, m_pos - nameStart));
             return token;
         }
-        if (isDigit(c) || (c == '-' && (isDigit(peek(1)) || (peek(1) == '.' && isDigit(peek(2))))) ||
+        if (isDigit(c) ||
+            (c == '-' && (isDigit(peek(1)) || (peek(1) == '.' && isDigit(peek(2))))) ||
             (c == '.' && isDigit(peek(1))))
             return number(token);
         if (c == '"' || c == '\'')
@@ -116,7 +128,8 @@ class Lexer {
         }
         if (isNameStart(peek()))
             return fail(Errc::parseError,
-                        fmt::format("malformed number at offset {}: unexpected {}", start, printable(peek())));
+                        fmt::format("malformed number at offset {}: unexpected {}", start,
+                                    printable(peek())));
         const std::string text(m_text.substr(start, m_pos - start));
         if (!real) {
             std::int64_t value = 0;
@@ -139,8 +152,8 @@ class Lexer {
         while (true) {
             if (m_pos >= m_text.size())
                 return fail(Errc::parseError,
-                            fmt::format("unterminated string starting at offset {}: expected {}", token.position,
-                                        quote == '"' ? "'\"'" : "\"'\""));
+                            fmt::format("unterminated string starting at offset {}: expected {}",
+                                        token.position, quote == '"' ? "'\"'" : "\"'\""));
             const char c = m_text[m_pos++];
             if (c == quote)
                 return token;
@@ -152,10 +165,17 @@ class Lexer {
                 continue; // reported as unterminated above
             const char escaped = m_text[m_pos++];
             switch (escaped) {
-            case 'n': token.text += '\n'; break;
-            case 't': token.text += '\t'; break;
-            case 'r': token.text += '\r'; break;
-            default: token.text += escaped;
+            case 'n':
+                token.text += '\n';
+                break;
+            case 't':
+                token.text += '\t';
+                break;
+            case 'r':
+                token.text += '\r';
+                break;
+            default:
+                token.text += escaped;
             }
         }
     }
@@ -168,7 +188,8 @@ class Lexer {
             ++m_pos;
             return token;
         }
-        while (peek() == 'l' || peek() == 'h' || peek() == 'q' || peek() == 'z' || peek() == 'j' || peek() == 't')
+        while (peek() == 'l' || peek() == 'h' || peek() == 'q' || peek() == 'z' || peek() == 'j' ||
+               peek() == 't')
             ++m_pos;
         const char conversion = peek();
         if (conversion == 'd' || conversion == 'i' || conversion == 'u') {
@@ -176,9 +197,11 @@ class Lexer {
         } else if (conversion == 'f' || conversion == 'g' || conversion == 'e') {
             token.text = "f";
         } else {
-            return fail(Errc::parseError,
-                        fmt::format("unsupported format specifier at offset {}: expected %@, %K, %d, %i, %ld or %f",
-                                    token.position));
+            return fail(
+                Errc::parseError,
+                fmt::format(
+                    "unsupported format specifier at offset {}: expected %@, %K, %d, %i, %ld or %f",
+                    token.position));
         }
         ++m_pos;
         return token;
@@ -194,23 +217,32 @@ class Lexer {
             } else if (c == 'd' || c == 'D') {
                 token.integer |= kDiacriticInsensitive;
             } else {
-                return fail(Errc::parseError,
-                            fmt::format("unknown comparison option {} at offset {}: expected c, d or ']'",
-                                        m_pos < m_text.size() ? printable(c) : std::string("end"), m_pos));
+                return fail(
+                    Errc::parseError,
+                    fmt::format("unknown comparison option {} at offset {}: expected c, d or ']'",
+                                m_pos < m_text.size() ? printable(c) : std::string("end"), m_pos));
             }
             ++m_pos;
         }
         ++m_pos;
         if (token.integer == 0)
             return fail(Errc::parseError,
-                        fmt::format("empty comparison options at offset {}: expected c or d", token.position));
+                        fmt::format("empty comparison options at offset {}: expected c or d",
+                                    token.position));
         return token;
     }
 
     platform::Result<Token> symbol(Token token) {
         static constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kTwo = {{
-            {"==", "=="}, {"!=", "!="}, {"<>", "!="}, {"<=", "<="}, {"=<", "<="},
-            {">=", ">="}, {"=>", ">="}, {"&&", "&&"}, {"||", "||"},
+            {"==", "=="},
+            {"!=", "!="},
+            {"<>", "!="},
+            {"<=", "<="},
+            {"=<", "<="},
+            {">=", ">="},
+            {"=>", ">="},
+            {"&&", "&&"},
+            {"||", "||"},
         }};
         token.kind = TokenKind::symbol;
         for (const auto& [spelling, normal] : kTwo) {
@@ -223,7 +255,8 @@ class Lexer {
         const char c = m_text[m_pos];
         constexpr std::string_view kOne = "=<>!(){},.";
         if (kOne.find(c) == std::string_view::npos)
-            return fail(Errc::parseError, fmt::format("unexpected {} at offset {}", printable(c), m_pos));
+            return fail(Errc::parseError,
+                        fmt::format("unexpected {} at offset {}", printable(c), m_pos));
         token.text = c == '=' ? "==" : std::string(1, c);
         ++m_pos;
         return token;
@@ -235,7 +268,9 @@ class Lexer {
 
 } // namespace
 
-platform::Result<std::vector<Token>> tokenize(std::string_view text) { return Lexer(text).run(); }
+platform::Result<std::vector<Token>> tokenize(std::string_view text) {
+    return Lexer(text).run();
+}
 
 bool equalsKeyword(std::string_view name, std::string_view keyword) {
     if (name.size() != keyword.size())
@@ -259,15 +294,24 @@ bool isKeyword(std::string_view name) {
 
 std::string describe(const Token& token) {
     switch (token.kind) {
-    case TokenKind::end: return "the end of the predicate";
-    case TokenKind::name: return fmt::format("'{}'", token.text);
-    case TokenKind::keyOperator: return fmt::format("'{}'", token.text);
-    case TokenKind::integer: return fmt::format("the number {}", token.integer);
-    case TokenKind::real: return fmt::format("the number {}", token.text);
-    case TokenKind::string: return "a quoted string";
-    case TokenKind::argument: return fmt::format("'%{}'", token.text);
-    case TokenKind::options: return "comparison options";
-    case TokenKind::symbol: return fmt::format("'{}'", token.text);
+    case TokenKind::end:
+        return "the end of the predicate";
+    case TokenKind::name:
+        return fmt::format("'{}'", token.text);
+    case TokenKind::keyOperator:
+        return fmt::format("'{}'", token.text);
+    case TokenKind::integer:
+        return fmt::format("the number {}", token.integer);
+    case TokenKind::real:
+        return fmt::format("the number {}", token.text);
+    case TokenKind::string:
+        return "a quoted string";
+    case TokenKind::argument:
+        return fmt::format("'%{}'", token.text);
+    case TokenKind::options:
+        return "comparison options";
+    case TokenKind::symbol:
+        return fmt::format("'{}'", token.text);
     }
     return "?";
 }

@@ -16,14 +16,14 @@ namespace tasket::objectstore::detail {
 
 enum class TokenKind {
     end,
-    name,      // text: the name; escaped when written with a leading '#'
+    name,        // text: the name; escaped when written with a leading '#'
     keyOperator, // text: "@count" and the like
-    integer,   // integer
-    real,      // real
-    string,    // text: the unescaped contents
-    argument,  // text: "@", "K", "d" or "f" (the normalized conversion)
-    options,   // integer: kCaseInsensitive | kDiacriticInsensitive
-    symbol,    // text: ( ) { } , . == != < <= > >= && || !
+    integer,     // integer
+    real,        // real
+    string,      // text: the unescaped contents
+    argument,    // text: "@", "K", "d" or "f" (the normalized conversion)
+    options,     // integer: kCaseInsensitive | kDiacriticInsensitive
+    symbol,      // text: ( ) { } , . == != < <= > >= && || !
 };
 
 struct Token {

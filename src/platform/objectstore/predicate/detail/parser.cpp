@@ -5,9 +5,8 @@
 #include "platform/objectstore/predicate/detail/lexer.h"
 #include "platform/objectstore/predicate/predicate.h"
 
-#include <fmt/format.h>
-
 #include <cmath>
+#include <fmt/format.h>
 #include <optional>
 
 namespace tasket::objectstore {
@@ -34,11 +33,12 @@ bool isNaN(const Scalar& s) {
 bool validKeyComponent(std::string_view c) {
     if (c == "@count")
         return true;
-    if (c.empty() || !((c[0] >= 'a' && c[0] <= 'z') || (c[0] >= 'A' && c[0] <= 'Z') || c[0] == '_' || c[0] == '$'))
+    if (c.empty() || !((c[0] >= 'a' && c[0] <= 'z') || (c[0] >= 'A' && c[0] <= 'Z') ||
+                       c[0] == '_' || c[0] == '$'))
         return false;
     for (char ch : c)
-        if (!((ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') || ch == '_' ||
-              ch == '$'))
+        if (!((ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') ||
+              ch == '_' || ch == '$'))
             return false;
     return true;
 }
@@ -177,12 +177,13 @@ class Parser {
     std::optional<ComparisonOperator> comparisonOperator() {
         using Op = ComparisonOperator;
         static constexpr std::pair<std::string_view, Op> kSymbols[] = {
-            {"==", Op::equal}, {"!=", Op::notEqual}, {"<", Op::less},
-            {"<=", Op::lessOrEqual}, {">", Op::greater}, {">=", Op::greaterOrEqual},
+            {"==", Op::equal},       {"!=", Op::notEqual}, {"<", Op::less},
+            {"<=", Op::lessOrEqual}, {">", Op::greater},   {">=", Op::greaterOrEqual},
         };
         static constexpr std::pair<std::string_view, Op> kWords[] = {
-            {"BETWEEN", Op::between}, {"IN", Op::in}, {"CONTAINS", Op::contains},
-            {"BEGINSWITH", Op::beginsWith}, {"ENDSWITH", Op::endsWith}, {"LIKE", Op::like},
+            {"BETWEEN", Op::between},   {"IN", Op::in},
+            {"CONTAINS", Op::contains}, {"BEGINSWITH", Op::beginsWith},
+            {"ENDSWITH", Op::endsWith}, {"LIKE", Op::like},
         };
         for (const auto& [text, op] : kSymbols)
             if (isSymbol(text))
@@ -190,8 +191,9 @@ class Parser {
         for (const auto& [text, op] : kWords)
             if (isKeyword(text))
                 return take(), op;
-        return expected("a comparison operator (==, !=, <, <=, >, >=, BETWEEN, IN, CONTAINS, BEGINSWITH, "
-                        "ENDSWITH or LIKE)");
+        return expected(
+            "a comparison operator (==, !=, <, <=, >, >=, BETWEEN, IN, CONTAINS, BEGINSWITH, "
+            "ENDSWITH or LIKE)");
     }
 
     std::optional<Expression> expression() {
@@ -211,15 +213,20 @@ class Parser {
                     return expected("a key path or a value");
             }
             return keyPath();
-        case TokenKind::integer: return Expression(Scalar(take().integer));
-        case TokenKind::real: return Expression(Scalar(take().real));
-        case TokenKind::string: return Expression(Scalar(take().text));
-        case TokenKind::argument: return argument();
+        case TokenKind::integer:
+            return Expression(Scalar(take().integer));
+        case TokenKind::real:
+            return Expression(Scalar(take().real));
+        case TokenKind::string:
+            return Expression(Scalar(take().text));
+        case TokenKind::argument:
+            return argument();
         case TokenKind::symbol:
             if (t.text == "{")
                 return list();
             break;
-        default: break;
+        default:
+            break;
         }
         return expected("a key path or a value");
     }
@@ -233,10 +240,12 @@ class Parser {
             if (peek().kind == TokenKind::keyOperator) {
                 if (peek().text != "@count")
                     return failAt(Errc::parseError, peek().position,
-                                  fmt::format("unsupported key path operator '{}': expected @count", peek().text));
+                                  fmt::format("unsupported key path operator '{}': expected @count",
+                                              peek().text));
                 path.components.push_back(take().text);
                 if (isSymbol("."))
-                    return failAt(Errc::parseError, peek().position, "@count must end its key path");
+                    return failAt(Errc::parseError, peek().position,
+                                  "@count must end its key path");
                 break;
             }
             if (peek().kind != TokenKind::name)
@@ -278,7 +287,8 @@ class Parser {
             take();
             value = std::move(*bytes);
         } else if (equalsKeyword(kind, "OBJECT")) {
-            if (peek().kind != TokenKind::integer || peek().integer < 0 || peek().integer > 0xffffffffLL)
+            if (peek().kind != TokenKind::integer || peek().integer < 0 ||
+                peek().integer > 0xffffffffLL)
                 return expected("an entity index");
             ObjectID id;
             id.entity = static_cast<std::uint32_t>(take().integer);
@@ -290,8 +300,10 @@ class Parser {
             id.key = take().integer;
             value = id;
         } else {
-            return failAt(Errc::parseError, position,
-                          fmt::format("unknown constant type '{}': expected DATE, UUID, BYTES or OBJECT", kind));
+            return failAt(
+                Errc::parseError, position,
+                fmt::format("unknown constant type '{}': expected DATE, UUID, BYTES or OBJECT",
+                            kind));
         }
         if (!isSymbol(")"))
             return expected("')'");
@@ -353,7 +365,8 @@ class Parser {
         if (t.text == "@") {
             if (scalar) {
                 if (isNaN(*scalar))
-                    return failAt(Errc::invalidArgument, t.position, "argument for %@ is not a number (NaN)");
+                    return failAt(Errc::invalidArgument, t.position,
+                                  "argument for %@ is not a number (NaN)");
                 return Expression(*scalar);
             }
             const auto& list = std::get<ScalarList>(arg.value);
@@ -363,9 +376,11 @@ class Parser {
             return Expression(list);
         }
         if (t.text == "d") {
-            if (scalar && (std::holds_alternative<std::int64_t>(*scalar) || std::holds_alternative<bool>(*scalar)))
+            if (scalar && (std::holds_alternative<std::int64_t>(*scalar) ||
+                           std::holds_alternative<bool>(*scalar)))
                 return Expression(*scalar);
-            return failAt(Errc::invalidArgument, t.position, "argument for %d must be an integer or a bool");
+            return failAt(Errc::invalidArgument, t.position,
+                          "argument for %d must be an integer or a bool");
         }
         if (t.text == "f") {
             if (scalar && std::holds_alternative<double>(*scalar) && !isNaN(*scalar))
@@ -377,7 +392,8 @@ class Parser {
         // %K
         const auto* text = scalar ? std::get_if<std::string>(scalar) : nullptr;
         if (!text)
-            return failAt(Errc::invalidArgument, t.position, "argument for %K must be a key path text");
+            return failAt(Errc::invalidArgument, t.position,
+                          "argument for %K must be a key path text");
         KeyPath path;
         path.position = t.position;
         std::string_view rest = *text;
@@ -406,7 +422,8 @@ class Parser {
 
 } // namespace
 
-Result<Predicate> Predicate::parse(std::string_view format, const std::vector<PredicateArgument>& arguments) {
+Result<Predicate> Predicate::parse(std::string_view format,
+                                   const std::vector<PredicateArgument>& arguments) {
     auto tokens = detail::tokenize(format);
     if (!tokens)
         return std::unexpected(tokens.error());

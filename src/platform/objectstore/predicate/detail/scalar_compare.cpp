@@ -8,7 +8,9 @@ namespace tasket::objectstore::detail {
 
 namespace {
 
-int sign(auto a, auto b) { return a < b ? -1 : (b < a ? 1 : 0); }
+int sign(auto a, auto b) {
+    return a < b ? -1 : (b < a ? 1 : 0);
+}
 
 // Exact comparison of an integer with a double, as SQLite makes it.
 int compareIntDouble(std::int64_t i, double d) {
@@ -53,7 +55,9 @@ Scalar scalarFromValue(const Value& value, AttributeType type) {
     struct Visitor {
         AttributeType type;
         Scalar operator()(std::monostate) const { return {}; }
-        Scalar operator()(bool b) const { return type == AttributeType::Double ? Scalar(b ? 1.0 : 0.0) : Scalar(b); }
+        Scalar operator()(bool b) const {
+            return type == AttributeType::Double ? Scalar(b ? 1.0 : 0.0) : Scalar(b);
+        }
         Scalar operator()(std::int64_t i) const {
             return type == AttributeType::Double ? Scalar(static_cast<double>(i)) : Scalar(i);
         }

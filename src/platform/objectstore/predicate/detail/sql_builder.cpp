@@ -40,9 +40,12 @@ Value bindingFor(const Scalar& constant) {
     return std::visit(Visitor{}, constant);
 }
 
-std::string SqlBuilder::nextAlias() { return fmt::format("{}{}", m_prefix, m_next++); }
+std::string SqlBuilder::nextAlias() {
+    return fmt::format("{}{}", m_prefix, m_next++);
+}
 
-std::string SqlBuilder::hops(Scope& scope, const BoundKeyPath& path, std::size_t from, std::size_t to) {
+std::string SqlBuilder::hops(Scope& scope, const BoundKeyPath& path, std::size_t from,
+                             std::size_t to) {
     std::string alias = scope.alias;
     for (std::size_t i = from; i < to; ++i) {
         const PropertyStep& step = path.steps[i];
@@ -57,16 +60,18 @@ std::string SqlBuilder::hops(Scope& scope, const BoundKeyPath& path, std::size_t
         const EntityDescription& d = m_model.entity(r.destinationIndex);
         const std::string next = nextAlias();
         if (e.storage[ri] == RelationshipStorage::ForeignKey) {
-            scope.joins.push_back(fmt::format("LEFT JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(d.name), next,
-                                              next, alias, quoteIdentifier(r.name)));
+            scope.joins.push_back(fmt::format("LEFT JOIN {} AS {} ON {}.pk = {}.{}",
+                                              quoteIdentifier(d.name), next, next, alias,
+                                              quoteIdentifier(r.name)));
         } else {
             // The passive side of a one-to-one: the partner holds the column.
             const std::string lookup = nextAlias();
             const auto& inverse = d.relationships[r.inversePropertyIndex - d.attributes.size()];
-            scope.joins.push_back(fmt::format(
-                "LEFT JOIN {0} AS {1} ON {1}.pk = (SELECT {2}.pk FROM {0} AS {2} WHERE {2}.{3} = {4}.pk "
-                "ORDER BY {2}.pk LIMIT 1)",
-                quoteIdentifier(d.name), next, lookup, quoteIdentifier(inverse.name), alias));
+            scope.joins.push_back(fmt::format("LEFT JOIN {0} AS {1} ON {1}.pk = (SELECT {2}.pk "
+                                              "FROM {0} AS {2} WHERE {2}.{3} = {4}.pk "
+                                              "ORDER BY {2}.pk LIMIT 1)",
+                                              quoteIdentifier(d.name), next, lookup,
+                                              quoteIdentifier(inverse.name), alias));
         }
         scope.hopAliases.emplace(key, next);
         alias = next;
@@ -91,8 +96,9 @@ SqlBuilder::ToMany SqlBuilder::toMany(const std::string& ownerAlias, const Prope
         std::string table = e.joinTables[ri];
         if (table.empty())
             table = d.joinTables[r.inversePropertyIndex - d.attributes.size()];
-        out.from = fmt::format("{} AS {} JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(table), join,
-                               quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
+        out.from =
+            fmt::format("{} AS {} JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(table), join,
+                        quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
         out.correlation = fmt::format("{}.{} = {}.pk", join, owns ? "src" : "dst", ownerAlias);
         break;
     }
@@ -100,7 +106,8 @@ SqlBuilder::ToMany SqlBuilder::toMany(const std::string& ownerAlias, const Prope
     case RelationshipStorage::ForeignKey: {
         const auto& inverse = d.relationships[r.inversePropertyIndex - d.attributes.size()];
         out.from = fmt::format("{} AS {}", quoteIdentifier(d.name), element);
-        out.correlation = fmt::format("{}.{} = {}.pk", element, quoteIdentifier(inverse.name), ownerAlias);
+        out.correlation =
+            fmt::format("{}.{} = {}.pk", element, quoteIdentifier(inverse.name), ownerAlias);
         break;
     }
     }

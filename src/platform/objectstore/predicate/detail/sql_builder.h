@@ -50,7 +50,8 @@ class SqlBuilder {
 
     /// Aliases are `prefix` followed by a number, so that two builders with
     /// different prefixes can share one query.
-    SqlBuilder(const Model& model, std::string prefix) : m_model(model), m_prefix(std::move(prefix)) {}
+    SqlBuilder(const Model& model, std::string prefix)
+        : m_model(model), m_prefix(std::move(prefix)) {}
 
     std::string nextAlias();
 

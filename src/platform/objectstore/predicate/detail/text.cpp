@@ -2,14 +2,13 @@
 
 #include "platform/objectstore/predicate/predicate.h"
 
+#include <memory>
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
 #include <unicode/uloc.h>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
-
-#include <memory>
 #include <vector>
 
 namespace tasket::objectstore::detail {
@@ -39,19 +38,21 @@ std::string toUtf8(const std::u16string& text) {
 std::u16string foldCase(const std::u16string& text) {
     std::u16string out(text.size() * 3 + 1, u'\0'); // full folding expands at most threefold
     UErrorCode status = U_ZERO_ERROR;
-    const int32_t length = u_strFoldCase(out.data(), static_cast<int32_t>(out.size()), text.data(),
-                                         static_cast<int32_t>(text.size()), U_FOLD_CASE_DEFAULT, &status);
+    const int32_t length =
+        u_strFoldCase(out.data(), static_cast<int32_t>(out.size()), text.data(),
+                      static_cast<int32_t>(text.size()), U_FOLD_CASE_DEFAULT, &status);
     out.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
     return out;
 }
 
 std::u16string normalize(const UNormalizer2* normalizer, const std::u16string& text) {
     UErrorCode status = U_ZERO_ERROR;
-    int32_t length = unorm2_normalize(normalizer, text.data(), static_cast<int32_t>(text.size()), nullptr, 0, &status);
+    int32_t length = unorm2_normalize(normalizer, text.data(), static_cast<int32_t>(text.size()),
+                                      nullptr, 0, &status);
     std::u16string out(static_cast<std::size_t>(length), u'\0');
     status = U_ZERO_ERROR;
-    length = unorm2_normalize(normalizer, text.data(), static_cast<int32_t>(text.size()), out.data(),
-                              static_cast<int32_t>(out.size()), &status);
+    length = unorm2_normalize(normalizer, text.data(), static_cast<int32_t>(text.size()),
+                              out.data(), static_cast<int32_t>(out.size()), &status);
     out.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
     return out;
 }
@@ -107,7 +108,8 @@ UCollator* threadCollator() {
         // The C/POSIX locale's tailoring sorts by code point; such a user
         // gets the root collation, the language-neutral alphabetical order.
         const std::string_view locale = uloc_getDefault();
-        const bool posix = locale.find("POSIX") != std::string_view::npos || locale == "c" || locale == "C";
+        const bool posix =
+            locale.find("POSIX") != std::string_view::npos || locale == "c" || locale == "C";
         UErrorCode status = U_ZERO_ERROR;
         UCollator* c = ucol_open(posix ? "" : nullptr, &status);
         if (U_FAILURE(status)) {
@@ -120,7 +122,8 @@ UCollator* threadCollator() {
     }();
     thread_local const std::unique_ptr<UCollator, CollatorDeleter> mine = [] {
         UErrorCode status = U_ZERO_ERROR;
-        return std::unique_ptr<UCollator, CollatorDeleter>(master ? ucol_clone(master.get(), &status) : nullptr);
+        return std::unique_ptr<UCollator, CollatorDeleter>(
+            master ? ucol_clone(master.get(), &status) : nullptr);
     }();
     return mine.get();
 }
@@ -210,8 +213,8 @@ int collateLocalized(std::string_view a, std::string_view b) {
     if (!collator)
         return a.compare(b);
     UErrorCode status = U_ZERO_ERROR;
-    const UCollationResult r = ucol_strcollUTF8(collator, a.data(), static_cast<int32_t>(a.size()), b.data(),
-                                                static_cast<int32_t>(b.size()), &status);
+    const UCollationResult r = ucol_strcollUTF8(collator, a.data(), static_cast<int32_t>(a.size()),
+                                                b.data(), static_cast<int32_t>(b.size()), &status);
     return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
 }
 

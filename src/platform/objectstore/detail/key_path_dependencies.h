@@ -1,0 +1,17 @@
+// The entities other than the fetched one whose values a fetch request
+// reads through relationships (in its predicate or sort key paths). Unsaved
+// or merged changes to their objects can change the result.
+#pragma once
+
+#include "platform/objectstore/fetch_request.h"
+
+#include <optional>
+#include <set>
+
+namespace tasket::objectstore::detail {
+
+std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>& predicate,
+                                            const std::vector<SortDescriptor>& sort, const Model& model,
+                                            std::uint32_t entity);
+
+} // namespace tasket::objectstore::detail
