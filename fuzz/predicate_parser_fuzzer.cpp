@@ -8,10 +8,9 @@
 #include "platform/objectstore/predicate/sql_compiler.h"
 #include "platform/objectstore/predicate/sql_functions.h"
 
-#include <sqlite3.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <sqlite3.h>
 #include <string>
 #include <string_view>
 
@@ -25,8 +24,8 @@ const Model& fuzzModel() {
         auto attribute = [](EntityDescription& e, const char* name, AttributeType type) {
             e.attributes.push_back(AttributeDescription{name, type, true, {}, false});
         };
-        auto relationship = [](EntityDescription& e, const char* name, const char* dest, const char* inverse,
-                               bool toMany) {
+        auto relationship = [](EntityDescription& e, const char* name, const char* dest,
+                               const char* inverse, bool toMany) {
             RelationshipDescription r;
             r.name = name;
             r.destination = dest;
@@ -68,23 +67,30 @@ sqlite3* fuzzDatabase() {
         sqlite3* handle = nullptr;
         sqlite3_open(":memory:", &handle);
         registerSqlFunctions(handle);
-        sqlite3_exec(handle,
-                     "CREATE TABLE \"Task\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"title\" TEXT, "
-                     "\"count\" INTEGER, \"score\" REAL, \"flag\" INTEGER, \"due\" REAL, \"ident\" TEXT, "
-                     "\"blob\" BLOB, \"folder\" INTEGER);"
-                     "CREATE TABLE \"Folder\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"name\" TEXT, "
-                     "\"parent\" INTEGER);"
-                     "CREATE TABLE \"Tag\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"label\" TEXT);"
-                     "CREATE TABLE \"Step\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"label\" TEXT, "
-                     "\"task\" INTEGER);",
-                     nullptr, nullptr, nullptr);
+        sqlite3_exec(
+            handle,
+            "CREATE TABLE \"Task\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"title\" "
+            "TEXT, "
+            "\"count\" INTEGER, \"score\" REAL, \"flag\" INTEGER, \"due\" REAL, \"ident\" TEXT, "
+            "\"blob\" BLOB, \"folder\" INTEGER);"
+            "CREATE TABLE \"Folder\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"name\" "
+            "TEXT, "
+            "\"parent\" INTEGER);"
+            "CREATE TABLE \"Tag\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"label\" "
+            "TEXT);"
+            "CREATE TABLE \"Step\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"label\" "
+            "TEXT, "
+            "\"task\" INTEGER);",
+            nullptr, nullptr, nullptr);
         const Model& m = fuzzModel();
         for (const auto& e : m.entities())
             for (std::size_t i = 0; i < e.relationships.size(); ++i)
                 if (e.storage[i] == RelationshipStorage::JoinTable)
-                    sqlite3_exec(handle,
-                                 ("CREATE TABLE \"" + e.joinTables[i] + "\"(src INTEGER, dst INTEGER)").c_str(),
-                                 nullptr, nullptr, nullptr);
+                    sqlite3_exec(
+                        handle,
+                        ("CREATE TABLE \"" + e.joinTables[i] + "\"(src INTEGER, dst INTEGER)")
+                            .c_str(),
+                        nullptr, nullptr, nullptr);
         return handle;
     }();
     return db;
@@ -99,31 +105,55 @@ std::vector<PredicateArgument> argumentsFor(std::string_view text) {
         if (text[i] != '%')
             continue;
         std::size_t j = i + 1;
-        while (j < text.size() && std::string_view("lhqzjt").find(text[j]) != std::string_view::npos)
+        while (j < text.size() &&
+               std::string_view("lhqzjt").find(text[j]) != std::string_view::npos)
             ++j;
         if (j >= text.size())
             break;
         switch (text[j]) {
-        case 'K': args.emplace_back(rotation++ % 2 ? "folder.name" : "title"); break;
+        case 'K':
+            args.emplace_back(rotation++ % 2 ? "folder.name" : "title");
+            break;
         case 'd':
         case 'i':
-        case 'u': args.emplace_back(rotation++ % 2 ? PredicateArgument(true) : PredicateArgument(7)); break;
+        case 'u':
+            args.emplace_back(rotation++ % 2 ? PredicateArgument(true) : PredicateArgument(7));
+            break;
         case 'f':
         case 'g':
-        case 'e': args.emplace_back(2.5); break;
+        case 'e':
+            args.emplace_back(2.5);
+            break;
         case '@':
             switch (rotation++ % 8) {
-            case 0: args.emplace_back("Émile"); break;
-            case 1: args.emplace_back(3); break;
-            case 2: args.emplace_back(Date{86400}); break;
-            case 3: args.emplace_back(std::vector<std::string>{"a", "B"}); break;
-            case 4: args.emplace_back(ObjectID{1, 2}); break;
-            case 5: args.emplace_back(nullptr); break;
-            case 6: args.emplace_back(Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F").value()); break;
-            default: args.emplace_back(ScalarList{Scalar(1.5), Scalar()}); break;
+            case 0:
+                args.emplace_back("Émile");
+                break;
+            case 1:
+                args.emplace_back(3);
+                break;
+            case 2:
+                args.emplace_back(Date{86400});
+                break;
+            case 3:
+                args.emplace_back(std::vector<std::string>{"a", "B"});
+                break;
+            case 4:
+                args.emplace_back(ObjectID{1, 2});
+                break;
+            case 5:
+                args.emplace_back(nullptr);
+                break;
+            case 6:
+                args.emplace_back(Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F").value());
+                break;
+            default:
+                args.emplace_back(ScalarList{Scalar(1.5), Scalar()});
+                break;
             }
             break;
-        default: break;
+        default:
+            break;
         }
     }
     return args;
@@ -147,12 +177,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         auto sql = compileToSql(*parsed, fuzzModel(), entity);
         if (!sql)
             continue;
-        const std::string query = "SELECT t0.pk FROM \"" + fuzzModel().entity(entity).name + "\" AS t0 " + sql->joins +
-                                  " WHERE " + sql->where;
+        const std::string query = "SELECT t0.pk FROM \"" + fuzzModel().entity(entity).name +
+                                  "\" AS t0 " + sql->joins + " WHERE " + sql->where;
         sqlite3_stmt* stmt = nullptr;
         if (sqlite3_prepare_v2(fuzzDatabase(), query.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-            std::fprintf(stderr, "invalid SQL for %s:\n  %s\n  %s\n", printed.c_str(), query.c_str(),
-                         sqlite3_errmsg(fuzzDatabase()));
+            std::fprintf(stderr, "invalid SQL for %s:\n  %s\n  %s\n", printed.c_str(),
+                         query.c_str(), sqlite3_errmsg(fuzzDatabase()));
             std::abort();
         }
         if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(sql->bindings.size()))

@@ -9,7 +9,6 @@
 #include "platform/objectstore/predicate/sql_compiler.h"
 
 #include <benchmark/benchmark.h>
-
 #include <memory>
 #include <stdexcept>
 
@@ -17,24 +16,30 @@ using namespace tasket::objectstore;
 
 namespace {
 
-const char* const kValidTask =
-    "taskID != nil AND taskID != '' AND category != nil AND category.categoryID != '' AND category.title != ''";
+const char* const kValidTask = "taskID != nil AND taskID != '' AND category != nil AND "
+                               "category.categoryID != '' AND category.title != ''";
 
 const Model& model() {
     static const Model m = [] {
         Model out("Bench", 1);
         auto& task = out.addEntity("Task");
         for (const char* name : {"taskID", "title"})
-            task.attributes.push_back(AttributeDescription{name, AttributeType::String, true, {}, false});
-        RelationshipDescription category{"category", "Category", "tasks", false, DeleteRule::Nullify, true, 0, 0};
+            task.attributes.push_back(
+                AttributeDescription{name, AttributeType::String, true, {}, false});
+        RelationshipDescription category{"category",          "Category", "tasks", false,
+                                         DeleteRule::Nullify, true,       0,       0};
         task.relationships.push_back(category);
-        RelationshipDescription tags{"tags", "Category", "tagged", true, DeleteRule::Nullify, true, 0, 0};
+        RelationshipDescription tags{"tags", "Category", "tagged", true, DeleteRule::Nullify,
+                                     true,   0,          0};
         task.relationships.push_back(tags);
         auto& cat = out.addEntity("Category");
         for (const char* name : {"categoryID", "title"})
-            cat.attributes.push_back(AttributeDescription{name, AttributeType::String, true, {}, false});
-        cat.relationships.push_back(RelationshipDescription{"tasks", "Task", "category", true, DeleteRule::Nullify, true, 0, 0});
-        cat.relationships.push_back(RelationshipDescription{"tagged", "Task", "tags", true, DeleteRule::Nullify, true, 0, 0});
+            cat.attributes.push_back(
+                AttributeDescription{name, AttributeType::String, true, {}, false});
+        cat.relationships.push_back(RelationshipDescription{"tasks", "Task", "category", true,
+                                                            DeleteRule::Nullify, true, 0, 0});
+        cat.relationships.push_back(RelationshipDescription{"tagged", "Task", "tags", true,
+                                                            DeleteRule::Nullify, true, 0, 0});
         if (!out.finalize())
             throw std::logic_error("bench model");
         return out;
@@ -50,7 +55,9 @@ class Object final : public ObjectView {
     ObjectID objectID() const override { return {m_entity, m_key}; }
     Value attributeValue(std::size_t property) const override { return values[property]; }
     std::shared_ptr<const ObjectView> relatedObject(std::size_t) const override { return toOne; }
-    std::vector<std::shared_ptr<const ObjectView>> relatedObjects(std::size_t) const override { return toMany; }
+    std::vector<std::shared_ptr<const ObjectView>> relatedObjects(std::size_t) const override {
+        return toMany;
+    }
 
     std::vector<Value> values{Value(), Value()};
     std::shared_ptr<const ObjectView> toOne;
@@ -71,7 +78,8 @@ std::vector<std::shared_ptr<Object>> objects(int count) {
     std::vector<std::shared_ptr<Object>> tasks;
     for (int i = 0; i < count; ++i) {
         auto t = std::make_shared<Object>(0, i + 1);
-        t->values = {Value("T" + std::to_string(i)), Value(i % 3 ? "Buy milk at the ÉPICERIE" : "call emile")};
+        t->values = {Value("T" + std::to_string(i)),
+                     Value(i % 3 ? "Buy milk at the ÉPICERIE" : "call emile")};
         t->toOne = categories[static_cast<std::size_t>(i) % categories.size()];
         for (int k = 0; k < i % 4; ++k)
             t->toMany.push_back(categories[static_cast<std::size_t>(i + k) % categories.size()]);
@@ -104,8 +112,9 @@ void evaluateInMemory(benchmark::State& state, const char* format) {
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(tasks.size()));
 }
-BENCHMARK_CAPTURE(evaluateInMemory, validTask, "taskID != nil AND taskID != '' AND category != nil AND "
-                                               "category.categoryID != '' AND category.title != '' AND %@ != nil");
+BENCHMARK_CAPTURE(evaluateInMemory, validTask,
+                  "taskID != nil AND taskID != '' AND category != nil AND "
+                  "category.categoryID != '' AND category.title != '' AND %@ != nil");
 BENCHMARK_CAPTURE(evaluateInMemory, titleContainsCD, "title CONTAINS[cd] %@");
 BENCHMARK_CAPTURE(evaluateInMemory, anyTagTitle, "ANY tags.title BEGINSWITH[c] %@");
 
