@@ -40,8 +40,13 @@ void Statement::bind(int index, const Value& v) {
                 sqlite3_bind_double(m_stmt, index, x.secondsSinceReference);
             else if constexpr (std::is_same_v<T, Uuid>)
                 bindText(index, x.toString());
-            else if constexpr (std::is_same_v<T, Bytes>)
-                sqlite3_bind_blob64(m_stmt, index, x.data(), x.size(), SQLITE_TRANSIENT);
+            else if constexpr (std::is_same_v<T, Bytes>) {
+                // An empty vector may have no storage, and a null pointer
+                // binds NULL: an empty blob is not nil.
+                static const std::uint8_t kNoBytes = 0;
+                sqlite3_bind_blob64(m_stmt, index, x.empty() ? &kNoBytes : x.data(), x.size(),
+                                    SQLITE_TRANSIENT);
+            }
         },
         v);
 }
