@@ -71,6 +71,10 @@ TEST_F(ContextTest, SavesEveryAttributeTypeAndReadsItBackAsFault) {
     EXPECT_EQ(fault->value("score"), Value(2.25));
     EXPECT_EQ(fault->value("identifier"), Value(uuid));
     EXPECT_EQ(fault->value("blob"), Value(Bytes{0, 1, 2, 255}));
+    auto empty = writer->insertNewObject("Item");
+    empty->setValue("blob", Bytes{});
+    ASSERT_SAVED(writer);
+    EXPECT_EQ(reader->objectWithID(empty->objectID())->value("blob"), Value(Bytes{})); // empty, not nil
 
     auto missing = reader->existingObject(ObjectID{item->objectID().entity, 999});
     ASSERT_FALSE(missing);

@@ -1,0 +1,63 @@
+#include "store/tk_data_model.h"
+
+#include "store/records.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace tasket::store {
+
+using objectstore::AttributeType;
+
+namespace {
+
+objectstore::Value defaultValue(AttributeType type) {
+    switch (type) {
+    case AttributeType::Bool:
+        return false;
+    case AttributeType::Int16:
+    case AttributeType::Int32:
+    case AttributeType::Int64:
+        return std::int64_t(0);
+    case AttributeType::Double:
+        return 0.0;
+    default:
+        return {};
+    }
+}
+
+template <class Record> void describe(objectstore::Model& model) {
+    using Schema = detail::Schema<Record>;
+    auto& entity = model.addEntity(std::string(Schema::entityName));
+    for (const auto& a : Schema::attributeSpecs) {
+        const auto initial = defaultValue(a.type);
+        entity.attributes.push_back(
+            {std::string(a.name), a.type, objectstore::isNil(initial), initial, a.indexed});
+    }
+    for (const auto& r : Schema::relationshipSpecs)
+        entity.relationships.push_back({std::string(r.name), std::string(r.destination),
+                                        std::string(r.inverse), r.toMany, r.deleteRule, true});
+    entity.makeObject = [] { return std::make_shared<Record>(); };
+}
+
+} // namespace
+
+objectstore::Model describeTkDataModel() {
+    objectstore::Model model(std::string(kModelName), kModelVersion);
+#define TK_DATA_DESCRIBE(Class) describe<Class>(model);
+    TK_DATA_ENTITIES(TK_DATA_DESCRIBE)
+#undef TK_DATA_DESCRIBE
+    return model;
+}
+
+const std::shared_ptr<const objectstore::Model>& tkDataModel() {
+    static const std::shared_ptr<const objectstore::Model> model = [] {
+        auto m = std::make_shared<objectstore::Model>(describeTkDataModel());
+        if (auto ok = m->finalize(); !ok)
+            throw std::logic_error("the TK_Data model does not validate: " + ok.error().message);
+        return std::shared_ptr<const objectstore::Model>(std::move(m));
+    }();
+    return model;
+}
+
+} // namespace tasket::store

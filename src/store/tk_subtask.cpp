@@ -1,0 +1,7 @@
+#include "store/records.h"
+
+namespace tasket::store {
+
+TK_RECORD_DEFINITIONS(TK_Subtask)
+
+} // namespace tasket::store
