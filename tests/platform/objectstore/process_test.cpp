@@ -111,12 +111,16 @@ TEST(CrashSafety, KilledWriterLeavesEveryCommittedSaveAndNoHalfOne) {
             _exit(127);
         }
         close(out[1]);
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<>(5, 60)(random)));
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
+        // Kill at a random moment after the first committed save, however
+        // slowly the child starts (sanitizers, a loaded machine).
         std::string text;
         char buffer[4096];
-        ssize_t n;
+        ssize_t n = 0;
+        while (text.find('\n') == std::string::npos && (n = read(out[0], buffer, sizeof buffer)) > 0)
+            text.append(buffer, static_cast<std::size_t>(n));
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<>(0, 40)(random)));
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
         while ((n = read(out[0], buffer, sizeof buffer)) > 0)
             text.append(buffer, static_cast<std::size_t>(n));
         close(out[0]);
