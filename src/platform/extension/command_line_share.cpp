@@ -26,6 +26,8 @@ bool startsWithScheme(std::string_view text) {
 }
 
 bool pathExists(const std::filesystem::path& path) {
+    if (path.native().find('\0') != std::string::npos)
+        return false;
     struct stat info {};
     return ::lstat(path.c_str(), &info) == 0;
 }

@@ -83,6 +83,8 @@ struct OpenedFile {
 
 Result<OpenedFile> openSharedFile(const std::filesystem::path& path, std::string_view displayName,
                                   std::uintmax_t maxSize) {
+    if (path.native().find('\0') != std::string::npos)
+        return refuse(Errc::invalidArgument, displayName, "a file name cannot hold a NUL byte");
     // The kind is checked before opening: opening a FIFO or a device can
     // block or act on the hardware.
     struct stat info {};

@@ -1,6 +1,4 @@
 #include "platform/extension/extension_context.h"
-#include "platform/extension/in_memory_item_provider.h"
-#include "platform/extension/type_identifier.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -10,18 +8,6 @@
 using namespace tasket::platform;
 
 namespace {
-
-TEST(ExtensionContext, KeepsItsInputItemsInOrder) {
-    auto first =
-        InMemoryItemProvider::make(std::string(kTypeURL), *Url::parse("https://a.example"));
-    auto second =
-        InMemoryItemProvider::make(std::string(kTypeURL), *Url::parse("https://b.example"));
-    ExtensionContext context({ExtensionItem{{first, second}}, ExtensionItem{}}, nullptr);
-    ASSERT_EQ(context.inputItems().size(), 2u);
-    EXPECT_EQ(context.inputItems()[0].attachments.at(0), first);
-    EXPECT_EQ(context.inputItems()[0].attachments.at(1), second);
-    EXPECT_TRUE(context.inputItems()[1].attachments.empty());
-}
 
 TEST(ExtensionContext, CompletesTheRequestOnce) {
     std::vector<std::size_t> handed;

@@ -68,16 +68,6 @@ TEST(ItemProvider, FailsForTypesItDoesNotOfferAndPassesRegisteredErrors) {
     EXPECT_EQ(failed.error().message, "the sender went away");
 }
 
-TEST(ItemProvider, RegisteringATypeAgainKeepsItsPlace) {
-    auto provider = InMemoryItemProvider::make(std::string(kTypeURL), url("https://a.example"));
-    provider->registerItem(std::string(kTypePlainText), Bytes{'x'});
-    provider->registerItem(std::string(kTypeURL), url("https://b.example"));
-    EXPECT_EQ(provider->registeredTypeIdentifiers(),
-              (std::vector<std::string>{std::string(kTypeURL), std::string(kTypePlainText)}));
-    EXPECT_EQ(std::get<Url>(*provider->loadItem(kTypeURL).get()).absoluteString(),
-              "https://b.example");
-}
-
 TEST(ItemProvider, CompletesOnTheLoadingThreadNotInsideTheCall) {
     const auto provider = imageFileProvider();
     std::promise<std::thread::id> ranOn;
