@@ -1,0 +1,29 @@
+#include "tasket/command_registry.h"
+
+#include "tasket/commands/version_command.h"
+
+#include <array>
+
+namespace tasket::apps {
+namespace {
+
+template <class C> std::unique_ptr<Command> make() {
+    return std::make_unique<C>();
+}
+
+// Adding a command: write its class under commands/ and add one line here.
+constexpr std::array kCommandTable{
+    &make<VersionCommand>,
+};
+
+} // namespace
+
+std::vector<std::unique_ptr<Command>> makeCommands() {
+    std::vector<std::unique_ptr<Command>> commands;
+    commands.reserve(kCommandTable.size());
+    for (const auto factory : kCommandTable)
+        commands.push_back(factory());
+    return commands;
+}
+
+} // namespace tasket::apps

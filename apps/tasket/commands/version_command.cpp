@@ -1,0 +1,37 @@
+#include "tasket/commands/version_command.h"
+
+#include "common/json_writer.h"
+#include "common/version.h"
+
+#include <fmt/format.h>
+
+namespace tasket::apps {
+
+const CommandInfo& VersionCommand::info() const {
+    static constexpr CommandInfo kInfo{
+        .keyword = "version",
+        .usage = "tasket version [--json]",
+        .summary = "Print the program's version",
+        .help = "Prints \"tasket\" and the version, for example \"tasket 1.2.0\".\n"
+                "With --json: {\"name\": \"tasket\", \"version\": \"1.2.0\"}.",
+    };
+    return kInfo;
+}
+
+platform::Result<void> VersionCommand::run(CommandContext& context) {
+    if (context.json) {
+        context.out << JsonWriter()
+                           .beginObject()
+                           .key("name")
+                           .string("tasket")
+                           .key("version")
+                           .string(kTasketVersion)
+                           .endObject()
+                           .finish();
+    } else {
+        context.out << fmt::format("tasket {}\n", kTasketVersion);
+    }
+    return {};
+}
+
+} // namespace tasket::apps

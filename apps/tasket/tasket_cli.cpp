@@ -1,0 +1,108 @@
+#include "tasket/tasket_cli.h"
+
+#include "common/exit_code.h"
+#include "tasket/command_registry.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <exception>
+#include <fmt/format.h>
+#include <map>
+#include <vector>
+
+namespace tasket::apps {
+namespace {
+
+constexpr std::string_view kDescription =
+    "tasket: look at Tasket's task store from the command line.\n"
+    "It reads the same store as the share program and the main application,\n"
+    "in the application-group folder under $XDG_DATA_HOME.\n";
+
+constexpr std::string_view kFooter =
+    "Run \"tasket COMMAND --help\" for what a command prints and takes.\n"
+    "Every command takes --json to print JSON instead of text.\n"
+    "\n"
+    "Exit status: 0 success; 64 wrong command line; 65 unusable input or store;\n"
+    "66 no such file, list or task; 69 service unavailable; 70 internal error,\n"
+    "or the store or its folder cannot be opened; 74 read or write failed;\n"
+    "75 a concurrent change won, try again; 77 permission denied; 1 anything else.";
+
+// Shows each command's own usage line instead of the one CLI11 derives.
+class UsageFormatter final : public CLI::Formatter {
+  public:
+    explicit UsageFormatter(std::map<const CLI::App*, std::string> usages)
+        : m_usages(std::move(usages)) {}
+
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        if (const auto it = m_usages.find(app); it != m_usages.end())
+            return fmt::format("Usage: {}\n", it->second);
+        return CLI::Formatter::make_usage(app, std::move(name));
+    }
+
+  private:
+    std::map<const CLI::App*, std::string> m_usages;
+};
+
+} // namespace
+
+int runTasket(std::span<const std::string> arguments, std::ostream& out, std::ostream& err) {
+    const std::vector<std::unique_ptr<Command>> commands = makeCommands();
+
+    CLI::App app(std::string(kDescription), "tasket");
+    app.footer(std::string(kFooter));
+    app.require_subcommand(1);
+
+    std::map<const CLI::App*, std::string> usages{
+        {&app, "tasket [--help] COMMAND [OPTIONS] [ARGUMENTS]"}};
+    std::vector<std::pair<CLI::App*, Command*>> subcommands;
+    bool json = false;
+    for (const auto& command : commands) {
+        const CommandInfo& info = command->info();
+        CLI::App* sub = app.add_subcommand(std::string(info.keyword), std::string(info.summary));
+        sub->group("Commands");
+        sub->footer(std::string(info.help));
+        sub->add_flag("--json", json, "Print JSON instead of text");
+        command->addOptions(*sub);
+        usages.emplace(sub, std::string(info.usage));
+        subcommands.emplace_back(sub, command.get());
+    }
+    auto formatter = std::make_shared<UsageFormatter>(std::move(usages));
+    app.formatter(formatter);
+    for (const auto& [sub, command] : subcommands)
+        sub->formatter(formatter);
+
+    // CLI11 parses from the last argument backwards.
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help, out, err);
+    } catch (const CLI::ParseError& error) {
+        const bool noCommand = app.get_subcommands().empty();
+        if (noCommand && arguments.empty())
+            err << "tasket: no command given\n";
+        else if (noCommand && !arguments.front().starts_with('-'))
+            err << fmt::format("tasket: unknown command \"{}\"\n", arguments.front());
+        else
+            err << fmt::format("tasket: {}\n", error.what());
+        err << "Run \"tasket --help\" for the commands and their options.\n";
+        return kExitUsage;
+    }
+
+    const auto chosen =
+        std::ranges::find_if(subcommands, [](const auto& entry) { return entry.first->parsed(); });
+    CommandContext context{out, err, json};
+    try {
+        if (auto result = chosen->second->run(context); !result) {
+            err << fmt::format("tasket: {}\n", result.error().message);
+            return exitCodeFor(result.error().code);
+        }
+    } catch (const std::exception& exception) {
+        err << fmt::format("tasket: internal error: {}\n", exception.what());
+        return kExitSoftware;
+    }
+    out.flush();
+    return kExitSuccess;
+}
+
+} // namespace tasket::apps
