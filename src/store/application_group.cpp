@@ -1,0 +1,61 @@
+#include "store/application_group.h"
+
+#include "platform/fatal.h"
+#include "platform/paths.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tasket::store {
+
+using platform::Errc;
+using platform::fail;
+
+namespace {
+
+platform::Error unusable(const std::filesystem::path& folder, std::string_view reason) {
+    return {Errc::permissionDenied,
+            fmt::format("The application group container {} cannot be used: {}.", folder.string(),
+                        reason)};
+}
+
+} // namespace
+
+platform::Result<std::filesystem::path>
+prepareApplicationGroupContainer(const std::filesystem::path& dataHome) {
+    const auto folder = dataHome / kApplicationGroup;
+    std::error_code ec;
+    std::filesystem::create_directories(dataHome, ec);
+    if (ec)
+        return std::unexpected(unusable(folder, ec.message()));
+    if (::mkdir(folder.c_str(), 0700) == 0) {
+        // The umask may have taken bits away; the folder is the user's alone.
+        if (::chmod(folder.c_str(), 0700) != 0)
+            return std::unexpected(unusable(folder, std::strerror(errno)));
+    } else if (errno != EEXIST) {
+        return std::unexpected(unusable(folder, std::strerror(errno)));
+    }
+    struct stat info {};
+    if (::stat(folder.c_str(), &info) != 0)
+        return std::unexpected(unusable(folder, std::strerror(errno)));
+    if (!S_ISDIR(info.st_mode))
+        return std::unexpected(unusable(folder, "it is not a directory"));
+    if (::access(folder.c_str(), R_OK | W_OK | X_OK) != 0)
+        return std::unexpected(unusable(folder, std::strerror(errno)));
+    return folder;
+}
+
+const std::filesystem::path& applicationGroupContainerURL() {
+    static const std::filesystem::path url = [] {
+        auto folder = prepareApplicationGroupContainer(platform::xdgDataHome());
+        if (!folder)
+            platform::fatal(folder.error().message);
+        return *folder;
+    }();
+    return url;
+}
+
+} // namespace tasket::store

@@ -1,0 +1,104 @@
+#include "store/local_data_manager.h"
+
+#include "platform/fatal.h"
+#include "platform/serial_queue.h"
+#include "store/application_group.h"
+#include "store/tk_data_model.h"
+
+#include <fmt/format.h>
+
+namespace tasket::store {
+
+namespace {
+
+// History runs of every manager go through one queue, so two runs never
+// overlap. It lives as long as the process: a run may still be queued while
+// static objects are destroyed.
+platform::SerialQueue& historyQueue() {
+    static auto* queue = new platform::SerialQueue("history processing");
+    return *queue;
+}
+
+} // namespace
+
+std::shared_ptr<LocalDataManager> LocalDataManager::make() {
+    return make(applicationGroupContainerURL());
+}
+
+std::shared_ptr<LocalDataManager>
+LocalDataManager::make(const std::filesystem::path& groupContainer) {
+    std::shared_ptr<LocalDataManager> manager(
+        new LocalDataManager(groupContainer / kStoreFileName));
+    manager->observeRemoteChanges();
+    return manager;
+}
+
+LocalDataManager::LocalDataManager(std::filesystem::path storeURL)
+    : m_storeURL(std::move(storeURL)) {}
+
+LocalDataManager::~LocalDataManager() {
+    m_notificationToken.reset();
+}
+
+void LocalDataManager::observeRemoteChanges() {
+    // Any store's remote changes, delivered on the posting thread. The
+    // handler must not keep the manager alive, and does no store work itself.
+    std::weak_ptr<LocalDataManager> weakSelf = weak_from_this();
+    m_notificationToken = platform::NotificationCenter::defaultCenter().addObserver(
+        objectstore::kStoreRemoteChangeNotification, nullptr,
+        [weakSelf](const platform::Notification&) {
+            auto self = weakSelf.lock();
+            if (!self)
+                return;
+            historyQueue().async([self = std::move(self)] { self->processHistory(); });
+        });
+}
+
+void LocalDataManager::setHistoryProcessing(HistoryProcessing processing) {
+    std::lock_guard lock(m_processingMutex);
+    m_historyProcessing = std::move(processing);
+}
+
+void LocalDataManager::processHistory() {
+    HistoryProcessing processing;
+    {
+        std::lock_guard lock(m_processingMutex);
+        processing = m_historyProcessing;
+    }
+    if (processing)
+        processing(shared_from_this());
+}
+
+const std::shared_ptr<objectstore::PersistentContainer>& LocalDataManager::container() {
+    std::lock_guard lock(m_containerMutex);
+    if (!m_container)
+        m_container = openContainer();
+    return m_container;
+}
+
+std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContainer() const {
+    auto container =
+        std::make_shared<objectstore::PersistentContainer>(std::string(kModelName), tkDataModel());
+    objectstore::StoreDescription description;
+    description.url = m_storeURL;
+    description.options.remoteChangeNotifications = true;
+    description.options.historyTracking = true;
+    container->persistentStoreDescriptions() = {description};
+
+    container->loadPersistentStores(
+        [](const objectstore::StoreDescription&, const std::optional<platform::Error>& error) {
+            if (error)
+                platform::fatal(fmt::format("{}{}.", kStoreLoadFailurePrefix, error->message));
+        });
+
+    auto& view = *container->viewContext();
+    // Other processes' changes arrive through history processing only.
+    view.setAutomaticallyMergesChangesFromParent(false);
+    view.setName(std::string(kViewContextName));
+    view.setMergePolicy(objectstore::MergePolicy::mergeByPropertyObjectTrump);
+    // No undo manager: the engine's contexts keep no undo history.
+    view.setShouldDeleteInaccessibleFaults(true);
+    return container;
+}
+
+} // namespace tasket::store

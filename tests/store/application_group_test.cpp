@@ -1,0 +1,132 @@
+#include "store/application_group.h"
+#include "store/local_data_manager.h"
+#include "support/temp_dir.h"
+
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace tasket::store;
+using tasket::testing::ScopedEnv;
+using tasket::testing::TempDir;
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::perms permissions(const fs::path& p) {
+    return fs::status(p).permissions() & fs::perms::mask;
+}
+
+void writeFile(const fs::path& p) {
+    std::ofstream(p) << "x";
+}
+
+class ScopedUmask {
+  public:
+    explicit ScopedUmask(mode_t mask) : m_old(::umask(mask)) {}
+    ~ScopedUmask() { ::umask(m_old); }
+
+  private:
+    mode_t m_old;
+};
+
+} // namespace
+
+TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
+    struct Case {
+        const char* name;
+        std::function<fs::path(const TempDir&)> setUp; // returns the data home
+        std::string failure;                           // empty: succeeds
+        fs::perms mode = fs::perms::owner_all;
+        mode_t umask = 022;
+    };
+    const std::string group = "group.QRX-Lumenforge.Tasket";
+    const Case cases[] = {
+        {"missing, with missing parents", [](const TempDir& d) { return d / "a/b"; }, ""},
+        {"missing, under a umask that takes owner bits",
+         [](const TempDir& d) {
+             fs::create_directories(d / "home");
+             return d / "home";
+         },
+         "", fs::perms::owner_all, 0277},
+        {"existing, kept as it is",
+         [&](const TempDir& d) {
+             fs::create_directories(d / "home" / group);
+             fs::permissions(d / "home" / group, fs::perms(0755));
+             return d / "home";
+         },
+         "", fs::perms(0755)},
+        {"data home is a file",
+         [](const TempDir& d) {
+             writeFile(d / "home");
+             return d / "home";
+         },
+         "Not a directory"},
+        {"group folder is a file",
+         [&](const TempDir& d) {
+             fs::create_directories(d / "home");
+             writeFile(d / "home" / group);
+             return d / "home";
+         },
+         "it is not a directory"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TempDir dir;
+        const fs::path home = c.setUp(dir);
+        auto folder = [&] {
+            ScopedUmask mask(c.umask);
+            return prepareApplicationGroupContainer(home);
+        }();
+        if (c.failure.empty()) {
+            ASSERT_TRUE(folder) << folder.error().message;
+            EXPECT_EQ(*folder, home / group);
+            EXPECT_EQ(permissions(*folder), c.mode);
+        } else {
+            ASSERT_FALSE(folder);
+            EXPECT_EQ(folder.error().message, "The application group container " +
+                                                  (home / group).string() +
+                                                  " cannot be used: " + c.failure + ".");
+        }
+    }
+}
+
+TEST(ApplicationGroup, RefusesAFolderItCannotWrite) {
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "permission bits do not bind root";
+    TempDir dir;
+    fs::create_directories(dir / "home/group.QRX-Lumenforge.Tasket");
+    fs::permissions(dir / "home/group.QRX-Lumenforge.Tasket", fs::perms(0500));
+    auto folder = prepareApplicationGroupContainer(dir / "home");
+    ASSERT_FALSE(folder);
+    EXPECT_NE(folder.error().message.find("Permission denied"), std::string::npos);
+}
+
+// The process-wide container is fixed at the first use, so these run in a
+// child process of their own.
+TEST(ApplicationGroupDeathTest, IsFoundOncePerProcessUnderTheDataHome) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto firstUseFixesIt = [] {
+        TempDir first;
+        TempDir second;
+        ScopedEnv home("XDG_DATA_HOME", first.path());
+        const fs::path url = applicationGroupContainerURL();
+        ScopedEnv moved("XDG_DATA_HOME", second.path());
+        auto manager = LocalDataManager::make();
+        return url == first / "group.QRX-Lumenforge.Tasket" &&
+               permissions(url) == fs::perms::owner_all &&
+               manager->storeURL() == url / "TK_Data.sqlite" &&
+               applicationGroupContainerURL() == url && fs::is_empty(second.path());
+    };
+    EXPECT_EXIT(std::exit(firstUseFixesIt() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(ApplicationGroupDeathTest, StopsTheProcessWhenThereIsNone) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    ScopedEnv home("XDG_DATA_HOME", "/dev/null/data");
+    EXPECT_EXIT(LocalDataManager::make(), ::testing::ExitedWithCode(70),
+                "The application group container /dev/null/data/group.QRX-Lumenforge.Tasket cannot "
+                "be used: Not a directory.");
+}
