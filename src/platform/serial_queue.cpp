@@ -6,14 +6,14 @@
 namespace tasket::platform {
 
 SerialQueue::SerialQueue(std::string label)
-    : m_label(std::move(label)), m_thread([this] { loop(); }) {}
+    : m_label(std::move(label)), m_state(std::make_shared<State>()), m_thread([state = m_state] { loop(state); }) {}
 
 SerialQueue::~SerialQueue() {
     {
-        std::lock_guard lock(m_mutex);
-        m_stopping = true;
+        std::lock_guard lock(m_state->mutex);
+        m_state->stopping = true;
     }
-    m_cv.notify_all();
+    m_state->cv.notify_all();
     if (m_thread.joinable()) {
         if (isCurrent())
             m_thread.detach(); // destroyed from its own task: let the loop finish
@@ -24,10 +24,10 @@ SerialQueue::~SerialQueue() {
 
 void SerialQueue::async(Task task) {
     {
-        std::lock_guard lock(m_mutex);
-        m_tasks.push_back(std::move(task));
+        std::lock_guard lock(m_state->mutex);
+        m_state->tasks.push_back(std::move(task));
     }
-    m_cv.notify_one();
+    m_state->cv.notify_one();
 }
 
 void SerialQueue::sync(const Task& task) {
@@ -48,14 +48,14 @@ void SerialQueue::sync(const Task& task) {
     future.get();
 }
 
-void SerialQueue::loop() {
-    std::unique_lock lock(m_mutex);
+void SerialQueue::loop(const std::shared_ptr<State>& state) {
+    std::unique_lock lock(state->mutex);
     for (;;) {
-        m_cv.wait(lock, [this] { return m_stopping || !m_tasks.empty(); });
-        if (m_tasks.empty() && m_stopping)
+        state->cv.wait(lock, [&] { return state->stopping || !state->tasks.empty(); });
+        if (state->tasks.empty() && state->stopping)
             return;
-        Task task = std::move(m_tasks.front());
-        m_tasks.pop_front();
+        Task task = std::move(state->tasks.front());
+        state->tasks.pop_front();
         lock.unlock();
         task();
         lock.lock();

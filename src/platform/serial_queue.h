@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -31,13 +32,18 @@ class SerialQueue {
     const std::string& label() const { return m_label; }
 
   private:
-    void loop();
+    // Shared with the worker, so a queue destroyed by one of its own tasks
+    // leaves the worker a live state to finish with.
+    struct State {
+        std::mutex mutex;
+        std::condition_variable cv;
+        std::deque<Task> tasks;
+        bool stopping = false;
+    };
+    static void loop(const std::shared_ptr<State>& state);
 
     std::string m_label;
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    std::deque<Task> m_tasks;
-    bool m_stopping = false;
+    std::shared_ptr<State> m_state;
     std::thread m_thread;
 };
 

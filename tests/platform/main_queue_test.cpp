@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -67,4 +68,22 @@ TEST(SerialQueue, DestructionRunsQueuedWork) {
             queue.async([&] { ++ran; });
     }
     EXPECT_EQ(ran, 50);
+}
+
+TEST(SerialQueue, MayBeDestroyedByItsOwnTask) {
+    std::atomic<bool> ranAfter{false};
+    auto* queue = new SerialQueue("self");
+    std::promise<void> done, queued;
+    auto bothQueued = queued.get_future();
+    queue->async([&] {
+        bothQueued.wait();
+        delete queue;
+    });
+    queue->async([&] {
+        ranAfter = true;
+        done.set_value();
+    });
+    queued.set_value();
+    EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_TRUE(ranAfter);
 }
