@@ -1,5 +1,6 @@
 #include "tasket/command_registry.h"
 
+#include "tasket/commands/demo_command.h"
 #include "tasket/commands/version_command.h"
 
 #include <array>
@@ -13,6 +14,7 @@ template <class C> std::unique_ptr<Command> make() {
 
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
+    &make<DemoCommand>,
     &make<VersionCommand>,
 };
 
