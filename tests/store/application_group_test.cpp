@@ -93,15 +93,22 @@ TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
     }
 }
 
-TEST(ApplicationGroup, RefusesAFolderItCannotWrite) {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "permission bits do not bind root";
+TEST(ApplicationGroupDeathTest, RefusesAFolderItCannotWrite) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     TempDir dir;
     fs::create_directories(dir / "home/group.QRX-Lumenforge.Tasket");
-    fs::permissions(dir / "home/group.QRX-Lumenforge.Tasket", fs::perms(0500));
-    auto folder = prepareApplicationGroupContainer(dir / "home");
-    ASSERT_FALSE(folder);
-    EXPECT_NE(folder.error().message.find("Permission denied"), std::string::npos);
+    fs::permissions(dir.path(), fs::perms(0755));
+    fs::permissions(dir / "home", fs::perms(0755));
+    fs::permissions(dir / "home/group.QRX-Lumenforge.Tasket", fs::perms(0555));
+    // Permission bits do not bind root, so the attempt runs without privileges.
+    auto refused = [&] {
+        if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
+            return false;
+        auto folder = prepareApplicationGroupContainer(dir / "home");
+        return !folder && folder.error().message.find("Permission denied") != std::string::npos &&
+               folder.error().message.find((dir / "home/group.QRX-Lumenforge.Tasket").string()) != std::string::npos;
+    };
+    EXPECT_EXIT(std::exit(refused() ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }
 
 // The process-wide container is fixed at the first use, so these run in a
