@@ -1,0 +1,688 @@
+#include "platform/main_queue.h"
+#include "platform/preferences/in_memory_preferences_suite.h"
+#include "settings/settings_keys.h"
+#include "store/local_data_fetch_manager.h"
+#include "support/temp_dir.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+
+using namespace tasket::store;
+using tasket::objectstore::kContextDidSaveNotification;
+using tasket::objectstore::ObjectContext;
+using tasket::objectstore::SaveInfo;
+using tasket::platform::Date;
+using tasket::platform::InMemoryPreferencesSuite;
+using tasket::platform::MainQueue;
+using tasket::platform::NotificationCenter;
+using tasket::platform::PreferenceValue;
+using tasket::platform::Subscription;
+using tasket::platform::Uuid;
+using tasket::settings::CustomizationManager;
+using tasket::settings::FocusManager;
+using Kind = CollectionKind;
+using Order = TK_ObjectsSortOrder;
+using Direction = TK_ObjectsSortOrderDirection;
+namespace keys = tasket::settings::keys;
+
+namespace {
+
+template <class Record> std::vector<std::string> titlesOf(const FetchedCollection<Record>& c) {
+    std::vector<std::string> out;
+    for (const auto& record : c)
+        out.push_back(record->title().value_or("<nil>"));
+    return out;
+}
+
+std::vector<std::string> titlesOf(const LocalDataFetchManager& m, Kind kind) {
+    switch (kind) {
+    case Kind::folders:
+        return titlesOf(m.folders().value());
+    case Kind::smartCategories:
+        return titlesOf(m.smartCategories().value());
+    case Kind::categories:
+        return titlesOf(m.categories().value());
+    case Kind::tags:
+        return titlesOf(m.tags().value());
+    case Kind::priorities:
+        return titlesOf(m.priorities().value());
+    case Kind::statuses:
+        return titlesOf(m.statuses().value());
+    case Kind::attributes:
+        return titlesOf(m.attributes().value());
+    case Kind::values:
+        return titlesOf(m.values().value());
+    case Kind::sections:
+        return titlesOf(m.sections().value());
+    case Kind::tasks:
+        return titlesOf(m.tasks().value());
+    case Kind::subtasks:
+        return titlesOf(m.subtasks().value());
+    case Kind::attachments:
+        return titlesOf(m.attachments().value());
+    }
+    return {};
+}
+
+std::string kindName(Kind kind) {
+    static const char* const names[] = {
+        "folders",    "smartCategories", "categories", "tags",  "priorities", "statuses",
+        "attributes", "values",          "sections",   "tasks", "subtasks",   "attachments"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
+std::string newID() {
+    return Uuid::generate().toString();
+}
+
+// ---- Records, with what the collections read -----------------------------------------
+
+std::shared_ptr<TK_Category> category(ObjectContext& c, const std::string& title,
+                                      double created = 0, std::int16_t sortIndex = 0) {
+    auto o = TK_Category::insertNew(c);
+    o->setCategoryID(newID());
+    o->setTitle(title);
+    o->setWhenCreated(Date{created});
+    o->setSortIndex(sortIndex);
+    return o;
+}
+
+std::shared_ptr<TK_Task> task(ObjectContext& c, const std::string& title,
+                              const std::shared_ptr<TK_Category>& list, double created = 0) {
+    auto o = TK_Task::insertNew(c);
+    o->setTaskID(newID());
+    o->setTitle(title);
+    o->setWhenCreated(Date{created});
+    o->setCategory(list);
+    return o;
+}
+
+std::shared_ptr<TK_Subtask> subtask(ObjectContext& c, const std::string& title,
+                                    const std::shared_ptr<TK_Task>& parent, double created = 0) {
+    auto o = TK_Subtask::insertNew(c);
+    o->setSubtaskID(newID());
+    o->setTitle(title);
+    o->setWhenCreated(Date{created});
+    o->setTask(parent);
+    return o;
+}
+
+std::shared_ptr<TK_Attribute> attribute(ObjectContext& c, const std::string& title,
+                                        double created = 0, std::int16_t sortIndex = 0) {
+    auto o = TK_Attribute::insertNew(c);
+    o->setIdentifier(Uuid::generate());
+    o->setTitle(title);
+    o->setWhenCreated(Date{created});
+    o->setSortIndex(sortIndex);
+    return o;
+}
+
+std::shared_ptr<TK_AttributeValue> value(ObjectContext& c, const std::string& title,
+                                         const std::shared_ptr<TK_Attribute>& owner,
+                                         double created = 0, std::int16_t sortIndex = 0) {
+    auto o = TK_AttributeValue::insertNew(c);
+    o->setIdentifier(Uuid::generate());
+    o->setTitle(title);
+    o->setWhenCreated(Date{created});
+    o->setSortIndex(sortIndex);
+    o->setAttribute(owner);
+    return o;
+}
+
+// A task that belongs to no list: counted by its tags, priority, status and
+// values, never listed.
+std::shared_ptr<TK_Task> looseTask(ObjectContext& c) {
+    auto o = TK_Task::insertNew(c);
+    o->setTaskID(newID());
+    return o;
+}
+
+// ---- The fixture ---------------------------------------------------------------------
+
+class LocalDataFetchManagerTest : public ::testing::Test {
+  protected:
+    void TearDown() override { MainQueue::shared().pump(); }
+
+    ObjectContext& view() { return *data->viewContext(); }
+    void save() {
+        auto saved = view().save();
+        ASSERT_TRUE(saved) << saved.error().message;
+    }
+    std::unique_ptr<LocalDataFetchManager> start() {
+        auto made = LocalDataFetchManager::make(data, customization, focus);
+        EXPECT_TRUE(made) << made.error().message;
+        MainQueue::shared().pump();
+        return made ? std::move(*made) : nullptr;
+    }
+
+    tasket::testing::TempDir dir;
+    std::shared_ptr<LocalDataManager> data = LocalDataManager::make(dir.path());
+    std::shared_ptr<InMemoryPreferencesSuite> group =
+        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kAppGroupSuite));
+    std::shared_ptr<CustomizationManager> customization = std::make_shared<CustomizationManager>(
+        group, std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kStandardSuite)));
+    std::shared_ptr<FocusManager> focus = std::make_shared<FocusManager>();
+};
+
+} // namespace
+
+// ---- What each collection admits ------------------------------------------------------
+
+TEST_F(LocalDataFetchManagerTest, ListsOnlyRecordsTheirPredicatesAdmitAtStartAndAfterEdits) {
+    // Each row adds records to the view context; `listed` are the titles that
+    // must appear in the collection, whether the rows were saved before the
+    // manager started (SQL) or edited in afterwards (judged in memory).
+    struct Case {
+        const char* name;
+        Kind kind;
+        std::function<void(ObjectContext&)> insert;
+        std::vector<std::string> listed;
+    };
+    const std::vector<Case> cases = {
+        {"a task in a list with an empty title",
+         Kind::tasks,
+         [](ObjectContext& c) {
+             task(c, "unlisted", category(c, ""));
+             task(c, "listed", category(c, "Inbox"));
+         },
+         {"listed"}},
+        {"a task in a list with no title",
+         Kind::tasks,
+         [](ObjectContext& c) {
+             auto untitled = category(c, "");
+             untitled->setTitle(std::nullopt);
+             task(c, "listed", untitled);
+         },
+         // nil != '' holds, as the store's predicates say.
+         {"listed"}},
+        {"a task without a list, or with an empty identifier",
+         Kind::tasks,
+         [](ObjectContext& c) {
+             task(c, "no list", nullptr);
+             task(c, "empty identifier", category(c, "Inbox"))->setTaskID("");
+             task(c, "no identifier", category(c, "Inbox"))->setTaskID(std::nullopt);
+         },
+         {}},
+        {"a value with no attribute",
+         Kind::values,
+         [](ObjectContext& c) {
+             value(c, "orphan", nullptr);
+             value(c, "owned", attribute(c, "Size"));
+         },
+         {"owned"}},
+        {"a subtask without an identifier",
+         Kind::subtasks,
+         [](ObjectContext& c) {
+             subtask(c, "unlisted", nullptr)->setSubtaskID(std::nullopt);
+             subtask(c, "listed", nullptr);
+         },
+         {"listed"}},
+        {"a list without an identifier",
+         Kind::categories,
+         [](ObjectContext& c) {
+             category(c, "unlisted")->setCategoryID(std::nullopt);
+             category(c, "listed");
+         },
+         {"listed"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        {
+            tasket::testing::TempDir other;
+            auto store = LocalDataManager::make(other.path());
+            c.insert(*store->viewContext());
+            ASSERT_TRUE(store->viewContext()->save());
+            auto manager = LocalDataFetchManager::make(store, customization, focus);
+            ASSERT_TRUE(manager) << manager.error().message;
+            EXPECT_EQ(titlesOf(**manager, c.kind), c.listed) << "saved before start-up";
+        }
+        {
+            tasket::testing::TempDir other;
+            auto store = LocalDataManager::make(other.path());
+            auto manager = LocalDataFetchManager::make(store, customization, focus);
+            ASSERT_TRUE(manager) << manager.error().message;
+            c.insert(*store->viewContext());
+            store->viewContext()->processPendingChanges();
+            EXPECT_EQ(titlesOf(**manager, c.kind), c.listed) << "inserted after start-up";
+        }
+    }
+}
+
+TEST_F(LocalDataFetchManagerTest, CollectionsLoadRowsOnlyWhenReached) {
+    auto inbox = category(view(), "Inbox");
+    for (int i = 0; i < 50; ++i)
+        task(view(), "task " + std::to_string(i), inbox, i);
+    save();
+    view().reset();
+    auto manager = start();
+    const auto tasks = manager->tasks().value();
+    ASSERT_EQ(tasks.size(), 50u);
+    EXPECT_EQ(tasks.loadedBatches(), 0u);
+    EXPECT_EQ(tasks.at(10)->title(), "task 39"); // newest first
+    EXPECT_EQ(tasks.loadedBatches(), 1u);
+    EXPECT_THROW((void)tasks.at(50), std::out_of_range);
+}
+
+// ---- Sort settings ----------------------------------------------------------------------
+
+namespace {
+
+struct SortKeys {
+    Kind kind;
+    std::string_view order;
+    std::string_view direction;
+};
+
+const SortKeys kSortKeys[] = {
+    {Kind::folders, keys::kFoldersSortOrder, keys::kFoldersSortOrderDirection},
+    {Kind::smartCategories, keys::kSmartCategoriesSortOrder, keys::kSmartCategoriesSortDirection},
+    {Kind::categories, keys::kCategoriesSortOrder, keys::kCategoriesSortDirection},
+    {Kind::tags, keys::kTagsSortOrder, keys::kTagsSortDirection},
+    {Kind::priorities, keys::kPrioritiesSortOrder, keys::kPrioritiesSortDirection},
+    {Kind::statuses, keys::kStatusesSortOrder, keys::kStatusesSortDirection},
+    {Kind::attributes, keys::kCustomAttributesSortOrder, keys::kCustomAttributesSortOrderDirection},
+    {Kind::values, keys::kValuesSortOrder, keys::kValuesSortDirection},
+};
+
+} // namespace
+
+TEST_F(LocalDataFetchManagerTest, ReadsEverySortSettingFromItsOwnKey) {
+    // Every kind a different stored pair, so a key read for another kind shows.
+    for (std::size_t i = 0; i < std::size(kSortKeys); ++i) {
+        ASSERT_TRUE(group->setValue(kSortKeys[i].order, static_cast<std::int64_t>(i % 4)));
+        ASSERT_TRUE(group->setValue(kSortKeys[i].direction, static_cast<std::int64_t>(i / 4)));
+    }
+    auto manager = start();
+    for (std::size_t i = 0; i < std::size(kSortKeys); ++i) {
+        SCOPED_TRACE(kSortKeys[i].order);
+        EXPECT_EQ(manager->sortOrder(kSortKeys[i].kind).value(), static_cast<Order>(i % 4));
+        EXPECT_EQ(manager->sortOrderDirection(kSortKeys[i].kind).value(),
+                  static_cast<Direction>(i / 4));
+    }
+    EXPECT_EQ(&manager->sortOrder(Kind::folders), &manager->foldersSortOrder());
+    EXPECT_EQ(&manager->sortOrderDirection(Kind::values), &manager->valuesSortOrderDirection());
+    EXPECT_THROW((void)manager->sortOrder(Kind::tasks), std::invalid_argument);
+}
+
+TEST_F(LocalDataFetchManagerTest, UnusableStoredSortSettingsReadAsTheDefaults) {
+    const std::string regularFolderDirection =
+        std::string(keys::kStoragePrefix) + "Folders.Sort.Direction";
+    struct Case {
+        const char* name;
+        std::string key;
+        PreferenceValue stored;
+    };
+    const std::vector<Case> cases = {
+        {"a folder direction under the regular key", regularFolderDirection, std::int64_t{1}},
+        {"a code that is no case", std::string(keys::kFoldersSortOrderDirection), std::int64_t{2}},
+        {"a negative code", std::string(keys::kFoldersSortOrderDirection), std::int64_t{-1}},
+        {"a text", std::string(keys::kFoldersSortOrderDirection), "descending"},
+        {"a double", std::string(keys::kFoldersSortOrderDirection), 1.0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE(group->update([&](auto& values) { values = {{c.key, c.stored}}; }));
+        auto manager = start();
+        EXPECT_EQ(manager->foldersSortOrderDirection().value(), kDefaultObjectsSortOrderDirection);
+        EXPECT_EQ(manager->foldersSortOrder().value(), kDefaultObjectsSortOrder);
+    }
+}
+
+namespace {
+
+// One organising kind in the sort test: how to insert one of its objects
+// holding `count` of whatever numberOfTasks counts for it.
+struct SortCase {
+    Kind kind;
+    std::function<void(ObjectContext&, const std::string& title, double created,
+                       std::int16_t sortIndex, int count)>
+        insert;
+    bool counts = true; // false: numberOfTasks leaves the tie-break to decide
+};
+
+std::vector<SortCase> sortCases() {
+    using C = ObjectContext;
+    using S = const std::string&;
+    return {
+        {Kind::folders,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = TK_Folder::insertNew(c);
+             o->setIdentifier(newID());
+             o->setTitle(title);
+             o->setCreationDate(Date{created});
+             o->setSortIndex(index);
+             for (int i = 0; i < count; ++i)
+                 o->addToCategories(category(c, "held"));
+         }},
+        {Kind::smartCategories,
+         [](C& c, S title, double created, std::int16_t index, int) {
+             auto o = TK_SmartCategory::insertNew(c);
+             o->setIdentifier(newID());
+             o->setTitle(title);
+             o->setCreationDate(Date{created});
+             o->setSortIndex(index);
+         },
+         false},
+        {Kind::categories,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = category(c, title, created, index);
+             for (int i = 0; i < count; ++i)
+                 task(c, "held", o);
+         }},
+        {Kind::tags,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = TK_Tag::insertNew(c);
+             o->setTagID(newID());
+             o->setTitle(title);
+             o->setWhenCreated(Date{created});
+             o->setSortIndex(index);
+             for (int i = 0; i < count; ++i)
+                 looseTask(c)->addToTags(o);
+         }},
+        {Kind::priorities,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = TK_Priority::insertNew(c);
+             o->setPriorityID(newID());
+             o->setTitle(title);
+             o->setWhenCreated(Date{created});
+             o->setSortIndex(index);
+             for (int i = 0; i < count; ++i)
+                 looseTask(c)->setCustomPriority(o);
+         }},
+        {Kind::statuses,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = TK_Status::insertNew(c);
+             o->setStatusID(newID());
+             o->setTitle(title);
+             o->setWhenCreated(Date{created});
+             o->setSortIndex(index);
+             for (int i = 0; i < count; ++i)
+                 looseTask(c)->setCustomStatus(o);
+         }},
+        {Kind::attributes,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = attribute(c, title, created, index);
+             for (int i = 0; i < count; ++i)
+                 value(c, "held", o);
+         }},
+        {Kind::values,
+         [](C& c, S title, double created, std::int16_t index, int count) {
+             auto o = value(c, title, attribute(c, "owner"), created, index);
+             for (int i = 0; i < count; ++i)
+                 looseTask(c)->addToValues(o);
+         }},
+    };
+}
+
+void PrintTo(const SortCase& c, std::ostream* out) {
+    *out << kindName(c.kind);
+}
+
+class SortOrders : public LocalDataFetchManagerTest,
+                   public ::testing::WithParamInterface<SortCase> {};
+
+} // namespace
+
+TEST_P(SortOrders, EveryOrderAndDirectionSortsAndIsWrittenBack) {
+    const SortCase& c = GetParam();
+    // Each order puts the three in a different sequence; case matters to a
+    // code-point sort ("Banana" first) but not to the alphabetical one.
+    c.insert(view(), "apple", 300, 1, 1);
+    c.insert(view(), "Banana", 100, 0, 2);
+    c.insert(view(), "cherry", 200, 2, 0);
+    save();
+    auto manager = start();
+    const std::vector<std::string> newestFirst = {"apple", "cherry", "Banana"};
+    const std::map<Order, std::vector<std::string>> ascending = {
+        {Order::alphabetical, {"apple", "Banana", "cherry"}},
+        {Order::numberOfTasks,
+         c.counts ? std::vector<std::string>{"cherry", "apple", "Banana"} : newestFirst},
+        {Order::creationDate, {"Banana", "cherry", "apple"}},
+        {Order::custom, {"Banana", "apple", "cherry"}},
+    };
+    const SortKeys& keys = kSortKeys[static_cast<std::size_t>(c.kind)];
+    for (const auto& [order, expected] : ascending) {
+        for (const auto direction : {Direction::ascending, Direction::descending}) {
+            SCOPED_TRACE(std::string(tasket::rules::caseName(order)) + " " +
+                         std::string(tasket::rules::caseName(direction)));
+            ASSERT_TRUE(manager->setSortOrder(c.kind, order));
+            ASSERT_TRUE(manager->setSortOrderDirection(c.kind, direction));
+            auto want = expected;
+            const bool onlyTieBreaks = order == Order::numberOfTasks && !c.counts;
+            if (direction == Direction::descending && !onlyTieBreaks)
+                std::reverse(want.begin(), want.end());
+            std::vector<std::string> got;
+            for (const auto& title : titlesOf(*manager, c.kind))
+                if (title != "held" && title != "owner")
+                    got.push_back(title);
+            EXPECT_EQ(got, want);
+            EXPECT_EQ(group->integerValue(keys.order), static_cast<std::int64_t>(order));
+            EXPECT_EQ(group->integerValue(keys.direction), static_cast<std::int64_t>(direction));
+        }
+    }
+    // A restarted manager sorts as it was left.
+    manager.reset();
+    manager = start();
+    EXPECT_EQ(manager->sortOrder(c.kind).value(), Order::custom);
+    EXPECT_EQ(manager->sortOrderDirection(c.kind).value(), Direction::descending);
+}
+
+INSTANTIATE_TEST_SUITE_P(LocalDataFetchManager, SortOrders, ::testing::ValuesIn(sortCases()),
+                         [](const auto& param) { return kindName(param.param.kind); });
+
+TEST_F(LocalDataFetchManagerTest, EqualSortKeysFallBackToNewestFirstInEitherDirection) {
+    category(view(), "middle", 200);
+    category(view(), "oldest", 100);
+    category(view(), "newest", 300);
+    save();
+    auto manager = start();
+    for (const auto direction : {Direction::ascending, Direction::descending}) {
+        ASSERT_TRUE(manager->setSortOrderDirection(Kind::categories, direction));
+        EXPECT_EQ(titlesOf(*manager, Kind::categories),
+                  (std::vector<std::string>{"newest", "middle", "oldest"}));
+    }
+}
+
+// ---- Changes merged from another context -----------------------------------------------
+
+TEST_F(LocalDataFetchManagerTest, MergedBackgroundSavesRepublishExactlyTheAffectedCollections) {
+    auto inbox = category(view(), "Inbox", 1);
+    auto first = task(view(), "first", inbox, 1);
+    auto size = attribute(view(), "Size");
+    save();
+    const auto inboxID = inbox->objectID();
+    const auto firstID = first->objectID();
+    const auto sizeID = size->objectID();
+
+    struct Case {
+        const char* name;
+        std::function<void(ObjectContext&)> change;
+        std::set<Kind> republished;
+    };
+    const std::vector<Case> cases = {
+        {"a task inserted into a list",
+         [&](ObjectContext& c) {
+             task(c, "second", std::static_pointer_cast<TK_Category>(c.objectWithID(inboxID)), 2);
+         },
+         {Kind::tasks}},
+        {"a subtask inserted under a task",
+         [&](ObjectContext& c) {
+             subtask(c, "step", std::static_pointer_cast<TK_Task>(c.objectWithID(firstID)));
+         },
+         {Kind::subtasks}},
+        {"a tag inserted",
+         [](ObjectContext& c) { c.insertNewObject("TK_Tag")->setValue("tagID", newID()); },
+         {Kind::tags}},
+        {"a value without an attribute inserted",
+         [](ObjectContext& c) { value(c, "orphan", nullptr); },
+         {}},
+        {"a value inserted for an attribute",
+         [&](ObjectContext& c) {
+             value(c, "Large", std::static_pointer_cast<TK_Attribute>(c.objectWithID(sizeID)));
+         },
+         {Kind::values}},
+        {"a task's title changed",
+         [&](ObjectContext& c) {
+             std::static_pointer_cast<TK_Task>(c.objectWithID(firstID))->setTitle("renamed");
+         },
+         {Kind::tasks}},
+        {"a list's title emptied, which unlists its tasks",
+         [&](ObjectContext& c) {
+             std::static_pointer_cast<TK_Category>(c.objectWithID(inboxID))->setTitle("");
+         },
+         {Kind::categories, Kind::tasks}},
+    };
+
+    auto manager = start();
+    std::map<Kind, int> deliveries;
+    std::vector<Subscription> subscriptions;
+    auto count = [&](Kind kind) {
+        return [&deliveries, kind](const auto&) { ++deliveries[kind]; };
+    };
+    subscriptions.push_back(manager->folders().subscribe(count(Kind::folders)));
+    subscriptions.push_back(manager->smartCategories().subscribe(count(Kind::smartCategories)));
+    subscriptions.push_back(manager->categories().subscribe(count(Kind::categories)));
+    subscriptions.push_back(manager->tags().subscribe(count(Kind::tags)));
+    subscriptions.push_back(manager->priorities().subscribe(count(Kind::priorities)));
+    subscriptions.push_back(manager->statuses().subscribe(count(Kind::statuses)));
+    subscriptions.push_back(manager->attributes().subscribe(count(Kind::attributes)));
+    subscriptions.push_back(manager->values().subscribe(count(Kind::values)));
+    subscriptions.push_back(manager->sections().subscribe(count(Kind::sections)));
+    subscriptions.push_back(manager->tasks().subscribe(count(Kind::tasks)));
+    subscriptions.push_back(manager->subtasks().subscribe(count(Kind::subtasks)));
+    subscriptions.push_back(manager->attachments().subscribe(count(Kind::attachments)));
+
+    auto background = data->newBackgroundContext();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        deliveries.clear();
+        SaveInfo saved;
+        auto observer = NotificationCenter::defaultCenter().addObserver(
+            kContextDidSaveNotification, background.get(),
+            [&](const auto& n) { saved = std::any_cast<SaveInfo>(n.userInfo); });
+        background->performAndWait([&] {
+            c.change(*background);
+            auto ok = background->save();
+            ASSERT_TRUE(ok) << ok.error().message;
+        });
+        view().mergeChanges(saved);
+        MainQueue::shared().pump();
+        std::set<Kind> republished;
+        for (const auto& [kind, n] : deliveries)
+            republished.insert(kind);
+        EXPECT_EQ(republished, c.republished);
+    }
+    EXPECT_EQ(titlesOf(*manager, Kind::tasks), std::vector<std::string>{});
+    EXPECT_EQ(titlesOf(*manager, Kind::values), (std::vector<std::string>{"Large"}));
+}
+
+// ---- Search and focus ------------------------------------------------------------------
+
+TEST_F(LocalDataFetchManagerTest, SearchTextsNarrowTheirCollectionsAndClearingRestoresThem) {
+    auto groceries = category(view(), "Groceries", 3);
+    auto work = category(view(), "Work", 2);
+    category(view(), "grocery bags", 1);
+    auto milk = task(view(), "Buy milk", groceries, 3);
+    task(view(), "buy bread", groceries, 2);
+    task(view(), "Call the office", work, 1);
+    subtask(view(), "Skimmed", milk, 2);
+    subtask(view(), "Ask about lactose-free", milk, 1);
+    auto colour = attribute(view(), "Colour", 2);
+    value(view(), "Green grocer", colour, 2);
+    value(view(), "Red", colour, 1);
+    save();
+    auto manager = start();
+
+    using Setter = tasket::platform::Result<void> (LocalDataFetchManager::*)(std::string);
+    struct Case {
+        const char* name;
+        Setter set;
+        std::string text;
+        std::map<Kind, std::vector<std::string>> narrowed; // every other collection stays
+    };
+    const std::vector<Case> cases = {
+        {"objects",
+         &LocalDataFetchManager::setObjectsSearchText,
+         "GROC",
+         {{Kind::categories, {"Groceries", "grocery bags"}},
+          {Kind::values, {"Green grocer"}},
+          {Kind::attributes, {}}}},
+        {"tasks",
+         &LocalDataFetchManager::setTasksSearchText,
+         "buy",
+         {{Kind::tasks, {"Buy milk", "buy bread"}}}},
+        {"subtasks",
+         &LocalDataFetchManager::setSubtasksSearchText,
+         "LACTOSE",
+         {{Kind::subtasks, {"Ask about lactose-free"}}}},
+        {"a text nothing contains",
+         &LocalDataFetchManager::setTasksSearchText,
+         "zzz",
+         {{Kind::tasks, {}}}},
+    };
+    std::map<Kind, std::vector<std::string>> everything;
+    for (std::size_t k = 0; k < kCollectionKindCount; ++k)
+        everything[static_cast<Kind>(k)] = titlesOf(*manager, static_cast<Kind>(k));
+
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE((manager.get()->*c.set)(c.text));
+        for (const auto& [kind, all] : everything) {
+            auto want = c.narrowed.count(kind) ? c.narrowed.at(kind) : all;
+            EXPECT_EQ(titlesOf(*manager, kind), want) << kindName(kind);
+        }
+        ASSERT_TRUE((manager.get()->*c.set)(""));
+        for (const auto& [kind, all] : everything)
+            EXPECT_EQ(titlesOf(*manager, kind), all) << "restored " << kindName(kind);
+    }
+    EXPECT_EQ(manager->tasksSearchText().value(), "");
+
+    // A search survives a change merged in: the new object is judged by it.
+    ASSERT_TRUE(manager->setTasksSearchText("buy"));
+    task(view(), "Buy eggs", groceries, 4);
+    task(view(), "Sell the car", groceries, 5);
+    save();
+    EXPECT_EQ(titlesOf(*manager, Kind::tasks),
+              (std::vector<std::string>{"Buy eggs", "Buy milk", "buy bread"}));
+}
+
+TEST_F(LocalDataFetchManagerTest, AnActiveFocusFilterNarrowsTasksToItsLists) {
+    auto home = category(view(), "Home", 3);
+    auto work = category(view(), "Work", 2);
+    auto garden = category(view(), "Garden", 1);
+    task(view(), "Dishes", home, 3);
+    task(view(), "Report", work, 2);
+    task(view(), "Weeding", garden, 1);
+    save();
+    auto manager = start();
+    const std::vector<std::string> all = {"Dishes", "Report", "Weeding"};
+
+    struct Step {
+        const char* name;
+        std::function<void()> act;
+        std::vector<std::string> tasks;
+    };
+    const std::vector<Step> steps = {
+        {"focused on two lists",
+         [&] {
+             focus->focus({*home->categoryID(), *garden->categoryID()});
+         },
+         {"Dishes", "Weeding"}},
+        {"the selection changed", [&] { focus->focus({*work->categoryID()}); }, {"Report"}},
+        {"searching within the focus",
+         [&] { ASSERT_TRUE(manager->setTasksSearchText("dish")); },
+         {}},
+        {"the search cleared", [&] { ASSERT_TRUE(manager->setTasksSearchText("")); }, {"Report"}},
+        {"focused on no list at all", [&] { focus->focus({}); }, all},
+        {"focused again", [&] { focus->focus({*home->categoryID()}); }, {"Dishes"}},
+        {"the focus ended", [&] { focus->unfocus(); }, all},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        step.act();
+        MainQueue::shared().pump();
+        EXPECT_EQ(titlesOf(*manager, Kind::tasks), step.tasks);
+    }
+}
