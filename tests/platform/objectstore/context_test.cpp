@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <sqlite3.h>
+#include <thread>
 
 using namespace tasket::objectstore;
 using tasket::platform::Errc;
@@ -343,6 +346,24 @@ TEST_F(ContextTest, AutomaticMergeAndBackgroundQueue) {
         ASSERT_SAVED(background);
     });
     EXPECT_TRUE(tasket::platform::MainQueue::shared().runUntil([&] { return text(mine, "title") == "changed"; }));
+}
+
+TEST_F(ContextTest, ABrieflyLockedStoreDelaysTheSaveInsteadOfFailingIt) {
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open((dir / "t.sqlite").c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    std::thread holder([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
+    });
+    auto c = context();
+    c->insertNewObject("Item");
+    const auto start = std::chrono::steady_clock::now();
+    auto saved = c->save();
+    EXPECT_TRUE(saved) << saved.error().message;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300)); // it did wait
+    holder.join();
+    sqlite3_close(other);
 }
 
 TEST_F(ContextTest, InaccessibleFaultReadsAsDeleted) {
