@@ -1,5 +1,7 @@
 #include "platform/extension/url.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <fmt/format.h>
@@ -23,42 +25,6 @@ int hexValue(unsigned char c) {
     return std::tolower(c) - 'a' + 10;
 }
 
-// Length of the well-formed UTF-8 sequence starting at `i`, or 0 (overlong
-// forms, surrogates and code points past U+10FFFF are not well formed).
-std::size_t utf8SequenceLength(std::string_view s, std::size_t i) {
-    const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
-    const unsigned char lead = byte(i);
-    std::size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xbf;
-    if (lead >= 0xc2 && lead <= 0xdf) {
-        length = 2;
-    } else if (lead >= 0xe0 && lead <= 0xef) {
-        length = 3;
-        if (lead == 0xe0)
-            low = 0xa0;
-        if (lead == 0xed)
-            high = 0x9f;
-    } else if (lead >= 0xf0 && lead <= 0xf4) {
-        length = 4;
-        if (lead == 0xf0)
-            low = 0x90;
-        if (lead == 0xf4)
-            high = 0x8f;
-    } else {
-        return 0;
-    }
-    if (i + length > s.size())
-        return 0;
-    for (std::size_t k = 1; k < length; ++k) {
-        const unsigned char c = byte(i + k);
-        const unsigned char lo = k == 1 ? low : 0x80;
-        const unsigned char hi = k == 1 ? high : 0xbf;
-        if (c < lo || c > hi)
-            return 0;
-    }
-    return length;
-}
 
 // Characters no URL holds unescaped, whatever the component.
 bool isForbiddenAscii(unsigned char c) {

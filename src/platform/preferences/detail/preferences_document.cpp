@@ -1,5 +1,7 @@
 #include "platform/preferences/detail/preferences_document.h"
 
+#include "platform/text.h"
+
 #include "platform/preferences/detail/base64.h"
 
 #include <fmt/core.h>
@@ -99,40 +101,7 @@ Result<PreferenceValue> readValue(element e, std::string_view key) {
 
 // ---- Writing -----------------------------------------------------------------
 
-void writeString(std::string& out, std::string_view text) {
-    out += '"';
-    for (const char ch : text) {
-        switch (ch) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        case '\b':
-            out += "\\b";
-            break;
-        case '\f':
-            out += "\\f";
-            break;
-        default:
-            if (static_cast<unsigned char>(ch) < 0x20)
-                out += fmt::format("\\u{:04x}", static_cast<unsigned>(ch));
-            else
-                out += ch;
-        }
-    }
-    out += '"';
-}
+void writeString(std::string& out, std::string_view text) { appendJsonString(out, text); }
 
 void writeDouble(std::string& out, double value) {
     // Shortest text that reads back to the same double; a fraction or an

@@ -1,0 +1,21 @@
+// Small text helpers shared by the writers and parsers of the project:
+// UTF-8 well-formedness and JSON string literals.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tasket::platform {
+
+/// Length of the well-formed UTF-8 sequence starting at `text[i]`, or 0
+/// (overlong forms, surrogates and code points past U+10FFFF are not well
+/// formed). A byte below 0x80 is a sequence of length 1.
+std::size_t utf8SequenceLength(std::string_view text, std::size_t i);
+
+/// Appends `text` as a JSON string literal with its quotes. Control
+/// characters are escaped (NUL as \u0000); bytes that start no well-formed
+/// UTF-8 sequence become U+FFFD, so the output is always valid JSON.
+void appendJsonString(std::string& out, std::string_view text);
+
+} // namespace tasket::platform
