@@ -29,12 +29,12 @@ objectstore::Value defaultValue(AttributeType type) {
 template <class Record> void describe(objectstore::Model& model) {
     using Schema = detail::Schema<Record>;
     auto& entity = model.addEntity(std::string(Schema::entityName));
-    for (const auto& a : Schema::attributeSpecs) {
+    for (const auto& a : Schema::attributeFields) {
         const auto initial = defaultValue(a.type);
         entity.attributes.push_back(
             {std::string(a.name), a.type, objectstore::isNil(initial), initial, a.indexed});
     }
-    for (const auto& r : Schema::relationshipSpecs)
+    for (const auto& r : Schema::relationshipFields)
         entity.relationships.push_back({std::string(r.name), std::string(r.destination),
                                         std::string(r.inverse), r.toMany, r.deleteRule, true});
     entity.makeObject = [] { return std::make_shared<Record>(); };

@@ -21,13 +21,13 @@ TK_DATA_ENTITIES(TK_DATA_FORWARD_DECLARE)
 
 namespace detail {
 
-struct AttributeSpec {
+struct AttributeField {
     std::string_view name;
     objectstore::AttributeType type;
     bool indexed;
 };
 
-struct RelationshipSpec {
+struct RelationshipField {
     std::string_view name;
     std::string_view destination;
     std::string_view inverse;
@@ -35,27 +35,27 @@ struct RelationshipSpec {
     objectstore::DeleteRule deleteRule;
 };
 
-template <class Spec, std::size_t N>
-consteval std::array<Spec, N> sortedByName(std::array<Spec, N> specs) {
-    std::sort(specs.begin(), specs.end(),
-              [](const Spec& a, const Spec& b) { return a.name < b.name; });
-    return specs;
+template <class Field, std::size_t N>
+consteval std::array<Field, N> sortedByName(std::array<Field, N> fields) {
+    std::sort(fields.begin(), fields.end(),
+              [](const Field& a, const Field& b) { return a.name < b.name; });
+    return fields;
 }
 
-template <class Spec, std::size_t N>
-consteval bool namesAreUnique(const std::array<Spec, N>& sorted) {
+template <class Field, std::size_t N>
+consteval bool namesAreUnique(const std::array<Field, N>& sorted) {
     for (std::size_t i = 1; i < N; ++i)
         if (sorted[i - 1].name == sorted[i].name)
             return false;
     return true;
 }
 
-/// The position of `name` in `specs`; a name that is not there does not
+/// The position of `name` in `fields`; a name that is not there does not
 /// compile.
-template <class Spec, std::size_t N>
-consteval std::size_t indexOf(const std::array<Spec, N>& specs, std::string_view name) {
+template <class Field, std::size_t N>
+consteval std::size_t indexOf(const std::array<Field, N>& fields, std::string_view name) {
     for (std::size_t i = 0; i < N; ++i)
-        if (specs[i].name == name)
+        if (fields[i].name == name)
             return i;
     throw "no such property";
 }
@@ -63,14 +63,14 @@ consteval std::size_t indexOf(const std::array<Spec, N>& specs, std::string_view
 /// Specialised for each record class below.
 template <class Record> struct Schema;
 
-// X callbacks: attribute specs, relationship specs, index constants.
+// X callbacks: attribute fields, relationship fields, index constants.
 #define TK_SCHEMA_ATTRIBUTE(C, kind, ...) TK_SCHEMA_ATTRIBUTE_##kind(__VA_ARGS__)
 #define TK_SCHEMA_ATTRIBUTE_ATTRIBUTE(name, Name, Type)                                            \
-    AttributeSpec{#name, objectstore::AttributeType::Type, false},
+    AttributeField{#name, objectstore::AttributeType::Type, false},
 #define TK_SCHEMA_ATTRIBUTE_IDENTIFIER(name, Name, Type)                                           \
-    AttributeSpec{#name, objectstore::AttributeType::Type, true},
+    AttributeField{#name, objectstore::AttributeType::Type, true},
 #define TK_SCHEMA_ATTRIBUTE_ENUM(name, Name, Enumeration)                                          \
-    AttributeSpec{#name, objectstore::AttributeType::Int16, false},
+    AttributeField{#name, objectstore::AttributeType::Int16, false},
 #define TK_SCHEMA_ATTRIBUTE_TO_ONE(...)
 #define TK_SCHEMA_ATTRIBUTE_TO_MANY(...)
 
@@ -79,27 +79,27 @@ template <class Record> struct Schema;
 #define TK_SCHEMA_RELATIONSHIP_IDENTIFIER(...)
 #define TK_SCHEMA_RELATIONSHIP_ENUM(...)
 #define TK_SCHEMA_RELATIONSHIP_TO_ONE(name, Name, Destination, inverse, Rule)                      \
-    RelationshipSpec{#name, #Destination, #inverse, false, objectstore::DeleteRule::Rule},
+    RelationshipField{#name, #Destination, #inverse, false, objectstore::DeleteRule::Rule},
 #define TK_SCHEMA_RELATIONSHIP_TO_MANY(name, Name, Destination, inverse, Rule)                     \
-    RelationshipSpec{#name, #Destination, #inverse, true, objectstore::DeleteRule::Rule},
+    RelationshipField{#name, #Destination, #inverse, true, objectstore::DeleteRule::Rule},
 
 #define TK_SCHEMA_INDEX(C, kind, ...) TK_SCHEMA_INDEX_##kind(__VA_ARGS__)
 #define TK_SCHEMA_INDEX_ATTRIBUTE(name, ...)                                                       \
-    static constexpr std::size_t name = indexOf(attributeSpecs, #name);
+    static constexpr std::size_t name = indexOf(attributeFields, #name);
 #define TK_SCHEMA_INDEX_IDENTIFIER TK_SCHEMA_INDEX_ATTRIBUTE
 #define TK_SCHEMA_INDEX_ENUM TK_SCHEMA_INDEX_ATTRIBUTE
 #define TK_SCHEMA_INDEX_TO_ONE(name, ...)                                                          \
-    static constexpr std::size_t name = attributeSpecs.size() + indexOf(relationshipSpecs, #name);
+    static constexpr std::size_t name = attributeFields.size() + indexOf(relationshipFields, #name);
 #define TK_SCHEMA_INDEX_TO_MANY TK_SCHEMA_INDEX_TO_ONE
 
 #define TK_SCHEMA_SPECIALIZE(Class)                                                                \
     template <> struct Schema<Class> {                                                             \
         static constexpr std::string_view entityName = #Class;                                     \
-        static constexpr auto attributeSpecs =                                                     \
+        static constexpr auto attributeFields =                                                     \
             sortedByName(std::array{TK_DATA_##Class(TK_SCHEMA_ATTRIBUTE, Class)});                 \
-        static constexpr auto relationshipSpecs =                                                  \
+        static constexpr auto relationshipFields =                                                  \
             sortedByName(std::array{TK_DATA_##Class(TK_SCHEMA_RELATIONSHIP, Class)});              \
-        static_assert(namesAreUnique(attributeSpecs) && namesAreUnique(relationshipSpecs),         \
+        static_assert(namesAreUnique(attributeFields) && namesAreUnique(relationshipFields),         \
                       #Class " names a property twice");                                           \
         /* Property indexes as the engine numbers them: attributes, then relationships. */         \
         struct Property {                                                                          \
