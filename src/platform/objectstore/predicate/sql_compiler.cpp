@@ -22,7 +22,7 @@ Fragment parameter(const Scalar& value) {
 
 class Compiler {
   public:
-    explicit Compiler(const Model& model) : m_builder(model, "t") {}
+    explicit Compiler(const Model& model) : m_model(model), m_builder(model, "t") {}
 
     Fragment node(const BoundNode& n, SqlBuilder::Scope& scope) {
         switch (n.kind) {
@@ -100,6 +100,8 @@ class Compiler {
                                     source.correlation));
         }
         SqlBuilder::Scope inner{source.elementAlias, source.elementEntity, {}, {}};
+        if (c.quantifier == Quantifier::any && selectsElementsByKey(c, path, step))
+            return ownersOfMatches(c, path, step, owner, source, inner, scope);
         Fragment condition = test(text(m_builder.valueOf(inner, path, step + 1)), c, scope);
         const bool all = c.quantifier == Quantifier::all;
         std::string from = source.from;
@@ -112,9 +114,55 @@ class Compiler {
         return out += "))";
     }
 
+    // ANY with = or IN against constants, on the elements themselves or on
+    // a column of theirs that has an index (an indexed attribute, a to-one
+    // key): the matching elements are found through that index and are
+    // usually few, so the owners are better drawn from them than each owner
+    // probing its own elements.
+    bool selectsElementsByKey(const BoundComparison& c, const BoundKeyPath& path,
+                              std::size_t step) const {
+        if ((c.op != Op::equal && c.op != Op::in) || c.options != 0 ||
+            std::holds_alternative<BoundKeyPath>(c.rhs))
+            return false;
+        if (path.steps.size() == step + 1)
+            return true; // the elements' own keys
+        if (path.steps.size() != step + 2)
+            return false;
+        const PropertyStep& last = path.steps.back();
+        const EntityDescription& e = m_model.entity(last.entity);
+        if (e.isAttribute(last.property))
+            return e.attributes[last.property].indexed;
+        return e.storage[last.property - e.attributes.size()] == RelationshipStorage::ForeignKey;
+    }
+
+    // "owner.pk IN (SELECT key FROM elements WHERE condition)": uncorrelated,
+    // so SQLite can run it once and reach the owners by their keys, where
+    // EXISTS would run once per owner. The condition is only a filter there,
+    // so it is written without the COALESCE that would keep SQLite from
+    // using the index. Elements without an owner are left out, so that the
+    // list holds no NULL and the result stays 0 or 1.
+    Fragment ownersOfMatches(const BoundComparison& c, const BoundKeyPath& path, std::size_t step,
+                             const std::string& owner, const SqlBuilder::ToMany& source,
+                             SqlBuilder::Scope& inner, SqlBuilder::Scope& scope) {
+        Fragment condition = test(text(m_builder.valueOf(inner, path, step + 1)), c, scope, true);
+        std::string from = source.from;
+        for (const auto& join : inner.joins)
+            from += " " + join;
+        // An owner reached through to-one hops may be missing (a NULL key).
+        const bool ownerMayBeNull = step > 0;
+        Fragment out =
+            text(fmt::format("{}{}.pk IN (SELECT {} FROM {} WHERE {}",
+                             ownerMayBeNull ? "COALESCE(" : "(", owner, source.ownerKey, from,
+                             source.ownerKeyNullable ? source.ownerKey + " IS NOT NULL AND " : ""));
+        out += condition;
+        return out += ownerMayBeNull ? "), 0)" : "))";
+    }
+
     // The comparison of `value` with the right-hand side, written so that it
-    // is 0 or 1 even where SQL would give NULL.
-    Fragment test(const Fragment& value, const BoundComparison& c, SqlBuilder::Scope& scope) {
+    // is 0 or 1 even where SQL would give NULL. As a `filter` (a WHERE of its
+    // own, where NULL and 0 both mean no) IN may give NULL.
+    Fragment test(const Fragment& value, const BoundComparison& c, SqlBuilder::Scope& scope,
+                  bool filter = false) {
         const Fragment lhs = folded(value, c.options);
         Fragment out;
         switch (c.op) {
@@ -164,7 +212,8 @@ class Compiler {
             if (!values.empty()) {
                 if (hasNil)
                     out += " OR ";
-                out += "COALESCE(";
+                if (!filter)
+                    out += "COALESCE(";
                 out += lhs;
                 out += " IN (";
                 for (std::size_t i = 0; i < values.size(); ++i) {
@@ -172,7 +221,7 @@ class Compiler {
                         out += ", ";
                     out += folded(parameter(*values[i]), c.options);
                 }
-                out += "), 0)";
+                out += filter ? ")" : "), 0)";
             }
             return out += ")";
         }
@@ -195,6 +244,7 @@ class Compiler {
         return text("0");
     }
 
+    const Model& m_model;
     SqlBuilder m_builder;
 };
 

@@ -1,6 +1,7 @@
 // Compiles a predicate to an SQL condition over the engine's schema: the
 // main table is aliased t0, to-one hops become LEFT JOINs (aliases t1,
-// t2, ...), a to-many step becomes an EXISTS subquery. Values never enter
+// t2, ...), a to-many step becomes an EXISTS subquery, or a list of owner
+// keys when ANY picks the elements by an indexed column. Values never enter
 // the SQL text; they are bound in order to its ?s. The condition is 0 or 1
 // for every row, never NULL, so NOT and OR keep the in-memory meaning.
 #pragma once

@@ -13,8 +13,8 @@ namespace tasket::objectstore::testing {
 
 namespace {
 
-void attribute(EntityDescription& e, std::string name, AttributeType type) {
-    e.attributes.push_back(AttributeDescription{std::move(name), type, true, {}, false});
+void attribute(EntityDescription& e, std::string name, AttributeType type, bool indexed = false) {
+    e.attributes.push_back(AttributeDescription{std::move(name), type, true, {}, indexed});
 }
 
 void relationship(EntityDescription& e, std::string name, std::string destination,
@@ -47,7 +47,7 @@ Model buildModel() {
     relationship(task, "detail", "Detail", "task", false);
 
     auto& folder = model.addEntity("Folder");
-    attribute(folder, "name", T::String);
+    attribute(folder, "name", T::String, true);
     attribute(folder, "rank", T::Int32);
     attribute(folder, "archived", T::Bool);
     relationship(folder, "tasks", "Task", "folder", true);
@@ -55,12 +55,12 @@ Model buildModel() {
     relationship(folder, "children", "Folder", "parent", true);
 
     auto& tag = model.addEntity("Tag");
-    attribute(tag, "label", T::String);
+    attribute(tag, "label", T::String, true);
     attribute(tag, "weight", T::Double);
     relationship(tag, "tasks", "Task", "tags", true);
 
     auto& step = model.addEntity("Step");
-    attribute(step, "label", T::String);
+    attribute(step, "label", T::String, true);
     attribute(step, "done", T::Bool);
     attribute(step, "when", T::Date);
     relationship(step, "task", "Task", "steps", false);

@@ -301,6 +301,40 @@ TEST_F(SmallStore, ValuesNeverEnterTheSqlText) {
     EXPECT_NO_THROW(mirror->select(testing::entityIndex("Task"), *sql));
 }
 
+// ANY = / IN on the elements or an indexed column of theirs compiles to a
+// list of owner keys; an element without an owner must not turn a NOT of it
+// into NULL, nor must an owner missing behind a to-one hop.
+TEST_F(SmallStore, AnyByIndexedColumnDrawsOwnersFromTheElements) {
+    auto orphan = graph.insert("Step");
+    graph.set(*orphan, "label", "a");
+    mirror = std::make_unique<testing::SqlMirror>(graph, dir / "orphan.sqlite");
+    const auto tag = testing::entityIndex("Tag");
+    const std::vector<Case> cases = {
+        {"ANY steps.label = 'a'", {}, {1}},
+        {"NOT (ANY steps.label IN {'a', 'c'})", {}, {2, 3, 5, 6}},
+        {"NONE steps.label = 'a'", {}, {2, 3, 4, 5, 6}},
+        {"ANY steps.label IN {'a', nil}", {}, {1, 3}},
+        {"NOT (ANY folder.children.name = 'Sub')", {}, {2, 3, 5, 6}},
+        {"NOT (ANY tags IN %@)", {std::vector<ObjectID>{{tag, 1}, {tag, 2}}}, {2, 5, 6}},
+        {"ANY tasks.folder = %@", {ObjectID{testing::entityIndex("Folder"), 1}}, {1, 2}, "Tag"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(both(c.entity, c.format, c.arguments), c.expected) << c.format;
+
+    auto where = [](const char* format) {
+        auto sql = compileToSql(*Predicate::parse(format), testing::testModel(),
+                                testing::entityIndex("Task"));
+        return sql ? sql->where : std::string();
+    };
+    EXPECT_THAT(where("ANY tags.label IN {'red'}"), HasSubstr("t0.pk IN (SELECT"));
+    EXPECT_THAT(where("ANY tags.label IN {'red'}"), ::testing::Not(HasSubstr("COALESCE")));
+    // Unindexed columns, folded text and other operators keep EXISTS.
+    EXPECT_THAT(where("ANY tags.weight = 1"), HasSubstr("EXISTS"));
+    EXPECT_THAT(where("ANY tags.label ==[c] 'red'"), HasSubstr("EXISTS"));
+    EXPECT_THAT(where("ANY tags.label BEGINSWITH 'r'"), HasSubstr("EXISTS"));
+    EXPECT_THAT(where("ALL tags.label = 'red'"), HasSubstr("EXISTS"));
+}
+
 TEST_F(SmallStore, SortsAlikeInSqlAndInMemory) {
     using C = SortDescriptor::Comparison;
     struct SortCase {

@@ -99,15 +99,17 @@ SqlBuilder::ToMany SqlBuilder::toMany(const std::string& ownerAlias, const Prope
         out.from =
             fmt::format("{} AS {} JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(table), join,
                         quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
-        out.correlation = fmt::format("{}.{} = {}.pk", join, owns ? "src" : "dst", ownerAlias);
+        out.ownerKey = fmt::format("{}.{}", join, owns ? "src" : "dst");
+        out.correlation = fmt::format("{} = {}.pk", out.ownerKey, ownerAlias);
         break;
     }
     case RelationshipStorage::InverseColumn:
     case RelationshipStorage::ForeignKey: {
         const auto& inverse = d.relationships[r.inversePropertyIndex - d.attributes.size()];
         out.from = fmt::format("{} AS {}", quoteIdentifier(d.name), element);
-        out.correlation =
-            fmt::format("{}.{} = {}.pk", element, quoteIdentifier(inverse.name), ownerAlias);
+        out.ownerKey = fmt::format("{}.{}", element, quoteIdentifier(inverse.name));
+        out.ownerKeyNullable = true;
+        out.correlation = fmt::format("{} = {}.pk", out.ownerKey, ownerAlias);
         break;
     }
     }

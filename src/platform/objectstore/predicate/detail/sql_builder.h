@@ -46,6 +46,8 @@ class SqlBuilder {
         std::string correlation; // ties the elements to the owner
         std::string elementAlias;
         std::uint32_t elementEntity = 0;
+        std::string ownerKey;          // the column in `from` that holds the owner's pk
+        bool ownerKeyNullable = false; // elements may have no owner (a to-one column)
     };
 
     /// Aliases are `prefix` followed by a number, so that two builders with
