@@ -1,0 +1,28 @@
+// The hook through which a form plugs into tasket-share. A form shows the
+// loaded controller's text field, list picker and toolbar, and runs the
+// event loop in which the main queue's tasks run; the user's Done or Cancel
+// drive the toolbar. The program falls back to the terminal prompt when no
+// form is compiled in.
+#pragma once
+
+#include "share/share_view_controller.h"
+
+#include <memory>
+
+namespace tasket::apps {
+
+class ShareForm {
+  public:
+    virtual ~ShareForm();
+    /// Shows the form over `controller`, whose form is loaded.
+    virtual void present(share::ShareViewController& controller) = 0;
+    /// Runs the event loop (the main queue's tasks included) until quit().
+    virtual void exec() = 0;
+    virtual void quit() = 0;
+};
+
+/// The form compiled into this program, ready to show on the display; null
+/// when there is none (or it cannot reach the display).
+std::unique_ptr<ShareForm> makeShareForm();
+
+} // namespace tasket::apps

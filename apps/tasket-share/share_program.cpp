@@ -1,0 +1,251 @@
+#include "tasket-share/share_program.h"
+
+#include "common/exit_code.h"
+#include "common/json_writer.h"
+#include "common/task_report.h"
+#include "platform/extension/command_line_share.h"
+#include "platform/main_queue.h"
+#include "platform/objectstore/predicate/predicate.h"
+#include "platform/preferences/file_preferences_suite.h"
+#include "settings/settings_keys.h"
+#include "share/category_choice.h"
+#include "share/shared_task.h"
+#include "share/share_view_controller.h"
+#include "tasket-share/share_options.h"
+#include "tasket-share/terminal_prompt.h"
+
+#include <fmt/format.h>
+#include <fstream>
+#include <optional>
+
+namespace tasket::apps {
+namespace {
+
+using platform::Errc;
+using share::ShareToolbarModel;
+using share::ShareViewController;
+
+constexpr std::string_view kPremiumNotice =
+    "Tasket Premium is Required. Please purchase Tasket Premium to access this feature. "
+    "The shared files and pictures were not attached.";
+
+void report(std::ostream& err, std::string_view message) {
+    err << fmt::format("tasket-share: {}\n", message);
+}
+
+// The text arguments of the first item that were no valid links, after --text.
+std::string initialText(const ShareOptions& options, const platform::CommandLineShare& share) {
+    std::string text = options.text.value_or("");
+    for (const auto& argument : share.textArguments) {
+        if (argument.itemIndex != 0)
+            continue;
+        if (!text.empty())
+            text += ' ';
+        text += argument.text;
+    }
+    return text;
+}
+
+bool hasNothingToSave(const share::SharedInput& input, const std::string& text) {
+    return input.url.empty() && input.attachments.empty() && text.empty();
+}
+
+// One run of the program over the loaded controller.
+class ShareSession {
+  public:
+    ShareSession(const ShareOptions& options, ShareProgramEnvironment& environment,
+                 std::unique_ptr<ShareForm> form, std::istream* promptInput)
+        : m_options(options), m_environment(environment), m_form(std::move(form)),
+          m_promptInput(promptInput) {}
+
+    int run(platform::CommandLineShare share, std::string text) {
+        auto localDataManager = store::LocalDataManager::make();
+        auto customizationManager = std::make_shared<settings::CustomizationManager>(
+            platform::FilePreferencesSuite::inConfigHome(std::string(settings::keys::kAppGroupSuite)),
+            platform::FilePreferencesSuite::inConfigHome(std::string(settings::keys::kStandardSuite)));
+        // Completing the request ends the program once the save has committed.
+        auto extensionContext = std::make_shared<platform::ExtensionContext>(
+            std::move(share.inputItems), [this](std::vector<platform::ExtensionItem>) {
+                m_controller->pendingSaves()->whenIdle([this] { quit(); });
+            });
+        m_controller = std::make_unique<ShareViewController>(extensionContext, localDataManager,
+                                                             customizationManager);
+        m_controller->shareManager()->setText(std::move(text));
+        m_controller->loadForm(m_environment.imageConverter,
+                               [this](platform::Result<void> loaded) { didLoad(std::move(loaded)); });
+        if (m_form)
+            m_form->exec();
+        else
+            platform::MainQueue::shared().run();
+        return finish();
+    }
+
+  private:
+    void quit() {
+        if (m_form)
+            m_form->quit();
+        else
+            platform::MainQueue::shared().quit();
+    }
+
+    void fail(const platform::Error& error) {
+        report(m_environment.err, error.message);
+        if (m_status == kExitSuccess)
+            m_status = exitCodeFor(error.code);
+    }
+
+    void didLoad(platform::Result<void> loaded) {
+        if (!loaded) {
+            fail(loaded.error());
+            quit();
+            return;
+        }
+        for (const auto& refused : m_controller->input().refused)
+            report(m_environment.err, refused.message);
+        if (m_form) {
+            m_form->present(*m_controller);
+            return;
+        }
+        if (m_options.list) {
+            auto found = share::findCategory(m_controller->picker().categories(), *m_options.list);
+            if (!found)
+                return cancelWith(found.error());
+            m_controller->picker().select(*found);
+        }
+        if (!m_options.yes &&
+            askOnTerminal(*m_controller, *m_promptInput, m_environment.err) == PromptOutcome::cancel) {
+            report(m_environment.err, "cancelled; nothing was saved");
+            m_status = kExitFailure;
+            m_controller->toolbar().cancel();
+            return;
+        }
+        save();
+    }
+
+    void save() {
+        auto& toolbar = m_controller->toolbar();
+        const std::string& text = m_controller->shareManager()->text().value();
+        if (auto checked = share::checkTaskText(text); !checked)
+            return cancelWith(checked.error());
+        if (hasNothingToSave(m_controller->input(), text)) {
+            const auto& refused = m_controller->input().refused;
+            return cancelWith({refused.empty() ? Errc::invalidArgument : refused.front().code,
+                               "nothing is left to save and no text was given; nothing was written"});
+        }
+        if (toolbar.isAddingAttachmentsWithoutPremium())
+            report(m_environment.err, kPremiumNotice);
+        if (toolbar.done() == ShareToolbarModel::DoneOutcome::premiumRequiredShown) {
+            // The notice is printed above; saving without the files is the answer to it.
+            toolbar.dismissPremiumRequired();
+            toolbar.done();
+        }
+    }
+
+    void cancelWith(const platform::Error& error) {
+        fail(error);
+        m_controller->toolbar().cancel();
+    }
+
+    int finish() {
+        auto& view = *m_controller->localDataManager()->viewContext();
+        for (const auto& outcome : m_controller->pendingSaves()->outcomes()) {
+            if (!outcome) {
+                fail({outcome.error().code,
+                      fmt::format("the task could not be saved: {}", outcome.error().message)});
+                continue;
+            }
+            auto request = store::TK_Task::fetchRequest();
+            request.predicate = *objectstore::Predicate::parse("taskID == %@", {*outcome});
+            auto found = view.fetch(request);
+            if (!found || found->empty()) {
+                fail({Errc::storeError, "the saved task could not be read back"});
+                continue;
+            }
+            const TaskReport task = reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
+            if (m_options.json) {
+                JsonWriter json;
+                json.beginObject();
+                writeTaskMembers(json, task);
+                json.key("isAddingAttachmentsWithoutPremium")
+                    .boolean(m_controller->input().isAddingAttachmentsWithoutPremium);
+                json.endObject();
+                m_environment.out << json.finish();
+            } else {
+                m_environment.out << "Saved " << describeTask(task);
+            }
+        }
+        m_environment.out.flush();
+        return m_status;
+    }
+
+    const ShareOptions& m_options;
+    ShareProgramEnvironment& m_environment;
+    std::unique_ptr<ShareForm> m_form;
+    std::istream* m_promptInput;
+    std::unique_ptr<ShareViewController> m_controller;
+    int m_status = kExitSuccess;
+};
+
+} // namespace
+
+int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironment environment) {
+    platform::MainQueue::shared().claimCurrentThread();
+    auto parsed = parseShareOptions(arguments, environment.out, environment.err);
+    if (!parsed.options)
+        return parsed.exitStatus;
+    const ShareOptions& options = *parsed.options;
+
+    if (options.readsStandardInput && environment.standardInputIsTerminal) {
+        report(environment.err, "refusing to read picture bytes from a terminal: pipe them in, as in "
+                                "\"tasket-share --image - < picture.png\"");
+        return kExitUsage;
+    }
+
+    platform::CommandLineShareOptions readOptions;
+    readOptions.standardInput = &environment.in;
+    platform::CommandLineShare share = platform::readCommandLineShare(options.groups, readOptions);
+    for (const auto& skipped : share.skipped)
+        report(environment.err, skipped.error.message);
+
+    std::string text = initialText(options, share);
+    if (auto checked = share::checkTaskText(text); !checked) {
+        report(environment.err, checked.error().message);
+        return kExitDataError;
+    }
+    const bool hasProviders =
+        !share.inputItems.empty() && !share.inputItems.front().attachments.empty();
+    if (!hasProviders && text.empty()) {
+        const bool gaveNothing = std::ranges::all_of(
+            options.groups, [](const auto& group) { return group.empty(); });
+        if (gaveNothing) {
+            report(environment.err, "nothing to share: give a link, a path, --image or --text "
+                                    "(\"tasket-share --help\" says more)");
+            return kExitUsage;
+        }
+        const auto first = std::ranges::find_if(
+            share.skipped, [](const auto& skipped) { return skipped.itemIndex == 0; });
+        report(environment.err, "nothing is left to share and no text was given; nothing was written");
+        return first == share.skipped.end() ? kExitDataError : exitCodeFor(first->error.code);
+    }
+
+    std::unique_ptr<ShareForm> form;
+    if (!options.yes && environment.makeForm)
+        form = environment.makeForm();
+    std::istream* promptInput = &environment.in;
+    std::ifstream terminal;
+    if (!form && !options.yes && options.readsStandardInput) {
+        // Standard input held the picture; ask on the controlling terminal.
+        terminal.open("/dev/tty");
+        if (!terminal) {
+            report(environment.err, "cannot ask for the text and the list: standard input held the "
+                                    "picture and there is no terminal; give --yes");
+            return kExitUsage;
+        }
+        promptInput = &terminal;
+    }
+
+    ShareSession session(options, environment, std::move(form), promptInput);
+    return session.run(std::move(share), std::move(text));
+}
+
+} // namespace tasket::apps

@@ -1,0 +1,1 @@
+#include "share/share_manager.h"
