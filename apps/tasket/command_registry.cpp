@@ -1,6 +1,9 @@
 #include "tasket/command_registry.h"
 
 #include "tasket/commands/demo_command.h"
+#include "tasket/commands/lists_command.h"
+#include "tasket/commands/show_command.h"
+#include "tasket/commands/tasks_command.h"
 #include "tasket/commands/version_command.h"
 
 #include <array>
@@ -15,6 +18,9 @@ template <class C> std::unique_ptr<Command> make() {
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
     &make<DemoCommand>,
+    &make<ListsCommand>,
+    &make<TasksCommand>,
+    &make<ShowCommand>,
     &make<VersionCommand>,
 };
 

@@ -1,0 +1,24 @@
+#include "tasket/store_view.h"
+
+#include "platform/preferences/file_preferences_suite.h"
+#include "settings/settings_keys.h"
+
+namespace tasket::apps {
+
+platform::Result<StoreView> openStoreView() {
+    namespace keys = settings::keys;
+    StoreView view;
+    view.localDataManager = store::LocalDataManager::make();
+    view.customizationManager = std::make_shared<settings::CustomizationManager>(
+        platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
+        platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite)));
+    view.focusManager = std::make_shared<settings::FocusManager>();
+    auto fetchManager = store::LocalDataFetchManager::make(
+        view.localDataManager, view.customizationManager, view.focusManager);
+    if (!fetchManager)
+        return std::unexpected(fetchManager.error());
+    view.fetchManager = std::move(*fetchManager);
+    return view;
+}
+
+} // namespace tasket::apps

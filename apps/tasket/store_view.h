@@ -1,0 +1,24 @@
+// What the reading commands look through: the store in the
+// application-group folder and the live collections over it, ordered by the
+// user's sort settings (the same order the application shows).
+#pragma once
+
+#include "platform/error.h"
+#include "store/local_data_fetch_manager.h"
+
+#include <memory>
+
+namespace tasket::apps {
+
+struct StoreView {
+    std::shared_ptr<store::LocalDataManager> localDataManager;
+    std::shared_ptr<settings::CustomizationManager> customizationManager;
+    std::shared_ptr<settings::FocusManager> focusManager;
+    std::unique_ptr<store::LocalDataFetchManager> fetchManager;
+};
+
+/// Opens the user's store (the process stops when it cannot) and settings
+/// and fetches the collections. Fails when a fetch fails.
+[[nodiscard]] platform::Result<StoreView> openStoreView();
+
+} // namespace tasket::apps
