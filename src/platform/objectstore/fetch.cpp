@@ -52,27 +52,37 @@ Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& 
     return f;
 }
 
-Result<std::vector<ObjectID>> ObjectContext::storedIDs(const CompiledFetch& f, bool window) {
-    const FetchRequest& r = *f.request;
-    std::string sql = fmt::format("SELECT t0.pk FROM {} AS t0 {} {} WHERE {} ORDER BY {}", detail::sqlName(f.entity->name),
-                                  f.sql.joins, f.order.joins, f.sql.where, f.order.orderBy);
+namespace {
+
+// The ordered SELECT of a compiled fetch, with `columns`, and the binder of
+// its parameters.
+std::pair<std::string, std::function<void(detail::Statement&)>> orderedSelect(
+    const std::string& columns, const EntityDescription& entity, const SqlPredicate& where, const SqlOrder& order,
+    const FetchRequest& r, bool window) {
+    std::string sql = fmt::format("SELECT {} FROM {} AS t0 {} {} WHERE {} ORDER BY {}", columns,
+                                  detail::sqlName(entity.name), where.joins, order.joins, where.where, order.orderBy);
     const bool limited = window && (r.fetchLimit > 0 || r.fetchOffset > 0);
     if (limited)
         sql += " LIMIT ? OFFSET ?";
+    auto bind = [&where, &r, limited](detail::Statement& s) {
+        int index = 1;
+        for (const auto& v : where.bindings)
+            s.bind(index++, v);
+        if (limited) {
+            s.bindInt(index++, r.fetchLimit > 0 ? static_cast<std::int64_t>(r.fetchLimit) : -1);
+            s.bindInt(index++, static_cast<std::int64_t>(r.fetchOffset));
+        }
+    };
+    return {std::move(sql), std::move(bind)};
+}
+
+} // namespace
+
+Result<std::vector<ObjectID>> ObjectContext::storedIDs(const CompiledFetch& f, bool window) {
+    auto [sql, bind] = orderedSelect("t0.pk", *f.entity, f.sql, f.order, *f.request, window);
     std::vector<ObjectID> ids;
     const std::uint32_t entity = f.entity->index;
-    auto ok = m_store->query(
-        sql,
-        [&](detail::Statement& s) {
-            int index = 1;
-            for (const auto& v : f.sql.bindings)
-                s.bind(index++, v);
-            if (limited) {
-                s.bindInt(index++, r.fetchLimit > 0 ? static_cast<std::int64_t>(r.fetchLimit) : -1);
-                s.bindInt(index++, static_cast<std::int64_t>(r.fetchOffset));
-            }
-        },
-        [&](const detail::Statement& s) { ids.push_back(ObjectID{entity, s.columnInt(0)}); });
+    auto ok = m_store->query(sql, bind, [&](const detail::Statement& s) { ids.push_back(ObjectID{entity, s.columnInt(0)}); });
     if (!ok)
         return std::unexpected(ok.error());
     return ids;
@@ -165,6 +175,27 @@ Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch&
 }
 
 Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request) {
+    if (request.fetchBatchSize == 0 && !(request.includesPendingChanges && !m_changed.empty())) {
+        // Nothing unsaved can change the answer: read whole rows in the
+        // ordered query itself, one statement instead of keys then rows.
+        auto compiled = compile(request);
+        if (!compiled)
+            return std::unexpected(compiled.error());
+        const CompiledFetch& f = *compiled;
+        auto [sql, bind] = orderedSelect(m_store->rowColumns(f.entity->index), *f.entity, f.sql, f.order, request, true);
+        auto rows = m_store->queryRows(sql, f.entity->index, bind);
+        if (!rows)
+            return std::unexpected(rows.error());
+        std::vector<ObjectPtr> objects;
+        objects.reserve(rows->size());
+        for (auto& row : *rows) {
+            ObjectPtr o = objectWithID(ObjectID{f.entity->index, row.key});
+            if (o->isFault())
+                applyRow(*o, std::move(row));
+            objects.push_back(std::move(o));
+        }
+        return objects;
+    }
     auto ids = fetchObjectIDs(request);
     if (!ids)
         return std::unexpected(ids.error());

@@ -339,6 +339,13 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
             if (e.storage[i] == RelationshipStorage::ForeignKey)
                 cols += ", " + sqlName(e.relationships[i].name);
         m_selectColumns.push_back(cols);
+        std::string qualified = "t0.pk, t0._version";
+        for (const auto& a : e.attributes)
+            qualified += ", t0." + sqlName(a.name);
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey)
+                qualified += ", t0." + sqlName(e.relationships[i].name);
+        m_qualifiedColumns.push_back(std::move(qualified));
         std::string params = "?, 1";
         const auto foreignKeys = std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);
         for (std::size_t i = 0; i < e.attributes.size() + static_cast<std::size_t>(foreignKeys); ++i)
@@ -456,6 +463,16 @@ Result<std::vector<std::int64_t>> PersistentStore::relatedKeysLocked(ObjectID id
 Result<std::vector<std::int64_t>> PersistentStore::relatedKeys(ObjectID id, std::size_t property) {
     std::lock_guard lock(m_mutex);
     return relatedKeysLocked(id, property);
+}
+
+Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std::uint32_t entity,
+                                                   const std::function<void(Statement&)>& bind) {
+    std::vector<Row> rows;
+    const auto& e = m_model->entity(entity);
+    auto ok = query(sql, bind, [&](const Statement& s) { rows.push_back(readRow(s, e)); });
+    if (!ok)
+        return std::unexpected(ok.error());
+    return rows;
 }
 
 Result<void> PersistentStore::query(const std::string& sql, const std::function<void(Statement&)>& bind,

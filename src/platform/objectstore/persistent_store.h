@@ -125,6 +125,14 @@ class PersistentStore {
     Result<void> query(const std::string& sql, const std::function<void(detail::Statement&)>& bind,
                        const std::function<void(const detail::Statement&)>& row);
 
+    /// The row columns of `entity` qualified by `alias` ("t0.pk, t0._version,
+    /// t0.\"title\", ..."), to select whole rows in the engine's own queries.
+    const std::string& rowColumns(std::uint32_t entity) const { return m_qualifiedColumns[entity]; }
+    /// Runs a query of the engine's own making whose columns are
+    /// rowColumns(entity), and returns its rows in order.
+    Result<std::vector<Row>> queryRows(const std::string& sql, std::uint32_t entity,
+                                       const std::function<void(detail::Statement&)>& bind);
+
     // Writing
     Result<SaveResult> save(const SaveRequest& request);
 
@@ -151,6 +159,7 @@ class PersistentStore {
     std::int64_t m_dataVersion = 0;
     std::vector<std::string> m_selectColumns; // per entity: "pk, _version, cols..."
     std::vector<std::string> m_insertSql;     // per entity
+    std::vector<std::string> m_qualifiedColumns; // per entity, with the alias t0
     std::unique_ptr<detail::RemoteChangeMonitor> m_monitor;
 
     friend class detail::RemoteChangeMonitor;
