@@ -1,0 +1,262 @@
+#include "platform/clock.h"
+#include "platform/extension/png_only_image_converter.h"
+#include "platform/notification_center.h"
+#include "platform/objectstore/predicate/predicate.h"
+#include "platform/preferences/in_memory_preferences_suite.h"
+#include "settings/settings_keys.h"
+#include "share/category_choice.h"
+#include "share/dismiss_notification.h"
+#include "share/share_view_controller.h"
+#include "share/shared_task.h"
+#include "share_test_support.h"
+
+using namespace tasket::testing;
+using namespace tasket::share;
+using tasket::objectstore::ObjectContext;
+using tasket::platform::Date;
+using tasket::platform::ExtensionContext;
+using tasket::platform::ExtensionItem;
+using tasket::platform::InMemoryPreferencesSuite;
+using tasket::platform::MainQueue;
+using tasket::platform::ManualClock;
+using tasket::platform::PngOnlyImageConverter;
+using tasket::settings::CustomizationManager;
+using tasket::store::LocalDataManager;
+using tasket::store::TK_Category;
+using tasket::store::TK_Task;
+using Outcome = ShareToolbarModel::DoneOutcome;
+namespace keys = tasket::settings::keys;
+
+namespace {
+
+class ShareFlowTest : public ::testing::Test {
+  protected:
+    void SetUp() override { tasket::platform::Clock::setShared(&clock); }
+    void TearDown() override {
+        MainQueue::shared().pump();
+        tasket::platform::Clock::setShared(nullptr);
+    }
+
+    std::shared_ptr<TK_Category> addList(const std::string& title, std::int16_t sortIndex = 0) {
+        auto list = insertNewCategory(*data->viewContext(), title);
+        list->setSortIndex(sortIndex);
+        EXPECT_TRUE(data->viewContext()->save());
+        return list;
+    }
+
+    /// The controller over `providers` as the first item, its form loaded.
+    ShareViewController& open(std::vector<std::shared_ptr<const ItemProvider>> providers = {}) {
+        auto context = std::make_shared<ExtensionContext>(
+            std::vector<ExtensionItem>{ExtensionItem{std::move(providers)}},
+            [this](std::vector<ExtensionItem> returned) {
+                ++completions;
+                EXPECT_TRUE(returned.empty());
+            });
+        controller = std::make_unique<ShareViewController>(context, data, customization);
+        bool loaded = false;
+        controller->loadForm(converter, [&](tasket::platform::Result<void> result) {
+            EXPECT_TRUE(result);
+            loaded = true;
+        });
+        EXPECT_TRUE(MainQueue::shared().runUntil([&] { return loaded; }));
+        return *controller;
+    }
+
+    /// The tasks as a context that never saw them reads them from the file
+    /// (a fresh store owner each time, kept for the test).
+    std::vector<std::shared_ptr<TK_Task>> storedTasks() {
+        readers.push_back(LocalDataManager::make(dir.path()));
+        const auto fetched = readers.back()->viewContext()->fetch(TK_Task::fetchRequest());
+        std::vector<std::shared_ptr<TK_Task>> tasks;
+        for (const auto& object : *fetched)
+            tasks.push_back(std::static_pointer_cast<TK_Task>(object));
+        return tasks;
+    }
+    std::size_t storedLists() {
+        readers.push_back(LocalDataManager::make(dir.path()));
+        return *readers.back()->viewContext()->count(TK_Category::fetchRequest());
+    }
+
+    TempDir dir;
+    ManualClock clock{Date{700'000'000}};
+    std::shared_ptr<LocalDataManager> data = LocalDataManager::make(dir.path());
+    std::shared_ptr<InMemoryPreferencesSuite> group =
+        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kAppGroupSuite));
+    std::shared_ptr<CustomizationManager> customization = std::make_shared<CustomizationManager>(
+        group, std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kStandardSuite)));
+    PngOnlyImageConverter converter;
+    std::unique_ptr<ShareViewController> controller;
+    int completions = 0;
+    std::vector<std::shared_ptr<LocalDataManager>> readers;
+};
+
+} // namespace
+
+TEST_F(ShareFlowTest, DoneDismissesAtOnceAndTheSaveThatFollowsWritesTheWholeTask) {
+    addList("Inbox");
+    ASSERT_TRUE(group->setValue(keys::kIsSuccessfulPurchase, true));
+    ASSERT_TRUE(group->setValue(keys::kIsDueDateAllDay, false));
+    writeFile(dir / "list.txt", "eggs\nmilk\n");
+    auto& share = open({webLink("https://shop.example/milk"), fileLink(dir / "list.txt")});
+    share.shareManager()->setText("Buy milk 🥛 \u05e9\u05dc\u05d5\u05dd");
+
+    EXPECT_EQ(share.toolbar().done(), Outcome::saveStarted);
+    // Dismissed and completed before the save has run.
+    EXPECT_EQ(completions, 1);
+    EXPECT_FALSE(share.pendingSaves()->isIdle());
+    EXPECT_TRUE(storedTasks().empty());
+
+    MainQueue::shared().pump();
+    ASSERT_TRUE(share.pendingSaves()->isIdle());
+    ASSERT_EQ(share.pendingSaves()->outcomes().size(), 1u);
+    ASSERT_TRUE(share.pendingSaves()->outcomes().front());
+    const auto tasks = storedTasks();
+    ASSERT_EQ(tasks.size(), 1u);
+    const auto& task = tasks.front();
+    EXPECT_EQ(task->taskID(), *share.pendingSaves()->outcomes().front());
+    EXPECT_EQ(task->title(), "Buy milk 🥛 \u05e9\u05dc\u05d5\u05dd");
+    EXPECT_EQ(task->url(), "https://shop.example/milk");
+    EXPECT_EQ(task->whenCreated(), clock.now());
+    EXPECT_EQ(task->category()->title(), "Inbox");
+    EXPECT_FALSE(task->isAllDay());
+    EXPECT_TRUE(task->isStartDateAllDay());
+    ASSERT_EQ(task->attachmentsArray().size(), 1u);
+    const auto attachment = task->attachmentsArray().front();
+    EXPECT_EQ(attachment->title(), "list");
+    EXPECT_EQ(attachment->fileExtension(), "txt");
+    EXPECT_EQ(attachment->content(), bytesOf("eggs\nmilk\n"));
+    EXPECT_EQ(attachment->creationDate(), clock.now());
+    EXPECT_EQ(attachment->typeCase(), tasket::rules::TK_AttachmentType::file);
+    EXPECT_EQ(completions, 1);
+}
+
+TEST_F(ShareFlowTest, CancelWritesNothingAndTheRequestCompletesExactlyOnce) {
+    auto& share = open({webLink("https://example.com")});
+    share.shareManager()->setText("not wanted");
+    share.toolbar().cancel();
+    postDismissNotification();
+    MainQueue::shared().pump();
+    EXPECT_EQ(completions, 1);
+    EXPECT_TRUE(share.pendingSaves()->isIdle());
+    EXPECT_TRUE(storedTasks().empty());
+    // The list made for an empty store is written only with a task.
+    EXPECT_EQ(storedLists(), 0u);
+}
+
+TEST_F(ShareFlowTest, DoneWithoutAListOnlyDismisses) {
+    addList("Inbox");
+    auto& share = open({webLink("https://example.com")});
+    share.toolbar().setCategory(nullptr);
+    EXPECT_EQ(share.toolbar().done(), Outcome::dismissedWithoutList);
+    MainQueue::shared().pump();
+    EXPECT_EQ(completions, 1);
+    EXPECT_TRUE(share.pendingSaves()->outcomes().empty());
+    EXPECT_TRUE(storedTasks().empty());
+}
+
+TEST_F(ShareFlowTest, FilesLeftOutForThePaidTierShowTheNoticeOnTheFirstDoneOnly) {
+    addList("Inbox");
+    writeFile(dir / "a.txt", "a");
+    auto& share = open({fileLink(dir / "a.txt")});
+    share.shareManager()->setText("with a file");
+    EXPECT_TRUE(share.toolbar().isAddingAttachmentsWithoutPremium());
+    EXPECT_EQ(share.toolbar().done(), Outcome::premiumRequiredShown);
+    EXPECT_TRUE(share.toolbar().isDonePremiumRequiredPresented().value());
+    EXPECT_EQ(completions, 0);
+    share.toolbar().dismissPremiumRequired();
+    EXPECT_EQ(share.toolbar().done(), Outcome::saveStarted);
+    MainQueue::shared().pump();
+    const auto tasks = storedTasks();
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_TRUE(tasks.front()->attachmentsArray().empty());
+}
+
+TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANewOne) {
+    struct Case {
+        const char* name;
+        std::vector<std::pair<std::string, std::int16_t>> lists; // title, sortIndex
+        std::string defaultTitle;                                 // whose id the setting holds
+        std::string expected;
+        bool expectedIsNew;
+    };
+    const std::vector<Case> cases = {
+        {"no lists: a new one", {}, "", std::string(kNewCategoryTitle), true},
+        {"the first in the user's order", {{"Later", 1}, {"First", 0}}, "", "First", false},
+        {"the default list", {{"Later", 1}, {"First", 0}}, "Later", "Later", false},
+        {"a default that names no list", {{"Later", 1}, {"First", 0}}, "gone", "First", false},
+        {"untitled lists are passed over", {{"", 0}, {"Titled", 1}}, "", "Titled", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TempDir caseDir;
+        data = LocalDataManager::make(caseDir.path());
+        ASSERT_TRUE(group->removeValue(keys::kDefaultCategory));
+        for (const auto& [title, sortIndex] : c.lists) {
+            auto list = addList(title, sortIndex);
+            if (title == c.defaultTitle) {
+                ASSERT_TRUE(group->setValue(keys::kDefaultCategory, *list->categoryID()));
+            }
+        }
+        if (c.defaultTitle == "gone") {
+            ASSERT_TRUE(group->setValue(keys::kDefaultCategory, "00000000-0000-0000-0000-000000000000"));
+        }
+        auto& share = open();
+        ASSERT_NE(share.category(), nullptr);
+        EXPECT_EQ(share.category()->title(), c.expected);
+        EXPECT_EQ(share.category()->isInserted(), c.expectedIsNew);
+        EXPECT_EQ(share.toolbar().category().value(), share.category());
+        controller.reset();
+        MainQueue::shared().pump();
+    }
+}
+
+TEST_F(ShareFlowTest, PickerCountsOpenTasksWhenCompletedOnesAreExcludedAndMakesNewLists) {
+    auto inbox = addList("Inbox");
+    for (const bool completed : {true, false, false}) {
+        auto task = TK_Task::insertNew(*data->viewContext());
+        task->setTaskID(tasket::platform::Uuid::generate().toString());
+        task->setIsCompleted(completed);
+        task->setCategory(inbox);
+    }
+    ASSERT_TRUE(data->viewContext()->save());
+    for (const bool excluding : {false, true}) {
+        customization->setIsExcludingCompletedTasks(excluding);
+        auto& share = open();
+        ASSERT_EQ(share.picker().categories().size(), 1u);
+        EXPECT_EQ(share.picker().numberOfTasks(*inbox), excluding ? 2u : 3u);
+        EXPECT_FALSE(share.picker().createCategory(""));
+        share.picker().present(TK_ShareCategoryPickerSheet::newCategory);
+        auto made = share.picker().createCategory("Errands");
+        ASSERT_TRUE(made);
+        EXPECT_FALSE(share.picker().currentSheet().value().has_value());
+        EXPECT_EQ(share.picker().selectedCategory().value(), *made);
+        EXPECT_EQ(share.toolbar().category().value(), *made);
+        data->viewContext()->rollback();
+        controller.reset();
+    }
+}
+
+TEST(SharedTaskText, KeepsAnyUnicodeAndRefusesWhatTheStoreCannotCarry) {
+    struct Case {
+        std::string text;
+        bool accepted;
+    };
+    const std::vector<Case> cases = {
+        {"", true},
+        {"Plain", true},
+        {"Emoji 👩‍👩‍👧 and flags 🇩🇪", true},
+        {"\u05e2\u05d1\u05e8\u05d9\u05ea \u202bRTL\u202c mixed", true},
+        {std::string("a\0b", 3), false},
+        {"bad \xc3\x28 sequence", false},
+        {"overlong \xc0\xaf", false},
+        {"cut off \xe2\x82", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        const auto checked = checkTaskText(c.text);
+        EXPECT_EQ(checked.has_value(), c.accepted);
+        if (!checked) {
+            EXPECT_NE(checked.error().message.find("at byte"), std::string::npos);
+        }
+    }
+}
