@@ -1,0 +1,334 @@
+// tasket-share through the real program, headless, with private XDG
+// folders: what each kind of shared thing becomes in the store, what is
+// refused and why, that Cancel and refusals write nothing, and that a kill
+// in the middle of Done leaves either the whole task or none of it.
+#include "platform/preferences/file_preferences_suite.h"
+#include "settings/settings_keys.h"
+#include "store/local_data_manager.h"
+#include "store/records.h"
+#include "support/temp_dir.h"
+
+#include <QBuffer>
+#include <QImage>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace keys = tasket::settings::keys;
+using tasket::store::LocalDataManager;
+using tasket::store::TK_Category;
+using tasket::store::TK_Task;
+
+namespace {
+
+struct ShareRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+std::string readAll(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void writeFile(const std::filesystem::path& path, std::string_view content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string quoted(const std::string& text) {
+    std::string out = "'";
+    for (const char c : text)
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+class TasketShareTest : public ::testing::Test {
+  protected:
+    std::filesystem::path group() const { return dir / "data" / "group.QRX-Lumenforge.Tasket"; }
+    std::filesystem::path storeFile() const { return group() / "TK_Data.sqlite"; }
+
+    std::string environment() const {
+        return "env -u DISPLAY -u WAYLAND_DISPLAY XDG_DATA_HOME=" + quoted((dir / "data").string()) +
+               " XDG_CONFIG_HOME=" + quoted((dir / "config").string()) + " ";
+    }
+
+    /// Runs tasket-share in the test folder; `input` (a file) becomes its
+    /// standard input, else it reads nothing.
+    ShareRun share(const std::vector<std::string>& arguments, const std::string& input = "/dev/null") {
+        std::string command = "cd " + quoted(dir.path().string()) + " && " + environment() +
+                              TASKET_SHARE_BINARY;
+        for (const auto& argument : arguments)
+            command += " " + quoted(argument);
+        command += " < " + quoted(input) + " 2> " + quoted((dir / "stderr.txt").string());
+        std::string out;
+        FILE* pipe = ::popen(command.c_str(), "r");
+        char buffer[4096];
+        std::size_t n = 0;
+        while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+            out.append(buffer, n);
+        const int status = ::pclose(pipe);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, readAll(dir / "stderr.txt")};
+    }
+
+    void buyPaidTier() {
+        tasket::platform::FilePreferencesSuite suite(dir / "config", std::string(keys::kAppGroupSuite));
+        ASSERT_TRUE(suite.setValue(keys::kIsSuccessfulPurchase, true));
+    }
+
+    /// The stored tasks, read by a fresh owner of the store.
+    std::vector<std::shared_ptr<TK_Task>> storedTasks() {
+        if (!std::filesystem::exists(storeFile()))
+            return {};
+        readers.push_back(LocalDataManager::make(group()));
+        const auto fetched = readers.back()->viewContext()->fetch(TK_Task::fetchRequest());
+        EXPECT_TRUE(fetched);
+        std::vector<std::shared_ptr<TK_Task>> tasks;
+        for (const auto& object : *fetched)
+            tasks.push_back(std::static_pointer_cast<TK_Task>(object));
+        return tasks;
+    }
+
+    std::shared_ptr<TK_Task> onlyTask() {
+        auto tasks = storedTasks();
+        EXPECT_EQ(tasks.size(), 1u);
+        return tasks.empty() ? nullptr : tasks.front();
+    }
+
+    tasket::testing::TempDir dir;
+    std::vector<std::shared_ptr<LocalDataManager>> readers;
+};
+
+} // namespace
+
+TEST_F(TasketShareTest, AWebLinkBecomesTheTasksLinkWithNoAttachment) {
+    const ShareRun run = share({"--yes", "--json", "--text", "Read later", "https://example.com/a%20b?x=1"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("\"url\": \"https://example.com/a%20b?x=1\""), std::string::npos) << run.out;
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->url(), "https://example.com/a%20b?x=1");
+    EXPECT_EQ(task->title(), "Read later");
+    EXPECT_TRUE(task->attachmentsArray().empty());
+    EXPECT_EQ(task->category()->title(), "New Category");
+}
+
+TEST_F(TasketShareTest, AFileWithoutThePaidTierIsNotAttachedAndTheNoticeIsGiven) {
+    writeFile(dir / "notes.txt", "notes");
+    const ShareRun run = share({"--yes", "--json", "--text", "Notes", "notes.txt"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("\"isAddingAttachmentsWithoutPremium\": true"), std::string::npos) << run.out;
+    EXPECT_NE(run.err.find("Tasket Premium is Required"), std::string::npos) << run.err;
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    EXPECT_TRUE(task->attachmentsArray().empty());
+}
+
+TEST_F(TasketShareTest, WithThePaidTierAttachmentsKeepExactTitlesExtensionsAndBytes) {
+    buyPaidTier();
+    std::string binary;
+    for (int i = 0; i < 256 * 40; ++i)
+        binary += static_cast<char>(i % 256);
+    writeFile(dir / "Report 2024.final.pdf", binary);
+    writeFile(dir / "Makefile", "all:\n");
+    const ShareRun run = share({"--yes", "--text", "Files", "Report 2024.final.pdf",
+                           "file://" + (dir / "Makefile").string()});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    auto attachments = task->attachmentsArray();
+    ASSERT_EQ(attachments.size(), 2u);
+    std::ranges::sort(attachments, {}, [](const auto& a) { return a->sortIndex(); });
+    EXPECT_EQ(attachments[0]->title(), "Report 2024.final");
+    EXPECT_EQ(attachments[0]->fileExtension(), "pdf");
+    EXPECT_EQ(attachments[0]->content(), tasket::objectstore::Bytes(binary.begin(), binary.end()));
+    EXPECT_EQ(attachments[1]->title(), "Makefile");
+    EXPECT_EQ(attachments[1]->fileExtension(), "");
+    EXPECT_EQ(attachments[1]->content(), tasket::objectstore::Bytes({'a', 'l', 'l', ':', '\n'}));
+}
+
+TEST_F(TasketShareTest, OnlyTheFirstItemsLinksAndFilesAreRead) {
+    buyPaidTier();
+    writeFile(dir / "second.txt", "second");
+    const ShareRun run = share({"--yes", "https://first.example/", "--item", "https://second.example/",
+                           "second.txt"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->url(), "https://first.example/");
+    EXPECT_TRUE(task->attachmentsArray().empty());
+}
+
+TEST_F(TasketShareTest, APictureFromStandardInputIsStoredAsPNG) {
+    buyPaidTier();
+    QImage picture(16, 9, QImage::Format_RGB32);
+    picture.fill(qRgb(200, 30, 60));
+    QByteArray jpeg;
+    QBuffer buffer(&jpeg);
+    buffer.open(QIODevice::WriteOnly);
+    ASSERT_TRUE(picture.save(&buffer, "JPEG"));
+    writeFile(dir / "photo.jpg", std::string_view(jpeg.constData(), static_cast<std::size_t>(jpeg.size())));
+
+    const ShareRun run = share({"--yes", "--text", "Photo", "--image", "-"}, (dir / "photo.jpg").string());
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    ASSERT_EQ(task->attachmentsArray().size(), 1u);
+    const auto attachment = task->attachmentsArray().front();
+    EXPECT_EQ(attachment->fileExtension(), "png");
+    EXPECT_EQ(attachment->typeCase(), tasket::rules::TK_AttachmentType::image);
+    const auto png = attachment->content().value_or(tasket::objectstore::Bytes{});
+    ASSERT_GT(png.size(), 8u);
+    EXPECT_EQ(std::string(png.begin(), png.begin() + 8), std::string("\x89PNG\r\n\x1a\n", 8));
+    const QImage decoded = QImage::fromData(png.data(), static_cast<int>(png.size()), "PNG");
+    EXPECT_EQ(decoded.size(), QSize(16, 9));
+}
+
+TEST_F(TasketShareTest, CancelAtThePromptWritesNothing) {
+    writeFile(dir / "answers.txt", "Some text\n\nn\n");
+    const ShareRun run = share({"https://example.com"}, (dir / "answers.txt").string());
+    EXPECT_EQ(run.status, 1) << run.err;
+    EXPECT_NE(run.err.find("nothing was saved"), std::string::npos) << run.err;
+    EXPECT_TRUE(storedTasks().empty());
+    // Nor the list that was made for the empty store.
+    readers.push_back(LocalDataManager::make(group()));
+    EXPECT_EQ(*readers.back()->viewContext()->count(TK_Category::fetchRequest()), 0u);
+}
+
+TEST_F(TasketShareTest, ThePromptAsksForTheTextAndTheListAndSaves) {
+    ASSERT_EQ(share({"--yes", "--text", "seed", "https://a.example"}).status, 0);
+    writeFile(dir / "answers.txt", "Typed 🙂 text\n1\ny\n");
+    const ShareRun run = share({"https://b.example"}, (dir / "answers.txt").string());
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("1. New Category (1 tasks)"), std::string::npos) << run.err;
+    bool found = false;
+    for (const auto& task : storedTasks())
+        found = found || (task->title() == "Typed 🙂 text" && task->url() == "https://b.example");
+    EXPECT_TRUE(found);
+}
+
+TEST_F(TasketShareTest, BadInputIsRefusedNamingItAndNothingIsWrittenWhenNothingIsLeft) {
+    buyPaidTier();
+    std::filesystem::create_directory(dir / "folder");
+    ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
+    writeFile(dir / "locked.txt", "secret");
+    std::filesystem::permissions(dir / "locked.txt", std::filesystem::perms::none);
+    const bool canReadLocked = ::access((dir / "locked.txt").c_str(), R_OK) == 0; // root can
+    // A sparse file one byte over the limit.
+    { std::ofstream((dir / "huge.bin").string()); }
+    std::filesystem::resize_file(dir / "huge.bin", 64ull * 1024 * 1024 + 1);
+    QByteArray junk("GIF89a but nothing after it");
+    writeFile(dir / "junk.gif", junk.toStdString());
+
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string message;
+    };
+    std::vector<Case> cases = {
+        {{"missing.txt"}, "cannot share \"missing.txt\": no such file"},
+        {{"folder"}, "\"folder\": it is a directory"},
+        {{"pipe"}, "\"pipe\": it is a FIFO"},
+        {{"/dev/null"}, "\"/dev/null\": it is a"},
+        {{"huge.bin"}, "larger than the 64 MiB"},
+        {{"--image", "junk.gif"}, "cannot be decoded"},
+    };
+    if (!canReadLocked)
+        cases.push_back({{"locked.txt"}, "\"locked.txt\""});
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments.back());
+        std::vector<std::string> arguments{"--yes"};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        const ShareRun run = share(arguments);
+        EXPECT_NE(run.status, 0);
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("nothing was written"), std::string::npos) << run.err;
+        EXPECT_TRUE(storedTasks().empty());
+    }
+
+    // With text, the rest is saved and the bad item is skipped.
+    const ShareRun run = share({"--yes", "--text", "Kept", "missing.txt", "https://ok.example"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("missing.txt"), std::string::npos);
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->url(), "https://ok.example");
+}
+
+TEST_F(TasketShareTest, AnInvalidLinkBecomesTextNeverALinkAndUnicodeSurvives) {
+    const std::string text = "مرحبا 👋🏽 \u202eRTL\u202c";
+    const ShareRun run = share({"--yes", "--text", text, "https://exa mple.com/"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto task = onlyTask();
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->title(), text + " https://exa mple.com/");
+    EXPECT_FALSE(task->url().has_value());
+
+    writeFile(dir / "answers.txt", std::string("a\0b\n", 4));
+    const ShareRun refused = share({"https://example.com"}, (dir / "answers.txt").string());
+    EXPECT_NE(refused.status, 0);
+    EXPECT_NE(refused.err.find("NUL byte"), std::string::npos) << refused.err;
+    EXPECT_EQ(storedTasks().size(), 1u);
+}
+
+TEST_F(TasketShareTest, AChosenListThatDoesNotExistWritesNothing) {
+    const ShareRun run = share({"--yes", "--list", "Nowhere", "https://example.com"});
+    EXPECT_EQ(run.status, 66);
+    EXPECT_NE(run.err.find("there is no list \"Nowhere\""), std::string::npos) << run.err;
+    EXPECT_TRUE(storedTasks().empty());
+}
+
+TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
+    buyPaidTier();
+    const std::size_t size = 24u * 1024 * 1024;
+    {
+        std::ofstream big((dir / "big.bin").string(), std::ios::binary);
+        const std::string block(1024 * 1024, 'x');
+        for (std::size_t i = 0; i < size / block.size(); ++i)
+            big << block;
+    }
+    const std::string command = "cd " + quoted(dir.path().string()) + " && exec " + environment() +
+                                TASKET_SHARE_BINARY " --yes --text Big big.bin > /dev/null 2>&1";
+    for (const int delayMs : {0, 20, 40, 60, 90, 120, 160, 220, 300, 400, 600}) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+    }
+    if (std::filesystem::exists(storeFile())) {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open_v2(storeFile().c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        sqlite3_stmt* statement = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr), SQLITE_OK);
+        ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+        EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "ok");
+        sqlite3_finalize(statement);
+        sqlite3_close(db);
+    }
+    for (const auto& task : storedTasks()) {
+        EXPECT_EQ(task->title(), "Big");
+        ASSERT_TRUE(task->category());
+        ASSERT_EQ(task->attachmentsArray().size(), 1u);
+        EXPECT_EQ(task->attachmentsArray().front()->content()->size(), size);
+    }
+    // An uninterrupted run still saves the whole task.
+    const std::size_t before = storedTasks().size();
+    const ShareRun run = share({"--yes", "--text", "Big", "big.bin"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(storedTasks().size(), before + 1);
+}
