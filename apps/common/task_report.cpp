@@ -52,11 +52,16 @@ void writeTaskMembers(JsonWriter& json, const TaskReport& task) {
     json.key("attachments").beginArray();
     for (const AttachmentReport& attachment : task.attachments) {
         json.beginObject()
-            .key("identifier").string(attachment.identifier)
-            .key("title").string(attachment.title)
-            .key("fileExtension").string(attachment.fileExtension)
-            .key("type").string(attachment.type)
-            .key("size").integer(static_cast<std::int64_t>(attachment.size))
+            .key("identifier")
+            .string(attachment.identifier)
+            .key("title")
+            .string(attachment.title)
+            .key("fileExtension")
+            .string(attachment.fileExtension)
+            .key("type")
+            .string(attachment.type)
+            .key("size")
+            .integer(static_cast<std::int64_t>(attachment.size))
             .endObject();
     }
     json.endArray();
@@ -69,14 +74,16 @@ void writeTask(JsonWriter& json, const TaskReport& task) {
 }
 
 std::string describeTask(const TaskReport& task) {
-    std::string text = fmt::format("{}\n  id:    {}\n  list:  {}\n", task.title.empty() ? "New Task" : task.title,
-                                   task.taskID, task.list);
+    std::string text =
+        fmt::format("{}\n  id:    {}\n  list:  {}\n", task.title.empty() ? "New Task" : task.title,
+                    task.taskID, task.list);
     if (!task.url.empty())
         text += fmt::format("  link:  {}\n", task.url);
     for (const AttachmentReport& attachment : task.attachments) {
-        const std::string name = attachment.fileExtension.empty()
-                                     ? attachment.title
-                                     : fmt::format("{}.{}", attachment.title, attachment.fileExtension);
+        const std::string name =
+            attachment.fileExtension.empty()
+                ? attachment.title
+                : fmt::format("{}.{}", attachment.title, attachment.fileExtension);
         text += fmt::format("  attachment: {} ({}, {} bytes)\n", name.empty() ? "(untitled)" : name,
                             attachment.type, attachment.size);
     }

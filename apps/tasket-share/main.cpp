@@ -5,6 +5,7 @@
 #include "common/qt_image_converter.h"
 #include "tasket-share/share_program.h"
 
+#include <QLoggingCategory>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -23,6 +24,9 @@ bool hasDisplay() {
 } // namespace
 
 int main(int argc, char** argv) {
+    // A picture that cannot be decoded is reported once, in our words; the
+    // decoders' own warnings would only repeat it.
+    QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio*=false"));
     try {
         const std::vector<std::string> arguments(argv + 1, argv + argc);
         const tasket::apps::QtImageConverter converter;

@@ -45,16 +45,18 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     std::string list;
     std::string text;
     auto* itemOption = app.add_option("ITEM", items, "A link or a path to share");
-    auto* imageOption = app.add_option("--image", images, "Picture bytes from SOURCE, \"-\" for standard input")
-                            ->type_name("SOURCE")
-                            ->expected(1)
-                            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    auto* imageOption =
+        app.add_option("--image", images, "Picture bytes from SOURCE, \"-\" for standard input")
+            ->type_name("SOURCE")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     int groupCount = 0;
     auto* groupOption = app.add_flag("--item", groupCount,
                                      std::string("Start the next input item (read but not used)"))
                             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    auto* listOption = app.add_option("--list", list, "The list to save into, by title or identifier")
-                           ->type_name("NAME|ID");
+    auto* listOption =
+        app.add_option("--list", list, "The list to save into, by title or identifier")
+            ->type_name("NAME|ID");
     auto* textOption = app.add_option("--text", text, "The task's text");
     app.add_flag("--yes,-y", options.yes, "Save without the form and without asking");
     app.add_flag("--json", options.json, "Print the saved task as JSON");

@@ -9,8 +9,8 @@
 #include "platform/preferences/file_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "share/category_choice.h"
-#include "share/shared_task.h"
 #include "share/share_view_controller.h"
+#include "share/shared_task.h"
 #include "tasket-share/share_options.h"
 #include "tasket-share/terminal_prompt.h"
 
@@ -61,8 +61,10 @@ class ShareSession {
     int run(platform::CommandLineShare share, std::string text) {
         auto localDataManager = store::LocalDataManager::make();
         auto customizationManager = std::make_shared<settings::CustomizationManager>(
-            platform::FilePreferencesSuite::inConfigHome(std::string(settings::keys::kAppGroupSuite)),
-            platform::FilePreferencesSuite::inConfigHome(std::string(settings::keys::kStandardSuite)));
+            platform::FilePreferencesSuite::inConfigHome(
+                std::string(settings::keys::kAppGroupSuite)),
+            platform::FilePreferencesSuite::inConfigHome(
+                std::string(settings::keys::kStandardSuite)));
         // Completing the request ends the program once the save has committed.
         auto extensionContext = std::make_shared<platform::ExtensionContext>(
             std::move(share.inputItems), [this](std::vector<platform::ExtensionItem>) {
@@ -71,8 +73,9 @@ class ShareSession {
         m_controller = std::make_unique<ShareViewController>(extensionContext, localDataManager,
                                                              customizationManager);
         m_controller->shareManager()->setText(std::move(text));
-        m_controller->loadForm(m_environment.imageConverter,
-                               [this](platform::Result<void> loaded) { didLoad(std::move(loaded)); });
+        m_controller->loadForm(m_environment.imageConverter, [this](platform::Result<void> loaded) {
+            didLoad(std::move(loaded));
+        });
         if (m_form)
             m_form->exec();
         else
@@ -112,8 +115,8 @@ class ShareSession {
                 return cancelWith(found.error());
             m_controller->picker().select(*found);
         }
-        if (!m_options.yes &&
-            askOnTerminal(*m_controller, *m_promptInput, m_environment.err) == PromptOutcome::cancel) {
+        if (!m_options.yes && askOnTerminal(*m_controller, *m_promptInput, m_environment.err) ==
+                                  PromptOutcome::cancel) {
             report(m_environment.err, "cancelled; nothing was saved");
             m_status = kExitFailure;
             m_controller->toolbar().cancel();
@@ -129,8 +132,9 @@ class ShareSession {
             return cancelWith(checked.error());
         if (hasNothingToSave(m_controller->input(), text)) {
             const auto& refused = m_controller->input().refused;
-            return cancelWith({refused.empty() ? Errc::invalidArgument : refused.front().code,
-                               "nothing is left to save and no text was given; nothing was written"});
+            return cancelWith(
+                {refused.empty() ? Errc::invalidArgument : refused.front().code,
+                 "nothing is left to save and no text was given; nothing was written"});
         }
         if (toolbar.isAddingAttachmentsWithoutPremium())
             report(m_environment.err, kPremiumNotice);
@@ -161,7 +165,8 @@ class ShareSession {
                 fail({Errc::storeError, "the saved task could not be read back"});
                 continue;
             }
-            const TaskReport task = reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
+            const TaskReport task =
+                reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
             if (m_options.json) {
                 JsonWriter json;
                 json.beginObject();
@@ -196,8 +201,9 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
     const ShareOptions& options = *parsed.options;
 
     if (options.readsStandardInput && environment.standardInputIsTerminal) {
-        report(environment.err, "refusing to read picture bytes from a terminal: pipe them in, as in "
-                                "\"tasket-share --image - < picture.png\"");
+        report(environment.err,
+               "refusing to read picture bytes from a terminal: pipe them in, as in "
+               "\"tasket-share --image - < picture.png\"");
         return kExitUsage;
     }
 
@@ -215,8 +221,8 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
     const bool hasProviders =
         !share.inputItems.empty() && !share.inputItems.front().attachments.empty();
     if (!hasProviders && text.empty()) {
-        const bool gaveNothing = std::ranges::all_of(
-            options.groups, [](const auto& group) { return group.empty(); });
+        const bool gaveNothing =
+            std::ranges::all_of(options.groups, [](const auto& group) { return group.empty(); });
         if (gaveNothing) {
             report(environment.err, "nothing to share: give a link, a path, --image or --text "
                                     "(\"tasket-share --help\" says more)");
@@ -224,7 +230,8 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
         }
         const auto first = std::ranges::find_if(
             share.skipped, [](const auto& skipped) { return skipped.itemIndex == 0; });
-        report(environment.err, "nothing is left to share and no text was given; nothing was written");
+        report(environment.err,
+               "nothing is left to share and no text was given; nothing was written");
         return first == share.skipped.end() ? kExitDataError : exitCodeFor(first->error.code);
     }
 

@@ -95,8 +95,9 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
     std::string answer;
     if (!readLine(in, answer))
         return PromptOutcome::cancel;
-    return answer.empty() || answer == "y" || answer == "Y" || answer == "yes" ? PromptOutcome::save
-                                                                               : PromptOutcome::cancel;
+    return answer.empty() || answer == "y" || answer == "Y" || answer == "yes"
+               ? PromptOutcome::save
+               : PromptOutcome::cancel;
 }
 
 } // namespace tasket::apps

@@ -14,10 +14,9 @@ platform::Result<AttachmentPayload> makeFilePayload(const platform::Url& fileURL
                                                     std::uintmax_t maxSize) {
     const auto path = fileURL.filePath();
     if (!path)
-        return platform::fail(
-            Errc::invalidArgument,
-            fmt::format("cannot share \"{}\": it names no file on this computer",
-                        fileURL.absoluteString()));
+        return platform::fail(Errc::invalidArgument,
+                              fmt::format("cannot share \"{}\": it names no file on this computer",
+                                          fileURL.absoluteString()));
     auto bytes = platform::readSharedFile(*path, path->string(), maxSize);
     if (!bytes)
         return std::unexpected(bytes.error());

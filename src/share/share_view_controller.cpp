@@ -24,8 +24,8 @@ void ShareViewController::didDismiss() {
 
 void ShareViewController::loadForm(const platform::ImageConverter& converter,
                                    std::function<void(platform::Result<void>)> ready) {
-    auto fetchManager =
-        store::LocalDataFetchManager::make(m_localDataManager, m_customizationManager, m_focusManager);
+    auto fetchManager = store::LocalDataFetchManager::make(m_localDataManager,
+                                                           m_customizationManager, m_focusManager);
     if (!fetchManager) {
         ready(std::unexpected(fetchManager.error()));
         return;
@@ -37,31 +37,31 @@ void ShareViewController::loadForm(const platform::ImageConverter& converter,
         m_category = insertNewCategory(*m_localDataManager->viewContext());
 
     SharedInputSources sources{
-        .isPaidTierActive = [settings = m_customizationManager] { return isPaidTierActive(*settings); },
+        .isPaidTierActive = [settings =
+                                 m_customizationManager] { return isPaidTierActive(*settings); },
         .localDataManager = m_localDataManager,
         .imageConverter = &converter,
     };
-    readSharedInput(m_extensionContext, std::move(sources),
-                    [this, ready = std::move(ready)](SharedInput input) {
-                        m_input = std::move(input);
-                        m_toolbar = std::make_unique<ShareToolbarModel>(
-                            m_localDataFetchManager, m_shareManager,
-                            ShareToolbarModel::Input{
-                                .url = m_input.url,
-                                .attachments = m_input.attachments,
-                                .category = m_category,
-                                .isAddingAttachmentsWithoutPremium =
-                                    m_input.isAddingAttachmentsWithoutPremium,
-                            },
-                            m_customizationManager, m_localDataManager, m_pendingSaves);
-                        m_picker = std::make_unique<ShareCategoryPickerModel>(
-                            m_customizationManager->isExcludingCompletedTasks(),
-                            m_localDataFetchManager, m_category,
-                            [this](const std::shared_ptr<store::TK_Category>& category) {
-                                m_toolbar->setCategory(category);
-                            });
-                        ready({});
-                    });
+    readSharedInput(
+        m_extensionContext, std::move(sources),
+        [this, ready = std::move(ready)](SharedInput input) {
+            m_input = std::move(input);
+            m_toolbar = std::make_unique<ShareToolbarModel>(
+                m_localDataFetchManager, m_shareManager,
+                ShareToolbarModel::Input{
+                    .url = m_input.url,
+                    .attachments = m_input.attachments,
+                    .category = m_category,
+                    .isAddingAttachmentsWithoutPremium = m_input.isAddingAttachmentsWithoutPremium,
+                },
+                m_customizationManager, m_localDataManager, m_pendingSaves);
+            m_picker = std::make_unique<ShareCategoryPickerModel>(
+                m_customizationManager->isExcludingCompletedTasks(), m_localDataFetchManager,
+                m_category, [this](const std::shared_ptr<store::TK_Category>& category) {
+                    m_toolbar->setCategory(category);
+                });
+            ready({});
+        });
 }
 
 } // namespace tasket::share

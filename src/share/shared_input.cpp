@@ -88,11 +88,9 @@ class InputReader {
 // on its own.
 void deliver(std::function<void(SharedInput)> completion, SharedInput input,
              std::shared_ptr<objectstore::ObjectContext> keepAlive = nullptr) {
-    platform::MainQueue::shared().post([completion = std::move(completion),
-                                        input = std::move(input),
-                                        keepAlive = std::move(keepAlive)]() mutable {
-        completion(std::move(input));
-    });
+    platform::MainQueue::shared().post(
+        [completion = std::move(completion), input = std::move(input),
+         keepAlive = std::move(keepAlive)]() mutable { completion(std::move(input)); });
 }
 
 } // namespace

@@ -48,9 +48,8 @@ platform::Result<void> checkTaskText(std::string_view text) {
                                               i));
         const std::size_t length = platform::utf8SequenceLength(text, i);
         if (length == 0)
-            return platform::fail(
-                platform::Errc::invalidArgument,
-                fmt::format("the text is not valid UTF-8 (at byte {})", i));
+            return platform::fail(platform::Errc::invalidArgument,
+                                  fmt::format("the text is not valid UTF-8 (at byte {})", i));
         i += length;
     }
     return {};

@@ -58,9 +58,9 @@ class TasketCommandsTest : public ::testing::Test {
     }
 
     std::pair<int, std::string> tasket(const std::string& arguments) {
-        const std::string command = "XDG_DATA_HOME='" + dir.path().string() + "' XDG_CONFIG_HOME='" +
-                                    (dir / "config").string() + "' " TASKET_BINARY " " + arguments +
-                                    " 2>&1";
+        const std::string command = "XDG_DATA_HOME='" + dir.path().string() +
+                                    "' XDG_CONFIG_HOME='" + (dir / "config").string() +
+                                    "' " TASKET_BINARY " " + arguments + " 2>&1";
         std::string output;
         FILE* pipe = ::popen(command.c_str(), "r");
         char buffer[512];
@@ -89,11 +89,13 @@ TEST_F(TasketCommandsTest, PrintWhatTheStoreHolds) {
         {"tasks --list Home", 0, {"Read article\tHome", "Water plants\tHome"}, {"Write report"}},
         {"tasks --search 'RE'", 0, {"Read article", "Write report"}, {"Water plants"}},
         {"tasks --list Elsewhere", 66, {"there is no list \"Elsewhere\""}, {}},
-        {"show " + sharedID, 0,
+        {"show " + sharedID,
+         0,
          {"Read article", "list:  Home", "link:  https://example.com/article",
           "attachment: notes.txt (file, 1234 bytes)"},
          {}},
-        {"show " + sharedID + " --json", 0,
+        {"show " + sharedID + " --json",
+         0,
          {"\"title\": \"Read article\"", "\"url\": \"https://example.com/article\"",
           "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"},
          {}},

@@ -59,15 +59,17 @@ class TasketShareTest : public ::testing::Test {
     std::filesystem::path storeFile() const { return group() / "TK_Data.sqlite"; }
 
     std::string environment() const {
-        return "env -u DISPLAY -u WAYLAND_DISPLAY XDG_DATA_HOME=" + quoted((dir / "data").string()) +
+        return "env -u DISPLAY -u WAYLAND_DISPLAY XDG_DATA_HOME=" +
+               quoted((dir / "data").string()) +
                " XDG_CONFIG_HOME=" + quoted((dir / "config").string()) + " ";
     }
 
     /// Runs tasket-share in the test folder; `input` (a file) becomes its
     /// standard input, else it reads nothing.
-    ShareRun share(const std::vector<std::string>& arguments, const std::string& input = "/dev/null") {
-        std::string command = "cd " + quoted(dir.path().string()) + " && " + environment() +
-                              TASKET_SHARE_BINARY;
+    ShareRun share(const std::vector<std::string>& arguments,
+                   const std::string& input = "/dev/null") {
+        std::string command =
+            "cd " + quoted(dir.path().string()) + " && " + environment() + TASKET_SHARE_BINARY;
         for (const auto& argument : arguments)
             command += " " + quoted(argument);
         command += " < " + quoted(input) + " 2> " + quoted((dir / "stderr.txt").string());
@@ -82,7 +84,8 @@ class TasketShareTest : public ::testing::Test {
     }
 
     void buyPaidTier() {
-        tasket::platform::FilePreferencesSuite suite(dir / "config", std::string(keys::kAppGroupSuite));
+        tasket::platform::FilePreferencesSuite suite(dir / "config",
+                                                     std::string(keys::kAppGroupSuite));
         ASSERT_TRUE(suite.setValue(keys::kIsSuccessfulPurchase, true));
     }
 
@@ -112,9 +115,11 @@ class TasketShareTest : public ::testing::Test {
 } // namespace
 
 TEST_F(TasketShareTest, AWebLinkBecomesTheTasksLinkWithNoAttachment) {
-    const ShareRun run = share({"--yes", "--json", "--text", "Read later", "https://example.com/a%20b?x=1"});
+    const ShareRun run =
+        share({"--yes", "--json", "--text", "Read later", "https://example.com/a%20b?x=1"});
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("\"url\": \"https://example.com/a%20b?x=1\""), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("\"url\": \"https://example.com/a%20b?x=1\""), std::string::npos)
+        << run.out;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
     EXPECT_EQ(task->url(), "https://example.com/a%20b?x=1");
@@ -127,7 +132,8 @@ TEST_F(TasketShareTest, AFileWithoutThePaidTierIsNotAttachedAndTheNoticeIsGiven)
     writeFile(dir / "notes.txt", "notes");
     const ShareRun run = share({"--yes", "--json", "--text", "Notes", "notes.txt"});
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("\"isAddingAttachmentsWithoutPremium\": true"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("\"isAddingAttachmentsWithoutPremium\": true"), std::string::npos)
+        << run.out;
     EXPECT_NE(run.err.find("Tasket Premium is Required"), std::string::npos) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
@@ -142,7 +148,7 @@ TEST_F(TasketShareTest, WithThePaidTierAttachmentsKeepExactTitlesExtensionsAndBy
     writeFile(dir / "Report 2024.final.pdf", binary);
     writeFile(dir / "Makefile", "all:\n");
     const ShareRun run = share({"--yes", "--text", "Files", "Report 2024.final.pdf",
-                           "file://" + (dir / "Makefile").string()});
+                                "file://" + (dir / "Makefile").string()});
     ASSERT_EQ(run.status, 0) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
@@ -160,8 +166,8 @@ TEST_F(TasketShareTest, WithThePaidTierAttachmentsKeepExactTitlesExtensionsAndBy
 TEST_F(TasketShareTest, OnlyTheFirstItemsLinksAndFilesAreRead) {
     buyPaidTier();
     writeFile(dir / "second.txt", "second");
-    const ShareRun run = share({"--yes", "https://first.example/", "--item", "https://second.example/",
-                           "second.txt"});
+    const ShareRun run = share(
+        {"--yes", "https://first.example/", "--item", "https://second.example/", "second.txt"});
     ASSERT_EQ(run.status, 0) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
@@ -177,9 +183,11 @@ TEST_F(TasketShareTest, APictureFromStandardInputIsStoredAsPNG) {
     QBuffer buffer(&jpeg);
     buffer.open(QIODevice::WriteOnly);
     ASSERT_TRUE(picture.save(&buffer, "JPEG"));
-    writeFile(dir / "photo.jpg", std::string_view(jpeg.constData(), static_cast<std::size_t>(jpeg.size())));
+    writeFile(dir / "photo.jpg",
+              std::string_view(jpeg.constData(), static_cast<std::size_t>(jpeg.size())));
 
-    const ShareRun run = share({"--yes", "--text", "Photo", "--image", "-"}, (dir / "photo.jpg").string());
+    const ShareRun run =
+        share({"--yes", "--text", "Photo", "--image", "-"}, (dir / "photo.jpg").string());
     ASSERT_EQ(run.status, 0) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
@@ -312,9 +320,11 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
     }
     if (std::filesystem::exists(storeFile())) {
         sqlite3* db = nullptr;
-        ASSERT_EQ(sqlite3_open_v2(storeFile().c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        ASSERT_EQ(sqlite3_open_v2(storeFile().c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
+                  SQLITE_OK);
         sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr), SQLITE_OK);
+        ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr),
+                  SQLITE_OK);
         ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
         EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "ok");
         sqlite3_finalize(statement);

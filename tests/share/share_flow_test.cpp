@@ -175,7 +175,7 @@ TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANe
     struct Case {
         const char* name;
         std::vector<std::pair<std::string, std::int16_t>> lists; // title, sortIndex
-        std::string defaultTitle;                                 // whose id the setting holds
+        std::string defaultTitle;                                // whose id the setting holds
         std::string expected;
         bool expectedIsNew;
     };
@@ -198,7 +198,8 @@ TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANe
             }
         }
         if (c.defaultTitle == "gone") {
-            ASSERT_TRUE(group->setValue(keys::kDefaultCategory, "00000000-0000-0000-0000-000000000000"));
+            ASSERT_TRUE(
+                group->setValue(keys::kDefaultCategory, "00000000-0000-0000-0000-000000000000"));
         }
         auto& share = open();
         ASSERT_NE(share.category(), nullptr);

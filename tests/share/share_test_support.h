@@ -42,7 +42,8 @@ inline std::shared_ptr<const ItemProvider> webLink(std::string_view text) {
 }
 
 inline std::shared_ptr<const ItemProvider> fileLink(const std::filesystem::path& path) {
-    return InMemoryItemProvider::make(std::string(platform::kTypeFileURL), *Url::fromFilePath(path));
+    return InMemoryItemProvider::make(std::string(platform::kTypeFileURL),
+                                      *Url::fromFilePath(path));
 }
 
 inline std::shared_ptr<const ItemProvider> pictureInMemory(Bytes encoded, std::string type) {

@@ -70,7 +70,8 @@ TEST_F(SharedInputTest, ReadsEachKindOfProviderAsTheRulesSay) {
     writeFile(dir / "Quarterly report.final.pdf", "%PDF-1.7 report");
     writeFile(dir / "README", "read me");
     writeFile(dir / "photo.png", "png on disk");
-    const auto plainText = InMemoryItemProvider::make(std::string(tasket::platform::kTypePlainText), Bytes{});
+    const auto plainText =
+        InMemoryItemProvider::make(std::string(tasket::platform::kTypePlainText), Bytes{});
     struct Case {
         const char* name;
         std::vector<std::shared_ptr<const ItemProvider>> providers;
@@ -81,27 +82,56 @@ TEST_F(SharedInputTest, ReadsEachKindOfProviderAsTheRulesSay) {
     };
     const std::vector<Case> cases = {
         {"a web page gives the link and nothing to attach",
-         {webLink("https://example.com/a%20b?q=1#top")}, false,
-         "https://example.com/a%20b?q=1#top", {}, false},
-        {"a link handed out as data", {InMemoryItemProvider::make(std::string(tasket::platform::kTypeURL), bytesOf("https://example.org/x"))},
-         false, "https://example.org/x", {}, false},
+         {webLink("https://example.com/a%20b?q=1#top")},
+         false,
+         "https://example.com/a%20b?q=1#top",
+         {},
+         false},
+        {"a link handed out as data",
+         {InMemoryItemProvider::make(std::string(tasket::platform::kTypeURL),
+                                     bytesOf("https://example.org/x"))},
+         false,
+         "https://example.org/x",
+         {},
+         false},
         {"a file without the paid tier is skipped and flagged",
-         {fileLink(dir / "README")}, false, "", {}, true},
+         {fileLink(dir / "README")},
+         false,
+         "",
+         {},
+         true},
         {"a picture without the paid tier is skipped and flagged",
-         {pictureInMemory(pngBytes(), "public.png")}, false, "", {}, true},
+         {pictureInMemory(pngBytes(), "public.png")},
+         false,
+         "",
+         {},
+         true},
         {"files with the paid tier: title without the last extension, a bare name kept whole",
-         {fileLink(dir / "Quarterly report.final.pdf"), fileLink(dir / "README")}, true, "",
-         {"Quarterly report.final|pdf", "README|"}, false},
+         {fileLink(dir / "Quarterly report.final.pdf"), fileLink(dir / "README")},
+         true,
+         "",
+         {"Quarterly report.final|pdf", "README|"},
+         false},
         {"an image provider handing out a file URL reads the file",
-         {InMemoryItemProvider::make("public.png", *Url::fromFilePath(dir / "photo.png"))}, true,
-         "", {"photo|png"}, false},
+         {InMemoryItemProvider::make("public.png", *Url::fromFilePath(dir / "photo.png"))},
+         true,
+         "",
+         {"photo|png"},
+         false},
         {"a picture in memory becomes PNG with no title",
-         {pictureInMemory(pngBytes(), "public.png")}, true, "", {"|png"}, false},
+         {pictureInMemory(pngBytes(), "public.png")},
+         true,
+         "",
+         {"|png"},
+         false},
         {"other types are ignored", {plainText}, true, "", {}, false},
         {"providers in order: the last link wins, files keep their order",
          {webLink("https://one.example"), fileLink(dir / "README"), webLink("https://two.example"),
           fileLink(dir / "photo.png")},
-         true, "https://two.example", {"README|", "photo|png"}, false},
+         true,
+         "https://two.example",
+         {"README|", "photo|png"},
+         false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -116,7 +146,8 @@ TEST_F(SharedInputTest, ReadsEachKindOfProviderAsTheRulesSay) {
 TEST_F(SharedInputTest, AFileAttachmentCarriesItsExactBytesANewUpperCaseIdentifierAndKind) {
     std::string content("bytes\0with\xff nul and high bits", 30);
     writeFile(dir / "data.bin", content);
-    const SharedInput input = read({ExtensionItem{{fileLink(dir / "data.bin"), fileLink(dir / "data.bin")}}}, true);
+    const SharedInput input =
+        read({ExtensionItem{{fileLink(dir / "data.bin"), fileLink(dir / "data.bin")}}}, true);
     ASSERT_EQ(input.attachments.size(), 2u);
     const auto& payload = input.attachments.front();
     EXPECT_EQ(payload.content, bytesOf(content));
@@ -138,7 +169,9 @@ TEST_F(SharedInputTest, OnlyTheFirstItemsProvidersAreRead) {
 
 TEST_F(SharedInputTest, AsksForThePaidTierOnceHoweverManyFilesThereAre) {
     writeFile(dir / "a", "a");
-    read({ExtensionItem{{fileLink(dir / "a"), fileLink(dir / "a"), pictureInMemory(pngBytes(), "public.png")}}}, false);
+    read({ExtensionItem{{fileLink(dir / "a"), fileLink(dir / "a"),
+                         pictureInMemory(pngBytes(), "public.png")}}},
+         false);
     EXPECT_EQ(checks, 1);
 }
 
@@ -149,14 +182,16 @@ TEST_F(SharedInputTest, WhatCannotBeReadIsRefusedNamingItAndTheRestIsKept) {
     std::filesystem::remove(dir / "gone.txt");
     const auto failing = InMemoryItemProvider::make(
         std::string(tasket::platform::kTypeURL),
-        Result<LoadedItem>(std::unexpected(tasket::platform::Error{Errc::ioError, "the sender went away"})));
+        Result<LoadedItem>(
+            std::unexpected(tasket::platform::Error{Errc::ioError, "the sender went away"})));
     const SharedInput input = read(
         {ExtensionItem{{gone, pictureInMemory(bytesOf("GIF89a not really"), "com.compuserve.gif"),
                         failing, fileLink(dir / "kept.txt")}}},
         true);
     EXPECT_EQ(titles(input), std::vector<std::string>{"kept|txt"});
     ASSERT_EQ(input.refused.size(), 3u);
-    EXPECT_NE(input.refused[0].message.find("gone.txt"), std::string::npos) << input.refused[0].message;
+    EXPECT_NE(input.refused[0].message.find("gone.txt"), std::string::npos)
+        << input.refused[0].message;
     EXPECT_NE(input.refused[1].message.find("cannot be decoded"), std::string::npos)
         << input.refused[1].message;
     EXPECT_EQ(input.refused[2].message, "the sender went away");

@@ -32,9 +32,12 @@ platform::Result<void> ListsCommand::run(CommandContext& context) {
         const std::size_t tasks = list->tasks().size();
         if (context.json)
             json.beginObject()
-                .key("listID").string(id)
-                .key("title").string(title)
-                .key("tasks").integer(static_cast<std::int64_t>(tasks))
+                .key("listID")
+                .string(id)
+                .key("title")
+                .string(title)
+                .key("tasks")
+                .integer(static_cast<std::int64_t>(tasks))
                 .endObject();
         else
             context.out << fmt::format("{}\t{} tasks\t{}\n", title.empty() ? "New Category" : title,

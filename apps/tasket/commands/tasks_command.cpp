@@ -25,7 +25,8 @@ const CommandInfo& TasksCommand::info() const {
 void TasksCommand::addOptions(CLI::App& command) {
     command.add_option("--list", m_list, "Only the tasks of this list (title or identifier)")
         ->type_name("NAME");
-    command.add_option("--search", m_search, "Only tasks whose titles hold TEXT")->type_name("TEXT");
+    command.add_option("--search", m_search, "Only tasks whose titles hold TEXT")
+        ->type_name("TEXT");
 }
 
 platform::Result<void> TasksCommand::run(CommandContext& context) {
@@ -54,7 +55,8 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
             writeTask(json, report);
         else
             context.out << fmt::format("{}\t{}\t{}\n", report.taskID,
-                                       report.title.empty() ? "New Task" : report.title, report.list);
+                                       report.title.empty() ? "New Task" : report.title,
+                                       report.list);
     }
     json.endArray();
     if (context.json)
