@@ -126,6 +126,12 @@ Result<void> checkExistingFile(const std::filesystem::path& path) {
         pageSize = 65536;
     if (pageSize < 512 || pageSize > 65536 || (pageSize & (pageSize - 1)) != 0)
         return notADatabase();
+    // With a write-ahead log beside it the file alone is not the database:
+    // committed pages may still be in the log, and SQLite's recovery finishes
+    // a checkpoint that a killed process left half done.
+    const auto wal = path.string() + "-wal";
+    if (std::error_code walError; std::filesystem::exists(wal, walError) && std::filesystem::file_size(wal, walError) > 0)
+        return {};
     if (size % pageSize != 0)
         return malformed();
     const std::uint32_t changeCounter = readBigEndian(&header[24], 4);
