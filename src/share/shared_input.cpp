@@ -84,13 +84,18 @@ class InputReader {
     SharedInput m_input;
 };
 
-// `keepAlive` (the background context) is released on the main queue, not
-// on its own.
+// `keepAlive` (the background context) is released on the main queue, once
+// its own queue has let go of the task that read the input: a context whose
+// last reference goes on its own queue never frees that queue.
 void deliver(std::function<void(SharedInput)> completion, SharedInput input,
              std::shared_ptr<objectstore::ObjectContext> keepAlive = nullptr) {
-    platform::MainQueue::shared().post(
-        [completion = std::move(completion), input = std::move(input),
-         keepAlive = std::move(keepAlive)]() mutable { completion(std::move(input)); });
+    platform::MainQueue::shared().post([completion = std::move(completion),
+                                        input = std::move(input),
+                                        keepAlive = std::move(keepAlive)]() mutable {
+        completion(std::move(input));
+        if (keepAlive)
+            keepAlive->performAndWait([] {});
+    });
 }
 
 } // namespace
