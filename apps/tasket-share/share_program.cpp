@@ -46,8 +46,8 @@ std::string initialText(const ShareOptions& options, const platform::CommandLine
     return text;
 }
 
-bool hasNothingToSave(const share::SharedInput& input, const std::string& text) {
-    return input.url.empty() && input.attachments.empty() && text.empty();
+bool hasNothingToSave(const share::ShareToolbarModel& toolbar, const std::string& text) {
+    return toolbar.url().empty() && toolbar.attachments().empty() && text.empty();
 }
 
 // One run of the program over the loaded controller.
@@ -130,7 +130,7 @@ class ShareSession {
         const std::string& text = m_controller->shareManager()->text().value();
         if (auto checked = share::checkTaskText(text); !checked)
             return cancelWith(checked.error());
-        if (hasNothingToSave(m_controller->input(), text)) {
+        if (hasNothingToSave(toolbar, text)) {
             const auto& refused = m_controller->input().refused;
             return cancelWith(
                 {refused.empty() ? Errc::invalidArgument : refused.front().code,

@@ -29,7 +29,7 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
     const auto& input = controller.input();
     if (!input.url.empty())
         out << fmt::format("Link: {}\n", input.url);
-    for (const auto& attachment : input.attachments)
+    for (const auto& attachment : controller.toolbar().attachments())
         out << fmt::format("Attachment: {}{}{} ({} bytes)\n", attachment.title,
                            attachment.fileExtension.empty() ? "" : ".", attachment.fileExtension,
                            attachment.content.size());

@@ -37,22 +37,29 @@ ShareToolbarModel::DoneOutcome ShareToolbarModel::done() {
         return DoneOutcome::premiumRequiredShown;
     }
 
+    if (m_didStartSave) {
+        // The form is on its way out; a second press saves nothing more.
+        postDismissNotification();
+        return DoneOutcome::saveStarted;
+    }
+    m_didStartSave = true;
     NewSharedTask task{
         .taskID = platform::Uuid::generate().toString(),
         .whenCreated = platform::Clock::shared().now(),
         .title = m_shareManager->text().value(),
         .url = m_url,
-        .attachments = m_attachments,
+        .attachments = std::move(m_attachments), // up to 64 MiB each: moved, not copied
         .defaults = NewTaskDefaults::read(*m_customizationManager),
     };
     m_pendingSaves->begin();
     platform::MainQueue::shared().post([task = std::move(task), category,
                                         localDataManager = m_localDataManager,
-                                        pendingSaves = m_pendingSaves] {
-        insertSharedTask(task, category);
+                                        pendingSaves = m_pendingSaves]() mutable {
+        const std::string taskID = task.taskID;
+        insertSharedTask(std::move(task), category);
         auto saved = saveContext(*localDataManager->viewContext());
         if (saved)
-            pendingSaves->finish(task.taskID);
+            pendingSaves->finish(taskID);
         else
             pendingSaves->finish(std::unexpected(saved.error()));
     });

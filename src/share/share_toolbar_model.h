@@ -76,7 +76,8 @@ class ShareToolbarModel {
     void dismissPremiumRequired() { m_isDonePremiumRequiredPresented.set(false); }
 
     /// Done, as the class comment says. The save reports to the pending
-    /// saves: the new taskID, or the save's error.
+    /// saves: the new taskID, or the save's error. Once a save has started,
+    /// a further press only dismisses. The attachments move into the save.
     DoneOutcome done();
     /// Cancel: posts the dismiss notification; nothing is written.
     void cancel();
@@ -96,6 +97,7 @@ class ShareToolbarModel {
 
     std::shared_ptr<PendingSaves> m_pendingSaves;
     bool m_didShowPremiumRequired = false;
+    bool m_didStartSave = false;
 };
 
 } // namespace tasket::share

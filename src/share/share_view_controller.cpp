@@ -50,7 +50,7 @@ void ShareViewController::loadForm(const platform::ImageConverter& converter,
                 m_localDataFetchManager, m_shareManager,
                 ShareToolbarModel::Input{
                     .url = m_input.url,
-                    .attachments = m_input.attachments,
+                    .attachments = std::move(m_input.attachments),
                     .category = m_category,
                     .isAddingAttachmentsWithoutPremium = m_input.isAddingAttachmentsWithoutPremium,
                 },

@@ -55,7 +55,8 @@ class ShareViewController {
     void loadForm(const platform::ImageConverter& converter,
                   std::function<void(platform::Result<void>)> ready);
 
-    /// What the form was loaded with; valid once loadForm() reported success.
+    /// What the form was loaded with, once loadForm() reported success; the
+    /// attachments have moved on to the toolbar.
     const SharedInput& input() const { return m_input; }
     ShareToolbarModel& toolbar() { return *m_toolbar; }
     ShareCategoryPickerModel& picker() { return *m_picker; }

@@ -12,7 +12,7 @@ NewTaskDefaults NewTaskDefaults::read(const settings::CustomizationManager& cust
 }
 
 std::shared_ptr<store::TK_Task>
-insertSharedTask(const NewSharedTask& task, const std::shared_ptr<store::TK_Category>& category) {
+insertSharedTask(NewSharedTask task, const std::shared_ptr<store::TK_Category>& category) {
     auto& context = *category->context();
     auto record = store::TK_Task::insertNew(context);
     record->setTaskID(task.taskID);
@@ -23,14 +23,14 @@ insertSharedTask(const NewSharedTask& task, const std::shared_ptr<store::TK_Cate
     record->setIsAllDay(task.defaults.isAllDay);
     record->setIsStartDateAllDay(task.defaults.isStartDateAllDay);
     std::int16_t sortIndex = 0;
-    for (const AttachmentPayload& payload : task.attachments) {
+    for (AttachmentPayload& payload : task.attachments) {
         auto attachment = store::TK_Attachment::insertNew(context);
         attachment->setIdentifier(payload.identifier);
         if (!payload.title.empty())
             attachment->setTitle(payload.title);
         attachment->setFileExtension(payload.fileExtension);
         attachment->setType(payload.type);
-        attachment->setContent(payload.content);
+        attachment->setContent(std::move(payload.content));
         attachment->setCreationDate(payload.creationDate);
         attachment->setSortIndex(sortIndex++);
         attachment->setTask(record);

@@ -38,7 +38,7 @@ struct NewSharedTask {
 /// Inserts the task into `category`'s context, in `category`, with one
 /// TK_Attachment per payload (in order, sortIndex counting from 0). Not saved.
 std::shared_ptr<store::TK_Task>
-insertSharedTask(const NewSharedTask& task, const std::shared_ptr<store::TK_Category>& category);
+insertSharedTask(NewSharedTask task, const std::shared_ptr<store::TK_Category>& category);
 
 /// Whether `text` can be a task's text: well-formed UTF-8 (any script,
 /// emoji, right-to-left marks) without NUL bytes, which the store's text

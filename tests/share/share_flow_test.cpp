@@ -105,6 +105,8 @@ TEST_F(ShareFlowTest, DoneDismissesAtOnceAndTheSaveThatFollowsWritesTheWholeTask
     EXPECT_EQ(completions, 1);
     EXPECT_FALSE(share.pendingSaves()->isIdle());
     EXPECT_TRUE(storedTasks().empty());
+    // A second press while the form goes away saves nothing more.
+    EXPECT_EQ(share.toolbar().done(), Outcome::saveStarted);
 
     MainQueue::shared().pump();
     ASSERT_TRUE(share.pendingSaves()->isIdle());
