@@ -82,7 +82,7 @@ Result<void> FetchedResultsController::performFetch() {
     if (!comparator)
         return std::unexpected(comparator.error());
     m_comparator = std::move(*comparator);
-    m_dependencies = detail::keyPathDependencies(m_predicate, m_request.sortDescriptors, model, m_entity);
+    m_dependencies = detail::keyPathReads(m_predicate, m_request.sortDescriptors, model, m_entity);
     auto ids = m_context->fetchObjectIDs(m_request);
     if (!ids)
         return std::unexpected(ids.error());
@@ -151,19 +151,30 @@ void FetchedResultsController::contextDidChange(const ChangeInfo& info) {
             renamed.insert(perm);
         }
     }
+    // Another entity's object matters only when a property the key paths
+    // read on it changed (or what changed is not known). Its insertion or
+    // deletion reaches the result through the objects that point at it.
     bool dependencyChanged = false;
-    auto consider = [&](ObjectID id) {
+    for (const auto& id : info.inserted)
         if (id.entity == m_entity)
             touched.insert(id);
-        else if (m_dependencies.count(id.entity))
-            dependencyChanged = true;
-    };
-    for (const auto& id : info.inserted)
-        consider(id);
-    for (const auto& u : info.updated)
-        consider(u.id);
     for (const auto& id : info.deleted)
-        consider(id);
+        if (id.entity == m_entity)
+            touched.insert(id);
+    for (const auto& u : info.updated) {
+        if (u.id.entity == m_entity) {
+            touched.insert(u.id);
+            continue;
+        }
+        auto reads = m_dependencies.find(u.id.entity);
+        if (reads == m_dependencies.end())
+            continue;
+        if (u.changedProperties.empty())
+            dependencyChanged = true;
+        for (const auto& property : u.changedProperties)
+            if (reads->second.count(property))
+                dependencyChanged = true;
+    }
     if (dependencyChanged) {
         (void)refetch();
         return;

@@ -2,7 +2,7 @@
 // the context's changes (local edits, saves, merges) and tells its delegate
 // how the order changed. A change to a few objects costs work in proportion
 // to them: each is judged by the predicate in memory and placed by binary
-// search; the fetch runs again only when an object of another entity that
+// search; the fetch runs again only when a property of another entity that
 // the predicate or sort reads through a relationship has changed.
 #pragma once
 
@@ -10,6 +10,7 @@
 #include "platform/objectstore/object_context.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -56,7 +57,7 @@ class FetchedResultsController {
     std::uint32_t m_entity = 0;
     std::optional<BoundPredicate> m_predicate;
     std::optional<ObjectComparator> m_comparator;
-    std::set<std::uint32_t> m_dependencies; // other entities the key paths read
+    std::map<std::uint32_t, std::set<std::string>> m_dependencies; // other entities' properties the key paths read
     std::vector<ObjectID> m_ids;
     Delegate m_delegate;
     platform::ObserverToken m_token;

@@ -44,8 +44,8 @@ ObjectContext::~ObjectContext() {
     m_autoMergeToken.reset();
     for (auto& [id, object] : m_registered)
         object->m_context = nullptr;
-    if (m_queue && m_queue->isCurrent())
-        (void)m_queue.release(); // destroyed from its own queue: the queue frees itself when it drains
+    // A context released by its own queued work destroys its queue from the
+    // queue's thread; SerialQueue finishes that work on state of its own.
 }
 
 void ObjectContext::setAutomaticallyMergesChangesFromParent(bool on) {

@@ -62,6 +62,9 @@ TEST(FetchedResultsController, ReportsEachKindOfChange) {
     ASSERT_SAVED(view);
     EXPECT_EQ(controller.objectIDs(), *view->fetchObjectIDs(openItems()));
 
+    list->setValue("sortIndex", std::int64_t(4)); // a list property the predicate does not read
+    view->processPendingChanges();
+    EXPECT_EQ(controller.fetchCount(), fetchesBefore);
     list->setValue("title", std::string("Hidden")); // the list hides everything: a re-fetch
     view->processPendingChanges();
     EXPECT_EQ(controller.size(), 0u);

@@ -4,31 +4,32 @@ namespace tasket::objectstore::detail {
 
 namespace {
 
-void collect(const BoundKeyPath& path, std::uint32_t root, std::set<std::uint32_t>& out) {
+using Reads = std::map<std::uint32_t, std::set<std::string>>;
+
+void collect(const BoundKeyPath& path, std::uint32_t root, const Model& model, Reads& out) {
     for (const auto& step : path.steps)
         if (step.entity != root)
-            out.insert(step.entity);
+            out[step.entity].insert(model.entity(step.entity).propertyName(step.property));
 }
 
-void collect(const BoundNode& node, std::uint32_t root, std::set<std::uint32_t>& out) {
+void collect(const BoundNode& node, std::uint32_t root, const Model& model, Reads& out) {
     if (node.kind == Predicate::Kind::comparison) {
         for (const auto* side : {&node.comparison.lhs, &node.comparison.rhs})
             if (const auto* path = std::get_if<BoundKeyPath>(side))
-                collect(*path, root, out);
+                collect(*path, root, model, out);
         return;
     }
     for (const auto& child : node.children)
-        collect(child, root, out);
+        collect(child, root, model, out);
 }
 
 } // namespace
 
-std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>& predicate,
-                                            const std::vector<SortDescriptor>& sort, const Model& model,
-                                            std::uint32_t entity) {
-    std::set<std::uint32_t> out;
+Reads keyPathReads(const std::optional<BoundPredicate>& predicate, const std::vector<SortDescriptor>& sort,
+                   const Model& model, std::uint32_t entity) {
+    Reads out;
     if (predicate)
-        collect(predicate->root(), entity, out);
+        collect(predicate->root(), entity, model, out);
     for (const auto& d : sort) {
         KeyPath path;
         std::size_t start = 0;
@@ -40,8 +41,17 @@ std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>&
             start = dot + 1;
         }
         if (auto bound = resolveKeyPath(model, entity, path))
-            collect(*bound, entity, out);
+            collect(*bound, entity, model, out);
     }
+    return out;
+}
+
+std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>& predicate,
+                                            const std::vector<SortDescriptor>& sort, const Model& model,
+                                            std::uint32_t entity) {
+    std::set<std::uint32_t> out;
+    for (const auto& [dependency, properties] : keyPathReads(predicate, sort, model, entity))
+        out.insert(dependency);
     return out;
 }
 
