@@ -2,8 +2,11 @@
 
 #include "store/records.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tasket::store {
 
@@ -26,6 +29,31 @@ objectstore::Value defaultValue(AttributeType type) {
     }
 }
 
+std::vector<std::string> words(std::string_view text) {
+    std::vector<std::string> out;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = std::min(text.find(' ', start), text.size());
+        if (end > start)
+            out.emplace_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return out;
+}
+
+struct SortIndexField {
+    std::string_view entity;
+    std::string_view orderedBy;
+    std::string_view carried;
+};
+
+constexpr SortIndexField kSortIndexes[] = {
+#define TK_DATA_SORT_INDEX(Class, orderedBy, carried)                                              \
+    {detail::Schema<Class>::entityName, orderedBy, carried},
+    TK_DATA_SORT_INDEXES(TK_DATA_SORT_INDEX)
+#undef TK_DATA_SORT_INDEX
+};
+
 template <class Record> void describe(objectstore::Model& model) {
     using Schema = detail::Schema<Record>;
     auto& entity = model.addEntity(std::string(Schema::entityName));
@@ -37,6 +65,9 @@ template <class Record> void describe(objectstore::Model& model) {
     for (const auto& r : Schema::relationshipFields)
         entity.relationships.push_back({std::string(r.name), std::string(r.destination),
                                         std::string(r.inverse), r.toMany, r.deleteRule, true});
+    for (const auto& index : kSortIndexes)
+        if (index.entity == Schema::entityName)
+            entity.sortIndexes.push_back({words(index.orderedBy), words(index.carried)});
     entity.makeObject = [] { return std::make_shared<Record>(); };
 }
 

@@ -1,13 +1,16 @@
 #include "platform/main_queue.h"
+#include "platform/objectstore/predicate/sql_compiler.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "store/local_data_fetch_manager.h"
+#include "store/tk_data_model.h"
 #include "support/temp_dir.h"
 
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
+#include <sqlite3.h>
 
 using namespace tasket::store;
 using tasket::objectstore::kContextDidSaveNotification;
@@ -249,6 +252,48 @@ TEST_F(LocalDataFetchManagerTest, CollectionsLoadRowsOnlyWhenReached) {
     EXPECT_EQ(tasks.at(10)->title(), "task 39"); // newest first
     EXPECT_EQ(tasks.loadedBatches(), 1u);
     EXPECT_THROW((void)tasks.at(50), std::out_of_range);
+}
+
+namespace {
+
+// What SQLite plans for the ordered fetch of `kind`'s controller, written as
+// the context writes it.
+std::string queryPlan(const LocalDataFetchManager& manager, Kind kind,
+                      const std::filesystem::path& file) {
+    namespace os = tasket::objectstore;
+    const auto& request = manager.controller(kind).fetchRequest();
+    const auto& model = *tkDataModel();
+    const auto entity = model.entity(request.entityName)->index;
+    const auto where = os::compileToSql(*request.predicate, model, entity);
+    const auto order = os::compileSort(request.sortDescriptors, model, entity);
+    EXPECT_TRUE(where && order);
+    const std::string sql = "EXPLAIN QUERY PLAN SELECT t0.pk FROM \"" + request.entityName +
+                            "\" AS t0 " + where->joins + " " + order->joins + " WHERE " +
+                            where->where + " ORDER BY " + order->orderBy;
+    sqlite3* db = nullptr;
+    sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    sqlite3_stmt* statement = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(db);
+    std::string plan;
+    while (sqlite3_step(statement) == SQLITE_ROW)
+        plan += std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 3))) + "\n";
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+    return plan;
+}
+
+} // namespace
+
+// The large collections start newest first; their fetch must read an index
+// in order (no sorting) that carries what their filter reads (no row lookups).
+TEST_F(LocalDataFetchManagerTest, LargeCollectionsReadTheirSortIndexInOrder) {
+    auto manager = start();
+    for (const Kind kind : {Kind::tasks, Kind::subtasks, Kind::attachments, Kind::sections}) {
+        const std::string plan = queryPlan(*manager, kind, data->storeURL());
+        EXPECT_NE(plan.find("USING COVERING INDEX _s_"), std::string::npos) << plan;
+        EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << plan;
+    }
 }
 
 // ---- Sort settings ----------------------------------------------------------------------

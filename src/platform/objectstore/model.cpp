@@ -75,6 +75,28 @@ bool defaultFits(const AttributeDescription& a) {
 
 bool reservedName(const std::string& n) { return n == "pk" || n.starts_with('_'); }
 
+// Every name a sort index lists is a column of the entity's table: an
+// attribute or a to-one relationship kept as a foreign key.
+Result<void> checkSortIndexes(const EntityDescription& e) {
+    for (const auto& index : e.sortIndexes) {
+        if (index.orderedBy.empty())
+            return fail(Errc::validation, fmt::format("{}: a sort index orders by nothing", e.name));
+        for (const auto* names : {&index.orderedBy, &index.carried})
+            for (const auto& name : *names) {
+                const auto property = e.propertyIndex(name);
+                const bool column =
+                    property && (e.isAttribute(*property) ||
+                                 e.storage[*property - e.attributes.size()] == RelationshipStorage::ForeignKey);
+                if (!column)
+                    return fail(Errc::validation,
+                                fmt::format("{}.{}: a sort index names what is not a column of the entity "
+                                            "(an attribute or a to-one relationship)",
+                                            e.name, name));
+            }
+    }
+    return {};
+}
+
 } // namespace
 
 Result<void> Model::finalize() {
@@ -135,6 +157,8 @@ Result<void> Model::finalize() {
                 e.storage[ri] = ownsPair ? RelationshipStorage::ForeignKey : RelationshipStorage::InverseColumn;
             }
         }
+        if (auto ok = checkSortIndexes(e); !ok)
+            return ok;
     }
     m_finalized = true;
     return {};

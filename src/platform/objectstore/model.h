@@ -56,10 +56,21 @@ enum class RelationshipStorage {
     JoinTableInverse,
 };
 
+/// An SQL index that serves a sort: its rows are ordered by `orderedBy` and
+/// then by the object, as sorts break ties, so a fetch sorted by those keys
+/// (all ascending or all descending) reads the index in order instead of
+/// sorting; `carried` columns ride along so a filter on them needs no row
+/// lookup. Names are attributes or to-one relationships of the entity.
+struct SortIndexDescription {
+    std::vector<std::string> orderedBy;
+    std::vector<std::string> carried{};
+};
+
 struct EntityDescription {
     std::string name{};
     std::vector<AttributeDescription> attributes;
     std::vector<RelationshipDescription> relationships;
+    std::vector<SortIndexDescription> sortIndexes{};
     /// Makes the object for a row of this entity (a typed record class);
     /// empty: a plain ManagedObject.
     std::function<std::shared_ptr<ManagedObject>()> makeObject;

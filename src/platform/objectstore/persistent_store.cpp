@@ -89,6 +89,21 @@ std::string foreignKeyDefinition(const RelationshipDescription& r) {
                        sqlName(r.name), sqlName(r.destination));
 }
 
+// Rows ordered by the keys, then by pk (the sorts' tie-break), then the
+// carried columns; named after the keys.
+std::string sortIndexDefinition(const EntityDescription& e, const SortIndexDescription& index) {
+    std::string name = "_s_" + e.name;
+    std::string columns;
+    for (const auto& key : index.orderedBy) {
+        name += "_" + key;
+        columns += sqlName(key) + ", ";
+    }
+    columns += "pk";
+    for (const auto& column : index.carried)
+        columns += ", " + sqlName(column);
+    return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", sqlName(name), sqlName(e.name), columns);
+}
+
 std::uint32_t readBigEndian(const unsigned char* p, int bytes) {
     std::uint32_t v = 0;
     for (int i = 0; i < bytes; ++i)
@@ -313,6 +328,8 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
                 statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
                                                  sqlName(fmt::format("_i_{}_{}", e.name, a.name)), sqlName(e.name),
                                                  sqlName(a.name)));
+        for (const auto& index : e.sortIndexes)
+            statements.push_back(sortIndexDefinition(e, index));
     }
     for (const auto& s : statements)
         if (auto ok = db.exec(s); !ok)

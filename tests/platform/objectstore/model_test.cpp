@@ -44,6 +44,12 @@ TEST(Model, ValidationRejectsWhatDoesNotPairUp) {
          "reserved"},
         {"default of another type",
          [](Model& m) { entity(m, "A").attributes[0].defaultValue = std::int64_t(1); }, "default value is not of type String"},
+        {"sort index orders by nothing", [](Model& m) { entity(m, "A").sortIndexes = {{{}, {"name"}}}; },
+         "orders by nothing"},
+        {"sort index on a to-many", [](Model& m) { entity(m, "A").sortIndexes = {{{"name"}, {"bs"}}}; },
+         "A.bs: a sort index names what is not a column"},
+        {"sort index on an unknown name", [](Model& m) { entity(m, "B").sortIndexes = {{{"size"}}}; },
+         "B.size: a sort index names what is not a column"},
     };
     for (const auto& c : cases) {
         Model m = pair(c.breakIt);
@@ -51,7 +57,7 @@ TEST(Model, ValidationRejectsWhatDoesNotPairUp) {
         ASSERT_FALSE(ok) << c.name;
         EXPECT_NE(ok.error().message.find(c.message), std::string::npos) << c.name << ": " << ok.error().message;
     }
-    Model good = pair([](Model&) {});
+    Model good = pair([](Model& m) { entity(m, "B").sortIndexes = {{{"a"}}}; });
     ASSERT_TRUE(good.finalize());
     EXPECT_EQ(good.entity("B")->storage[0], RelationshipStorage::ForeignKey);
     EXPECT_EQ(good.entity("A")->storage[0], RelationshipStorage::InverseColumn);

@@ -35,6 +35,10 @@ Result<BoundKeyPath> resolveSortKey(const SortDescriptor& d, const Model& model,
     return bound;
 }
 
+bool tieBreakAscending(const std::vector<SortDescriptor>& descriptors) {
+    return descriptors.empty() || descriptors.back().ascending;
+}
+
 } // namespace
 
 Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors, const Model& model,
@@ -54,7 +58,9 @@ Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors, con
             out.orderBy += " COLLATE TK_LOCALIZED";
         out.orderBy += d.ascending ? " ASC, " : " DESC, ";
     }
-    out.orderBy += "t0.pk ASC";
+    // Ties go the way of the last key, so an index ordered by the keys and
+    // then by pk serves the whole order in either direction.
+    out.orderBy += tieBreakAscending(descriptors) ? "t0.pk ASC" : "t0.pk DESC";
     for (const auto& join : scope.joins) {
         if (!out.joins.empty())
             out.joins += ' ';
@@ -77,7 +83,7 @@ Result<ObjectComparator> ObjectComparator::make(const std::vector<SortDescriptor
             path->kind == ValueKind::text;
         keys.push_back(Key{std::move(*path), d.ascending, localized});
     }
-    return ObjectComparator(model, std::move(keys));
+    return ObjectComparator(model, std::move(keys), tieBreakAscending(descriptors));
 }
 
 int ObjectComparator::compare(const ObjectView& a, const ObjectView& b) const {
@@ -100,7 +106,8 @@ int ObjectComparator::compare(const ObjectView& a, const ObjectView& b) const {
             return key.ascending ? order : -order;
     }
     const auto ka = a.objectID().key, kb = b.objectID().key;
-    return ka < kb ? -1 : (kb < ka ? 1 : 0);
+    const int order = ka < kb ? -1 : (kb < ka ? 1 : 0);
+    return m_tieBreakAscending ? order : -order;
 }
 
 } // namespace tasket::objectstore

@@ -2,7 +2,8 @@
 // relationship's @count), a direction and a comparison. They compile to
 // ORDER BY terms for stored rows and to an in-memory comparator for
 // ObjectViews; both give the same order, nil first when ascending as SQLite
-// orders NULL, and both end with the primary key as the tie-break.
+// orders NULL, and both end with the primary key as the tie-break, in the
+// direction of the last key.
 #pragma once
 
 #include "platform/objectstore/object_view.h"
@@ -54,11 +55,12 @@ class ObjectComparator {
         bool ascending;
         bool localized;
     };
-    ObjectComparator(const Model& model, std::vector<Key> keys)
-        : m_model(&model), m_keys(std::move(keys)) {}
+    ObjectComparator(const Model& model, std::vector<Key> keys, bool tieBreakAscending)
+        : m_model(&model), m_keys(std::move(keys)), m_tieBreakAscending(tieBreakAscending) {}
 
     const Model* m_model;
     std::vector<Key> m_keys;
+    bool m_tieBreakAscending;
 };
 
 } // namespace tasket::objectstore

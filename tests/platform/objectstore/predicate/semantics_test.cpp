@@ -346,9 +346,10 @@ TEST_F(SmallStore, SortsAlikeInSqlAndInMemory) {
         {{{"title", false, C::plain}}, {1, 4, 2, 6, 5, 3}},
         {{{"title", true, C::localizedCaseInsensitive}}, {3, 6, 2, 1, 5, 4}},
         {{{"folder.name", true, C::plain}, {"count", false, C::plain}}, {2, 5, 3, 4, 1, 6}},
-        {{{"tags.@count", false, C::plain}}, {3, 1, 4, 2, 5, 6}},
+        // Ties follow the last key's direction: 1 and 4, 2 5 and 6 tie here.
+        {{{"tags.@count", false, C::plain}}, {3, 4, 1, 6, 5, 2}},
         {{{"flag", true, C::plain}, {"score", true, C::plain}}, {3, 6, 5, 2, 1, 4}},
-        {{{"detail.text", false, C::localizedCaseInsensitive}}, {1, 2, 3, 4, 5, 6}},
+        {{{"detail.text", false, C::localizedCaseInsensitive}}, {1, 6, 5, 4, 3, 2}},
         {{}, {1, 2, 3, 4, 5, 6}},
     };
     const auto task = testing::entityIndex("Task");
