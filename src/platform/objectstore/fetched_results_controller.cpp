@@ -10,6 +10,21 @@ namespace tasket::objectstore {
 
 namespace {
 
+// Membership in the few objects a change touched, asked once per member of
+// a possibly long result: a handful are compared directly.
+class SmallIDSet {
+  public:
+    explicit SmallIDSet(const std::set<ObjectID>& ids) : m_ids(ids.begin(), ids.end()) {}
+    bool contains(const ObjectID& id) const {
+        if (m_ids.size() <= 8)
+            return std::find(m_ids.begin(), m_ids.end(), id) != m_ids.end();
+        return std::binary_search(m_ids.begin(), m_ids.end(), id);
+    }
+
+  private:
+    std::vector<ObjectID> m_ids; // sorted
+};
+
 // The smallest description of old -> current: the longest run of common
 // elements kept in order stays, the other common ones move.
 CollectionChange diff(const std::vector<ObjectID>& old, const std::vector<ObjectID>& current) {
@@ -155,9 +170,12 @@ void FetchedResultsController::contextDidChange(const ChangeInfo& info) {
     // read on it changed (or what changed is not known). Its insertion or
     // deletion reaches the result through the objects that point at it.
     bool dependencyChanged = false;
+    std::set<ObjectID> insertedHere;
     for (const auto& id : info.inserted)
-        if (id.entity == m_entity)
+        if (id.entity == m_entity) {
             touched.insert(id);
+            insertedHere.insert(id);
+        }
     for (const auto& id : info.deleted)
         if (id.entity == m_entity)
             touched.insert(id);
@@ -182,9 +200,41 @@ void FetchedResultsController::contextDidChange(const ChangeInfo& info) {
     if (touched.empty())
         return;
 
+    // Where the touched objects were: one pass over the result, skipped when
+    // they all are new to it (an insertion costs no scan of a long list).
+    Positions oldIndex;
+    const bool allNew = renamed.empty() && std::ranges::all_of(touched, [&](const ObjectID& id) {
+                            return insertedHere.count(id) > 0;
+                        });
+    if (!allNew) {
+        const SmallIDSet filter(touched);
+        for (std::size_t i = 0; i < m_ids.size(); ++i)
+            if (filter.contains(m_ids[i]))
+                oldIndex.emplace(m_ids[i], i);
+    }
+    // The old order is kept only when it is needed to describe the change
+    // or to fall back to a fetch.
+    std::vector<ObjectID> old;
+    if (!oldIndex.empty() || m_request.fetchLimit > 0)
+        old = m_ids;
+    if (!oldIndex.empty()) {
+        std::vector<std::size_t> gone;
+        for (const auto& [id, i] : oldIndex)
+            gone.push_back(i);
+        std::sort(gone.begin(), gone.end());
+        std::size_t out = gone.front();
+        for (std::size_t i = gone.front(), next = 0; i < m_ids.size(); ++i) {
+            if (next < gone.size() && gone[next] == i) {
+                ++next;
+                continue;
+            }
+            m_ids[out++] = m_ids[i];
+        }
+        m_ids.resize(out);
+    }
+
     const std::set<ObjectID> deleted(info.deleted.begin(), info.deleted.end());
-    const std::vector<ObjectID> old = m_ids;
-    std::erase_if(m_ids, [&](const ObjectID& id) { return touched.count(id) > 0; });
+    std::vector<ObjectPtr> placed;
     for (const auto& id : touched) {
         if (deleted.count(id))
             continue;
@@ -195,35 +245,40 @@ void FetchedResultsController::contextDidChange(const ChangeInfo& info) {
             continue;
         if (o->isDeleted()) // the row vanished while being read
             continue;
-        auto at = std::lower_bound(m_ids.begin(), m_ids.end(), o, [&](const ObjectID& member, const ObjectPtr& object) {
-            return m_comparator->compare(*m_context->objectWithID(member), *object) < 0;
-        });
-        m_ids.insert(at, id);
+        m_ids.insert(lowerBound(*o), id);
+        placed.push_back(std::move(o));
     }
     if (m_request.fetchLimit > 0 && m_ids.size() > m_request.fetchLimit) {
         // A window cannot be kept up to date from the changed objects alone.
-        m_ids = old;
+        m_ids = std::move(old);
         (void)refetch();
         return;
     }
-    const CollectionChange change = describe(old, touched, renamed);
+    // Where the placed objects are now: the order is total, so binary search
+    // finds each exactly.
+    Positions newIndex;
+    for (const auto& o : placed)
+        newIndex.emplace(o->objectID(), static_cast<std::size_t>(lowerBound(*o) - m_ids.begin()));
+    const CollectionChange change = describe(old, oldIndex, newIndex, renamed);
     if (!change.empty() && m_delegate)
         m_delegate(change);
 }
 
-// The change from `old` to m_ids when only `touched` objects moved: they are
-// deleted, inserted, updated in place, or moved; everything else kept its
-// relative order.
+std::vector<ObjectID>::iterator FetchedResultsController::lowerBound(const ManagedObject& object) {
+    return std::lower_bound(m_ids.begin(), m_ids.end(), &object,
+                            [&](const ObjectID& member, const ManagedObject* o) {
+                                return m_comparator->compare(*m_context->objectWithID(member), *o) < 0;
+                            });
+}
+
+// The change from `old` to m_ids when only the objects at `oldIndex` (where
+// they were) and `newIndex` (where they are) moved: they are deleted,
+// inserted, updated in place, or moved; everything else kept its relative
+// order.
 CollectionChange FetchedResultsController::describe(const std::vector<ObjectID>& old,
-                                                    const std::set<ObjectID>& touched,
+                                                    const Positions& oldIndex,
+                                                    const Positions& newIndex,
                                                     const std::set<ObjectID>& renamed) const {
-    std::unordered_map<ObjectID, std::size_t, ObjectIDHash> oldIndex, newIndex;
-    for (std::size_t i = 0; i < old.size(); ++i)
-        if (touched.count(old[i]))
-            oldIndex.emplace(old[i], i);
-    for (std::size_t i = 0; i < m_ids.size(); ++i)
-        if (touched.count(m_ids[i]))
-            newIndex.emplace(m_ids[i], i);
     CollectionChange change;
     for (const auto& [id, i] : oldIndex)
         if (!newIndex.count(id))

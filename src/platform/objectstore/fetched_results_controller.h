@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <unordered_map>
 
 namespace tasket::objectstore {
 
@@ -49,8 +50,11 @@ class FetchedResultsController {
   private:
     void contextDidChange(const ChangeInfo& info);
     Result<void> refetch();
-    CollectionChange describe(const std::vector<ObjectID>& old, const std::set<ObjectID>& touched,
-                              const std::set<ObjectID>& renamed) const;
+    using Positions = std::unordered_map<ObjectID, std::size_t, ObjectIDHash>;
+    /// Where `object` belongs in the result.
+    std::vector<ObjectID>::iterator lowerBound(const ManagedObject& object);
+    CollectionChange describe(const std::vector<ObjectID>& old, const Positions& oldIndex,
+                              const Positions& newIndex, const std::set<ObjectID>& renamed) const;
 
     std::shared_ptr<ObjectContext> m_context;
     FetchRequest m_request;
