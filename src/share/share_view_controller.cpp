@@ -24,8 +24,11 @@ void ShareViewController::didDismiss() {
 
 void ShareViewController::loadForm(const platform::ImageConverter& converter,
                                    std::function<void(platform::Result<void>)> ready) {
-    auto fetchManager = store::LocalDataFetchManager::make(m_localDataManager,
-                                                           m_customizationManager, m_focusManager);
+    // The form reads the lists alone; fetching the tasks would cost more than
+    // the whole share on a large store.
+    auto fetchManager = store::LocalDataFetchManager::make(
+        m_localDataManager, m_customizationManager, m_focusManager,
+        store::collectionKinds({store::CollectionKind::categories}));
     if (!fetchManager) {
         ready(std::unexpected(fetchManager.error()));
         return;

@@ -137,6 +137,13 @@ E storedCase(const platform::PreferencesSuite& suite, std::string_view key, E fa
 
 // ---- Start-up ------------------------------------------------------------------------
 
+CollectionKinds collectionKinds(std::initializer_list<CollectionKind> kinds) {
+    CollectionKinds out;
+    for (const CollectionKind kind : kinds)
+        out.set(static_cast<std::size_t>(kind));
+    return out;
+}
+
 LocalDataFetchManager::LocalDataFetchManager(
     std::shared_ptr<LocalDataManager> localDataManager,
     std::shared_ptr<settings::CustomizationManager> customizationManager,
@@ -153,9 +160,11 @@ LocalDataFetchManager::~LocalDataFetchManager() = default;
 Result<std::unique_ptr<LocalDataFetchManager>>
 LocalDataFetchManager::make(std::shared_ptr<LocalDataManager> localDataManager,
                             std::shared_ptr<settings::CustomizationManager> customizationManager,
-                            std::shared_ptr<settings::FocusManager> focusManager) {
+                            std::shared_ptr<settings::FocusManager> focusManager,
+                            CollectionKinds kept) {
     std::unique_ptr<LocalDataFetchManager> manager(new LocalDataFetchManager(
         std::move(localDataManager), std::move(customizationManager), std::move(focusManager)));
+    manager->m_kept = kept;
     manager->readSortSettings();
     for (const Slot& slot : slots())
         if (auto ok = manager->rebuild(slot.kind); !ok)
@@ -246,6 +255,8 @@ FetchRequest LocalDataFetchManager::fetchRequest(CollectionKind kind) const {
 }
 
 Result<void> LocalDataFetchManager::rebuild(CollectionKind kind) {
+    if (!isKept(kind))
+        return {};
     const Slot& slot = slots()[indexOf(kind)];
     std::optional<std::vector<std::string>> focus;
     if (kind == CollectionKind::tasks)
@@ -272,6 +283,8 @@ void LocalDataFetchManager::publish(CollectionKind kind) {
 }
 
 const FetchedResultsController& LocalDataFetchManager::controller(CollectionKind kind) const {
+    if (!isKept(kind))
+        throw std::logic_error("this manager does not keep that collection");
     return *(this->*slots().at(indexOf(kind)).controller);
 }
 

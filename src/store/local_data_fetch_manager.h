@@ -18,6 +18,8 @@
 #include "store/records.h"
 
 #include <array>
+#include <bitset>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,6 +55,14 @@ constexpr bool hasSortSettings(CollectionKind kind) {
     return static_cast<std::size_t>(kind) <= static_cast<std::size_t>(CollectionKind::values);
 }
 
+/// A set of collections. A process that shows only some views keeps only
+/// their collections: the others are never fetched and stay empty.
+using CollectionKinds = std::bitset<kCollectionKindCount>;
+inline const CollectionKinds kAllCollectionKinds = CollectionKinds().set();
+
+/// The set holding `kinds`.
+CollectionKinds collectionKinds(std::initializer_list<CollectionKind> kinds);
+
 /// Read when no valid value is stored under a sort key: the user's own
 /// order, which with untouched sort indexes leaves the newest first.
 inline constexpr TK_ObjectsSortOrder kDefaultObjectsSortOrder = TK_ObjectsSortOrder::custom;
@@ -65,11 +75,16 @@ class LocalDataFetchManager {
 
     /// Reads the sixteen sort settings, builds the twelve fetch requests,
     /// performs them through controllers on the view context and publishes
-    /// every collection. Fails when a fetch fails. Collaborators must not be null.
+    /// every collection; only the `kept` ones when given. Fails when a fetch
+    /// fails. Collaborators must not be null.
     static platform::Result<std::unique_ptr<LocalDataFetchManager>>
     make(std::shared_ptr<LocalDataManager> localDataManager,
          std::shared_ptr<settings::CustomizationManager> customizationManager,
-         std::shared_ptr<settings::FocusManager> focusManager);
+         std::shared_ptr<settings::FocusManager> focusManager,
+         CollectionKinds kept = kAllCollectionKinds);
+
+    /// Whether `kind`'s collection is kept (fetched and followed).
+    bool isKept(CollectionKind kind) const { return m_kept.test(static_cast<std::size_t>(kind)); }
 
     ~LocalDataFetchManager();
     LocalDataFetchManager(const LocalDataFetchManager&) = delete;
@@ -177,6 +192,7 @@ class LocalDataFetchManager {
 
     /// The controller behind a collection; replaced when its search, sort or
     /// focus changes, so do not keep the reference across such a change.
+    /// Throws std::logic_error for a collection that is not kept.
     const objectstore::FetchedResultsController& controller(CollectionKind kind) const;
 
   private:
@@ -256,6 +272,7 @@ class LocalDataFetchManager {
     // What the task controller's request was built with, and the
     // subscriptions that tell when it must change.
     std::optional<std::vector<std::string>> m_appliedFocus;
+    CollectionKinds m_kept = kAllCollectionKinds;
     platform::Subscription m_focusCategoriesSubscription;
     platform::Subscription m_isFocusedSubscription;
 };

@@ -239,6 +239,30 @@ TEST_F(LocalDataFetchManagerTest, ListsOnlyRecordsTheirPredicatesAdmitAtStartAnd
     }
 }
 
+// A manager keeping only the lists never fetches the rest, even when a
+// search, sort or merge would rebuild them, yet still writes sort settings.
+TEST_F(LocalDataFetchManagerTest, KeepsOnlyTheCollectionsAskedFor) {
+    auto inbox = category(view(), "Inbox");
+    task(view(), "in the inbox", inbox);
+    save();
+    auto made = LocalDataFetchManager::make(data, customization, focus,
+                                            collectionKinds({Kind::categories}));
+    ASSERT_TRUE(made) << made.error().message;
+    auto& manager = **made;
+    EXPECT_TRUE(manager.isKept(Kind::categories));
+    EXPECT_FALSE(manager.isKept(Kind::tasks));
+    EXPECT_EQ(titlesOf(manager, Kind::categories), std::vector<std::string>{"Inbox"});
+    ASSERT_TRUE(manager.setTasksSearchText("inbox"));
+    ASSERT_TRUE(manager.setSortOrder(Kind::tags, Order::alphabetical));
+    task(view(), "another", inbox);
+    save();
+    MainQueue::shared().pump();
+    EXPECT_TRUE(manager.tasks().value().empty());
+    EXPECT_THROW((void)manager.controller(Kind::tasks), std::logic_error);
+    EXPECT_EQ(manager.sortOrder(Kind::tags).value(), Order::alphabetical);
+    EXPECT_EQ(group->integerValue(keys::kTagsSortOrder), static_cast<std::int64_t>(Order::alphabetical));
+}
+
 TEST_F(LocalDataFetchManagerTest, CollectionsLoadRowsOnlyWhenReached) {
     auto inbox = category(view(), "Inbox");
     for (int i = 0; i < 50; ++i)
