@@ -104,6 +104,89 @@ std::string sortIndexDefinition(const EntityDescription& e, const SortIndexDescr
     return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", sqlName(name), sqlName(e.name), columns);
 }
 
+// The engine's own tables: metadata, key counters and persistent history.
+constexpr std::string_view kEngineTables = R"(
+    CREATE TABLE IF NOT EXISTS _meta(key TEXT PRIMARY KEY, value);
+    CREATE TABLE IF NOT EXISTS _keys(entity TEXT PRIMARY KEY, maxKey INTEGER NOT NULL);
+    CREATE TABLE IF NOT EXISTS _history_transaction(
+        token INTEGER PRIMARY KEY AUTOINCREMENT, timestamp REAL NOT NULL, contextName TEXT, author TEXT);
+    CREATE TABLE IF NOT EXISTS _history_change(
+        id INTEGER PRIMARY KEY,
+        token INTEGER NOT NULL REFERENCES _history_transaction(token) ON DELETE CASCADE,
+        entity TEXT NOT NULL, key INTEGER NOT NULL, type INTEGER NOT NULL, properties TEXT);
+    CREATE INDEX IF NOT EXISTS _history_change_token ON _history_change(token);
+    INSERT OR IGNORE INTO _meta(key, value) VALUES('identifier', NULL);
+)";
+
+// The statements that bring `e`'s table, its join tables and its indexes
+// up to the model, given the table's `existing` columns (none: a new table).
+std::vector<std::string> entityStatements(const EntityDescription& e, const std::vector<std::string>& existing) {
+    std::vector<std::string> statements;
+    if (existing.empty()) {
+        std::string ddl = fmt::format("CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL DEFAULT 1",
+                                      sqlName(e.name));
+        for (const auto& a : e.attributes)
+            ddl += ", " + columnDefinition(a);
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey)
+                ddl += ", " + foreignKeyDefinition(e.relationships[i]);
+        statements.push_back(ddl + ")");
+    } else {
+        auto has = [&](const std::string& n) {
+            return std::find(existing.begin(), existing.end(), n) != existing.end();
+        };
+        for (const auto& a : e.attributes)
+            if (!has(a.name))
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name), columnDefinition(a)));
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey && !has(e.relationships[i].name))
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
+                                                 foreignKeyDefinition(e.relationships[i])));
+    }
+    for (std::size_t i = 0; i < e.relationships.size(); ++i) {
+        const auto& r = e.relationships[i];
+        if (e.storage[i] == RelationshipStorage::ForeignKey)
+            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
+                                             sqlName(fmt::format("_i_{}_{}", e.name, r.name)), sqlName(e.name),
+                                             sqlName(r.name)));
+        if (e.storage[i] == RelationshipStorage::JoinTable) {
+            statements.push_back(fmt::format(
+                "CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES {1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
+                "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
+                sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
+            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}(dst, src)",
+                                             sqlName(e.joinTables[i] + "_dst"), sqlName(e.joinTables[i])));
+        }
+    }
+    for (const auto& a : e.attributes)
+        if (a.indexed)
+            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
+                                             sqlName(fmt::format("_i_{}_{}", e.name, a.name)), sqlName(e.name),
+                                             sqlName(a.name)));
+    for (const auto& index : e.sortIndexes)
+        statements.push_back(sortIndexDefinition(e, index));
+    return statements;
+}
+
+// A fingerprint of the schema the model makes, kept in _meta: an opened
+// store carrying the program's fingerprint needs no schema work at all.
+std::string schemaFingerprint(const Model& model) {
+    std::uint64_t hash = 14695981039346656037ull; // FNV-1a
+    auto add = [&](std::string_view text) {
+        for (const unsigned char c : text) {
+            hash ^= c;
+            hash *= 1099511628211ull;
+        }
+        hash ^= 0xff;
+        hash *= 1099511628211ull;
+    };
+    add(kEngineTables);
+    for (const auto& e : model.entities())
+        for (const auto& statement : entityStatements(e, {}))
+            add(statement);
+    return fmt::format("{}:{:016x}", model.version(), hash);
+}
+
 std::uint32_t readBigEndian(const unsigned char* p, int bytes) {
     std::uint32_t v = 0;
     for (int i = 0; i < bytes; ++i)
@@ -253,22 +336,42 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
     if (auto ok = db.exec("PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;"); !ok)
         return ok;
 
+    const std::string fingerprint = schemaFingerprint(*m_model);
+    if (creating || !schemaIsCurrent(fingerprint)) {
+        if (auto ok = updateSchema(*version, fingerprint); !ok)
+            return ok;
+    }
+    prepareStatementTexts();
+    return {};
+}
+
+// Whether the store was last brought up to this very schema (its fingerprint
+// is in _meta) and has its identifier; reads only.
+bool PersistentStore::schemaIsCurrent(const std::string& fingerprint) {
+    auto stmt = m_db->prepareOnce("SELECT key, value FROM _meta WHERE key IN ('identifier', 'schema')");
+    if (!stmt)
+        return false; // no _meta yet
+    std::string identifier, stored;
+    while (sqlite3_step(stmt->get()) == SQLITE_ROW) {
+        if (sqlite3_column_type(stmt->get(), 1) != SQLITE_TEXT)
+            continue;
+        const std::string_view key = reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
+        (key == "identifier" ? identifier : stored) = reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 1));
+    }
+    if (stored != fingerprint || identifier.empty())
+        return false;
+    m_identifier = std::move(identifier);
+    return true;
+}
+
+// Creates what is missing (tables, columns, indexes), in one transaction,
+// and records the schema's fingerprint.
+Result<void> PersistentStore::updateSchema(std::int64_t version, const std::string& fingerprint) {
+    Database& db = *m_db;
     auto tx = Transaction::begin(db);
     if (!tx)
         return std::unexpected(tx.error());
-    if (auto ok = db.exec(R"(
-        CREATE TABLE IF NOT EXISTS _meta(key TEXT PRIMARY KEY, value);
-        CREATE TABLE IF NOT EXISTS _keys(entity TEXT PRIMARY KEY, maxKey INTEGER NOT NULL);
-        CREATE TABLE IF NOT EXISTS _history_transaction(
-            token INTEGER PRIMARY KEY AUTOINCREMENT, timestamp REAL NOT NULL, contextName TEXT, author TEXT);
-        CREATE TABLE IF NOT EXISTS _history_change(
-            id INTEGER PRIMARY KEY,
-            token INTEGER NOT NULL REFERENCES _history_transaction(token) ON DELETE CASCADE,
-            entity TEXT NOT NULL, key INTEGER NOT NULL, type INTEGER NOT NULL, properties TEXT);
-        CREATE INDEX IF NOT EXISTS _history_change_token ON _history_change(token);
-        INSERT OR IGNORE INTO _meta(key, value) VALUES('identifier', NULL);
-    )");
-        !ok)
+    if (auto ok = db.exec(kEngineTables); !ok)
         return ok;
 
     // Existing columns per table, for additive migration.
@@ -287,55 +390,14 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
         auto existing = columnsOf(e.name);
         if (!existing)
             return std::unexpected(existing.error());
-        if (existing->empty()) {
-            std::string ddl = fmt::format("CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL DEFAULT 1",
-                                          sqlName(e.name));
-            for (const auto& a : e.attributes)
-                ddl += ", " + columnDefinition(a);
-            for (std::size_t i = 0; i < e.relationships.size(); ++i)
-                if (e.storage[i] == RelationshipStorage::ForeignKey)
-                    ddl += ", " + foreignKeyDefinition(e.relationships[i]);
-            statements.push_back(ddl + ")");
-        } else {
-            auto has = [&](const std::string& n) {
-                return std::find(existing->begin(), existing->end(), n) != existing->end();
-            };
-            for (const auto& a : e.attributes)
-                if (!has(a.name))
-                    statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name), columnDefinition(a)));
-            for (std::size_t i = 0; i < e.relationships.size(); ++i)
-                if (e.storage[i] == RelationshipStorage::ForeignKey && !has(e.relationships[i].name))
-                    statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
-                                                     foreignKeyDefinition(e.relationships[i])));
-        }
-        for (std::size_t i = 0; i < e.relationships.size(); ++i) {
-            const auto& r = e.relationships[i];
-            if (e.storage[i] == RelationshipStorage::ForeignKey)
-                statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
-                                                 sqlName(fmt::format("_i_{}_{}", e.name, r.name)), sqlName(e.name),
-                                                 sqlName(r.name)));
-            if (e.storage[i] == RelationshipStorage::JoinTable) {
-                statements.push_back(fmt::format(
-                    "CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES {1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
-                    "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
-                    sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
-                statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}(dst, src)",
-                                                 sqlName(e.joinTables[i] + "_dst"), sqlName(e.joinTables[i])));
-            }
-        }
-        for (const auto& a : e.attributes)
-            if (a.indexed)
-                statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
-                                                 sqlName(fmt::format("_i_{}_{}", e.name, a.name)), sqlName(e.name),
-                                                 sqlName(a.name)));
-        for (const auto& index : e.sortIndexes)
-            statements.push_back(sortIndexDefinition(e, index));
+        auto more = entityStatements(e, *existing);
+        statements.insert(statements.end(), more.begin(), more.end());
     }
     for (const auto& s : statements)
         if (auto ok = db.exec(s); !ok)
             return fail(ok.error().code, fmt::format("{}: cannot update the schema ({}): {}", m_path.string(), s,
                                                      ok.error().message));
-    if (*version != m_model->version())
+    if (version != m_model->version())
         if (auto ok = db.exec(fmt::format("PRAGMA user_version={}", m_model->version())); !ok)
             return ok;
 
@@ -351,9 +413,14 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
         if (auto ok = db.exec(fmt::format("UPDATE _meta SET value='{}' WHERE key='identifier'", m_identifier)); !ok)
             return ok;
     }
-    if (auto ok = tx->commit(); !ok)
+    if (auto ok = db.exec(fmt::format("INSERT OR REPLACE INTO _meta(key, value) VALUES('schema', '{}')", fingerprint));
+        !ok)
         return ok;
+    return tx->commit();
+}
 
+// The column lists and INSERT texts of every entity.
+void PersistentStore::prepareStatementTexts() {
     for (const auto& e : m_model->entities()) {
         std::string cols = "pk, _version";
         for (const auto& a : e.attributes)
@@ -375,7 +442,6 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
             params += ", ?";
         m_insertSql.push_back(fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
     }
-    return {};
 }
 
 // ---------------------------------------------------------------- reading

@@ -145,6 +145,9 @@ class PersistentStore {
   private:
     PersistentStore() = default;
     Result<void> prepareSchema(bool creating);
+    bool schemaIsCurrent(const std::string& fingerprint);
+    Result<void> updateSchema(std::int64_t version, const std::string& fingerprint);
+    void prepareStatementTexts();
     Result<void> writeRow(const ObjectChange& change, MergePolicy policy, SaveResult& result, bool& skipped);
     Result<std::optional<Row>> loadRowLocked(ObjectID id);
     Result<std::vector<std::int64_t>> relatedKeysLocked(ObjectID id, std::size_t property);

@@ -182,3 +182,26 @@ TEST(PersistentStore, AdditiveMigrationKeepsRowsAndFillsDefaults) {
         EXPECT_SAVED(ctx);
     });
 }
+
+// A store brought up to the model once opens without writing, so even while
+// another connection holds the write lock; an index the model gains (at the
+// same version) is built at the next open.
+TEST(PersistentStore, SchemaWorkHappensOnlyWhenTheModelChanged) {
+    TempDir dir;
+    const auto file = dir / "s.sqlite";
+    ASSERT_TRUE(PersistentStore::open(file, makeTestModel(1)));
+    {
+        sqlite3* writer = nullptr;
+        ASSERT_EQ(sqlite3_open(file.c_str(), &writer), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(writer, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+        auto reopened = PersistentStore::open(file, makeTestModel(1));
+        EXPECT_TRUE(reopened) << reopened.error().message;
+        sqlite3_close(writer);
+    }
+    const auto created = scalar(file, "PRAGMA schema_version");
+    auto indexed = makeTestModel(1);
+    const_cast<EntityDescription&>(*indexed->entity("Item")).sortIndexes = {{{"title"}}};
+    ASSERT_TRUE(PersistentStore::open(file, indexed));
+    EXPECT_EQ(scalar(file, "SELECT count(*) FROM sqlite_master WHERE name = '_s_Item_title'"), 1);
+    EXPECT_GT(scalar(file, "PRAGMA schema_version"), created);
+}
