@@ -151,6 +151,15 @@ class ShareSession {
     }
 
     int finish() {
+        if (m_form) {
+            if (auto outcome = m_form->outcome(); !outcome)
+                fail(outcome.error());
+            // The form's Cancel.
+            if (m_status == kExitSuccess && m_controller->pendingSaves()->outcomes().empty()) {
+                report(m_environment.err, "cancelled; nothing was saved");
+                m_status = kExitFailure;
+            }
+        }
         auto& view = *m_controller->localDataManager()->viewContext();
         for (const auto& outcome : m_controller->pendingSaves()->outcomes()) {
             if (!outcome) {
@@ -237,7 +246,7 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
 
     std::unique_ptr<ShareForm> form;
     if (!options.yes && environment.makeForm)
-        form = environment.makeForm();
+        form = environment.makeForm(ShareFormSettings{});
     std::istream* promptInput = &environment.in;
     std::ifstream terminal;
     if (!form && !options.yes && options.readsStandardInput) {
