@@ -154,8 +154,9 @@ class ShareSession {
         if (m_form) {
             if (auto outcome = m_form->outcome(); !outcome)
                 fail(outcome.error());
-            // The form's Cancel.
-            if (m_status == kExitSuccess && m_controller->pendingSaves()->outcomes().empty()) {
+            // The form's Cancel (a screenshot run cancels on purpose).
+            if (m_status == kExitSuccess && m_controller->pendingSaves()->outcomes().empty() &&
+                !m_options.screenshot) {
                 report(m_environment.err, "cancelled; nothing was saved");
                 m_status = kExitFailure;
             }
@@ -246,7 +247,12 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
 
     std::unique_ptr<ShareForm> form;
     if (!options.yes && environment.makeForm)
-        form = environment.makeForm(ShareFormSettings{});
+        form = environment.makeForm(ShareFormSettings{options.screenshot});
+    if (options.screenshot && !form) {
+        report(environment.err, "--screenshot needs the form: run it on a display or with "
+                                "QT_QPA_PLATFORM=offscreen");
+        return kExitUsage;
+    }
     std::istream* promptInput = &environment.in;
     std::ifstream terminal;
     if (!form && !options.yes && options.readsStandardInput) {
