@@ -58,15 +58,12 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
         app.add_option("--list", list, "The list to save into, by title or identifier")
             ->type_name("NAME|ID");
     auto* textOption = app.add_option("--text", text, "The task's text");
-    auto* yesOption =
-        app.add_flag("--yes,-y", options.yes, "Save without the form and without asking");
+    app.add_flag("--yes,-y", options.yes, "Save without the form and without asking");
     app.add_flag("--json", options.json, "Print the saved task as JSON");
     // For developers, so left out of --help: draw the shown form into a PNG file, then cancel.
     std::string screenshot;
-    auto* screenshotOption = app.add_option("--screenshot", screenshot)
-                                 ->type_name("FILE.png")
-                                 ->group("")
-                                 ->excludes(yesOption);
+    auto* screenshotOption =
+        app.add_option("--screenshot", screenshot)->type_name("FILE.png")->group("");
 
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {

@@ -249,8 +249,9 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
     if (!options.yes && environment.makeForm)
         form = environment.makeForm(ShareFormSettings{options.screenshot});
     if (options.screenshot && !form) {
-        report(environment.err, "--screenshot needs the form: run it on a display or with "
-                                "QT_QPA_PLATFORM=offscreen");
+        report(environment.err, options.yes ? "--screenshot draws the form, which --yes leaves out"
+                                            : "--screenshot needs the form: run it on a display "
+                                              "or with QT_QPA_PLATFORM=offscreen");
         return kExitUsage;
     }
     std::istream* promptInput = &environment.in;

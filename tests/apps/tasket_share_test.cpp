@@ -305,11 +305,18 @@ TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
     const std::vector<std::string> arguments = {"--screenshot", png.string(),
                                                 "https://example.org/article", "notes.txt"};
 
-    // Without a display there is no form to draw.
-    const ShareRun refused = share(arguments);
-    EXPECT_EQ(refused.status, 64);
-    EXPECT_NE(refused.err.find("--screenshot needs the form"), std::string::npos) << refused.err;
-    EXPECT_FALSE(std::filesystem::exists(png));
+    // No form to draw: no display, or --yes.
+    for (const auto& [yes, message] :
+         {std::pair{false, "--screenshot needs the form"}, {true, "which --yes leaves out"}}) {
+        offscreen = yes;
+        std::vector<std::string> refusedArguments = arguments;
+        if (yes)
+            refusedArguments.insert(refusedArguments.begin(), "--yes");
+        const ShareRun refused = share(refusedArguments);
+        EXPECT_EQ(refused.status, 64);
+        EXPECT_NE(refused.err.find(message), std::string::npos) << refused.err;
+        EXPECT_FALSE(std::filesystem::exists(png));
+    }
 
     offscreen = true;
     const ShareRun run = share(arguments);
