@@ -39,7 +39,9 @@ std::string describeSize(std::uintmax_t bytes) {
 }
 
 std::string describeAttachment(const share::AttachmentPayload& attachment) {
-    const std::string_view title = attachment.title.empty() ? "Picture" : attachment.title;
+    std::string_view title = attachment.title;
+    if (title.empty())
+        title = "Picture";
     const std::string name = attachment.fileExtension.empty()
                                  ? std::string(title)
                                  : fmt::format("{}.{}", title, attachment.fileExtension);

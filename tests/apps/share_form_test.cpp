@@ -178,6 +178,27 @@ TEST(ShareFormModel, SizesReadAsFileManagersShowThem) {
         EXPECT_EQ(describeSize(bytes), expected) << bytes;
 }
 
+TEST(ShareFormModel, AttachmentsAreNamedWithTheirExtensionAndSize) {
+    struct Case {
+        std::string title;
+        std::string fileExtension;
+        std::size_t size;
+        std::string expected;
+    };
+    const std::vector<Case> cases = {
+        {"Report 2024.final", "pdf", 2345, "Report 2024.final.pdf (2.3 kB)"},
+        {"Makefile", "", 5, "Makefile (5 bytes)"},
+        {"", "png", 1, "Picture.png (1 byte)"}, // a picture held in memory
+    };
+    for (const Case& c : cases) {
+        tasket::share::AttachmentPayload attachment;
+        attachment.title = c.title;
+        attachment.fileExtension = c.fileExtension;
+        attachment.content.resize(c.size);
+        EXPECT_EQ(tasket::apps::describeAttachment(attachment), c.expected);
+    }
+}
+
 TEST_F(ShareFormTest, TypedTextGoesIntoTheListPickedByKeyboardOnEnter) {
     addList("Errands", 0);
     addList("Work", 1, 1);
