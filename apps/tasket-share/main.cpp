@@ -10,15 +10,19 @@
 #include <exception>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
+// A display, or Qt told to draw off screen (the form's screenshots and tests).
 bool hasDisplay() {
     const char* wayland = std::getenv("WAYLAND_DISPLAY");
     const char* x11 = std::getenv("DISPLAY");
-    return (wayland && *wayland) || (x11 && *x11);
+    const char* platform = std::getenv("QT_QPA_PLATFORM");
+    return (wayland && *wayland) || (x11 && *x11) ||
+           (platform && std::string_view(platform).starts_with("offscreen"));
 }
 
 } // namespace
@@ -38,7 +42,10 @@ int main(int argc, char** argv) {
                 .err = std::cerr,
                 .imageConverter = converter,
                 .standardInputIsTerminal = ::isatty(STDIN_FILENO) == 1,
-                .makeForm = [] { return hasDisplay() ? tasket::apps::makeShareForm() : nullptr; },
+                .makeForm =
+                    [](const tasket::apps::ShareFormSettings& settings) {
+                        return hasDisplay() ? tasket::apps::makeShareForm(settings) : nullptr;
+                    },
             });
     } catch (const std::exception& exception) {
         std::cerr << "tasket-share: internal error: " << exception.what() << '\n';

@@ -2,12 +2,15 @@
 // loaded controller's text field, list picker and toolbar, and runs the
 // event loop in which the main queue's tasks run; the user's Done or Cancel
 // drive the toolbar. The program falls back to the terminal prompt when no
-// form is compiled in.
+// form can be shown.
 #pragma once
 
+#include "platform/error.h"
 #include "share/share_view_controller.h"
 
+#include <filesystem>
 #include <memory>
+#include <optional>
 
 namespace tasket::apps {
 
@@ -19,10 +22,20 @@ class ShareForm {
     /// Runs the event loop (the main queue's tasks included) until quit().
     virtual void exec() = 0;
     virtual void quit() = 0;
+    /// What went wrong in the form itself, such as a screenshot that could
+    /// not be written; read after exec().
+    virtual platform::Result<void> outcome() const { return {}; }
+};
+
+/// How the program asks the form to behave.
+struct ShareFormSettings {
+    /// Set (--screenshot): once shown, the form is drawn into this PNG file
+    /// and cancelled, so nothing is written to the store.
+    std::optional<std::filesystem::path> screenshot;
 };
 
 /// The form compiled into this program, ready to show on the display; null
 /// when there is none (or it cannot reach the display).
-std::unique_ptr<ShareForm> makeShareForm();
+std::unique_ptr<ShareForm> makeShareForm(const ShareFormSettings& settings);
 
 } // namespace tasket::apps

@@ -60,6 +60,10 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     auto* textOption = app.add_option("--text", text, "The task's text");
     app.add_flag("--yes,-y", options.yes, "Save without the form and without asking");
     app.add_flag("--json", options.json, "Print the saved task as JSON");
+    // For developers, so left out of --help: draw the shown form into a PNG file, then cancel.
+    std::string screenshot;
+    auto* screenshotOption =
+        app.add_option("--screenshot", screenshot)->type_name("FILE.png")->group("");
 
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
@@ -91,6 +95,8 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
         options.list = list;
     if (textOption->count() > 0)
         options.text = text;
+    if (screenshotOption->count() > 0)
+        options.screenshot = screenshot;
     return {std::move(options), kExitSuccess};
 }
 

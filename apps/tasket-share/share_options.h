@@ -1,6 +1,9 @@
 // The command line of tasket-share: what was shared (links and paths, and
 // --image SOURCE, in the order given; --item starts the next input item)
-// and how to finish without a form (--list, --text, --yes, --json).
+// and how to finish without a form (--list, --text, --yes, --json). One
+// developer option stays out of --help: --screenshot FILE.png draws the
+// shown form into FILE.png and cancels, for looking at the form and timing
+// its start without a person at the keyboard.
 #pragma once
 
 #include "platform/error.h"
@@ -16,11 +19,12 @@ namespace tasket::apps {
 
 struct ShareOptions {
     std::vector<platform::ShareArgumentGroup> groups;
-    std::optional<std::string> list; // --list NAME|ID
-    std::optional<std::string> text; // --text TEXT
-    bool yes = false;                // --yes: save without asking
-    bool json = false;               // --json: print the saved task as JSON
-    bool readsStandardInput = false; // some --image is "-"
+    std::optional<std::string> list;       // --list NAME|ID
+    std::optional<std::string> text;       // --text TEXT
+    bool yes = false;                      // --yes: save without asking
+    bool json = false;                     // --json: print the saved task as JSON
+    bool readsStandardInput = false;       // some --image is "-"
+    std::optional<std::string> screenshot; // --screenshot FILE.png
 };
 
 /// The parsed options, or the exit status to end with at once (0 after

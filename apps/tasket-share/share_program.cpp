@@ -151,6 +151,16 @@ class ShareSession {
     }
 
     int finish() {
+        if (m_form) {
+            if (auto outcome = m_form->outcome(); !outcome)
+                fail(outcome.error());
+            // The form's Cancel (a screenshot run cancels on purpose).
+            if (m_status == kExitSuccess && m_controller->pendingSaves()->outcomes().empty() &&
+                !m_options.screenshot) {
+                report(m_environment.err, "cancelled; nothing was saved");
+                m_status = kExitFailure;
+            }
+        }
         auto& view = *m_controller->localDataManager()->viewContext();
         for (const auto& outcome : m_controller->pendingSaves()->outcomes()) {
             if (!outcome) {
@@ -237,7 +247,13 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
 
     std::unique_ptr<ShareForm> form;
     if (!options.yes && environment.makeForm)
-        form = environment.makeForm();
+        form = environment.makeForm(ShareFormSettings{options.screenshot});
+    if (options.screenshot && !form) {
+        report(environment.err, options.yes ? "--screenshot draws the form, which --yes leaves out"
+                                            : "--screenshot needs the form: run it on a display "
+                                              "or with QT_QPA_PLATFORM=offscreen");
+        return kExitUsage;
+    }
     std::istream* promptInput = &environment.in;
     std::ifstream terminal;
     if (!form && !options.yes && options.readsStandardInput) {

@@ -25,7 +25,7 @@ struct ShareProgramEnvironment {
     bool standardInputIsTerminal = false;
     /// Makes the form when a display is present and --yes is not given;
     /// null or returning null: ask on the terminal.
-    std::function<std::unique_ptr<ShareForm>()> makeForm;
+    std::function<std::unique_ptr<ShareForm>(const ShareFormSettings&)> makeForm;
 };
 
 /// Runs the program with `arguments` (without the program name) and returns

@@ -58,9 +58,11 @@ class TasketShareTest : public ::testing::Test {
     std::filesystem::path group() const { return dir / "data" / "group.QRX-Lumenforge.Tasket"; }
     std::filesystem::path storeFile() const { return group() / "TK_Data.sqlite"; }
 
+    /// No display, so the terminal prompt asks, unless `offscreen` lets the form draw off screen.
     std::string environment() const {
-        return "env -u DISPLAY -u WAYLAND_DISPLAY XDG_DATA_HOME=" +
-               quoted((dir / "data").string()) +
+        return std::string("env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM ") +
+               (offscreen ? "QT_QPA_PLATFORM=offscreen " : "") +
+               "XDG_DATA_HOME=" + quoted((dir / "data").string()) +
                " XDG_CONFIG_HOME=" + quoted((dir / "config").string()) + " ";
     }
 
@@ -109,6 +111,7 @@ class TasketShareTest : public ::testing::Test {
     }
 
     tasket::testing::TempDir dir;
+    bool offscreen = false;
     std::vector<std::shared_ptr<LocalDataManager>> readers;
 };
 
@@ -293,6 +296,38 @@ TEST_F(TasketShareTest, AChosenListThatDoesNotExistWritesNothing) {
     EXPECT_EQ(run.status, 66);
     EXPECT_NE(run.err.find("there is no list \"Nowhere\""), std::string::npos) << run.err;
     EXPECT_TRUE(storedTasks().empty());
+}
+
+TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
+    ASSERT_EQ(share({"--yes", "--text", "seed", "https://a.example"}).status, 0);
+    writeFile(dir / "notes.txt", "notes");
+    const std::filesystem::path png = dir / "form.png";
+    const std::vector<std::string> arguments = {"--screenshot", png.string(),
+                                                "https://example.org/article", "notes.txt"};
+
+    // No form to draw: no display, or --yes.
+    for (const auto& [yes, message] :
+         {std::pair{false, "--screenshot needs the form"}, {true, "which --yes leaves out"}}) {
+        offscreen = yes;
+        std::vector<std::string> refusedArguments = arguments;
+        if (yes)
+            refusedArguments.insert(refusedArguments.begin(), "--yes");
+        const ShareRun refused = share(refusedArguments);
+        EXPECT_EQ(refused.status, 64);
+        EXPECT_NE(refused.err.find(message), std::string::npos) << refused.err;
+        EXPECT_FALSE(std::filesystem::exists(png));
+    }
+
+    offscreen = true;
+    const ShareRun run = share(arguments);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    const QImage shot(QString::fromStdString(png.string()), "PNG");
+    ASSERT_FALSE(shot.isNull());
+    EXPECT_GE(shot.width(), 300);
+    EXPECT_GE(shot.height(), 150);
+    ASSERT_EQ(storedTasks().size(), 1u);
+    EXPECT_EQ(storedTasks().front()->title(), "seed");
 }
 
 TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {

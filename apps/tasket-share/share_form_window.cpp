@@ -1,0 +1,221 @@
+#include "tasket-share/share_form_window.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFontMetrics>
+#include <QFormLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace tasket::apps {
+namespace {
+
+QString fromUtf8(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+// The widest a link is drawn before its middle is elided, in average characters.
+constexpr int kLinkWidthInCharacters = 56;
+
+bool isEnter(const QKeyEvent& key) {
+    return key.key() == Qt::Key_Return || key.key() == Qt::Key_Enter;
+}
+
+} // namespace
+
+ShareFormWindow::ShareFormWindow(ShareFormModel& model, QWidget* parent)
+    : QDialog(parent), m_model(model) {
+    setWindowTitle(fromUtf8(ShareFormModel::kWindowTitle));
+
+    m_text = new QPlainTextEdit(this);
+    m_text->setObjectName(QStringLiteral("text"));
+    m_text->setTabChangesFocus(true);
+    m_text->setPlainText(fromUtf8(m_model.text()));
+    m_text->moveCursor(QTextCursor::End);
+    m_text->setMinimumHeight(m_text->fontMetrics().lineSpacing() * 4);
+    m_text->installEventFilter(this);
+
+    m_lists = new QComboBox(this);
+    m_lists->setObjectName(QStringLiteral("lists"));
+    m_lists->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+
+    m_link = new QLabel(this);
+    m_link->setObjectName(QStringLiteral("link"));
+    m_link->setTextFormat(Qt::PlainText);
+    m_link->setTextInteractionFlags(Qt::TextSelectableByMouse);
+
+    m_files = new QLabel(this);
+    m_files->setObjectName(QStringLiteral("files"));
+    m_files->setTextFormat(Qt::PlainText);
+    m_files->setTextInteractionFlags(Qt::TextSelectableByMouse);
+
+    m_form = new QFormLayout;
+    m_form->addRow(tr("&Text:"), m_text);
+    m_form->addRow(tr("&List:"), m_lists);
+    m_form->addRow(tr("Link:"), m_link);
+    m_form->addRow(tr("Files:"), m_files);
+
+    m_buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
+    m_done = m_buttons->addButton(tr("&Done"), QDialogButtonBox::AcceptRole);
+    m_done->setObjectName(QStringLiteral("done"));
+    m_done->setDefault(true);
+    connect(m_buttons, &QDialogButtonBox::accepted, this, &ShareFormWindow::accept);
+    connect(m_buttons, &QDialogButtonBox::rejected, this, &ShareFormWindow::reject);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(m_form, 1);
+    layout->addWidget(m_buttons);
+
+    setTabOrder(m_text, m_lists);
+    setTabOrder(m_lists, m_buttons);
+    setMinimumWidth(m_text->fontMetrics().averageCharWidth() * kLinkWidthInCharacters);
+    m_text->setFocus();
+
+    connect(m_text, &QPlainTextEdit::textChanged, this,
+            [this] { m_model.setText(m_text->toPlainText().toStdString()); });
+    connect(m_lists, &QComboBox::activated, this,
+            [this](int row) { m_model.chooseRow(static_cast<std::size_t>(row)); });
+    m_model.setOnChange([this] { redraw(); });
+    redraw();
+}
+
+ShareFormWindow::~ShareFormWindow() {
+    m_model.setOnChange(nullptr);
+}
+
+void ShareFormWindow::accept() {
+    m_model.done();
+}
+
+void ShareFormWindow::reject() {
+    m_model.cancel();
+}
+
+bool ShareFormWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == m_text && event->type() == QEvent::KeyPress) {
+        const auto& key = *static_cast<QKeyEvent*>(event);
+        if (isEnter(key) && key.modifiers().testFlag(Qt::ControlModifier)) {
+            accept();
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
+void ShareFormWindow::redraw() {
+    redrawLists();
+
+    const QString link = fromUtf8(m_model.link());
+    const int linkWidth = fontMetrics().averageCharWidth() * kLinkWidthInCharacters;
+    m_link->setText(m_link->fontMetrics().elidedText(link, Qt::ElideMiddle, linkWidth));
+    m_link->setToolTip(link);
+    m_form->setRowVisible(m_link, !link.isEmpty());
+
+    QStringList files;
+    for (const auto& attachment : m_model.attachments())
+        files.append(fromUtf8(attachment));
+    if (!m_model.filesNote().empty())
+        files.append(fromUtf8(m_model.filesNote()));
+    m_files->setText(files.join(QLatin1Char('\n')));
+    m_form->setRowVisible(m_files, !files.isEmpty());
+
+    const bool takesInput = !m_model.isFinished();
+    m_text->setReadOnly(!takesInput);
+    m_lists->setEnabled(takesInput);
+    m_buttons->setEnabled(takesInput);
+
+    showSheet();
+}
+
+void ShareFormWindow::redrawLists() {
+    QStringList labels;
+    for (const auto& row : m_model.lists())
+        labels.append(fromUtf8(row.label));
+    QStringList shown;
+    for (int i = 0; i < m_lists->count(); ++i)
+        shown.append(m_lists->itemText(i));
+    if (shown != labels) {
+        m_lists->clear();
+        m_lists->addItems(labels);
+    }
+    m_lists->setCurrentIndex(static_cast<int>(m_model.selectedRow()));
+}
+
+void ShareFormWindow::showSheet() {
+    const auto isOpen = [](const QDialog* sheet) { return sheet && sheet->isVisible(); };
+    switch (m_model.sheet()) {
+    case ShareFormModel::Sheet::newList:
+        if (!isOpen(m_newListSheet))
+            openNewListSheet();
+        break;
+    case ShareFormModel::Sheet::premiumRequired:
+        if (!isOpen(m_premiumRequiredSheet))
+            openPremiumRequiredSheet();
+        break;
+    case ShareFormModel::Sheet::none:
+        // Closed by the model: their handlers see no sheet and do nothing.
+        if (isOpen(m_newListSheet))
+            m_newListSheet->close();
+        if (isOpen(m_premiumRequiredSheet))
+            m_premiumRequiredSheet->close();
+        break;
+    }
+}
+
+void ShareFormWindow::openNewListSheet() {
+    auto* sheet = new QDialog(this);
+    sheet->setObjectName(QStringLiteral("newListSheet"));
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->setWindowModality(Qt::WindowModal);
+    sheet->setWindowTitle(tr("New List"));
+
+    auto* title = new QLineEdit(sheet);
+    title->setObjectName(QStringLiteral("title"));
+    auto* label = new QLabel(tr("&Title of the new list:"), sheet);
+    label->setBuddy(title);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, sheet);
+    QPushButton* ok = buttons->button(QDialogButtonBox::Ok);
+    ok->setEnabled(false);
+    connect(title, &QLineEdit::textChanged, ok,
+            [ok](const QString& text) { ok->setEnabled(!text.trimmed().isEmpty()); });
+    connect(buttons, &QDialogButtonBox::accepted, sheet, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, sheet, &QDialog::reject);
+
+    auto* layout = new QVBoxLayout(sheet);
+    layout->addWidget(label);
+    layout->addWidget(title);
+    layout->addWidget(buttons);
+
+    connect(sheet, &QDialog::finished, this, [this, title](int result) {
+        if (m_model.sheet() != ShareFormModel::Sheet::newList)
+            return;
+        if (result == QDialog::Accepted && m_model.createList(title->text().toStdString()))
+            return;
+        m_model.cancelNewList();
+    });
+    m_newListSheet = sheet;
+    sheet->open();
+    title->setFocus();
+}
+
+void ShareFormWindow::openPremiumRequiredSheet() {
+    const QString title = fromUtf8(ShareFormModel::kPremiumRequiredTitle);
+    auto* sheet = new QMessageBox(QMessageBox::Information, title, title, QMessageBox::Ok, this);
+    sheet->setObjectName(QStringLiteral("premiumRequiredSheet"));
+    sheet->setInformativeText(fromUtf8(ShareFormModel::kPremiumRequiredText));
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->setWindowModality(Qt::WindowModal);
+    connect(sheet, &QDialog::finished, this, [this] {
+        if (m_model.sheet() == ShareFormModel::Sheet::premiumRequired)
+            m_model.closePremiumRequired();
+    });
+    m_premiumRequiredSheet = sheet;
+    sheet->open();
+}
+
+} // namespace tasket::apps

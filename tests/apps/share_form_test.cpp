@@ -1,0 +1,344 @@
+// The share form: its model's wording without widgets, and the real window
+// driven from the keyboard under Qt's offscreen platform over a controller
+// on a store in a temporary folder. Each case reads the outcome back from
+// the store file through a fresh owner, as the next program would.
+#include "platform/extension/png_only_image_converter.h"
+#include "platform/preferences/in_memory_preferences_suite.h"
+#include "settings/settings_keys.h"
+#include "share/category_choice.h"
+#include "share/share_test_support.h"
+#include "share/shared_task.h"
+#include "tasket-share/share_form_model.h"
+#include "tasket-share/share_form_window.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+
+using namespace tasket::testing;
+using tasket::apps::describeSize;
+using tasket::apps::ShareFormModel;
+using tasket::apps::ShareFormWindow;
+using tasket::platform::ExtensionContext;
+using tasket::platform::ExtensionItem;
+using tasket::platform::InMemoryPreferencesSuite;
+using tasket::platform::MainQueue;
+using tasket::settings::CustomizationManager;
+using tasket::share::ShareViewController;
+using tasket::store::LocalDataManager;
+using tasket::store::TK_Category;
+using tasket::store::TK_Task;
+namespace keys = tasket::settings::keys;
+
+namespace {
+
+// One QApplication for the whole run, on the offscreen platform.
+class QtEnvironment final : public ::testing::Environment {
+  public:
+    void SetUp() override {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        m_application = std::make_unique<QApplication>(m_argc, m_argv.data());
+    }
+    void TearDown() override { m_application.reset(); }
+
+  private:
+    std::string m_name = "share_form_test";
+    int m_argc = 1;
+    std::array<char*, 2> m_argv{m_name.data(), nullptr};
+    std::unique_ptr<QApplication> m_application;
+};
+
+[[maybe_unused]] const auto* const kQt = ::testing::AddGlobalTestEnvironment(new QtEnvironment);
+
+QString qs(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+class ShareFormTest : public ::testing::Test {
+  protected:
+    void TearDown() override {
+        window.reset();
+        model.reset();
+        MainQueue::shared().pump();
+    }
+
+    std::shared_ptr<TK_Category> addList(const std::string& title, std::int16_t sortIndex,
+                                         int taskCount = 0) {
+        auto list = tasket::share::insertNewCategory(*data->viewContext(), title);
+        list->setSortIndex(sortIndex);
+        for (int i = 0; i < taskCount; ++i) {
+            tasket::share::NewSharedTask task;
+            task.taskID = title + std::to_string(i);
+            task.title = "old";
+            tasket::share::insertSharedTask(std::move(task), list);
+        }
+        EXPECT_TRUE(data->viewContext()->save());
+        return list;
+    }
+
+    /// The window over a loaded controller for `providers`, shown, focus in the text.
+    void open(std::vector<std::shared_ptr<const ItemProvider>> providers = {}) {
+        auto context = std::make_shared<ExtensionContext>(
+            std::vector<ExtensionItem>{ExtensionItem{std::move(providers)}},
+            [this](std::vector<ExtensionItem>) { ++completions; });
+        controller = std::make_unique<ShareViewController>(context, data, customization);
+        bool loaded = false;
+        controller->loadForm(converter, [&](tasket::platform::Result<void> result) {
+            ASSERT_TRUE(result);
+            loaded = true;
+        });
+        ASSERT_TRUE(MainQueue::shared().runUntil([&] { return loaded; }));
+        model = std::make_unique<ShareFormModel>(*controller);
+        window = std::make_unique<ShareFormWindow>(*model);
+        window->show();
+        QApplication::setActiveWindow(window.get());
+        settle();
+    }
+
+    /// Lets both loops run until neither has anything left to do.
+    void settle() {
+        for (int i = 0; i < 4; ++i) {
+            QApplication::processEvents();
+            MainQueue::shared().pump();
+        }
+    }
+
+    /// Waits for the save Done started (if any) to commit.
+    void waitForSaves() {
+        ASSERT_TRUE(
+            MainQueue::shared().runUntil([&] { return controller->pendingSaves()->isIdle(); }));
+        settle();
+    }
+
+    template <class T> T* child(const char* name) {
+        T* found = window->findChild<T*>(QString::fromLatin1(name));
+        EXPECT_TRUE(found) << name;
+        return found;
+    }
+
+    QStringList listLabels() {
+        QStringList labels;
+        auto* lists = child<QComboBox>("lists");
+        for (int i = 0; i < lists->count(); ++i)
+            labels.append(lists->itemText(i));
+        return labels;
+    }
+
+    /// The tasks titled `title` in the store at `folder`.
+    std::vector<std::shared_ptr<TK_Task>> storedTasks(const std::string& title,
+                                                      const std::filesystem::path& folder) {
+        readers.push_back(LocalDataManager::make(folder));
+        const auto fetched = readers.back()->viewContext()->fetch(TK_Task::fetchRequest());
+        std::vector<std::shared_ptr<TK_Task>> tasks;
+        for (const auto& object : *fetched) {
+            auto task = std::static_pointer_cast<TK_Task>(object);
+            if (task->title() == title)
+                tasks.push_back(std::move(task));
+        }
+        return tasks;
+    }
+
+    TempDir dir;
+    std::shared_ptr<LocalDataManager> data = LocalDataManager::make(dir.path());
+    std::shared_ptr<InMemoryPreferencesSuite> group =
+        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kAppGroupSuite));
+    std::shared_ptr<CustomizationManager> customization = std::make_shared<CustomizationManager>(
+        group, std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kStandardSuite)));
+    tasket::platform::PngOnlyImageConverter converter;
+    std::unique_ptr<ShareViewController> controller;
+    std::unique_ptr<ShareFormModel> model;
+    std::unique_ptr<ShareFormWindow> window;
+    int completions = 0;
+    std::vector<std::shared_ptr<LocalDataManager>> readers;
+};
+
+} // namespace
+
+TEST(ShareFormModel, SizesReadAsFileManagersShowThem) {
+    const std::vector<std::pair<std::uintmax_t, std::string>> cases = {
+        {0, "0 bytes"},
+        {1, "1 byte"},
+        {999, "999 bytes"},
+        {1000, "1.0 kB"},
+        {1049, "1.0 kB"},
+        {1050, "1.1 kB"},
+        {999'949, "999.9 kB"},
+        {999'950, "1.0 MB"},
+        {64ull << 20, "67.1 MB"},
+        {5'000'000'000, "5.0 GB"},
+        {UINTMAX_MAX, "18446.7 PB"},
+    };
+    for (const auto& [bytes, expected] : cases)
+        EXPECT_EQ(describeSize(bytes), expected) << bytes;
+}
+
+TEST(ShareFormModel, AttachmentsAreNamedWithTheirExtensionAndSize) {
+    struct Case {
+        std::string title;
+        std::string fileExtension;
+        std::size_t size;
+        std::string expected;
+    };
+    const std::vector<Case> cases = {
+        {"Report 2024.final", "pdf", 2345, "Report 2024.final.pdf (2.3 kB)"},
+        {"Makefile", "", 5, "Makefile (5 bytes)"},
+        {"", "png", 1, "Picture.png (1 byte)"}, // a picture held in memory
+    };
+    for (const Case& c : cases) {
+        tasket::share::AttachmentPayload attachment;
+        attachment.title = c.title;
+        attachment.fileExtension = c.fileExtension;
+        attachment.content.resize(c.size);
+        EXPECT_EQ(tasket::apps::describeAttachment(attachment), c.expected);
+    }
+}
+
+TEST_F(ShareFormTest, TypedTextGoesIntoTheListPickedByKeyboardOnEnter) {
+    addList("Errands", 0);
+    addList("Work", 1, 1);
+    open({webLink("https://example.org/article")});
+    EXPECT_EQ(window->windowTitle(), "Share to Tasket");
+    EXPECT_EQ(listLabels(), QStringList({"Errands (0 tasks)", "Work (1 task)", "New List…"}));
+    EXPECT_EQ(child<QComboBox>("lists")->currentIndex(), 0);
+    EXPECT_EQ(child<QLabel>("link")->text(), "https://example.org/article");
+    EXPECT_TRUE(child<QLabel>("files")->isHidden());
+
+    auto* text = child<QPlainTextEdit>("text");
+    EXPECT_TRUE(text->hasFocus());
+    QTest::keyClicks(text, "Call Bob");
+    QTest::keyClick(text, Qt::Key_Tab);
+    auto* lists = child<QComboBox>("lists");
+    EXPECT_TRUE(lists->hasFocus());
+    QTest::keyClick(lists, Qt::Key_Down);
+    QTest::keyClick(lists, Qt::Key_Return);
+    EXPECT_FALSE(child<QPushButton>("done")->isEnabled());
+    waitForSaves();
+
+    EXPECT_EQ(completions, 1);
+    const auto tasks = storedTasks("Call Bob", dir.path());
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_EQ(tasks.front()->category()->title(), "Work");
+    EXPECT_EQ(tasks.front()->url(), "https://example.org/article");
+}
+
+TEST_F(ShareFormTest, EscapeAndClosingTheWindowCancelAndWriteNothing) {
+    for (const bool byEscape : {true, false}) {
+        SCOPED_TRACE(byEscape ? "Esc" : "window closed");
+        TempDir caseDir;
+        data = LocalDataManager::make(caseDir.path());
+        completions = 0;
+        open({webLink("https://example.org/")});
+        QTest::keyClicks(child<QPlainTextEdit>("text"), "Not wanted");
+        if (byEscape)
+            QTest::keyClick(child<QPlainTextEdit>("text"), Qt::Key_Escape);
+        else
+            window->close();
+        waitForSaves();
+        EXPECT_EQ(completions, 1);
+        EXPECT_TRUE(controller->pendingSaves()->outcomes().empty());
+        EXPECT_TRUE(window->isVisible()); // until the program quits
+        readers.push_back(LocalDataManager::make(caseDir.path()));
+        EXPECT_EQ(*readers.back()->viewContext()->count(TK_Task::fetchRequest()), 0u);
+        EXPECT_EQ(*readers.back()->viewContext()->count(TK_Category::fetchRequest()), 0u);
+        window.reset();
+        model.reset();
+    }
+}
+
+TEST_F(ShareFormTest, TheNewListSheetMakesTheListOrKeepsTheOneChosenBefore) {
+    struct Case {
+        const char* name;
+        const char* typed; // into the sheet's title field
+        bool pressOK;      // else Esc
+        const char* listOfTask;
+    };
+    const std::vector<Case> cases = {
+        {"a title, OK", "  Groceries ", true, "Groceries"},
+        {"Esc", "Groceries", false, "Errands"},
+        {"a blank title cannot be confirmed", "   ", true, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TempDir caseDir;
+        data = LocalDataManager::make(caseDir.path());
+        addList("Errands", 0);
+        open();
+        QTest::keyClicks(child<QPlainTextEdit>("text"), "Buy milk");
+        auto* lists = child<QComboBox>("lists");
+        QTest::keyClick(lists, Qt::Key_End); // "New List…"
+        settle();
+        auto* sheet = window->findChild<QDialog*>("newListSheet");
+        ASSERT_TRUE(sheet && sheet->isVisible());
+        auto* title = sheet->findChild<QLineEdit*>("title");
+        EXPECT_TRUE(title->hasFocus());
+        QTest::keyClicks(title, c.typed);
+        QTest::keyClick(title, c.pressOK ? Qt::Key_Return : Qt::Key_Escape);
+        settle();
+        if (!c.listOfTask) {
+            EXPECT_TRUE(sheet->isVisible());
+            QTest::keyClick(title, Qt::Key_Escape);
+            settle();
+        }
+        EXPECT_FALSE(window->findChild<QDialog*>("newListSheet"));
+        EXPECT_EQ(lists->currentText().toStdString(),
+                  std::string(c.listOfTask ? c.listOfTask : "Errands") + " (0 tasks)");
+        QTest::keyClick(lists, Qt::Key_Return);
+        waitForSaves();
+        const auto tasks = storedTasks("Buy milk", caseDir.path());
+        ASSERT_EQ(tasks.size(), 1u);
+        EXPECT_EQ(tasks.front()->category()->title(), c.listOfTask ? c.listOfTask : "Errands");
+        window.reset();
+        model.reset();
+    }
+}
+
+TEST_F(ShareFormTest, FilesWithoutThePaidTierShowTheNoticeThenSaveWithoutThem) {
+    addList("Errands", 0);
+    writeFile(dir / "notes.txt", "notes");
+    open({fileLink(dir / "notes.txt")});
+    EXPECT_EQ(child<QLabel>("files")->text(), qs(ShareFormModel::kFilesLeftOutNote));
+
+    auto* text = child<QPlainTextEdit>("text");
+    QTest::keyClicks(text, "With notes");
+    QTest::keyClick(text, Qt::Key_Return, Qt::ControlModifier);
+    settle();
+    auto* notice = window->findChild<QMessageBox*>("premiumRequiredSheet");
+    ASSERT_TRUE(notice && notice->isVisible());
+    EXPECT_EQ(notice->windowTitle(), "Tasket Premium is Required");
+    EXPECT_EQ(notice->text(), "Tasket Premium is Required");
+    EXPECT_EQ(notice->informativeText(), "Please purchase Tasket Premium to access this feature.");
+    EXPECT_EQ(text->toPlainText(), "With notes"); // Ctrl+Enter added no line
+    EXPECT_TRUE(controller->pendingSaves()->outcomes().empty());
+
+    QTest::keyClick(notice, Qt::Key_Escape);
+    settle();
+    EXPECT_FALSE(controller->toolbar().isDonePremiumRequiredPresented().value());
+    EXPECT_TRUE(child<QPushButton>("done")->isEnabled());
+    QTest::keyClick(text, Qt::Key_Return, Qt::ControlModifier);
+    waitForSaves();
+    const auto tasks = storedTasks("With notes", dir.path());
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_TRUE(tasks.front()->attachmentsArray().empty());
+}
+
+TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
+    ASSERT_TRUE(group->setValue(keys::kIsSuccessfulPurchase, true));
+    writeFile(dir / "notes.txt", "notes");
+    writeFile(dir / "Makefile", std::string(1500, 'x'));
+    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile")});
+    EXPECT_EQ(child<QLabel>("files")->text(), "notes.txt (5 bytes)\nMakefile (1.5 kB)");
+    // An empty store: the task goes into a list made for it.
+    EXPECT_EQ(listLabels(), QStringList({"New Category (0 tasks)", "New List…"}));
+    QTest::keyClicks(child<QPlainTextEdit>("text"), "Two files");
+    QTest::mouseClick(child<QPushButton>("done"), Qt::LeftButton);
+    waitForSaves();
+    const auto tasks = storedTasks("Two files", dir.path());
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_EQ(tasks.front()->attachmentsArray().size(), 2u);
+}
