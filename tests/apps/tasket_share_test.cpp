@@ -12,6 +12,8 @@
 #include <QImage>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -376,4 +378,39 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
     const ShareRun run = share({"--yes", "--text", "Big", "big.bin"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(storedTasks().size(), before + 1);
+}
+
+// A save the store refuses is reported, with a failing status, and leaves
+// nothing behind.
+TEST_F(TasketShareTest, AFailedSaveIsReportedAndExitsNonZero) {
+    ASSERT_EQ(share({"--yes", "--text", "First", "https://example.org/1"}).status, 0);
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(storeFile().c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db,
+                           "CREATE TRIGGER refuse BEFORE INSERT ON TK_Task "
+                           "BEGIN SELECT RAISE(ABORT, 'the disk said no'); END",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+    const ShareRun run = share({"--yes", "--text", "Second", "https://example.org/2"});
+    EXPECT_NE(run.status, 0);
+    EXPECT_NE(run.err.find("the task could not be saved"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("the disk said no"), std::string::npos) << run.err;
+    EXPECT_EQ(run.out.find("Saved"), std::string::npos) << run.out;
+    EXPECT_EQ(storedTasks().size(), 1u);
+}
+
+// Picture bytes are never read from a terminal: the user would be left
+// typing into a program that waits for a file.
+TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
+    const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(::grantpt(master), 0);
+    ASSERT_EQ(::unlockpt(master), 0);
+    const ShareRun run = share({"--yes", "--image", "-"}, ::ptsname(master));
+    ::close(master);
+    EXPECT_EQ(run.status, 64) << run.err;
+    EXPECT_NE(run.err.find("refusing to read picture bytes from a terminal"), std::string::npos)
+        << run.err;
+    EXPECT_FALSE(std::filesystem::exists(storeFile()));
 }
