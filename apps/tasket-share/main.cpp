@@ -1,39 +1,59 @@
-// tasket-share: the share intake. Wires the standard streams, Qt's image
-// decoders and the form (when one is compiled in and a display is present)
-// into the program.
+// tasket-share: the share intake, built without the UI toolkit so that a
+// share from a script, a file manager or a terminal starts at once. When the
+// form is wanted (a display, no --yes) or a picture must be decoded, it runs
+// tasket-share-form, the same program with Qt, in its place: the arguments
+// and the unread standard input pass on untouched.
 #include "common/exit_code.h"
-#include "common/qt_image_converter.h"
 #include "tasket-share/share_program.h"
 
-#include <QLoggingCategory>
-#include <cstdlib>
+#include <cerrno>
+#include <cstring>
 #include <exception>
+#include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
-// A display, or Qt told to draw off screen (the form's screenshots and tests).
-bool hasDisplay() {
-    const char* wayland = std::getenv("WAYLAND_DISPLAY");
-    const char* x11 = std::getenv("DISPLAY");
-    const char* platform = std::getenv("QT_QPA_PLATFORM");
-    return (wayland && *wayland) || (x11 && *x11) ||
-           (platform && std::string_view(platform).starts_with("offscreen"));
+using tasket::apps::ShareOptions;
+
+// Every picture goes to tasket-share-form, so this one is only a guard.
+class NoPictureDecoder final : public tasket::platform::ImageConverter {
+  public:
+    tasket::platform::Result<tasket::platform::Bytes>
+    convertToPNG(std::span<const std::uint8_t>) const override {
+        return tasket::platform::fail(tasket::platform::Errc::invalidArgument,
+                                      "this build of tasket-share decodes no pictures");
+    }
+};
+
+bool needsToolkit(const ShareOptions& options) {
+    return options.decodesPictures || options.screenshot ||
+           (!options.yes && tasket::apps::hasDisplay());
+}
+
+// Next to this program (the build tree), or in the libexec folder beside
+// its bin folder (an installation).
+std::filesystem::path formProgram() {
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const auto bin = self.parent_path();
+    for (const auto& candidate :
+         {bin / "tasket-share-form", bin.parent_path() / "libexec" / "tasket-share-form"})
+        if (::access(candidate.c_str(), X_OK) == 0)
+            return candidate;
+    return bin / "tasket-share-form";
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    // A picture that cannot be decoded is reported once, in our words; the
-    // decoders' own warnings would only repeat it.
-    QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio*=false"));
     try {
         const std::vector<std::string> arguments(argv + 1, argv + argc);
-        const tasket::apps::QtImageConverter converter;
+        const NoPictureDecoder converter;
         return tasket::apps::runShareProgram(
             arguments,
             {
@@ -42,10 +62,16 @@ int main(int argc, char** argv) {
                 .err = std::cerr,
                 .imageConverter = converter,
                 .standardInputIsTerminal = ::isatty(STDIN_FILENO) == 1,
-                .makeForm =
-                    [](const tasket::apps::ShareFormSettings& settings) {
-                        return hasDisplay() ? tasket::apps::makeShareForm(settings) : nullptr;
-                    },
+                .makeForm = nullptr,
+                .handOver = [argv](const ShareOptions& options) -> std::optional<int> {
+                    if (!needsToolkit(options))
+                        return std::nullopt;
+                    const std::string program = formProgram().string();
+                    ::execv(program.c_str(), argv);
+                    std::cerr << "tasket-share: cannot start " << program << " for the form and "
+                              << "pictures: " << std::strerror(errno) << '\n';
+                    return tasket::apps::kExitUnavailable;
+                },
             });
     } catch (const std::exception& exception) {
         std::cerr << "tasket-share: internal error: " << exception.what() << '\n';

@@ -86,6 +86,7 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
         } else if (option == imageOption && nextImage < images.size()) {
             const std::string& source = images[nextImage++];
             options.readsStandardInput = options.readsStandardInput || source == "-";
+            options.decodesPictures = true;
             options.groups.back().emplace_back(platform::ImageArgument{source});
         } else if (option == groupOption) {
             options.groups.emplace_back();

@@ -24,6 +24,7 @@ struct ShareOptions {
     bool yes = false;                      // --yes: save without asking
     bool json = false;                     // --json: print the saved task as JSON
     bool readsStandardInput = false;       // some --image is "-"
+    bool decodesPictures = false;          // some --image is given
     std::optional<std::string> screenshot; // --screenshot FILE.png
 };
 

@@ -14,6 +14,7 @@
 #include "tasket-share/share_options.h"
 #include "tasket-share/terminal_prompt.h"
 
+#include <cstdlib>
 #include <fmt/format.h>
 #include <fstream>
 #include <optional>
@@ -203,12 +204,24 @@ class ShareSession {
 
 } // namespace
 
+bool hasDisplay() {
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    const char* x11 = std::getenv("DISPLAY");
+    const char* platform = std::getenv("QT_QPA_PLATFORM");
+    return (wayland && *wayland) || (x11 && *x11) ||
+           (platform && std::string_view(platform).starts_with("offscreen"));
+}
+
 int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironment environment) {
     platform::MainQueue::shared().claimCurrentThread();
     auto parsed = parseShareOptions(arguments, environment.out, environment.err);
     if (!parsed.options)
         return parsed.exitStatus;
     const ShareOptions& options = *parsed.options;
+    // Before anything is read: the other build reads standard input itself.
+    if (environment.handOver)
+        if (const auto status = environment.handOver(options))
+            return *status;
 
     if (options.readsStandardInput && environment.standardInputIsTerminal) {
         report(environment.err,

@@ -7,8 +7,10 @@
 
 #include "platform/extension/image_converter.h"
 #include "tasket-share/share_form.h"
+#include "tasket-share/share_options.h"
 
 #include <functional>
+#include <optional>
 #include <istream>
 #include <ostream>
 #include <span>
@@ -26,7 +28,16 @@ struct ShareProgramEnvironment {
     /// Makes the form when a display is present and --yes is not given;
     /// null or returning null: ask on the terminal.
     std::function<std::unique_ptr<ShareForm>(const ShareFormSettings&)> makeForm;
+    /// Set in the build without the UI toolkit: given the parsed options,
+    /// either lets this process carry on (nullopt) or, when the form or the
+    /// decoding of a picture is needed, runs the build with the toolkit in
+    /// this process's place, returning only the exit status of a failure to.
+    std::function<std::optional<int>(const ShareOptions&)> handOver;
 };
+
+/// Whether a display is present, or Qt is told to draw off screen (the
+/// form's screenshots and tests).
+bool hasDisplay();
 
 /// Runs the program with `arguments` (without the program name) and returns
 /// its exit status (see --help).
