@@ -61,6 +61,9 @@ class ShareSession {
 
     int run(platform::CommandLineShare share, std::string text) {
         auto localDataManager = store::LocalDataManager::make();
+        // Without a form nothing shows the lists live; watching the store
+        // for other processes' saves would only slow a headless share.
+        localDataManager->setWatchesOtherProcesses(m_form != nullptr);
         auto customizationManager = std::make_shared<settings::CustomizationManager>(
             platform::FilePreferencesSuite::inConfigHome(
                 std::string(settings::keys::kAppGroupSuite)),

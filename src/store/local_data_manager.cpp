@@ -81,7 +81,7 @@ std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContaine
         std::make_shared<objectstore::PersistentContainer>(std::string(kModelName), tkDataModel());
     objectstore::StoreDescription description;
     description.url = m_storeURL;
-    description.options.remoteChangeNotifications = true;
+    description.options.remoteChangeNotifications = m_watchesOtherProcesses;
     description.options.historyTracking = true;
     container->persistentStoreDescriptions() = {description};
 

@@ -62,6 +62,11 @@ class LocalDataManager : public std::enable_shared_from_this<LocalDataManager> {
 
     // Remote changes
     bool isObservingRemoteChanges() const { return m_notificationToken.isActive(); }
+    /// Whether the store, once opened, watches its file for other processes'
+    /// saves (on by default). A short-lived process that shows nothing live
+    /// turns it off before the first container() call; later calls change
+    /// nothing.
+    void setWatchesOtherProcesses(bool watches) { m_watchesOtherProcesses = watches; }
     /// Sets what runs, once per remote-change notification received while
     /// this manager exists, on a background queue shared by all managers
     /// (runs happen one after another). Until set, a run does nothing.
@@ -72,6 +77,8 @@ class LocalDataManager : public std::enable_shared_from_this<LocalDataManager> {
     void observeRemoteChanges();
     void processHistory();
     std::shared_ptr<objectstore::PersistentContainer> openContainer() const;
+
+    bool m_watchesOtherProcesses = true;
 
     platform::ObserverToken m_notificationToken;
     std::shared_ptr<objectstore::PersistentContainer> m_container;
