@@ -5,10 +5,16 @@
 
 namespace tasket::apps {
 
+std::shared_ptr<store::LocalDataManager> openStoreForOneCommand() {
+    auto manager = store::LocalDataManager::make();
+    manager->setWatchesOtherProcesses(false);
+    return manager;
+}
+
 platform::Result<StoreView> openStoreView() {
     namespace keys = settings::keys;
     StoreView view;
-    view.localDataManager = store::LocalDataManager::make();
+    view.localDataManager = openStoreForOneCommand();
     view.customizationManager = std::make_shared<settings::CustomizationManager>(
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite)));

@@ -17,6 +17,10 @@ struct StoreView {
     std::unique_ptr<store::LocalDataFetchManager> fetchManager;
 };
 
+/// The user's store for one command: it does not watch for other
+/// processes' saves, since the command ends before any could matter.
+std::shared_ptr<store::LocalDataManager> openStoreForOneCommand();
+
 /// Opens the user's store (the process stops when it cannot) and settings
 /// and fetches the collections. Fails when a fetch fails.
 [[nodiscard]] platform::Result<StoreView> openStoreView();

@@ -5,6 +5,7 @@
 #include "platform/objectstore/object_context.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
+#include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -32,7 +33,7 @@ void DemoCommand::addOptions(CLI::App& command) {
 }
 
 platform::Result<void> DemoCommand::run(CommandContext& context) {
-    auto manager = store::LocalDataManager::make();
+    auto manager = openStoreForOneCommand();
     auto& view = *manager->viewContext();
     const auto now = platform::Clock::shared().now();
 

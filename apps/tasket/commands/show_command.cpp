@@ -5,6 +5,7 @@
 #include "platform/objectstore/predicate/predicate.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
+#include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -29,7 +30,7 @@ void ShowCommand::addOptions(CLI::App& command) {
 }
 
 platform::Result<void> ShowCommand::run(CommandContext& context) {
-    auto manager = store::LocalDataManager::make();
+    auto manager = openStoreForOneCommand();
     auto request = store::TK_Task::fetchRequest();
     request.predicate = *objectstore::Predicate::parse("taskID ==[c] %@", {m_taskID});
     auto found = manager->viewContext()->fetch(request);
