@@ -8,13 +8,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -51,30 +49,16 @@ std::filesystem::path formProgram() {
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        const std::vector<std::string> arguments(argv + 1, argv + argc);
-        const NoPictureDecoder converter;
-        return tasket::apps::runShareProgram(
-            arguments,
-            {
-                .in = std::cin,
-                .out = std::cout,
-                .err = std::cerr,
-                .imageConverter = converter,
-                .standardInputIsTerminal = ::isatty(STDIN_FILENO) == 1,
-                .makeForm = nullptr,
-                .handOver = [argv](const ShareOptions& options) -> std::optional<int> {
-                    if (!needsToolkit(options))
-                        return std::nullopt;
-                    const std::string program = formProgram().string();
-                    ::execv(program.c_str(), argv);
-                    std::cerr << "tasket-share: cannot start " << program << " for the form and "
-                              << "pictures: " << std::strerror(errno) << '\n';
-                    return tasket::apps::kExitUnavailable;
-                },
-            });
-    } catch (const std::exception& exception) {
-        std::cerr << "tasket-share: internal error: " << exception.what() << '\n';
-        return tasket::apps::kExitSoftware;
-    }
+    const NoPictureDecoder converter;
+    return tasket::apps::runShareProgramMain(
+        argc, argv, converter, nullptr,
+        [argv](const ShareOptions& options) -> std::optional<int> {
+            if (!needsToolkit(options))
+                return std::nullopt;
+            const std::string program = formProgram().string();
+            ::execv(program.c_str(), argv);
+            std::cerr << "tasket-share: cannot start " << program
+                      << " for the form and pictures: " << std::strerror(errno) << '\n';
+            return tasket::apps::kExitUnavailable;
+        });
 }

@@ -15,9 +15,13 @@
 #include "tasket-share/terminal_prompt.h"
 
 #include <cstdlib>
+#include <exception>
 #include <fmt/format.h>
 #include <fstream>
+#include <iostream>
 #include <optional>
+#include <unistd.h>
+#include <vector>
 
 namespace tasket::apps {
 namespace {
@@ -285,6 +289,26 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
 
     ShareSession session(options, environment, std::move(form), promptInput);
     return session.run(std::move(share), std::move(text));
+}
+
+int runShareProgramMain(int argc, char** argv, const platform::ImageConverter& imageConverter,
+                        decltype(ShareProgramEnvironment::makeForm) makeForm,
+                        decltype(ShareProgramEnvironment::handOver) handOver) {
+    try {
+        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        return runShareProgram(arguments, {
+                                              .in = std::cin,
+                                              .out = std::cout,
+                                              .err = std::cerr,
+                                              .imageConverter = imageConverter,
+                                              .standardInputIsTerminal = ::isatty(STDIN_FILENO) == 1,
+                                              .makeForm = std::move(makeForm),
+                                              .handOver = std::move(handOver),
+                                          });
+    } catch (const std::exception& exception) {
+        std::cerr << "tasket-share: internal error: " << exception.what() << '\n';
+        return kExitSoftware;
+    }
 }
 
 } // namespace tasket::apps

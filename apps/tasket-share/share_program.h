@@ -43,4 +43,10 @@ bool hasDisplay();
 /// its exit status (see --help).
 int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironment environment);
 
+/// main() of both builds: the program on the standard streams with `argv`,
+/// an internal error reported as such.
+int runShareProgramMain(int argc, char** argv, const platform::ImageConverter& imageConverter,
+                        decltype(ShareProgramEnvironment::makeForm) makeForm,
+                        decltype(ShareProgramEnvironment::handOver) handOver);
+
 } // namespace tasket::apps
