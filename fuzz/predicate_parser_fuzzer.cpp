@@ -2,11 +2,11 @@
 // match the format specifiers in the text. Whatever parses must print as
 // text that parses back to the same text, and must either bind to a small
 // model and compile to SQL that SQLite accepts, or fail to bind cleanly.
-#include "platform/objectstore/model.h"
-#include "platform/objectstore/predicate/bound_predicate.h"
-#include "platform/objectstore/predicate/predicate.h"
-#include "platform/objectstore/predicate/sql_compiler.h"
-#include "platform/objectstore/predicate/sql_functions.h"
+#include "objectstore/model/model.h"
+#include "objectstore/predicate/bound_predicate.h"
+#include "objectstore/predicate/predicate.h"
+#include "objectstore/predicate/sql_compiler.h"
+#include "objectstore/predicate/sql_functions.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -5,7 +5,7 @@
 #include "common/task_report.h"
 #include "platform/extension/command_line_share.h"
 #include "platform/main_queue.h"
-#include "platform/objectstore/predicate/predicate.h"
+#include "objectstore/predicate/predicate.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "share/category_choice.h"

@@ -1,6 +1,6 @@
 #include "bench_store.h"
 
-#include "platform/objectstore/persistent_store.h"
+#include "objectstore/persistent_store.h"
 #include "platform/uuid.h"
 #include "store/local_data_manager.h"
 #include "store/tk_data_model.h"

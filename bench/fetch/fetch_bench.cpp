@@ -20,10 +20,10 @@
 // `fetch_bench --explain` prints the engine's SQL and the hand-written SQL of
 // the compound and CONTAINS fetches with their query plans.
 #include "platform/main_queue.h"
-#include "platform/objectstore/fetched_results_controller.h"
-#include "platform/objectstore/object_context.h"
-#include "platform/objectstore/predicate/sql_compiler.h"
-#include "platform/objectstore/predicate/sql_functions.h"
+#include "objectstore/fetched_results_controller.h"
+#include "objectstore/object_context.h"
+#include "objectstore/predicate/sql_compiler.h"
+#include "objectstore/predicate/sql_functions.h"
 
 #include <benchmark/benchmark.h>
 #include <chrono>

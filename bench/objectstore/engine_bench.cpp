@@ -1,7 +1,7 @@
 // The engine against raw SQLite on the same schema and pragmas: bulk
 // inserts in saves of 1,000, one small durable save, and reading history.
 // Each engine figure has its raw twin in the same run; compare the pairs.
-#include "platform/objectstore/object_context.h"
+#include "objectstore/object_context.h"
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>

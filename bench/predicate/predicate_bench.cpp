@@ -1,12 +1,12 @@
 // Costs of the predicate language on the paths the engine takes: parsing a
 // format string, binding and compiling it to SQL, and evaluating it in
 // memory on unsaved objects (text folding included).
-#include "platform/objectstore/model.h"
-#include "platform/objectstore/object_view.h"
-#include "platform/objectstore/predicate/bound_predicate.h"
-#include "platform/objectstore/predicate/evaluator.h"
-#include "platform/objectstore/predicate/predicate.h"
-#include "platform/objectstore/predicate/sql_compiler.h"
+#include "objectstore/model/model.h"
+#include "objectstore/model/object_view.h"
+#include "objectstore/predicate/bound_predicate.h"
+#include "objectstore/predicate/evaluator.h"
+#include "objectstore/predicate/predicate.h"
+#include "objectstore/predicate/sql_compiler.h"
 
 #include <benchmark/benchmark.h>
 #include <memory>

@@ -8,8 +8,8 @@
 //
 //   import_peer_tasks TASKS_JSON DATA_HOME [--batch N]
 #include "platform/date.h"
-#include "platform/objectstore/object_context.h"
-#include "platform/objectstore/predicate/predicate.h"
+#include "objectstore/object_context.h"
+#include "objectstore/predicate/predicate.h"
 #include "platform/uuid.h"
 #include "store/application_group.h"
 #include "store/local_data_manager.h"

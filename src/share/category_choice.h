@@ -7,7 +7,7 @@
 #pragma once
 
 #include "platform/error.h"
-#include "platform/objectstore/object_context.h"
+#include "objectstore/object_context.h"
 #include "settings/customization_manager.h"
 #include "store/fetched_collection.h"
 #include "store/records.h"

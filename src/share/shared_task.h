@@ -5,7 +5,7 @@
 
 #include "platform/date.h"
 #include "platform/error.h"
-#include "platform/objectstore/object_context.h"
+#include "objectstore/object_context.h"
 #include "settings/customization_manager.h"
 #include "share/attachment_payload.h"
 #include "store/records.h"

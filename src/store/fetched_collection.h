@@ -6,7 +6,7 @@
 // changed result is published as a new snapshot, never by editing this one.
 #pragma once
 
-#include "platform/objectstore/batched_results.h"
+#include "objectstore/batched_results.h"
 
 #include <cstddef>
 #include <iterator>

@@ -8,7 +8,7 @@
 #pragma once
 
 #include "platform/error.h"
-#include "platform/objectstore/fetched_results_controller.h"
+#include "objectstore/fetched_results_controller.h"
 #include "platform/published.h"
 #include "rules/list_view_enumerations.h"
 #include "settings/customization_manager.h"

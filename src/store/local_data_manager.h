@@ -7,7 +7,7 @@
 #pragma once
 
 #include "platform/notification_center.h"
-#include "platform/objectstore/persistent_container.h"
+#include "objectstore/persistent_container.h"
 
 #include <filesystem>
 #include <functional>

@@ -1,8 +1,8 @@
 #include "store/record_invariants.h"
 
-#include "platform/objectstore/object_context.h"
-#include "platform/objectstore/predicate/bound_predicate.h"
-#include "platform/objectstore/predicate/evaluator.h"
+#include "objectstore/object_context.h"
+#include "objectstore/predicate/bound_predicate.h"
+#include "objectstore/predicate/evaluator.h"
 
 #include <stdexcept>
 #include <string>

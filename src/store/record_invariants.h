@@ -4,8 +4,8 @@
 // evaluator all use them as written.
 #pragma once
 
-#include "platform/objectstore/managed_object.h"
-#include "platform/objectstore/predicate/predicate.h"
+#include "objectstore/managed_object.h"
+#include "objectstore/predicate/predicate.h"
 
 #include <string_view>
 

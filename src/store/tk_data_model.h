@@ -4,7 +4,7 @@
 // name (TK_Task, TK_Category, ...).
 #pragma once
 
-#include "platform/objectstore/model.h"
+#include "objectstore/model/model.h"
 
 #include <cstdint>
 #include <memory>

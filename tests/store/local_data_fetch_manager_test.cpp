@@ -1,5 +1,5 @@
 #include "platform/main_queue.h"
-#include "platform/objectstore/predicate/sql_compiler.h"
+#include "objectstore/predicate/sql_compiler.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "store/local_data_fetch_manager.h"

@@ -2,7 +2,7 @@
 // tests.
 #pragma once
 
-#include "platform/objectstore/object_context.h"
+#include "objectstore/object_context.h"
 #include "store/tk_data_model.h"
 #include "support/temp_dir.h"
 

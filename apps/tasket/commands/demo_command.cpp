@@ -2,7 +2,7 @@
 
 #include "common/json_writer.h"
 #include "platform/clock.h"
-#include "platform/objectstore/object_context.h"
+#include "objectstore/object_context.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "tasket/store_view.h"

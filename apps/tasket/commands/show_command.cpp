@@ -2,7 +2,7 @@
 
 #include "common/json_writer.h"
 #include "common/task_report.h"
-#include "platform/objectstore/predicate/predicate.h"
+#include "objectstore/predicate/predicate.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "tasket/store_view.h"

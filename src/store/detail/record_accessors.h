@@ -14,9 +14,9 @@
 //                               void removeFromName(const std::shared_ptr<D>&)
 #pragma once
 
-#include "platform/objectstore/fetch_request.h"
-#include "platform/objectstore/managed_object.h"
-#include "platform/objectstore/object_context.h"
+#include "objectstore/fetch_request.h"
+#include "objectstore/managed_object.h"
+#include "objectstore/object_context.h"
 #include "rules/enumerations.h"
 #include "store/detail/tk_data_schema.h"
 

@@ -5,7 +5,7 @@
 // (tk_data_model.cpp) is built from these tables.
 #pragma once
 
-#include "platform/objectstore/model.h"
+#include "objectstore/model/model.h"
 #include "store/tk_data_model.def"
 
 #include <algorithm>

@@ -1,0 +1,35 @@
+// The result of a fetch with a batch size: the ordered identities are read
+// at once, the rows one batch at a time when an index in that batch is
+// first touched. Holds only identities until then, so a large result costs
+// a few bytes per object.
+#pragma once
+
+#include "objectstore/managed_object.h"
+
+#include <memory>
+#include <vector>
+
+namespace tasket::objectstore {
+
+class BatchedResults {
+  public:
+    BatchedResults() = default;
+    BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids, std::size_t batchSize);
+
+    std::size_t size() const { return m_ids.size(); }
+    bool empty() const { return m_ids.empty(); }
+    const std::vector<ObjectID>& objectIDs() const { return m_ids; }
+    /// The object at `index`, its batch loaded. Use on the context's queue.
+    ObjectPtr at(std::size_t index) const;
+    std::size_t batchSize() const { return m_batchSize; }
+    /// How many batches have been loaded so far.
+    std::size_t loadedBatches() const;
+
+  private:
+    std::shared_ptr<ObjectContext> m_context;
+    std::vector<ObjectID> m_ids;
+    std::size_t m_batchSize = 0;
+    mutable std::vector<bool> m_loaded;
+};
+
+} // namespace tasket::objectstore

@@ -1,0 +1,113 @@
+// One object of the graph, owned by one context. It starts as a fault (only
+// its identity) and loads its row on first access. Setting a relationship
+// keeps the inverse side in step; the context tracks what changed so save
+// can write only that. Use an object only on its context's queue.
+#pragma once
+
+#include "objectstore/model/object_view.h"
+
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <string_view>
+#include <vector>
+
+namespace tasket::objectstore {
+
+class ObjectContext;
+class ManagedObject;
+using ObjectPtr = std::shared_ptr<ManagedObject>;
+
+/// The members of a to-many relationship: insertion order kept, membership
+/// in constant time (lists hold thousands of tasks).
+class ObjectIDSet {
+  public:
+    ObjectIDSet() = default;
+    explicit ObjectIDSet(std::vector<ObjectID> ids);
+    bool contains(ObjectID id) const { return m_index.count(id) > 0; }
+    /// False when already present.
+    bool insert(ObjectID id);
+    /// False when absent.
+    bool erase(ObjectID id);
+    const std::vector<ObjectID>& ids() const { return m_ids; }
+    std::size_t size() const { return m_ids.size(); }
+
+  private:
+    std::vector<ObjectID> m_ids;
+    std::unordered_map<ObjectID, std::size_t, ObjectIDHash> m_index;
+};
+
+class ManagedObject : public ObjectView, public std::enable_shared_from_this<ManagedObject> {
+  public:
+    ManagedObject() = default;
+    ~ManagedObject() override = default;
+    ManagedObject(const ManagedObject&) = delete;
+    ManagedObject& operator=(const ManagedObject&) = delete;
+
+    // Identity and state
+    const EntityDescription& entityDescription() const override { return *m_entity; }
+    ObjectID objectID() const override { return m_id; }
+    /// The owning context; nullptr once the object was deleted and saved or
+    /// the context is gone.
+    ObjectContext* context() const { return m_context; }
+    bool isFault() const { return !m_loaded; }
+    bool isInserted() const { return m_inserted; }
+    bool isDeleted() const { return m_deleted; }
+    bool isUpdated() const;
+    bool hasChanges() const { return m_inserted || m_deleted || isUpdated(); }
+    bool isPropertyChanged(std::size_t property) const;
+    /// Properties changed since the last save, by index.
+    std::vector<std::size_t> changedProperties() const;
+
+    // Attributes. Reading fires the fault; a row that has vanished reads as
+    // nil when the context deletes inaccessible faults.
+    const Value& value(std::size_t attribute) const;
+    void setValue(std::size_t attribute, Value v);
+    const Value& value(std::string_view name) const;
+    void setValue(std::string_view name, Value v);
+
+    // Relationships (property indexes)
+    ObjectPtr toOne(std::size_t property) const;
+    ObjectID toOneID(std::size_t property) const;
+    void setToOne(std::size_t property, const ObjectPtr& target);
+    std::vector<ObjectPtr> toMany(std::size_t property) const;
+    const std::vector<ObjectID>& toManyIDs(std::size_t property) const;
+    void addToMany(std::size_t property, const ObjectPtr& target);
+    void removeFromMany(std::size_t property, const ObjectPtr& target);
+    std::size_t propertyIndex(std::string_view name) const; // throws std::out_of_range for unknown names
+
+    // ObjectView
+    Value attributeValue(std::size_t property) const override { return value(property); }
+    std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const override { return toOne(property); }
+    std::vector<std::shared_ptr<const ObjectView>> relatedObjects(std::size_t property) const override;
+
+  private:
+    friend class ObjectContext;
+
+    struct State {
+        std::vector<Value> attributes;
+        std::vector<ObjectID> toOne;                              // per relationship
+        std::vector<std::optional<ObjectIDSet>> toMany; // per relationship; nullopt = not loaded
+    };
+
+    void fire() const;
+    void willChange(std::size_t property);
+    void loadToMany(std::size_t relationship) const;
+    // Inverse bookkeeping without recursion.
+    void linkInverse(std::size_t relationship, ObjectID target, bool add);
+    void rawAdd(std::size_t relationship, ObjectID id);
+    void rawRemove(std::size_t relationship, ObjectID id);
+
+    ObjectContext* m_context = nullptr;
+    const EntityDescription* m_entity = nullptr;
+    ObjectID m_id;
+    std::int64_t m_version = 0;
+    mutable bool m_loaded = false;
+    bool m_inserted = false;
+    bool m_deleted = false;
+    mutable State m_state;
+    std::optional<State> m_snapshot;  // the committed state, kept from the first change
+    std::vector<bool> m_changed;      // per property
+};
+
+} // namespace tasket::objectstore

@@ -1,0 +1,708 @@
+#include "objectstore/object_context.h"
+
+#include "platform/main_queue.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <future>
+#include <map>
+#include <stdexcept>
+
+namespace tasket::objectstore {
+
+using platform::Errc;
+using platform::fail;
+
+SaveInfo saveInfo(const HistoryTransaction& transaction, const Model& model) {
+    SaveInfo info;
+    info.token = transaction.token;
+    info.contextName = transaction.contextName;
+    for (const auto& c : transaction.changes) {
+        switch (c.type) {
+        case ChangeType::insert: info.inserted.push_back(c.object); break;
+        case ChangeType::update: info.updated.push_back({c.object, c.changedProperties}); break;
+        case ChangeType::remove: info.deleted.push_back(c.object); break;
+        }
+    }
+    (void)model;
+    return info;
+}
+
+std::shared_ptr<ObjectContext> ObjectContext::make(std::shared_ptr<PersistentStore> store, ConcurrencyType type) {
+    return std::shared_ptr<ObjectContext>(new ObjectContext(std::move(store), type));
+}
+
+ObjectContext::ObjectContext(std::shared_ptr<PersistentStore> store, ConcurrencyType type)
+    : m_store(std::move(store)), m_type(type) {
+    if (type == ConcurrencyType::privateQueue)
+        m_queue = std::make_unique<platform::SerialQueue>("object context");
+}
+
+ObjectContext::~ObjectContext() {
+    m_autoMergeToken.reset();
+    for (auto& [id, object] : m_registered)
+        object->m_context = nullptr;
+    // A context released by its own queued work destroys its queue from the
+    // queue's thread; SerialQueue finishes that work on state of its own.
+}
+
+void ObjectContext::setAutomaticallyMergesChangesFromParent(bool on) {
+    m_autoMerge = on;
+    if (!on) {
+        m_autoMergeToken.reset();
+        return;
+    }
+    std::weak_ptr<ObjectContext> weak = weak_from_this();
+    m_autoMergeToken = platform::NotificationCenter::defaultCenter().addObserver(
+        kContextDidSaveNotification, nullptr, [weak, self = this](const platform::Notification& n) {
+            if (n.sender == self)
+                return;
+            const auto* info = std::any_cast<SaveInfo>(&n.userInfo);
+            auto context = weak.lock();
+            if (!info || !context || info->store != context->m_store.get())
+                return;
+            context->perform([weak, copy = *info] {
+                if (auto c = weak.lock())
+                    c->mergeChanges(copy);
+            });
+        });
+}
+
+// ---------------------------------------------------------------- queues
+
+void ObjectContext::perform(std::function<void()> work) {
+    auto self = shared_from_this();
+    auto task = [self, work = std::move(work)] { work(); };
+    if (m_type == ConcurrencyType::mainQueue)
+        platform::MainQueue::shared().post(std::move(task));
+    else
+        m_queue->async(std::move(task));
+}
+
+void ObjectContext::performAndWait(const std::function<void()>& work) {
+    if (m_type == ConcurrencyType::privateQueue) {
+        m_queue->sync(work);
+        return;
+    }
+    auto& main = platform::MainQueue::shared();
+    if (main.isMainThread()) {
+        work();
+        return;
+    }
+    std::promise<void> done;
+    auto future = done.get_future();
+    main.post([&] {
+        work();
+        done.set_value();
+    });
+    future.get();
+}
+
+// ---------------------------------------------------------------- objects
+
+ObjectPtr ObjectContext::makeObject(std::uint32_t entity, ObjectID id) {
+    const auto& e = model().entity(entity);
+    ObjectPtr object = e.makeObject ? e.makeObject() : std::make_shared<ManagedObject>();
+    object->m_context = this;
+    object->m_entity = &e;
+    object->m_id = id;
+    object->m_changed.assign(e.propertyCount(), false);
+    m_registered.emplace(id, object);
+    return object;
+}
+
+ObjectPtr ObjectContext::insertNewObject(std::string_view entityName) {
+    const auto* e = model().entity(entityName);
+    if (!e)
+        throw std::invalid_argument(fmt::format("the model has no entity '{}'", entityName));
+    return insertNewObject(e->index);
+}
+
+ObjectPtr ObjectContext::insertNewObject(std::uint32_t entity) {
+    ObjectPtr object = makeObject(entity, ObjectID{entity, m_nextTemporaryKey--});
+    const auto& e = object->entityDescription();
+    auto& state = object->m_state;
+    state.attributes.reserve(e.attributes.size());
+    for (const auto& a : e.attributes)
+        state.attributes.push_back(a.defaultValue);
+    state.toOne.assign(e.relationships.size(), ObjectID{});
+    state.toMany.assign(e.relationships.size(), ObjectIDSet{});
+    object->m_loaded = true;
+    object->m_inserted = true;
+    markChanged(*object);
+    return object;
+}
+
+ObjectPtr ObjectContext::objectWithID(ObjectID id) {
+    if (auto it = m_registered.find(id); it != m_registered.end())
+        return it->second;
+    return makeObject(id.entity, id);
+}
+
+ObjectPtr ObjectContext::registeredObject(ObjectID id) const {
+    auto it = m_registered.find(id);
+    return it == m_registered.end() ? nullptr : it->second;
+}
+
+Result<ObjectPtr> ObjectContext::existingObject(ObjectID id) {
+    if (auto object = registeredObject(id); object && (!object->isFault() || id.isTemporary()))
+        return object;
+    auto row = m_store->loadRow(id);
+    if (!row)
+        return std::unexpected(row.error());
+    if (!*row)
+        return fail(Errc::notFound, fmt::format("{} {} does not exist", model().entity(id.entity).name, id.key));
+    ObjectPtr object = objectWithID(id);
+    if (object->isFault())
+        applyRow(*object, std::move(**row));
+    return object;
+}
+
+void ObjectContext::applyRow(ManagedObject& object, Row row) {
+    const auto& e = object.entityDescription();
+    auto& state = object.m_state;
+    state.attributes = std::move(row.attributes);
+    state.toOne.assign(e.relationships.size(), ObjectID{});
+    state.toMany.assign(e.relationships.size(), std::nullopt);
+    for (std::size_t i = 0; i < e.relationships.size(); ++i) {
+        const auto& r = e.relationships[i];
+        if (r.toMany)
+            continue;
+        if (e.storage[i] == RelationshipStorage::ForeignKey) {
+            if (row.toOne[i])
+                state.toOne[i] = ObjectID{r.destinationIndex, row.toOne[i]};
+        } else if (auto keys = m_store->relatedKeys(object.m_id, e.attributes.size() + i); keys && !keys->empty()) {
+            state.toOne[i] = ObjectID{r.destinationIndex, keys->front()};
+        }
+    }
+    object.m_version = row.version;
+    object.m_loaded = true;
+}
+
+void ObjectContext::load(ManagedObject& object) {
+    if (object.m_id.isTemporary())
+        return;
+    auto row = m_store->loadRow(object.m_id);
+    if (!row)
+        throw std::runtime_error(row.error().message);
+    if (*row) {
+        applyRow(object, std::move(**row));
+        return;
+    }
+    if (!m_deleteInaccessibleFaults)
+        throw std::runtime_error(fmt::format("{} {} is no longer in the store", object.entityDescription().name,
+                                             object.m_id.key));
+    // The row vanished: the object reads as deleted, with nil values.
+    const auto& e = object.entityDescription();
+    object.m_state.attributes.assign(e.attributes.size(), Value{});
+    object.m_state.toOne.assign(e.relationships.size(), ObjectID{});
+    object.m_state.toMany.assign(e.relationships.size(), ObjectIDSet{});
+    object.m_loaded = true;
+    object.m_deleted = true;
+}
+
+Result<void> ObjectContext::fireFaults(const std::vector<ObjectPtr>& objects) {
+    std::map<std::uint32_t, std::vector<std::int64_t>> keys;
+    for (const auto& o : objects)
+        if (o && o->isFault() && !o->m_id.isTemporary() && o->m_context == this)
+            keys[o->m_id.entity].push_back(o->m_id.key);
+    for (auto& [entity, list] : keys) {
+        auto rows = m_store->loadRows(entity, list);
+        if (!rows)
+            return std::unexpected(rows.error());
+        for (auto& row : *rows) {
+            auto object = registeredObject(ObjectID{entity, row.key});
+            if (object && object->isFault())
+                applyRow(*object, std::move(row));
+        }
+    }
+    for (const auto& o : objects)
+        if (o && o->isFault() && o->m_context == this)
+            load(*o); // vanished rows
+    return {};
+}
+
+void ObjectContext::forget(ObjectID id) {
+    auto it = m_registered.find(id);
+    if (it == m_registered.end())
+        return;
+    it->second->m_context = nullptr;
+    m_registered.erase(it);
+    m_changed.erase(id);
+}
+
+// ---------------------------------------------------------------- deleting
+
+void ObjectContext::applyDeleteRules(ManagedObject& object, std::vector<ObjectPtr>& cascade) {
+    const auto& e = object.entityDescription();
+    for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
+        const auto& r = e.relationships[ri];
+        const std::size_t property = e.attributes.size() + ri;
+        if (r.deleteRule == DeleteRule::Deny || r.deleteRule == DeleteRule::NoAction)
+            continue;
+        std::vector<ObjectPtr> targets;
+        if (r.toMany)
+            targets = object.toMany(property);
+        else if (auto t = object.toOne(property))
+            targets.push_back(t);
+        for (const auto& t : targets) {
+            if (r.toMany)
+                object.removeFromMany(property, t);
+            else
+                object.setToOne(property, nullptr);
+            if (r.deleteRule == DeleteRule::Cascade && !t->m_deleted)
+                cascade.push_back(t);
+        }
+    }
+}
+
+void ObjectContext::deleteObject(const ObjectPtr& object) {
+    if (!object || object->m_context != this || object->m_deleted)
+        return;
+    std::vector<ObjectPtr> pending{object};
+    while (!pending.empty()) {
+        ObjectPtr o = pending.back();
+        pending.pop_back();
+        if (o->m_deleted)
+            continue;
+        o->fire();
+        if (!o->m_inserted && !o->m_snapshot)
+            o->m_snapshot = o->m_state;
+        o->m_deleted = true; // before the rules, so cycles stop here
+        std::vector<ObjectPtr> cascade;
+        applyDeleteRules(*o, cascade);
+        markChanged(*o);
+        pending.insert(pending.end(), cascade.begin(), cascade.end());
+    }
+}
+
+// ---------------------------------------------------------------- changes
+
+void ObjectContext::markChanged(ManagedObject& object) {
+    m_changed.insert(object.m_id);
+    if (object.m_deleted)
+        m_unprocessed.deleted.push_back(object.m_id);
+    else if (object.m_inserted && !m_unprocessedUpdated.count(object.m_id)) {
+        m_unprocessed.inserted.push_back(object.m_id);
+        m_unprocessedUpdated.insert(object.m_id);
+    } else
+        m_unprocessedUpdated.insert(object.m_id);
+    schedulePendingChanges();
+}
+
+void ObjectContext::schedulePendingChanges() {
+    if (m_processScheduled)
+        return;
+    m_processScheduled = true;
+    std::weak_ptr<ObjectContext> weak = weak_from_this();
+    if (weak.expired())
+        return;
+    perform([weak] {
+        if (auto c = weak.lock())
+            c->processPendingChanges();
+    });
+}
+
+void ObjectContext::processPendingChanges() {
+    m_processScheduled = false;
+    if (m_unprocessed.inserted.empty() && m_unprocessed.deleted.empty() && m_unprocessedUpdated.empty())
+        return;
+    ChangeInfo info = std::move(m_unprocessed);
+    m_unprocessed = {};
+    std::set<ObjectID> inserted(info.inserted.begin(), info.inserted.end());
+    std::set<ObjectID> deleted(info.deleted.begin(), info.deleted.end());
+    for (const auto& id : m_unprocessedUpdated) {
+        if (inserted.count(id) || deleted.count(id))
+            continue;
+        auto object = registeredObject(id);
+        if (!object)
+            continue;
+        UpdatedObject u{id, {}};
+        for (auto p : object->changedProperties())
+            u.changedProperties.push_back(object->entityDescription().propertyName(p));
+        info.updated.push_back(std::move(u));
+    }
+    m_unprocessedUpdated.clear();
+    // An object inserted and deleted before anyone heard of it was never there.
+    std::erase_if(info.inserted, [&](const ObjectID& id) { return deleted.count(id) > 0; });
+    std::erase_if(info.deleted, [&](const ObjectID& id) { return id.isTemporary() && inserted.count(id); });
+    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(info));
+}
+
+bool ObjectContext::hasChanges() const {
+    for (const auto& id : m_changed)
+        if (auto o = registeredObject(id); o && o->hasChanges())
+            return true;
+    return false;
+}
+
+std::vector<ObjectPtr> ObjectContext::insertedObjects() const {
+    std::vector<ObjectPtr> out;
+    for (const auto& id : m_changed)
+        if (auto o = registeredObject(id); o && o->m_inserted && !o->m_deleted)
+            out.push_back(o);
+    return out;
+}
+
+std::vector<ObjectPtr> ObjectContext::updatedObjects() const {
+    std::vector<ObjectPtr> out;
+    for (const auto& id : m_changed)
+        if (auto o = registeredObject(id); o && o->isUpdated())
+            out.push_back(o);
+    return out;
+}
+
+std::vector<ObjectPtr> ObjectContext::deletedObjects() const {
+    std::vector<ObjectPtr> out;
+    for (const auto& id : m_changed)
+        if (auto o = registeredObject(id); o && o->m_deleted && !o->m_inserted)
+            out.push_back(o);
+    return out;
+}
+
+Result<void> ObjectContext::save() {
+    processPendingChanges();
+    SaveRequest request;
+    request.policy = m_mergePolicy;
+    request.contextName = m_name;
+    request.author = m_author;
+    std::vector<ObjectPtr> involved;
+    for (const auto& id : m_changed) {
+        ObjectPtr o = registeredObject(id);
+        if (!o)
+            continue;
+        involved.push_back(o);
+        const auto& e = o->entityDescription();
+        if (o->m_inserted && o->m_deleted)
+            continue;
+        ObjectChange change;
+        change.id = o->m_id;
+        change.version = o->m_version;
+        if (o->m_deleted) {
+            change.kind = ObjectChange::Kind::remove;
+            for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
+                const auto& r = e.relationships[ri];
+                if (r.deleteRule != DeleteRule::Deny)
+                    continue;
+                const std::size_t p = e.attributes.size() + ri;
+                std::vector<ObjectPtr> targets = r.toMany ? o->toMany(p) : std::vector<ObjectPtr>{o->toOne(p)};
+                for (const auto& t : targets)
+                    if (t && !t->m_deleted)
+                        return fail(Errc::validation,
+                                    fmt::format("{} {} cannot be deleted while its {} is not empty", e.name,
+                                                o->m_id.key, r.name));
+            }
+            request.changes.push_back(std::move(change));
+            continue;
+        }
+        if (!o->m_inserted && !o->isUpdated())
+            continue;
+        change.kind = o->m_inserted ? ObjectChange::Kind::insert : ObjectChange::Kind::update;
+        for (std::size_t a = 0; a < e.attributes.size(); ++a)
+            if (!e.attributes[a].optional && isNil(o->m_state.attributes[a]))
+                return fail(Errc::validation, fmt::format("{}.{} is required", e.name, e.attributes[a].name));
+        change.attributes = o->m_state.attributes;
+        change.toOne = o->m_state.toOne;
+        change.changed = o->m_changed;
+        for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
+            if (e.storage[ri] != RelationshipStorage::JoinTable)
+                continue;
+            const auto& now = o->m_state.toMany[ri];
+            if (!now)
+                continue;
+            ObjectChange::JoinDelta delta{ri, {}, {}};
+            const ObjectIDSet empty;
+            const auto& before = (o->m_snapshot && o->m_snapshot->toMany[ri]) ? *o->m_snapshot->toMany[ri] : empty;
+            if (!o->m_inserted && !o->m_changed[e.attributes.size() + ri])
+                continue;
+            for (const auto& id2 : now->ids())
+                if (!before.contains(id2))
+                    delta.added.push_back(id2);
+            for (const auto& id2 : before.ids())
+                if (!now->contains(id2))
+                    delta.removed.push_back(id2);
+            if (!delta.added.empty() || !delta.removed.empty())
+                change.joins.push_back(std::move(delta));
+        }
+        request.changes.push_back(std::move(change));
+    }
+    if (request.changes.empty() && involved.empty())
+        return {};
+
+    SaveResult result;
+    if (!request.changes.empty()) {
+        auto saved = m_store->save(request);
+        if (!saved)
+            return std::unexpected(saved.error());
+        result = std::move(*saved);
+    }
+
+    // The save committed: bring the objects in line with the store.
+    SaveInfo info;
+    info.store = m_store.get();
+    info.contextName = m_name;
+    info.token = result.token;
+    ChangeInfo changeInfo;
+    auto permanent = [&](ObjectID id) {
+        auto it = result.permanentIDs.find(id);
+        return it == result.permanentIDs.end() ? id : it->second;
+    };
+    for (const auto& [temp, perm] : result.permanentIDs) {
+        auto node = m_registered.extract(temp);
+        if (node.empty())
+            continue;
+        node.key() = perm;
+        node.mapped()->m_id = perm;
+        m_registered.insert(std::move(node));
+        changeInfo.permanentIDs.emplace_back(temp, perm);
+    }
+    std::set<ObjectID> vanished(result.vanished.begin(), result.vanished.end());
+    std::map<ObjectID, Row> merged;
+    for (auto& [id, row] : result.merged)
+        merged.emplace(id, std::move(row));
+    for (const auto& o : involved) {
+        // References to objects that were temporary.
+        for (auto& t : o->m_state.toOne)
+            t = permanent(t);
+        for (auto& list : o->m_state.toMany)
+            if (list) {
+                std::vector<ObjectID> ids = list->ids();
+                bool renamed = false;
+                for (auto& t : ids)
+                    if (t.isTemporary()) {
+                        t = permanent(t);
+                        renamed = true;
+                    }
+                if (renamed)
+                    list = ObjectIDSet(std::move(ids));
+            }
+    }
+    // Member caches of unchanged objects that took in new objects.
+    for (const auto& [temp, perm] : result.permanentIDs) {
+        auto o = registeredObject(perm);
+        if (!o)
+            continue;
+        const auto& e = o->entityDescription();
+        for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
+            const auto& r = e.relationships[ri];
+            if (r.toMany || !o->m_state.toOne[ri].isValid())
+                continue;
+            auto owner = registeredObject(o->m_state.toOne[ri]);
+            const std::size_t iri = r.inversePropertyIndex - model().entity(r.destinationIndex).attributes.size();
+            if (owner && owner->m_state.toMany.size() > iri && owner->m_state.toMany[iri] &&
+                owner->m_state.toMany[iri]->erase(temp))
+                owner->m_state.toMany[iri]->insert(perm);
+        }
+    }
+    for (const auto& o : involved) {
+        const auto& e = o->entityDescription();
+        const ObjectID original = [&] {
+            for (const auto& [temp, perm] : result.permanentIDs)
+                if (perm == o->m_id)
+                    return temp;
+            return o->m_id;
+        }();
+        if (o->m_deleted) {
+            if (!o->m_inserted)
+                info.deleted.push_back(o->m_id);
+            forget(o->m_id);
+            continue;
+        }
+        if (vanished.count(original)) {
+            o->m_deleted = true;
+            info.deleted.push_back(o->m_id);
+            forget(o->m_id);
+            continue;
+        }
+        if (o->m_inserted) {
+            info.inserted.push_back(o->m_id);
+        } else if (o->isUpdated()) {
+            UpdatedObject u{o->m_id, {}};
+            for (auto p : o->changedProperties())
+                u.changedProperties.push_back(e.propertyName(p));
+            info.updated.push_back(std::move(u));
+        }
+        if (auto it = merged.find(original); it != merged.end()) {
+            auto toMany = std::move(o->m_state.toMany);
+            applyRow(*o, std::move(it->second));
+            o->m_state.toMany = std::move(toMany);
+            changeInfo.updated.push_back({o->m_id, {}});
+        }
+        if (auto v = result.versions.find(original); v != result.versions.end())
+            o->m_version = v->second;
+        o->m_inserted = false;
+        o->m_snapshot.reset();
+        std::fill(o->m_changed.begin(), o->m_changed.end(), false);
+    }
+    m_changed.clear();
+    m_unprocessed = {};
+    m_unprocessedUpdated.clear();
+
+    auto& center = platform::NotificationCenter::defaultCenter();
+    if (!changeInfo.permanentIDs.empty() || !changeInfo.updated.empty())
+        center.post(kObjectsDidChangeNotification, this, std::move(changeInfo));
+    center.post(kContextDidSaveNotification, this, std::move(info));
+    return {};
+}
+
+void ObjectContext::rollback() {
+    ChangeInfo info;
+    for (const auto& id : std::set<ObjectID>(m_changed)) {
+        ObjectPtr o = registeredObject(id);
+        if (!o)
+            continue;
+        if (o->m_inserted) {
+            info.deleted.push_back(id);
+            o->m_deleted = true;
+            forget(id);
+            continue;
+        }
+        if (o->m_snapshot) {
+            o->m_state = std::move(*o->m_snapshot);
+            o->m_snapshot.reset();
+        }
+        o->m_deleted = false;
+        std::fill(o->m_changed.begin(), o->m_changed.end(), false);
+        info.updated.push_back({id, {}});
+    }
+    m_changed.clear();
+    m_unprocessed = {};
+    m_unprocessedUpdated.clear();
+    std::vector<ObjectID> touched;
+    for (const auto& u : info.updated)
+        touched.push_back(u.id);
+    touched.insert(touched.end(), info.deleted.begin(), info.deleted.end());
+    invalidateInverseCaches(touched);
+    if (!info.updated.empty() || !info.deleted.empty())
+        platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(info));
+}
+
+void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
+    if (!object || object->m_context != this || object->m_inserted)
+        return;
+    if (!mergeChanges || !object->hasChanges()) {
+        m_changed.erase(object->m_id);
+        object->m_snapshot.reset();
+        object->m_deleted = false;
+        std::fill(object->m_changed.begin(), object->m_changed.end(), false);
+        object->m_loaded = false;
+        object->m_state = {};
+        return;
+    }
+    auto row = m_store->loadRow(object->m_id);
+    if (!row || !*row)
+        return; // deletion arrives through mergeChanges
+    const auto& e = object->entityDescription();
+    ManagedObject::State mine = std::move(object->m_state);
+    const auto changed = object->m_changed;
+    applyRow(*object, std::move(**row));
+    for (std::size_t p = 0; p < e.propertyCount(); ++p) {
+        if (!changed[p])
+            continue;
+        if (e.isAttribute(p))
+            object->m_state.attributes[p] = std::move(mine.attributes[p]);
+        else {
+            const std::size_t ri = p - e.attributes.size();
+            object->m_state.toOne[ri] = mine.toOne[ri];
+            object->m_state.toMany[ri] = std::move(mine.toMany[ri]);
+        }
+    }
+    if (object->m_snapshot) {
+        // The committed state is now the store's; keep it as the base for rollback.
+        auto stored = m_store->loadRow(object->m_id);
+        if (stored && *stored) {
+            ManagedObject::State base = object->m_state;
+            for (std::size_t a = 0; a < e.attributes.size(); ++a)
+                base.attributes[a] = (**stored).attributes[a];
+            object->m_snapshot = std::move(base);
+        }
+    }
+}
+
+void ObjectContext::reset() {
+    for (auto& [id, object] : m_registered)
+        object->m_context = nullptr;
+    m_registered.clear();
+    m_changed.clear();
+    m_unprocessed = {};
+    m_unprocessedUpdated.clear();
+}
+
+void ObjectContext::overlayPendingMembers(ManagedObject& owner, std::size_t ri) {
+    const auto& r = owner.entityDescription().relationships[ri];
+    const std::uint32_t memberEntity = r.destinationIndex;
+    const std::size_t memberProperty = r.inversePropertyIndex;
+    const std::size_t mri = memberProperty - model().entity(memberEntity).attributes.size();
+    auto& members = *owner.m_state.toMany[ri];
+    for (const auto& id : m_changed) {
+        if (id.entity != memberEntity)
+            continue;
+        auto member = registeredObject(id);
+        if (!member || member->isFault())
+            continue;
+        const ObjectID before = member->m_inserted ? ObjectID{}
+                                : member->m_snapshot ? member->m_snapshot->toOne[mri]
+                                                     : member->m_state.toOne[mri];
+        const ObjectID now = member->m_deleted ? ObjectID{} : member->m_state.toOne[mri];
+        if (before == owner.m_id && now != owner.m_id)
+            members.erase(id);
+        if (now == owner.m_id)
+            members.insert(id);
+    }
+}
+
+void ObjectContext::invalidateInverseCaches(const std::vector<ObjectID>& changed) {
+    std::set<std::pair<std::uint32_t, std::size_t>> targets; // (entity, relationship index)
+    for (const auto& id : changed) {
+        const auto& e = model().entity(id.entity);
+        for (const auto& r : e.relationships) {
+            const auto& dest = model().entity(r.destinationIndex);
+            targets.emplace(dest.index, r.inversePropertyIndex - dest.attributes.size());
+        }
+    }
+    if (targets.empty())
+        return;
+    for (auto& [id, object] : m_registered) {
+        if (object->isFault() || object->hasChanges())
+            continue;
+        for (const auto& [entity, ri] : targets) {
+            if (id.entity != entity)
+                continue;
+            if (object->m_entity->relationships[ri].toMany)
+                object->m_state.toMany[ri].reset();
+            else
+                object->m_loaded = false; // a passive one-to-one: reload it whole
+        }
+    }
+}
+
+void ObjectContext::mergeChanges(const SaveInfo& info) {
+    ChangeInfo out;
+    std::vector<ObjectID> all;
+    for (const auto& id : info.deleted) {
+        all.push_back(id);
+        out.deleted.push_back(id);
+        if (auto o = registeredObject(id)) {
+            o->m_deleted = true;
+            forget(id);
+        }
+    }
+    for (const auto& u : info.updated) {
+        all.push_back(u.id);
+        out.updated.push_back(u);
+        if (auto o = registeredObject(u.id); o && !o->isFault())
+            refresh(o, true);
+    }
+    for (const auto& id : info.inserted) {
+        all.push_back(id);
+        out.inserted.push_back(id);
+        if (auto o = registeredObject(id); o && !o->isFault() && !o->hasChanges())
+            refresh(o, false);
+    }
+    invalidateInverseCaches(all);
+    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(out));
+}
+
+} // namespace tasket::objectstore

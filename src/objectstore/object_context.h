@@ -1,0 +1,179 @@
+// A scratch pad of objects over one persistent store: an identity map of
+// registered objects, the inserted/updated/deleted sets, save, rollback,
+// refresh, and merging of changes another context saved. The view context
+// runs on the main queue; every background context has its own serial
+// queue. A context and its objects are used only on that queue
+// (perform/performAndWait).
+#pragma once
+
+#include "objectstore/batched_results.h"
+#include "objectstore/fetch_request.h"
+#include "objectstore/managed_object.h"
+#include "platform/notification_center.h"
+#include "objectstore/persistent_store.h"
+#include "platform/serial_queue.h"
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace tasket::objectstore {
+
+/// Posted (sender = the context) after a save committed. userInfo: SaveInfo.
+inline constexpr const char* kContextDidSaveNotification = "ObjectContextDidSave";
+/// Posted (sender = the context) when the context's objects changed: local
+/// edits at processPendingChanges(), a save, a merge, a refresh. userInfo: ChangeInfo.
+inline constexpr const char* kObjectsDidChangeNotification = "ObjectContextObjectsDidChange";
+
+struct UpdatedObject {
+    ObjectID id;
+    std::vector<std::string> changedProperties;
+};
+
+/// What one save (or one history transaction) changed: enough for another
+/// context to merge it.
+struct SaveInfo {
+    std::vector<ObjectID> inserted;
+    std::vector<UpdatedObject> updated;
+    std::vector<ObjectID> deleted;
+    std::optional<HistoryToken> token;
+    std::string contextName;
+    const PersistentStore* store = nullptr;
+};
+
+/// A merge built from a history transaction.
+SaveInfo saveInfo(const HistoryTransaction& transaction, const Model& model);
+
+struct ChangeInfo {
+    std::vector<ObjectID> inserted;
+    std::vector<UpdatedObject> updated; // includes refreshed objects
+    std::vector<ObjectID> deleted;
+    std::vector<std::pair<ObjectID, ObjectID>> permanentIDs; // temporary -> permanent, after a save
+};
+
+enum class ConcurrencyType { mainQueue, privateQueue };
+
+class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
+  public:
+    static std::shared_ptr<ObjectContext> make(std::shared_ptr<PersistentStore> store, ConcurrencyType type);
+    ~ObjectContext();
+    ObjectContext(const ObjectContext&) = delete;
+    ObjectContext& operator=(const ObjectContext&) = delete;
+
+    // Configuration
+    const std::string& name() const { return m_name; }
+    void setName(std::string name) { m_name = std::move(name); }
+    const std::string& transactionAuthor() const { return m_author; }
+    void setTransactionAuthor(std::string author) { m_author = std::move(author); }
+    MergePolicy mergePolicy() const { return m_mergePolicy; }
+    void setMergePolicy(MergePolicy policy) { m_mergePolicy = policy; }
+    /// Contexts keep no undo history; this is always false.
+    bool hasUndoManager() const { return false; }
+    bool automaticallyMergesChangesFromParent() const { return m_autoMerge; }
+    /// When on, did-save notifications of other contexts on the same store
+    /// are merged into this one on its queue.
+    void setAutomaticallyMergesChangesFromParent(bool on);
+    bool shouldDeleteInaccessibleFaults() const { return m_deleteInaccessibleFaults; }
+    void setShouldDeleteInaccessibleFaults(bool on) { m_deleteInaccessibleFaults = on; }
+    ConcurrencyType concurrencyType() const { return m_type; }
+    PersistentStore& store() const { return *m_store; }
+    const Model& model() const { return m_store->model(); }
+
+    // Queues
+    /// Runs `work` on the context's queue, later.
+    void perform(std::function<void()> work);
+    /// Runs `work` on the context's queue and waits for it.
+    void performAndWait(const std::function<void()>& work);
+
+    // Objects
+    ObjectPtr insertNewObject(std::string_view entityName);
+    ObjectPtr insertNewObject(std::uint32_t entity);
+    /// The registered object for `id`, or a new fault for it.
+    ObjectPtr objectWithID(ObjectID id);
+    /// The object for `id`, loaded; notFound if its row does not exist.
+    Result<ObjectPtr> existingObject(ObjectID id);
+    /// The registered object, or nullptr.
+    ObjectPtr registeredObject(ObjectID id) const;
+    /// Marks `object` deleted and applies its relationships' delete rules.
+    void deleteObject(const ObjectPtr& object);
+    /// Loads the rows of the given faults with one query per entity.
+    Result<void> fireFaults(const std::vector<ObjectPtr>& objects);
+
+    // Fetching
+    /// The matching objects in order, their rows loaded (in batches of
+    /// fetchBatchSize when set). Unsaved changes count unless the request
+    /// says otherwise: deleted objects drop out, inserted and edited ones
+    /// are judged by their in-memory values. Fails on a predicate or sort
+    /// key that does not fit the entity.
+    Result<std::vector<ObjectPtr>> fetch(const FetchRequest& request);
+    /// The identities of the matching objects, in order.
+    Result<std::vector<ObjectID>> fetchObjectIDs(const FetchRequest& request);
+    /// The identities at once, the rows a batch at a time on access.
+    Result<BatchedResults> fetchBatched(const FetchRequest& request);
+    /// How many objects match.
+    Result<std::size_t> count(const FetchRequest& request);
+
+    // Changes
+    bool hasChanges() const;
+    std::vector<ObjectPtr> insertedObjects() const;
+    std::vector<ObjectPtr> updatedObjects() const;
+    std::vector<ObjectPtr> deletedObjects() const;
+    /// Writes every change in one transaction. On failure nothing is written
+    /// and the context keeps its changes.
+    Result<void> save();
+    /// Drops every unsaved change.
+    void rollback();
+    /// Turns `object` back into a fault (mergeChanges false), or re-reads
+    /// its row keeping its own changes (mergeChanges true).
+    void refresh(const ObjectPtr& object, bool mergeChanges);
+    /// Forgets every registered object.
+    void reset();
+    /// Brings a save of another context (or a history transaction) into this one.
+    void mergeChanges(const SaveInfo& info);
+    /// Posts the objects-did-change notification for edits made since the
+    /// last call. Runs by itself after edits, on the context's queue.
+    void processPendingChanges();
+
+  private:
+    friend class ManagedObject;
+    ObjectContext(std::shared_ptr<PersistentStore> store, ConcurrencyType type);
+
+    ObjectPtr makeObject(std::uint32_t entity, ObjectID id);
+    void load(ManagedObject& object);
+    void applyRow(ManagedObject& object, Row row);
+    void markChanged(ManagedObject& object);
+    void schedulePendingChanges();
+    void applyDeleteRules(ManagedObject& object, std::vector<ObjectPtr>& cascade);
+    void invalidateInverseCaches(const std::vector<ObjectID>& changed);
+    // Applies this context's unsaved membership changes to a member set just
+    // read from the store.
+    void overlayPendingMembers(ManagedObject& owner, std::size_t relationship);
+    void forget(ObjectID id);
+    struct CompiledFetch;
+    Result<CompiledFetch> compile(const FetchRequest& request) const;
+    Result<std::vector<ObjectID>> storedIDs(const CompiledFetch& fetch, bool window);
+    Result<std::vector<ObjectID>> judgedInMemory(const CompiledFetch& fetch, const std::vector<ObjectPtr>& changed);
+
+    std::shared_ptr<PersistentStore> m_store;
+    ConcurrencyType m_type;
+    std::unique_ptr<platform::SerialQueue> m_queue; // private-queue contexts only
+    std::string m_name;
+    std::string m_author;
+    MergePolicy m_mergePolicy = MergePolicy::error;
+    bool m_autoMerge = false;
+    bool m_deleteInaccessibleFaults = true;
+    std::int64_t m_nextTemporaryKey = -1;
+
+    std::unordered_map<ObjectID, ObjectPtr, ObjectIDHash> m_registered;
+    std::set<ObjectID> m_changed; // objects with pending changes (inserted, updated or deleted)
+    // Edits not yet announced by processPendingChanges().
+    ChangeInfo m_unprocessed;
+    std::set<ObjectID> m_unprocessedUpdated;
+    bool m_processScheduled = false;
+    platform::ObserverToken m_autoMergeToken;
+};
+
+} // namespace tasket::objectstore

@@ -1,0 +1,171 @@
+// One store file on disk, described by a model: opening (with checks that
+// leave a damaged file untouched), schema creation and additive migration,
+// reading rows, the save transaction with optimistic locking and merge
+// policies, persistent history, and remote-change notifications when
+// another process commits. Contexts are the normal way in; the store is
+// shared by all contexts of a container and is thread-safe.
+#pragma once
+
+#include "platform/error.h"
+#include "objectstore/history.h"
+#include "objectstore/model/model.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace tasket::objectstore {
+
+namespace detail {
+class Database;
+class Statement;
+class RemoteChangeMonitor;
+} // namespace detail
+
+/// Posted on the default notification centre, sender = the store, when
+/// another process committed to the store file. userInfo: RemoteChangeInfo.
+inline constexpr const char* kStoreRemoteChangeNotification = "ObjectStoreRemoteChange";
+
+struct RemoteChangeInfo {
+    std::filesystem::path storePath;
+    std::optional<HistoryToken> historyToken; // newest token after the change
+};
+
+struct StoreOptions {
+    bool historyTracking = false;
+    bool remoteChangeNotifications = false;
+};
+
+enum class MergePolicy {
+    error,                      // a conflict fails the save
+    mergeByPropertyObjectTrump, // properties this context changed win; others take the stored values
+    overwrite,                  // object trumps: every in-memory property is written
+    rollback,                   // store trumps: this context's changes to the object are dropped
+};
+
+/// A stored row: attribute values and the keys of to-one relationships
+/// stored on this table (0 = none; unused for other relationships).
+struct Row {
+    std::int64_t key = 0;
+    std::int64_t version = 0;
+    std::vector<Value> attributes;
+    std::vector<std::int64_t> toOne;
+};
+
+/// One object's part of a save, as the context hands it to the store.
+struct ObjectChange {
+    enum class Kind { insert, update, remove };
+    Kind kind = Kind::update;
+    ObjectID id;
+    std::int64_t version = 0;          // the version this context read
+    std::vector<Value> attributes;     // every current attribute value
+    std::vector<ObjectID> toOne;       // per relationship: the current to-one target
+    std::vector<bool> changed;         // per property
+    struct JoinDelta {
+        std::size_t relationship; // index into the entity's relationships (JoinTable storage)
+        std::vector<ObjectID> added, removed;
+    };
+    std::vector<JoinDelta> joins;
+};
+
+struct SaveRequest {
+    std::vector<ObjectChange> changes;
+    MergePolicy policy = MergePolicy::error;
+    std::string contextName;
+    std::string author;
+};
+
+struct SaveResult {
+    std::unordered_map<ObjectID, ObjectID, ObjectIDHash> permanentIDs; // temporary -> permanent
+    std::unordered_map<ObjectID, std::int64_t, ObjectIDHash> versions; // written objects' new versions
+    /// Conflicting objects and the stored row they were merged with (the
+    /// row as it is after the save).
+    std::vector<std::pair<ObjectID, Row>> merged;
+    /// Objects the save wanted to update but another writer had deleted.
+    std::vector<ObjectID> vanished;
+    std::optional<HistoryToken> token;
+};
+
+class PersistentStore {
+  public:
+    ~PersistentStore();
+    PersistentStore(const PersistentStore&) = delete;
+    PersistentStore& operator=(const PersistentStore&) = delete;
+
+    /// Opens or creates the store at `path` for `model` (finalized). A file
+    /// that is not a store, is truncated or damaged, or was written by a
+    /// newer schema fails with the file left untouched.
+    static Result<std::shared_ptr<PersistentStore>> open(const std::filesystem::path& path,
+                                                         std::shared_ptr<const Model> model,
+                                                         StoreOptions options = {});
+
+    const Model& model() const { return *m_model; }
+    std::shared_ptr<const Model> sharedModel() const { return m_model; }
+    const std::filesystem::path& path() const { return m_path; }
+    const StoreOptions& options() const { return m_options; }
+    /// A UUID kept in the file; names this store in object URIs.
+    const std::string& identifier() const { return m_identifier; }
+
+    // Reading
+    /// The row of `id`, or nullopt when it does not exist.
+    Result<std::optional<Row>> loadRow(ObjectID id);
+    /// The rows of `keys` of one entity, in no particular order; missing
+    /// keys are left out.
+    Result<std::vector<Row>> loadRows(std::uint32_t entity, std::span<const std::int64_t> keys);
+    /// Keys of the objects a relationship of `id` points at.
+    Result<std::vector<std::int64_t>> relatedKeys(ObjectID id, std::size_t property);
+    /// Runs a read-only statement of the engine's own making. `bind` binds
+    /// its parameters, `row` is called for each row. Internal to the engine.
+    Result<void> query(const std::string& sql, const std::function<void(detail::Statement&)>& bind,
+                       const std::function<void(const detail::Statement&)>& row);
+
+    /// The row columns of `entity` qualified by `alias` ("t0.pk, t0._version,
+    /// t0.\"title\", ..."), to select whole rows in the engine's own queries.
+    const std::string& rowColumns(std::uint32_t entity) const { return m_qualifiedColumns[entity]; }
+    /// Runs a query of the engine's own making whose columns are
+    /// rowColumns(entity), and returns its rows in order.
+    Result<std::vector<Row>> queryRows(const std::string& sql, std::uint32_t entity,
+                                       const std::function<void(detail::Statement&)>& bind);
+
+    // Writing
+    Result<SaveResult> save(const SaveRequest& request);
+
+    // History
+    Result<std::vector<HistoryTransaction>> historyAfter(std::optional<HistoryToken> token);
+    /// Deletes every transaction whose token is at or before `token`.
+    Result<void> deleteHistory(HistoryToken through);
+    Result<std::optional<HistoryToken>> currentHistoryToken();
+
+  private:
+    PersistentStore() = default;
+    Result<void> prepareSchema(bool creating);
+    bool schemaIsCurrent(const std::string& fingerprint);
+    Result<void> updateSchema(std::int64_t version, const std::string& fingerprint);
+    void prepareStatementTexts();
+    Result<void> writeRow(const ObjectChange& change, MergePolicy policy, SaveResult& result, bool& skipped);
+    Result<std::optional<Row>> loadRowLocked(ObjectID id);
+    Result<std::vector<std::int64_t>> relatedKeysLocked(ObjectID id, std::size_t property);
+    void checkRemoteChange();
+
+    std::filesystem::path m_path;
+    std::shared_ptr<const Model> m_model;
+    StoreOptions m_options;
+    std::string m_identifier;
+    std::mutex m_mutex; // guards m_db and m_dataVersion
+    std::unique_ptr<detail::Database> m_db;
+    std::int64_t m_dataVersion = 0;
+    std::vector<std::string> m_selectColumns; // per entity: "pk, _version, cols..."
+    std::vector<std::string> m_insertSql;     // per entity
+    std::vector<std::string> m_qualifiedColumns; // per entity, with the alias t0
+    std::unique_ptr<detail::RemoteChangeMonitor> m_monitor;
+
+    friend class detail::RemoteChangeMonitor;
+};
+
+} // namespace tasket::objectstore

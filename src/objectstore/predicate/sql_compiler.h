@@ -1,0 +1,35 @@
+// Compiles a predicate to an SQL condition over the engine's schema: the
+// main table is aliased t0, to-one hops become LEFT JOINs (aliases t1,
+// t2, ...), a to-many step becomes an EXISTS subquery, or a list of owner
+// keys when ANY picks the elements by an indexed column. Values never enter
+// the SQL text; they are bound in order to its ?s. The condition is 0 or 1
+// for every row, never NULL, so NOT and OR keep the in-memory meaning.
+#pragma once
+
+#include "objectstore/model/model.h"
+#include "objectstore/predicate/bound_predicate.h"
+#include "objectstore/predicate/predicate.h"
+
+#include <string>
+#include <vector>
+
+namespace tasket::objectstore {
+
+struct SqlPredicate {
+    /// LEFT JOIN clauses to follow `FROM "Entity" AS t0`, separated by spaces; may be empty.
+    std::string joins;
+    /// The condition for WHERE; "1" when everything matches.
+    std::string where;
+    /// One value per ? in joins then where: nil, int64, double, text or bytes.
+    std::vector<Value> bindings;
+};
+
+/// Binds `predicate` to entity `entityIndex` and compiles it; fails as
+/// BoundPredicate::bind does.
+Result<SqlPredicate> compileToSql(const Predicate& predicate, const Model& model,
+                                  std::uint32_t entityIndex);
+
+/// Compiles an already bound predicate.
+SqlPredicate compileToSql(const BoundPredicate& predicate);
+
+} // namespace tasket::objectstore

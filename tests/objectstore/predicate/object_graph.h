@@ -1,0 +1,99 @@
+// Test support for the predicate tests: a small model (tasks in folders,
+// tags, steps, one detail per task), an in-memory object graph of it whose
+// objects implement ObjectView, and a mirror of the same graph in SQLite
+// tables laid out the way the engine lays them out, so that one store can
+// be queried both ways.
+#pragma once
+
+#include "objectstore/model/model.h"
+#include "objectstore/model/object_view.h"
+#include "objectstore/predicate/sort_descriptor.h"
+#include "objectstore/predicate/sql_compiler.h"
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+
+namespace tasket::objectstore::testing {
+
+/// Task(title, note, count:Int16, score:Double, flag:Bool, due, start:Date,
+/// ident:UUID, blob:Binary, big:Int64; folder ->Folder, tags <<->> Tag,
+/// steps ->> Step, detail <-> Detail), Folder(name, rank:Int32, archived;
+/// tasks, parent <-> children), Tag(label, weight:Double; tasks),
+/// Step(label, done, when; task), Detail(text; task).
+const Model& testModel();
+std::uint32_t entityIndex(std::string_view name);
+
+class ObjectGraph;
+
+class GraphObject final : public ObjectView {
+  public:
+    GraphObject(const ObjectGraph& graph, const EntityDescription& entity, ObjectID id);
+
+    const EntityDescription& entityDescription() const override { return *m_entity; }
+    ObjectID objectID() const override { return m_id; }
+    Value attributeValue(std::size_t property) const override { return m_attributes[property]; }
+    std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const override;
+    std::vector<std::shared_ptr<const ObjectView>>
+    relatedObjects(std::size_t property) const override;
+
+  private:
+    friend class ObjectGraph;
+    const ObjectGraph* m_graph;
+    const EntityDescription* m_entity;
+    ObjectID m_id;
+    std::vector<Value> m_attributes;
+    std::vector<std::vector<ObjectID>> m_related; // per relationship
+};
+
+class ObjectGraph {
+  public:
+    explicit ObjectGraph(const Model& model) : m_model(model), m_objects(model.entities().size()) {}
+
+    std::shared_ptr<GraphObject> insert(std::string_view entity);
+    void set(GraphObject& object, std::string_view attribute, Value value);
+    /// Adds `target` to `relationship` (replacing a to-one) and keeps the inverse.
+    void relate(GraphObject& object, std::string_view relationship, GraphObject& target);
+
+    std::shared_ptr<const GraphObject> find(ObjectID id) const;
+    const std::vector<std::shared_ptr<GraphObject>>& objects(std::uint32_t entity) const;
+    const Model& model() const { return m_model; }
+
+  private:
+    void unlinkOne(GraphObject& object, std::size_t ri, ObjectID target);
+
+    const Model& m_model;
+    std::vector<std::vector<std::shared_ptr<GraphObject>>> m_objects; // by entity, then key - 1
+};
+
+/// The graph written to a SQLite file: a table per entity, foreign-key
+/// columns and join tables as the engine's schema has them.
+class SqlMirror {
+  public:
+    SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file);
+    ~SqlMirror();
+    SqlMirror(const SqlMirror&) = delete;
+    SqlMirror& operator=(const SqlMirror&) = delete;
+
+    /// The keys of the rows of `entity` that the compiled predicate selects.
+    std::set<std::int64_t> select(std::uint32_t entity, const SqlPredicate& predicate) const;
+    /// The keys of all rows of `entity` in the compiled order.
+    std::vector<std::int64_t> ordered(std::uint32_t entity, const SqlOrder& order) const;
+    sqlite3* handle() const { return m_db; }
+
+  private:
+    void exec(const std::string& sql) const;
+    sqlite3* m_db = nullptr;
+    const Model& m_model;
+};
+
+/// The keys of the objects of `entity` that satisfy `predicate` in memory.
+std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entity,
+                                   const BoundPredicate& predicate);
+
+} // namespace tasket::objectstore::testing

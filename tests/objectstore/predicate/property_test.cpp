@@ -1,0 +1,622 @@
+// The property that lets the engine filter stored rows in SQL and unsaved
+// objects in memory: on a random store (mixed-case and accented text,
+// random nils, every attribute type, to-one, one-to-many, many-to-many and
+// one-to-one relationships, empty and full), the compiled SQL and the
+// in-memory evaluator select exactly the same objects for random predicates
+// drawn from the whole grammar, and sort them in the same order.
+#include "object_graph.h"
+#include "objectstore/predicate/bound_predicate.h"
+#include "objectstore/predicate/predicate.h"
+#include "objectstore/predicate/sort_descriptor.h"
+#include "objectstore/predicate/sql_compiler.h"
+#include "support/temp_dir.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace tasket::objectstore {
+namespace {
+
+using Random = std::mt19937_64;
+
+const std::vector<std::string> kTexts = {
+    "Émile",   "emile",   "ÉMILE",    "Emile",    "e\u0301mile", "straße",   "STRASSE",
+    "Strasse", "strasse", "İstanbul", "istanbul", "ISTANBUL",    "",         "a",
+    "A",       "ab",      "aB",       "b",        "ß",           "ss",       "ǅ",
+    "ǆ",       "Zoë",     "zoe",      "naïve",    "NAIVE",       "a*b",      "x?y",
+    "日本",    "Ω",       "ω",        "ﬁle",      "FILE",        "\xff\xfe", "tab\there",
+    "it's",    "Home",    "home",
+};
+const std::vector<std::string> kPatterns = {
+    "*mile", "?mile", "É*", "*ss*", "*",     "?",   "a\\*b", "st*e",
+    "*i*",   "",      "??", "*ß",   "x\\?y", "*Ω*", "e*e",
+};
+const std::vector<std::int64_t> kIntegers = {-32768, -3, -1, 0, 1, 2, 3, 7, 100, 32767};
+const std::vector<double> kDoubles = {-2.5, -1.0, 0.0, 0.5, 1.0, 2.0, 2.5, 3.0000001, 1e10, -1e300};
+const std::vector<std::int64_t> kBigs = {
+    9007199254740993, 9007199254740992, -9223372036854775807 - 1, 9223372036854775807, 0, 5};
+const std::vector<double> kDates = {0.0,           700'000'000.0, 700'086'400.0,
+                                    700'086'400.5, -86'400.0,     800'000'000.25};
+const std::vector<Uuid> kUuids = {
+    *Uuid::parse("00000000-0000-4000-8000-000000000001"),
+    *Uuid::parse("A0000000-0000-4000-8000-000000000002"),
+    *Uuid::parse("ffffffff-0000-4000-8000-000000000003"),
+    *Uuid::parse("12345678-9ABC-4DEF-8000-000000000004"),
+};
+const std::vector<Bytes> kBlobs = {Bytes{}, Bytes{1, 2}, Bytes{0xff}, Bytes{0, 0, 0}};
+
+template <class T> const T& pick(Random& rng, const std::vector<T>& items) {
+    return items[std::uniform_int_distribution<std::size_t>(0, items.size() - 1)(rng)];
+}
+bool chance(Random& rng, double p) {
+    return std::bernoulli_distribution(p)(rng);
+}
+int between(Random& rng, int low, int high) {
+    return std::uniform_int_distribution<int>(low, high)(rng);
+}
+
+// ---- The random store ----
+
+constexpr int kTasks = 1200, kFolders = 60, kTags = 40, kSteps = 1500, kDetails = 500;
+
+void maybe(Random& rng, testing::ObjectGraph& graph, testing::GraphObject& o, const char* name,
+           Value v) {
+    graph.set(o, name, chance(rng, 0.15) ? Value() : std::move(v));
+}
+
+void fill(testing::ObjectGraph& graph, Random& rng) {
+    std::vector<std::shared_ptr<testing::GraphObject>> folders, tags, tasks;
+    for (int i = 0; i < kFolders; ++i) {
+        auto f = graph.insert("Folder");
+        maybe(rng, graph, *f, "name", pick(rng, kTexts));
+        maybe(rng, graph, *f, "rank", pick(rng, kIntegers));
+        maybe(rng, graph, *f, "archived", chance(rng, 0.5));
+        if (!folders.empty() && chance(rng, 0.4))
+            graph.relate(*f, "parent", *pick(rng, folders));
+        folders.push_back(f);
+    }
+    for (int i = 0; i < kTags; ++i) {
+        auto t = graph.insert("Tag");
+        maybe(rng, graph, *t, "label", pick(rng, kTexts));
+        maybe(rng, graph, *t, "weight", pick(rng, kDoubles));
+        tags.push_back(t);
+    }
+    for (int i = 0; i < kTasks; ++i) {
+        auto t = graph.insert("Task");
+        maybe(rng, graph, *t, "title", pick(rng, kTexts));
+        maybe(rng, graph, *t, "note", pick(rng, kTexts));
+        maybe(rng, graph, *t, "count", pick(rng, kIntegers));
+        maybe(rng, graph, *t, "score",
+              chance(rng, 0.5) ? pick(rng, kDoubles) : static_cast<double>(pick(rng, kIntegers)));
+        maybe(rng, graph, *t, "flag", chance(rng, 0.5));
+        maybe(rng, graph, *t, "due", Date{pick(rng, kDates)});
+        maybe(rng, graph, *t, "start", Date{pick(rng, kDates)});
+        maybe(rng, graph, *t, "ident", pick(rng, kUuids));
+        graph.set(*t, "blob", chance(rng, 0.5) ? Value() : Value(pick(rng, kBlobs)));
+        maybe(rng, graph, *t, "big", pick(rng, kBigs));
+        if (chance(rng, 0.8))
+            graph.relate(*t, "folder", *pick(rng, folders));
+        if (chance(rng, 0.6))
+            for (int n = between(rng, 1, 4); n > 0; --n)
+                graph.relate(*t, "tags", *pick(rng, tags));
+        tasks.push_back(t);
+    }
+    for (int i = 0; i < kSteps; ++i) {
+        auto s = graph.insert("Step");
+        maybe(rng, graph, *s, "label", pick(rng, kTexts));
+        maybe(rng, graph, *s, "done", chance(rng, 0.5));
+        maybe(rng, graph, *s, "when", Date{pick(rng, kDates)});
+        if (chance(rng, 0.95))
+            graph.relate(*s, "task", *tasks[static_cast<std::size_t>(between(rng, 0, kTasks / 2))]);
+    }
+    for (int i = 0; i < kDetails; ++i) {
+        auto d = graph.insert("Detail");
+        maybe(rng, graph, *d, "text", pick(rng, kTexts));
+        if (chance(rng, 0.9))
+            graph.relate(*d, "task", *pick(rng, tasks));
+    }
+}
+
+// ---- Random predicates ----
+
+enum class Kind { text, number, date, uuid, binary, object, collection };
+
+struct PathInfo {
+    const char* path;
+    Kind kind;
+    bool toMany = false;     // needs a quantifier (or is a collection)
+    const char* target = ""; // entity of objects
+};
+
+const std::map<std::string, std::vector<PathInfo>>& paths() {
+    using K = Kind;
+    static const std::map<std::string, std::vector<PathInfo>> table = {
+        {"Task",
+         {{"title", K::text},
+          {"note", K::text},
+          {"folder.name", K::text},
+          {"folder.parent.name", K::text},
+          {"detail.text", K::text},
+          {"count", K::number},
+          {"score", K::number},
+          {"flag", K::number},
+          {"big", K::number},
+          {"folder.rank", K::number},
+          {"folder.archived", K::number},
+          {"tags.@count", K::number},
+          {"steps.@count", K::number},
+          {"folder.tasks.@count", K::number},
+          {"folder.children.@count", K::number},
+          {"due", K::date},
+          {"start", K::date},
+          {"ident", K::uuid},
+          {"blob", K::binary},
+          {"folder", K::object, false, "Folder"},
+          {"folder.parent", K::object, false, "Folder"},
+          {"detail", K::object, false, "Detail"},
+          {"tags.label", K::text, true},
+          {"tags.weight", K::number, true},
+          {"steps.label", K::text, true},
+          {"steps.done", K::number, true},
+          {"steps.when", K::date, true},
+          {"folder.children.name", K::text, true},
+          {"folder.tasks.title", K::text, true},
+          {"tags", K::collection, true, "Tag"},
+          {"steps", K::collection, true, "Step"},
+          {"folder.children", K::collection, true, "Folder"},
+          {"steps.task", K::object, true, "Task"}}},
+        {"Folder",
+         {{"name", K::text},
+          {"parent.name", K::text},
+          {"parent.parent.name", K::text},
+          {"rank", K::number},
+          {"archived", K::number},
+          {"parent.rank", K::number},
+          {"tasks.@count", K::number},
+          {"children.@count", K::number},
+          {"parent", K::object, false, "Folder"},
+          {"children", K::collection, true, "Folder"},
+          {"children.name", K::text, true},
+          {"tasks.title", K::text, true},
+          {"tasks.count", K::number, true},
+          {"tasks.due", K::date, true},
+          {"tasks", K::collection, true, "Task"},
+          {"tasks.detail.text", K::text, true}}},
+        {"Tag",
+         {{"label", K::text},
+          {"weight", K::number},
+          {"tasks.@count", K::number},
+          {"tasks.title", K::text, true},
+          {"tasks.flag", K::number, true},
+          {"tasks.due", K::date, true},
+          {"tasks.folder.name", K::text, true},
+          {"tasks.folder", K::object, true, "Folder"},
+          {"tasks", K::collection, true, "Task"}}},
+        {"Step",
+         {{"label", K::text},
+          {"done", K::number},
+          {"when", K::date},
+          {"task.title", K::text},
+          {"task.folder.name", K::text},
+          {"task.detail.text", K::text},
+          {"task.count", K::number},
+          {"task", K::object, false, "Task"},
+          {"task.tags.label", K::text, true},
+          {"task.tags", K::collection, true, "Tag"},
+          {"task.steps.@count", K::number}}},
+        {"Detail",
+         {{"text", K::text}, {"task.title", K::text}, {"task", K::object, false, "Task"}}},
+    };
+    return table;
+}
+
+struct Generated {
+    std::string format;
+    std::vector<PredicateArgument> arguments;
+};
+
+class Generator {
+  public:
+    Generator(Random& rng, std::string entity) : m_rng(rng), m_entity(std::move(entity)) {}
+
+    Generated next() {
+        Generated g;
+        g.format = predicate(g.arguments, 0);
+        return g;
+    }
+
+  private:
+    // A keyword in a random letter case.
+    std::string word(std::string_view keyword) {
+        std::string out(keyword);
+        const int style = between(m_rng, 0, 3);
+        for (char& c : out)
+            if (style == 1 || (style == 3 && chance(m_rng, 0.5)))
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return out;
+    }
+
+    std::string predicate(std::vector<PredicateArgument>& args, int depth) {
+        const double roll = std::uniform_real_distribution<double>(0, 1)(m_rng);
+        if (depth < 3 && roll < 0.3) {
+            const bool isAnd = chance(m_rng, 0.5);
+            const std::string joiner = chance(m_rng, 0.3) ? (isAnd ? " && " : " || ")
+                                                          : " " + word(isAnd ? "AND" : "OR") + " ";
+            std::string out = "(";
+            for (int n = between(m_rng, 2, 4), i = 0; i < n; ++i)
+                out += (i ? joiner : "") + predicate(args, depth + 1);
+            return out + ")";
+        }
+        if (depth < 3 && roll < 0.4)
+            return (chance(m_rng, 0.5) ? word("NOT") + " " : std::string("!")) + "(" +
+                   predicate(args, depth + 1) + ")";
+        if (roll < 0.42)
+            return word(chance(m_rng, 0.5) ? "TRUEPREDICATE" : "FALSEPREDICATE");
+        return comparison(args);
+    }
+
+    std::string comparison(std::vector<PredicateArgument>& args) {
+        const PathInfo& path = pick(m_rng, paths().at(m_entity));
+        std::string quantifier;
+        if (path.toMany) {
+            static const std::vector<std::string> kQuantifiers = {"ANY", "SOME", "ALL", "NONE"};
+            quantifier = word(pick(m_rng, kQuantifiers)) + " ";
+        }
+        if (path.kind == Kind::collection) {
+            if (chance(m_rng, 0.6)) {
+                if (chance(m_rng, 0.2))
+                    quantifier.clear(); // a bare "rel = nil" tests emptiness too
+                return quantifier + path.path + (chance(m_rng, 0.5) ? " = " : " != ") + nil();
+            }
+            return quantifier + path.path + " " + objectTest(args, path.target);
+        }
+        switch (path.kind) {
+        case Kind::text:
+            return quantifier + textTest(args, path.path, path.toMany);
+        case Kind::number:
+            return quantifier + orderedTest(args, path.path, Kind::number);
+        case Kind::date:
+            return quantifier + orderedTest(args, path.path, Kind::date);
+        case Kind::uuid:
+            return quantifier + uuidTest(args, path.path);
+        case Kind::binary:
+            return quantifier + binaryTest(args, path.path);
+        case Kind::object:
+            return quantifier + path.path + " " + objectTest(args, path.target);
+        case Kind::collection:
+            break;
+        }
+        return "TRUEPREDICATE";
+    }
+
+    std::string nil() { return chance(m_rng, 0.5) ? word("nil") : word("NULL"); }
+
+    std::string op(std::vector<std::string> spellings) { return pick(m_rng, spellings); }
+
+    std::string equality() { return op({"=", "==", "!=", "<>"}); }
+    std::string ordering() { return op({"<", "<=", "=<", ">", ">=", "=>", "=", "==", "!=", "<>"}); }
+
+    // A path of the same kind on this entity with no to-many step.
+    std::optional<std::string> otherPath(Kind kind) {
+        std::vector<const PathInfo*> candidates;
+        for (const auto& p : paths().at(m_entity))
+            if (p.kind == kind && !p.toMany)
+                candidates.push_back(&p);
+        if (candidates.empty())
+            return std::nullopt;
+        return std::string(pick(m_rng, candidates)->path);
+    }
+
+    std::string quoted(const std::string& text) {
+        const char quote = chance(m_rng, 0.5) ? '\'' : '"';
+        std::string out(1, quote);
+        for (char c : text) {
+            if (c == quote || c == '\\')
+                out += '\\';
+            out += c;
+        }
+        return out + quote;
+    }
+
+    std::string textConstant(std::vector<PredicateArgument>& args,
+                             const std::vector<std::string>& pool) {
+        if (chance(m_rng, 0.08))
+            return nil();
+        const std::string& text = pick(m_rng, pool);
+        if (chance(m_rng, 0.5)) {
+            args.emplace_back(text);
+            return "%@";
+        }
+        return quoted(text);
+    }
+
+    std::string options() {
+        static const std::vector<std::string> kOptions = {"",     "",     "[c]", "[d]",
+                                                          "[cd]", "[CD]", "[dc]"};
+        return pick(m_rng, kOptions);
+    }
+
+    std::string list(std::vector<PredicateArgument>& args, int size,
+                     const std::function<std::string()>& literal,
+                     const std::function<Scalar()>& value) {
+        if (chance(m_rng, 0.5)) {
+            ScalarList items;
+            for (int i = 0; i < size; ++i)
+                items.push_back(chance(m_rng, 0.1) ? Scalar() : value());
+            args.emplace_back(std::move(items));
+            return "%@";
+        }
+        std::string out = "{";
+        for (int i = 0; i < size; ++i)
+            out += (i ? ", " : "") + (chance(m_rng, 0.1) ? nil() : literal());
+        return out + "}";
+    }
+
+    std::string textTest(std::vector<PredicateArgument>& args, const std::string& path,
+                         bool toMany) {
+        const int choice = between(m_rng, 0, 9);
+        const std::string opts = options();
+        auto literal = [&] { return quoted(pick(m_rng, kTexts)); };
+        auto value = [&] { return Scalar(pick(m_rng, kTexts)); };
+        switch (choice) {
+        case 0:
+        case 1:
+            return path + " " + ordering() + opts + " " + textConstant(args, kTexts);
+        case 2: {
+            static const std::vector<std::string> kWords = {"CONTAINS", "BEGINSWITH", "ENDSWITH"};
+            return path + " " + word(pick(m_rng, kWords)) + opts + " " + textConstant(args, kTexts);
+        }
+        case 3:
+            return path + " " + word("LIKE") + opts + " " + textConstant(args, kPatterns);
+        case 4:
+            return path + " " + word("IN") + opts + " " +
+                   list(args, between(m_rng, 0, 4), literal, value);
+        case 5:
+            return path + " " + word("BETWEEN") + opts + " " + list(args, 2, literal, value);
+        case 6:
+            if (auto other = otherPath(Kind::text))
+                return path + " " + ordering() + opts + " " + *other;
+            [[fallthrough]];
+        case 7: {
+            // A constant on the left; a to-many path only with operators
+            // that can be mirrored.
+            static const std::vector<std::string> kWords = {"CONTAINS", "BEGINSWITH", "ENDSWITH",
+                                                            "=",        "!=",         "<"};
+            static const std::vector<std::string> kMirrored = {"=", "!=", "<", ">="};
+            const std::string constant = textConstant(args, kTexts);
+            return constant + " " + word(pick(m_rng, toMany ? kMirrored : kWords)) + opts + " " +
+                   path;
+        }
+        default:
+            return path + " " + equality() + opts + " " + textConstant(args, kTexts);
+        }
+    }
+
+    std::string numberLiteral(std::vector<PredicateArgument>& args) {
+        switch (between(m_rng, 0, 7)) {
+        case 0:
+            return fmt::format("{}", pick(m_rng, kIntegers));
+        case 1:
+            return toString(Scalar(pick(m_rng, kDoubles)));
+        case 2:
+            return word(pick(m_rng, std::vector<std::string>{"true", "false", "YES", "NO"}));
+        case 3:
+            args.emplace_back(pick(m_rng, kIntegers));
+            return chance(m_rng, 0.5) ? "%d" : "%ld";
+        case 4:
+            args.emplace_back(chance(m_rng, 0.5));
+            return "%d";
+        case 5:
+            args.emplace_back(pick(m_rng, kDoubles));
+            return chance(m_rng, 0.5) ? "%f" : "%@";
+        case 6:
+            args.emplace_back(pick(m_rng, kBigs));
+            return "%@";
+        default:
+            return chance(m_rng, 0.5) ? nil() : fmt::format("{}", pick(m_rng, kBigs));
+        }
+    }
+
+    std::string dateLiteral(std::vector<PredicateArgument>& args) {
+        const Date d{pick(m_rng, kDates)};
+        if (chance(m_rng, 0.1))
+            return nil();
+        if (chance(m_rng, 0.6)) {
+            args.emplace_back(d);
+            return "%@";
+        }
+        return toString(Scalar(d));
+    }
+
+    std::string orderedTest(std::vector<PredicateArgument>& args, const std::string& path,
+                            Kind kind) {
+        // Arguments cannot sit inside a {...} literal list.
+        auto literal = [&]() -> std::string {
+            if (kind == Kind::date)
+                return toString(Scalar(Date{pick(m_rng, kDates)}));
+            std::vector<PredicateArgument> ignored;
+            std::string text = numberLiteral(ignored);
+            return text.starts_with('%') ? std::string("0") : text;
+        };
+        auto value = [&]() -> Scalar {
+            if (kind == Kind::date)
+                return Date{pick(m_rng, kDates)};
+            return chance(m_rng, 0.5) ? Scalar(pick(m_rng, kIntegers))
+                                      : Scalar(pick(m_rng, kDoubles));
+        };
+        auto constant = [&] {
+            return kind == Kind::number ? numberLiteral(args) : dateLiteral(args);
+        };
+        switch (between(m_rng, 0, 6)) {
+        case 0:
+            return path + " " + word("BETWEEN") + " " + list(args, 2, literal, value);
+        case 1:
+            return path + " " + word("IN") + " " + list(args, between(m_rng, 0, 4), literal, value);
+        case 2:
+            if (auto other = otherPath(kind))
+                return path + " " + ordering() + " " + *other;
+            [[fallthrough]];
+        case 3:
+            return constant() + " " + ordering() + " " + path;
+        default:
+            return path + " " + ordering() + " " + constant();
+        }
+    }
+
+    std::string uuidTest(std::vector<PredicateArgument>& args, const std::string& path) {
+        const Uuid& u = pick(m_rng, kUuids);
+        switch (between(m_rng, 0, 4)) {
+        case 0:
+            args.emplace_back(u);
+            return path + " " + equality() + " %@";
+        case 1:
+            args.emplace_back(u.toString());
+            return path + " " + equality() + " %@";
+        case 2:
+            return path + " " + equality() + " " + toString(Scalar(u));
+        case 3:
+            return path + " " + equality() + " " + nil();
+        default:
+            args.emplace_back(std::vector<Uuid>{u, pick(m_rng, kUuids)});
+            return path + " " + word("IN") + " %@";
+        }
+    }
+
+    std::string binaryTest(std::vector<PredicateArgument>& args, const std::string& path) {
+        if (chance(m_rng, 0.3))
+            return path + " " + equality() + " " + nil();
+        if (chance(m_rng, 0.5)) {
+            args.emplace_back(pick(m_rng, kBlobs));
+            return path + " " + equality() + " %@";
+        }
+        return path + " " + equality() + " " + toString(Scalar(pick(m_rng, kBlobs)));
+    }
+
+    ObjectID someObject(const char* entity) {
+        return ObjectID{testing::entityIndex(entity), between(m_rng, 1, 70)};
+    }
+
+    std::string objectTest(std::vector<PredicateArgument>& args, const char* entity) {
+        switch (between(m_rng, 0, 3)) {
+        case 0:
+            return equality() + " " + nil();
+        case 1:
+            args.emplace_back(someObject(entity));
+            return equality() + " %@";
+        case 2: {
+            std::vector<ObjectID> ids;
+            for (int n = between(m_rng, 0, 5); n > 0; --n)
+                ids.push_back(someObject(entity));
+            args.emplace_back(ids);
+            return word("IN") + " %@";
+        }
+        default:
+            return equality() + " " + toString(Scalar(someObject(entity)));
+        }
+    }
+
+    Random& m_rng;
+    std::string m_entity;
+};
+
+class RandomStore : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        s_graph = new testing::ObjectGraph(testing::testModel());
+        Random rng(20261121);
+        fill(*s_graph, rng);
+        s_dir = new tasket::testing::TempDir();
+        s_mirror = new testing::SqlMirror(*s_graph, *s_dir / "random.sqlite");
+    }
+    static void TearDownTestSuite() {
+        delete s_mirror;
+        delete s_dir;
+        delete s_graph;
+    }
+
+    static testing::ObjectGraph* s_graph;
+    static tasket::testing::TempDir* s_dir;
+    static testing::SqlMirror* s_mirror;
+};
+
+testing::ObjectGraph* RandomStore::s_graph = nullptr;
+tasket::testing::TempDir* RandomStore::s_dir = nullptr;
+testing::SqlMirror* RandomStore::s_mirror = nullptr;
+
+TEST_F(RandomStore, SqlAndMemorySelectTheSameObjects) {
+    constexpr int kPredicates = 10'000;
+    const std::vector<std::pair<const char*, int>> share = {
+        {"Task", 70}, {"Folder", 10}, {"Tag", 8}, {"Step", 8}, {"Detail", 4}};
+    Random rng(7);
+    int failures = 0, nonTrivial = 0;
+    for (const auto& [entity, percent] : share) {
+        Generator generator(rng, entity);
+        const auto index = testing::entityIndex(entity);
+        const std::size_t all = s_graph->objects(index).size();
+        for (int i = 0; i < kPredicates * percent / 100 && failures < 10; ++i) {
+            const Generated g = generator.next();
+            auto parsed = Predicate::parse(g.format, g.arguments);
+            ASSERT_TRUE(parsed) << g.format << ": " << parsed.error().message;
+            auto bound = BoundPredicate::bind(*parsed, testing::testModel(), index);
+            ASSERT_TRUE(bound) << parsed->toString() << ": " << bound.error().message;
+            const auto memory = testing::evaluateAll(*s_graph, index, *bound);
+            const SqlPredicate sql = compileToSql(*bound);
+            const auto stored = s_mirror->select(index, sql);
+            if (stored != memory) {
+                ++failures;
+                ADD_FAILURE() << entity << ": " << parsed->toString() << "\nSQL: " << sql.joins
+                              << " WHERE " << sql.where << "\nSQL selects " << stored.size()
+                              << ", memory " << memory.size();
+            }
+            if (!memory.empty() && memory.size() != all)
+                ++nonTrivial;
+            if (i % 5 == 0) {
+                auto again = Predicate::parse(parsed->toString());
+                ASSERT_TRUE(again) << parsed->toString() << ": " << again.error().message;
+                EXPECT_EQ(again->toString(), parsed->toString());
+                auto reboundAgain = BoundPredicate::bind(*again, testing::testModel(), index);
+                ASSERT_TRUE(reboundAgain);
+                EXPECT_EQ(testing::evaluateAll(*s_graph, index, *reboundAgain), memory)
+                    << parsed->toString();
+            }
+        }
+    }
+    // The generator must mostly produce predicates that split the store.
+    EXPECT_GT(nonTrivial, kPredicates / 3);
+}
+
+TEST_F(RandomStore, SqlAndMemorySortAlike) {
+    using C = SortDescriptor::Comparison;
+    const std::map<std::string, std::vector<std::string>> sortable = {
+        {"Task",
+         {"title", "note", "count", "score", "flag", "due", "start", "ident", "blob", "big",
+          "folder.name", "folder.parent.rank", "detail.text", "tags.@count", "folder"}},
+        {"Folder", {"name", "rank", "parent.name", "tasks.@count", "children.@count"}},
+        {"Step", {"label", "when", "task.title", "task.folder.name"}},
+    };
+    Random rng(11);
+    for (int i = 0; i < 300; ++i) {
+        const auto& [entity, keys] = *std::next(sortable.begin(), between(rng, 0, 2));
+        std::vector<SortDescriptor> descriptors;
+        for (int n = between(rng, 1, 3); n > 0; --n)
+            descriptors.push_back({pick(rng, keys), chance(rng, 0.5),
+                                   chance(rng, 0.5) ? C::localizedCaseInsensitive : C::plain});
+        const auto index = testing::entityIndex(entity);
+        auto order = compileSort(descriptors, testing::testModel(), index);
+        ASSERT_TRUE(order) << order.error().message;
+        auto comparator = ObjectComparator::make(descriptors, testing::testModel(), index);
+        ASSERT_TRUE(comparator);
+        auto objects = s_graph->objects(index);
+        std::sort(objects.begin(), objects.end(),
+                  [&](const auto& a, const auto& b) { return (*comparator)(*a, *b); });
+        std::vector<std::int64_t> memory;
+        for (const auto& o : objects)
+            memory.push_back(o->objectID().key);
+        ASSERT_EQ(s_mirror->ordered(index, *order), memory) << order->orderBy;
+    }
+}
+
+} // namespace
+} // namespace tasket::objectstore

@@ -1,0 +1,376 @@
+// The meaning of predicates on a small hand-made store, checked through both
+// evaluators at once: nil, text options, numbers across types, dates,
+// to-one hops, ANY/ALL/NONE and @count, object identities; binding errors;
+// and sorting.
+#include "object_graph.h"
+#include "objectstore/predicate/bound_predicate.h"
+#include "objectstore/predicate/evaluator.h"
+#include "objectstore/predicate/sort_descriptor.h"
+#include "objectstore/predicate/sql_compiler.h"
+#include "support/temp_dir.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tasket::objectstore {
+namespace {
+
+using platform::Errc;
+using ::testing::HasSubstr;
+using Keys = std::set<std::int64_t>;
+
+const Date kMonday{700'000'000};
+const Date kTuesday{700'086'400};
+const Uuid kFirst = *Uuid::parse("00000000-0000-4000-8000-000000000001");
+const Uuid kSecond = *Uuid::parse("A0000000-0000-4000-8000-000000000002");
+
+// Tasks 1..6; folders 1 "Home" (child 3 "Sub"), 2 (no name); tags 1 "red",
+// 2 (no label); steps; detail on task 1.
+class SmallStore : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        auto task = [&](Value title, Value count, Value score, Value flag, Value due) {
+            auto t = graph.insert("Task");
+            graph.set(*t, "title", std::move(title));
+            graph.set(*t, "count", std::move(count));
+            graph.set(*t, "score", std::move(score));
+            graph.set(*t, "flag", std::move(flag));
+            graph.set(*t, "due", std::move(due));
+            return t;
+        };
+        using I = std::int64_t;
+        auto t1 = task("Émile", I{1}, 1.0, true, kMonday);
+        auto t2 = task("emile", I{2}, 2.5, false, kTuesday);
+        auto t3 = task({}, {}, {}, {}, {});
+        auto t4 = task("straße", I{3}, 3.0, true, kMonday);
+        auto t5 = task("STRASSE", I{-1}, -0.5, false, kTuesday);
+        auto t6 = task("a*b", I{32767}, 1e300, {}, {});
+        graph.set(*t1, "start", kMonday);
+        graph.set(*t2, "start", kMonday);
+        graph.set(*t5, "start", kMonday);
+        graph.set(*t1, "ident", kFirst);
+        graph.set(*t2, "ident", kSecond);
+        graph.set(*t1, "blob", Bytes{});
+        graph.set(*t2, "blob", Bytes{1, 2});
+        graph.set(*t1, "big", I{9007199254740993});
+        graph.set(*t2, "big", I{-5});
+        graph.set(*t1, "note", "");
+        graph.set(*t2, "note", "x");
+
+        auto home = graph.insert("Folder");
+        graph.set(*home, "name", "Home");
+        graph.set(*home, "rank", I{2});
+        auto unnamed = graph.insert("Folder");
+        graph.set(*unnamed, "rank", I{5});
+        auto sub = graph.insert("Folder");
+        graph.set(*sub, "name", "Sub");
+        graph.relate(*sub, "parent", *home);
+        graph.relate(*t1, "folder", *home);
+        graph.relate(*t4, "folder", *home);
+        graph.relate(*t3, "folder", *unnamed);
+        graph.relate(*t6, "folder", *sub);
+
+        auto red = graph.insert("Tag");
+        graph.set(*red, "label", "red");
+        graph.set(*red, "weight", 1.0);
+        auto blank = graph.insert("Tag");
+        graph.relate(*t1, "tags", *red);
+        graph.relate(*t3, "tags", *red);
+        graph.relate(*t3, "tags", *blank);
+        graph.relate(*t4, "tags", *blank);
+
+        auto step = [&](testing::GraphObject& owner, Value label, Value done) {
+            auto s = graph.insert("Step");
+            graph.set(*s, "label", std::move(label));
+            graph.set(*s, "done", std::move(done));
+            graph.relate(*s, "task", owner);
+        };
+        step(*t1, "a", true);
+        step(*t3, "B", false);
+        step(*t3, {}, {});
+        step(*t4, "c", true);
+
+        auto detail = graph.insert("Detail");
+        graph.set(*detail, "text", "hello");
+        graph.relate(*t1, "detail", *detail);
+
+        mirror = std::make_unique<testing::SqlMirror>(graph, dir / "small.sqlite");
+    }
+
+    // The keys selected in memory, after checking that SQL selects the same.
+    Keys both(std::string_view entity, const char* format,
+              const std::vector<PredicateArgument>& arguments) {
+        auto parsed = Predicate::parse(format, arguments);
+        EXPECT_TRUE(parsed) << parsed.error().message;
+        if (!parsed)
+            return {};
+        const auto index = testing::entityIndex(entity);
+        auto bound = BoundPredicate::bind(*parsed, testing::testModel(), index);
+        EXPECT_TRUE(bound) << bound.error().message;
+        if (!bound)
+            return {};
+        const Keys memory = testing::evaluateAll(graph, index, *bound);
+        const SqlPredicate sql = compileToSql(*bound);
+        EXPECT_EQ(mirror->select(index, sql), memory) << sql.joins << " WHERE " << sql.where;
+        return memory;
+    }
+
+    testing::ObjectGraph graph{testing::testModel()};
+    tasket::testing::TempDir dir;
+    std::unique_ptr<testing::SqlMirror> mirror;
+};
+
+struct Case {
+    const char* format;
+    std::vector<PredicateArgument> arguments;
+    Keys expected;
+    const char* entity = "Task";
+};
+
+TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
+    const std::vector<Case> cases = {
+        // nil
+        {"title != 'x'", {}, {1, 2, 3, 4, 5, 6}},
+        {"title = nil", {}, {3}},
+        {"nil = title", {}, {3}},
+        {"NOT (title = 'Émile')", {}, {2, 3, 4, 5, 6}},
+        {"title < 'f'", {}, {2, 5, 6}},
+        {"title >= nil OR title <= nil", {}, {}},
+        {"title CONTAINS nil OR title BEGINSWITH nil OR title LIKE nil", {}, {}},
+        {"NOT title CONTAINS 'x'", {}, {1, 2, 3, 4, 5, 6}},
+        {"note = ''", {}, {1}},
+        {"note = nil OR note = ''", {}, {1, 3, 4, 5, 6}},
+        // text options
+        {"title ==[c] 'émile'", {}, {1}},
+        {"title ==[cd] 'EMILE'", {}, {1, 2}},
+        {"title ==[d] 'Emile'", {}, {1}},
+        {"title ==[c] 'strasse'", {}, {4, 5}},
+        {"title CONTAINS[c] 'SS'", {}, {4, 5}},
+        {"title CONTAINS 'SS'", {}, {5}},
+        {"title BEGINSWITH[cd] 'e'", {}, {1, 2}},
+        {"title ENDSWITH[c] 'E'", {}, {1, 2, 4, 5}},
+        {"title LIKE[c] '?mile'", {}, {1, 2}},
+        {"title LIKE 'st*e'", {}, {4}},
+        {"title LIKE '*'", {}, {1, 2, 4, 5, 6}},
+        {"title LIKE 'a\\\\*b'", {}, {6}},
+        {"title LIKE 'a\\\\*'", {}, {}},
+        {"title IN {'emile', nil}", {}, {2, 3}},
+        {"title IN[c] {'EMILE'}", {}, {2}},
+        {"title IN {}", {}, {}},
+        {"NOT title IN {}", {}, {1, 2, 3, 4, 5, 6}},
+        {"title BETWEEN[c] {'e', 'f'}", {}, {2}},
+        // numbers, bools, dates, UUIDs, bytes
+        {"count > 1.5", {}, {2, 4, 6}},
+        {"score = 1", {}, {1}},
+        {"score = %d", {true}, {1}},
+        {"flag = 1", {}, {1, 4}},
+        {"flag = YES", {}, {1, 4}},
+        {"flag != true", {}, {2, 3, 5, 6}},
+        {"count BETWEEN {1, 3}", {}, {1, 2, 4}},
+        {"count BETWEEN {3, 1}", {}, {}},
+        {"count IN {-1, 2.0, nil}", {}, {2, 3, 5}},
+        {"score > count", {}, {2, 5, 6}},
+        {"big = %@", {9007199254740992.0}, {}},
+        {"big > %@", {9007199254740992.0}, {1}},
+        {"big = %@", {std::int64_t{9007199254740993}}, {1}},
+        {"due = %@", {kMonday}, {1, 4}},
+        {"due < %@", {kTuesday}, {1, 4}},
+        {"due BETWEEN {%@, %@}", {kMonday, kTuesday}, {1, 2, 4, 5}},
+        {"start <= due", {}, {1, 2, 5}},
+        {"start = due", {}, {1, 3, 6}},
+        {"ident = %@", {kFirst.toString()}, {1}},
+        {"ident IN %@", {std::vector<Uuid>{kFirst, kSecond}}, {1, 2}},
+        {"ident != %@", {kFirst}, {2, 3, 4, 5, 6}},
+        {"blob = BYTES('')", {}, {1}},
+        {"blob != nil", {}, {1, 2}},
+        // to-one hops and the passive side of a one-to-one
+        {"folder = nil", {}, {2, 5}},
+        {"folder.name = nil", {}, {2, 3, 5}},
+        {"folder.name != 'Home'", {}, {2, 3, 5, 6}},
+        {"folder.parent.name = 'Home'", {}, {6}},
+        {"folder.rank > count", {}, {1}},
+        {"detail.text BEGINSWITH 'he'", {}, {1}},
+        {"detail != nil", {}, {1}},
+        {"folder = %@", {ObjectID{testing::entityIndex("Folder"), 1}}, {1, 4}},
+        {"folder IN %@",
+         {std::vector<ObjectID>{{testing::entityIndex("Folder"), 2},
+                                {testing::entityIndex("Folder"), 3}}},
+         {3, 6}},
+        // to-many
+        {"ANY tags = nil", {}, {2, 5, 6}},
+        {"tags = nil", {}, {2, 5, 6}},
+        {"ANY tags != nil", {}, {1, 3, 4}},
+        {"NONE tags = nil", {}, {1, 3, 4}},
+        {"ANY tags.label = nil", {}, {3, 4}},
+        {"ALL tags.label = 'red'", {}, {1, 2, 5, 6}},
+        {"NONE tags.label = 'red'", {}, {2, 4, 5, 6}},
+        {"SOME tags.label ==[c] 'RED'", {}, {1, 3}},
+        {"ALL tags = nil", {}, {2, 5, 6}},
+        {"ANY tags IN %@", {std::vector<ObjectID>{{testing::entityIndex("Tag"), 1}}}, {1, 3}},
+        {"tags.@count = 2", {}, {3}},
+        {"tags.@count = steps.@count", {}, {1, 2, 3, 4, 5, 6}},
+        {"steps.@count >= 2", {}, {3}},
+        {"ANY steps.done = false", {}, {3}},
+        {"ALL steps.done = true", {}, {1, 2, 4, 5, 6}},
+        {"ANY steps.label = nil", {}, {3}},
+        {"ANY 'B' = steps.label", {}, {3}},
+        {"ANY steps.label < title", {}, {1, 4}},
+        {"ANY steps.label >= 'a'", {}, {1, 4}},
+        {"ANY folder.children.name = 'Sub'", {}, {1, 4}},
+        {"folder.tasks.@count = 2", {}, {1, 4}},
+        {"folder.children.@count = 0", {}, {2, 3, 5, 6}},
+        // other entities and directions of the many-to-many
+        {"ANY tasks.title BEGINSWITH 'É'", {}, {1}, "Tag"},
+        {"tasks.@count = 2", {}, {1, 2}, "Tag"},
+        {"parent = nil AND children.@count > 0", {}, {1}, "Folder"},
+        {"task.detail = nil", {}, {2, 3, 4}, "Step"},
+        {"task.folder.name CONTAINS[c] 'HOME'", {}, {1, 4}, "Step"},
+        {"task.title ==[cd] 'emile'", {}, {1}, "Detail"},
+        // constants
+        {"TRUEPREDICATE AND NOT FALSEPREDICATE", {}, {1, 2, 3, 4, 5, 6}},
+        {"1 = 1.0 AND 'a' < 'b'", {}, {1, 2, 3, 4, 5, 6}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.format);
+        EXPECT_EQ(both(c.entity, c.format, c.arguments), c.expected);
+    }
+}
+
+TEST_F(SmallStore, BindingRejectsUnknownKeysAndTypeMismatches) {
+    struct Bad {
+        const char* format;
+        std::vector<PredicateArgument> arguments;
+        const char* message;
+    };
+    const std::vector<Bad> cases = {
+        {"titel = 'x'", {}, "unknown key 'titel': Task has no property 'titel' (at offset 0)"},
+        {"flag = 1 AND folder.nam = 'x'", {}, "Folder has no property 'nam' (at offset 13)"},
+        {"title > 3", {}, "type mismatch: 'title' is text, compared with a number"},
+        {"due = 3", {}, "'due' is a date, compared with a number"},
+        {"folder.name.x = 1", {}, "Folder.name is an attribute and has no properties"},
+        {"tags.label = 'x'",
+         {},
+         "'tags.label' is a to-many key path and needs ANY, ALL, NONE or SOME"},
+        {"ANY title = 'x'", {}, "need a key path through a to-many relationship"},
+        {"ANY tags.tasks.title = 'x'", {}, "crosses more than one to-many relationship"},
+        {"ANY tags.label = steps.label", {}, "one to-many key path only"},
+        {"'x' CONTAINS ANY", {}, "found 'ANY'"},
+        {"count CONTAINS 'a'", {}, "'count' is a number, compared with text"},
+        {"title CONTAINS 3", {}, "compared with a number"},
+        {"count ==[c] 1", {}, "[c]/[d] applies to text only"},
+        {"ident = 'not a uuid'", {}, "\"not a uuid\" is not a UUID"},
+        {"folder = %@",
+         {ObjectID{testing::entityIndex("Tag"), 1}},
+         "'folder' is an object of Folder, compared with an object of Tag"},
+        {"blob < BYTES('00')", {}, "binary data cannot be ordered"},
+        {"ident > %@", {kFirst}, "a UUID cannot be ordered"},
+        {"title IN 'a'", {}, "IN needs a list {...} on the right"},
+        {"title = {'a'}", {}, "a list can only follow IN or BETWEEN"},
+        {"count BETWEEN {1}", {}, "BETWEEN needs a list of two values"},
+        {"ANY tags.@count > 1", {}, "@count takes no ANY"},
+        {"title.@count > 1", {}, "Task.title is an attribute"},
+        {"folder.@count > 1", {}, "@count must follow a to-many relationship"},
+        {"tags CONTAINS 'x'", {}, "type mismatch"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.format);
+        auto parsed = Predicate::parse(c.format, c.arguments);
+        if (!parsed) {
+            EXPECT_THAT(parsed.error().message, HasSubstr(c.message));
+            continue;
+        }
+        auto bound =
+            BoundPredicate::bind(*parsed, testing::testModel(), testing::entityIndex("Task"));
+        ASSERT_FALSE(bound);
+        EXPECT_EQ(bound.error().code, Errc::invalidArgument);
+        EXPECT_THAT(bound.error().message, HasSubstr(c.message));
+    }
+}
+
+TEST_F(SmallStore, ValuesNeverEnterTheSqlText) {
+    auto parsed = Predicate::parse(
+        "title = %@ OR note CONTAINS[c] %@ OR ANY tags.label IN %@",
+        {"Robert'); DROP TABLE \"Task\"; --", "x' OR 1=1 --", std::vector<std::string>{"a", "b"}});
+    ASSERT_TRUE(parsed);
+    auto sql = compileToSql(*parsed, testing::testModel(), testing::entityIndex("Task"));
+    ASSERT_TRUE(sql);
+    EXPECT_EQ(sql->where.find("Robert"), std::string::npos);
+    EXPECT_EQ(sql->where.find("1=1"), std::string::npos);
+    EXPECT_EQ(sql->bindings.size(), 4u);
+    EXPECT_NO_THROW(mirror->select(testing::entityIndex("Task"), *sql));
+}
+
+// ANY = / IN on the elements or an indexed column of theirs compiles to a
+// list of owner keys; an element without an owner must not turn a NOT of it
+// into NULL, nor must an owner missing behind a to-one hop.
+TEST_F(SmallStore, AnyByIndexedColumnDrawsOwnersFromTheElements) {
+    auto orphan = graph.insert("Step");
+    graph.set(*orphan, "label", "a");
+    mirror = std::make_unique<testing::SqlMirror>(graph, dir / "orphan.sqlite");
+    const auto tag = testing::entityIndex("Tag");
+    const std::vector<Case> cases = {
+        {"ANY steps.label = 'a'", {}, {1}},
+        {"NOT (ANY steps.label IN {'a', 'c'})", {}, {2, 3, 5, 6}},
+        {"NONE steps.label = 'a'", {}, {2, 3, 4, 5, 6}},
+        {"ANY steps.label IN {'a', nil}", {}, {1, 3}},
+        {"NOT (ANY folder.children.name = 'Sub')", {}, {2, 3, 5, 6}},
+        {"NOT (ANY tags IN %@)", {std::vector<ObjectID>{{tag, 1}, {tag, 2}}}, {2, 5, 6}},
+        {"ANY tasks.folder = %@", {ObjectID{testing::entityIndex("Folder"), 1}}, {1, 2}, "Tag"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(both(c.entity, c.format, c.arguments), c.expected) << c.format;
+
+    auto where = [](const char* format) {
+        auto sql = compileToSql(*Predicate::parse(format), testing::testModel(),
+                                testing::entityIndex("Task"));
+        return sql ? sql->where : std::string();
+    };
+    EXPECT_THAT(where("ANY tags.label IN {'red'}"), HasSubstr("t0.pk IN (SELECT"));
+    EXPECT_THAT(where("ANY tags.label IN {'red'}"), ::testing::Not(HasSubstr("COALESCE")));
+    // Unindexed columns, folded text and other operators keep EXISTS.
+    EXPECT_THAT(where("ANY tags.weight = 1"), HasSubstr("EXISTS"));
+    EXPECT_THAT(where("ANY tags.label ==[c] 'red'"), HasSubstr("EXISTS"));
+    EXPECT_THAT(where("ANY tags.label BEGINSWITH 'r'"), HasSubstr("EXISTS"));
+    EXPECT_THAT(where("ALL tags.label = 'red'"), HasSubstr("EXISTS"));
+}
+
+TEST_F(SmallStore, SortsAlikeInSqlAndInMemory) {
+    using C = SortDescriptor::Comparison;
+    struct SortCase {
+        std::vector<SortDescriptor> descriptors;
+        std::vector<std::int64_t> expected;
+    };
+    const std::vector<SortCase> cases = {
+        {{{"title", true, C::plain}}, {3, 5, 6, 2, 4, 1}},
+        {{{"title", false, C::plain}}, {1, 4, 2, 6, 5, 3}},
+        {{{"title", true, C::localizedCaseInsensitive}}, {3, 6, 2, 1, 5, 4}},
+        {{{"folder.name", true, C::plain}, {"count", false, C::plain}}, {2, 5, 3, 4, 1, 6}},
+        // Ties follow the last key's direction: 1 and 4, 2 5 and 6 tie here.
+        {{{"tags.@count", false, C::plain}}, {3, 4, 1, 6, 5, 2}},
+        {{{"flag", true, C::plain}, {"score", true, C::plain}}, {3, 6, 5, 2, 1, 4}},
+        {{{"detail.text", false, C::localizedCaseInsensitive}}, {1, 6, 5, 4, 3, 2}},
+        {{}, {1, 2, 3, 4, 5, 6}},
+    };
+    const auto task = testing::entityIndex("Task");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.descriptors.empty() ? std::string("none") : c.descriptors.front().keyPath);
+        auto order = compileSort(c.descriptors, testing::testModel(), task);
+        ASSERT_TRUE(order) << order.error().message;
+        EXPECT_EQ(mirror->ordered(task, *order), c.expected) << order->orderBy;
+        auto comparator = ObjectComparator::make(c.descriptors, testing::testModel(), task);
+        ASSERT_TRUE(comparator);
+        auto objects = graph.objects(task);
+        std::sort(objects.begin(), objects.end(),
+                  [&](const auto& a, const auto& b) { return (*comparator)(*a, *b); });
+        std::vector<std::int64_t> keys;
+        for (const auto& o : objects)
+            keys.push_back(o->objectID().key);
+        EXPECT_EQ(keys, c.expected);
+    }
+    EXPECT_FALSE(compileSort({{"tags.label", true, C::plain}}, testing::testModel(), task));
+    EXPECT_FALSE(ObjectComparator::make({{"nope", true, C::plain}}, testing::testModel(), task));
+}
+
+} // namespace
+} // namespace tasket::objectstore
