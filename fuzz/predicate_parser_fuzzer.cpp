@@ -8,9 +8,10 @@
 #include "objectstore/predicate/sql_compiler.h"
 #include "objectstore/predicate/sql_functions.h"
 
+#include <sqlite3.h>
+
 #include <cstdio>
 #include <cstdlib>
-#include <sqlite3.h>
 #include <string>
 #include <string_view>
 
@@ -111,9 +112,7 @@ std::vector<PredicateArgument> argumentsFor(std::string_view text) {
         if (j >= text.size())
             break;
         switch (text[j]) {
-        case 'K':
-            args.emplace_back(rotation++ % 2 ? "folder.name" : "title");
-            break;
+        case 'K': args.emplace_back(rotation++ % 2 ? "folder.name" : "title"); break;
         case 'd':
         case 'i':
         case 'u':
@@ -121,39 +120,22 @@ std::vector<PredicateArgument> argumentsFor(std::string_view text) {
             break;
         case 'f':
         case 'g':
-        case 'e':
-            args.emplace_back(2.5);
-            break;
+        case 'e': args.emplace_back(2.5); break;
         case '@':
             switch (rotation++ % 8) {
-            case 0:
-                args.emplace_back("Émile");
-                break;
-            case 1:
-                args.emplace_back(3);
-                break;
-            case 2:
-                args.emplace_back(Date{86400});
-                break;
-            case 3:
-                args.emplace_back(std::vector<std::string>{"a", "B"});
-                break;
-            case 4:
-                args.emplace_back(ObjectID{1, 2});
-                break;
-            case 5:
-                args.emplace_back(nullptr);
-                break;
+            case 0: args.emplace_back("Émile"); break;
+            case 1: args.emplace_back(3); break;
+            case 2: args.emplace_back(Date{86400}); break;
+            case 3: args.emplace_back(std::vector<std::string>{"a", "B"}); break;
+            case 4: args.emplace_back(ObjectID{1, 2}); break;
+            case 5: args.emplace_back(nullptr); break;
             case 6:
                 args.emplace_back(Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F").value());
                 break;
-            default:
-                args.emplace_back(ScalarList{Scalar(1.5), Scalar()});
-                break;
+            default: args.emplace_back(ScalarList{Scalar(1.5), Scalar()}); break;
             }
             break;
-        default:
-            break;
+        default: break;
         }
     }
     return args;

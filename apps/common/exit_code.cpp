@@ -10,21 +10,14 @@ ExitCode exitCodeFor(platform::Errc code) {
     case Errc::parseError:
     case Errc::validation:
     case Errc::storeCorrupt:
-    case Errc::schemaTooNew:
-        return kExitDataError;
-    case Errc::notFound:
-        return kExitNoInput;
+    case Errc::schemaTooNew: return kExitDataError;
+    case Errc::notFound: return kExitNoInput;
     case Errc::ioError:
-    case Errc::storeError:
-        return kExitIOError;
-    case Errc::permissionDenied:
-        return kExitNoPermission;
-    case Errc::conflict:
-        return kExitTemporary;
-    case Errc::unavailable:
-        return kExitUnavailable;
-    case Errc::cancelled:
-        return kExitFailure;
+    case Errc::storeError: return kExitIOError;
+    case Errc::permissionDenied: return kExitNoPermission;
+    case Errc::conflict: return kExitTemporary;
+    case Errc::unavailable: return kExitUnavailable;
+    case Errc::cancelled: return kExitFailure;
     }
     return kExitFailure;
 }

@@ -2,8 +2,9 @@
 
 #include "platform/text.h"
 
-#include <cmath>
 #include <fmt/format.h>
+
+#include <cmath>
 #include <stdexcept>
 
 namespace tasket::apps {

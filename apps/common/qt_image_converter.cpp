@@ -6,6 +6,7 @@
 #include <QImageReader>
 #include <QImageWriter>
 #include <fmt/format.h>
+
 #include <string>
 
 namespace tasket::apps {

@@ -2,8 +2,9 @@
 
 #include "rules/enum_table.h"
 
-#include <algorithm>
 #include <fmt/format.h>
+
+#include <algorithm>
 
 namespace tasket::apps {
 

@@ -6,13 +6,14 @@
 #include "common/exit_code.h"
 #include "tasket-share/share_program.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
@@ -51,8 +52,7 @@ std::filesystem::path formProgram() {
 int main(int argc, char** argv) {
     const NoPictureDecoder converter;
     return tasket::apps::runShareProgramMain(
-        argc, argv, converter, nullptr,
-        [argv](const ShareOptions& options) -> std::optional<int> {
+        argc, argv, converter, nullptr, [argv](const ShareOptions& options) -> std::optional<int> {
             if (!needsToolkit(options))
                 return std::nullopt;
             const std::string program = formProgram().string();

@@ -1,8 +1,9 @@
 #include "tasket-share/share_form_model.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
-#include <fmt/format.h>
 
 namespace tasket::apps {
 namespace {

@@ -10,8 +10,9 @@
 #include <QApplication>
 #include <QPixmap>
 #include <QTimer>
-#include <array>
 #include <fmt/format.h>
+
+#include <array>
 #include <string>
 
 namespace tasket::apps {

@@ -3,9 +3,9 @@
 #include "common/exit_code.h"
 #include "common/json_writer.h"
 #include "common/task_report.h"
+#include "objectstore/predicate/predicate.h"
 #include "platform/extension/command_line_share.h"
 #include "platform/main_queue.h"
-#include "objectstore/predicate/predicate.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "share/category_choice.h"
@@ -14,13 +14,14 @@
 #include "tasket-share/share_options.h"
 #include "tasket-share/terminal_prompt.h"
 
+#include <fmt/format.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <exception>
-#include <fmt/format.h>
 #include <fstream>
 #include <iostream>
 #include <optional>
-#include <unistd.h>
 #include <vector>
 
 namespace tasket::apps {
@@ -296,15 +297,16 @@ int runShareProgramMain(int argc, char** argv, const platform::ImageConverter& i
                         decltype(ShareProgramEnvironment::handOver) handOver) {
     try {
         const std::vector<std::string> arguments(argv + 1, argv + argc);
-        return runShareProgram(arguments, {
-                                              .in = std::cin,
-                                              .out = std::cout,
-                                              .err = std::cerr,
-                                              .imageConverter = imageConverter,
-                                              .standardInputIsTerminal = ::isatty(STDIN_FILENO) == 1,
-                                              .makeForm = std::move(makeForm),
-                                              .handOver = std::move(handOver),
-                                          });
+        return runShareProgram(arguments,
+                               {
+                                   .in = std::cin,
+                                   .out = std::cout,
+                                   .err = std::cerr,
+                                   .imageConverter = imageConverter,
+                                   .standardInputIsTerminal = ::isatty(STDIN_FILENO) == 1,
+                                   .makeForm = std::move(makeForm),
+                                   .handOver = std::move(handOver),
+                               });
     } catch (const std::exception& exception) {
         std::cerr << "tasket-share: internal error: " << exception.what() << '\n';
         return kExitSoftware;

@@ -10,8 +10,8 @@
 #include "tasket-share/share_options.h"
 
 #include <functional>
-#include <optional>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <span>
 #include <string>

@@ -3,8 +3,9 @@
 #include "share/category_choice.h"
 #include "share/shared_task.h"
 
-#include <charconv>
 #include <fmt/format.h>
+
+#include <charconv>
 #include <string>
 
 namespace tasket::apps {

@@ -4,9 +4,10 @@
 #include "tasket/command_registry.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <exception>
-#include <fmt/format.h>
 #include <map>
 #include <vector>
 

@@ -5,14 +5,15 @@
 #include "store/local_data_manager.h"
 #include "store/tk_data_model.h"
 
-#include <cstdint>
 #include <fmt/core.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdint>
 #include <fstream>
 #include <random>
-#include <sqlite3.h>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace tasket::bench {

@@ -10,14 +10,15 @@
 #include "store/local_data_fetch_manager.h"
 
 #include <benchmark/benchmark.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <fmt/core.h>
 #include <fstream>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 
 using namespace tasket;
 using store::CollectionKind;

@@ -19,26 +19,27 @@
 //
 // `fetch_bench --explain` prints the engine's SQL and the hand-written SQL of
 // the compound and CONTAINS fetches with their query plans.
-#include "platform/main_queue.h"
 #include "objectstore/fetched_results_controller.h"
 #include "objectstore/object_context.h"
 #include "objectstore/predicate/sql_compiler.h"
 #include "objectstore/predicate/sql_functions.h"
+#include "platform/main_queue.h"
 
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fmt/format.h>
 #include <fstream>
 #include <random>
-#include <spawn.h>
-#include <sqlite3.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 extern char** environ;

@@ -5,10 +5,10 @@
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
-#include <unistd.h>
 
 using namespace tasket::objectstore;
 
@@ -48,7 +48,8 @@ void engineInsert(benchmark::State& state, bool history) {
     for (auto _ : state) {
         state.PauseTiming();
         Folder folder;
-        auto store = *PersistentStore::open(folder.path / "e.sqlite", taskModel(), StoreOptions{history, false});
+        auto store = *PersistentStore::open(folder.path / "e.sqlite", taskModel(),
+                                            StoreOptions{history, false});
         auto context = ObjectContext::make(store, ConcurrencyType::privateQueue);
         ObjectPtr list;
         context->performAndWait([&] {
@@ -61,7 +62,8 @@ void engineInsert(benchmark::State& state, bool history) {
         context->performAndWait([&] {
             const auto& e = *store->model().entity("Task");
             const auto title = *e.propertyIndex("title"), id = *e.propertyIndex("taskID"),
-                       done = *e.propertyIndex("isCompleted"), due = *e.propertyIndex("dueDateAndTime"),
+                       done = *e.propertyIndex("isCompleted"),
+                       due = *e.propertyIndex("dueDateAndTime"),
                        created = *e.propertyIndex("whenCreated"), listP = *e.propertyIndex("list");
             for (int i = 0; i < total; i += kSaveSize) {
                 auto owner = context->objectWithID(listID);
@@ -92,11 +94,14 @@ void rawInsert(benchmark::State& state) {
         (void)PersistentStore::open(folder.path / "r.sqlite", taskModel()); // the same schema
         sqlite3* db = nullptr;
         sqlite3_open((folder.path / "r.sqlite").c_str(), &db);
-        sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;"
-                         "INSERT INTO List(pk, _version, title) VALUES(1, 1, NULL)", nullptr, nullptr, nullptr);
+        sqlite3_exec(db,
+                     "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;"
+                     "INSERT INTO List(pk, _version, title) VALUES(1, 1, NULL)",
+                     nullptr, nullptr, nullptr);
         sqlite3_stmt* insert = nullptr;
         sqlite3_prepare_v2(db,
-                           "INSERT INTO Task(pk, _version, taskID, title, isCompleted, dueDateAndTime, whenCreated, "
+                           "INSERT INTO Task(pk, _version, taskID, title, isCompleted, "
+                           "dueDateAndTime, whenCreated, "
                            "sortIndex, list) VALUES(?, 1, ?, ?, ?, ?, ?, 0, 1)",
                            -1, &insert, nullptr);
         state.ResumeTiming();
@@ -125,9 +130,15 @@ void rawInsert(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * total);
 }
 
-void BM_EngineInsert(benchmark::State& s) { engineInsert(s, false); }
-void BM_EngineInsertWithHistory(benchmark::State& s) { engineInsert(s, true); }
-void BM_RawInsert(benchmark::State& s) { rawInsert(s); }
+void BM_EngineInsert(benchmark::State& s) {
+    engineInsert(s, false);
+}
+void BM_EngineInsertWithHistory(benchmark::State& s) {
+    engineInsert(s, true);
+}
+void BM_RawInsert(benchmark::State& s) {
+    rawInsert(s);
+}
 BENCHMARK(BM_EngineInsert)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_EngineInsertWithHistory)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_RawInsert)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
@@ -135,7 +146,8 @@ BENCHMARK(BM_RawInsert)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(
 // One object, one durable save (history on, as the application runs).
 void BM_EngineSmallSave(benchmark::State& state) {
     Folder folder;
-    auto store = *PersistentStore::open(folder.path / "s.sqlite", taskModel(), StoreOptions{true, false});
+    auto store =
+        *PersistentStore::open(folder.path / "s.sqlite", taskModel(), StoreOptions{true, false});
     auto context = ObjectContext::make(store, ConcurrencyType::privateQueue);
     context->performAndWait([&] {
         const auto& e = *store->model().entity("Task");
@@ -156,9 +168,11 @@ void BM_RawSmallSave(benchmark::State& state) {
     (void)PersistentStore::open(folder.path / "s.sqlite", taskModel());
     sqlite3* db = nullptr;
     sqlite3_open((folder.path / "s.sqlite").c_str(), &db);
-    sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;", nullptr, nullptr,
+                 nullptr);
     sqlite3_stmt* insert = nullptr;
-    sqlite3_prepare_v2(db, "INSERT INTO Task(_version, title, isCompleted) VALUES(1, ?, 0)", -1, &insert, nullptr);
+    sqlite3_prepare_v2(db, "INSERT INTO Task(_version, title, isCompleted) VALUES(1, ?, 0)", -1,
+                       &insert, nullptr);
     int n = 0;
     for (auto _ : state) {
         const std::string title = "one " + std::to_string(n++);
@@ -176,7 +190,8 @@ BENCHMARK(BM_RawSmallSave)->Unit(benchmark::kMicrosecond);
 // 10,000 history transactions after a token.
 void BM_HistoryAfterToken(benchmark::State& state) {
     Folder folder;
-    auto store = *PersistentStore::open(folder.path / "h.sqlite", taskModel(), StoreOptions{true, false});
+    auto store =
+        *PersistentStore::open(folder.path / "h.sqlite", taskModel(), StoreOptions{true, false});
     auto context = ObjectContext::make(store, ConcurrencyType::privateQueue);
     {
         // Build 10,001 transactions quickly: durability off while setting up.
@@ -184,10 +199,12 @@ void BM_HistoryAfterToken(benchmark::State& state) {
         sqlite3_open((folder.path / "h.sqlite").c_str(), &db);
         sqlite3_exec(db, "PRAGMA synchronous=OFF; BEGIN", nullptr, nullptr, nullptr);
         for (int i = 0; i <= 10000; ++i) {
-            const std::string sql = "INSERT INTO _history_transaction(timestamp, contextName, author) VALUES(" +
-                                    std::to_string(7e8 + i) + ", 'Bench', 'bench'); INSERT INTO _history_change(token, "
-                                    "entity, key, type, properties) VALUES(last_insert_rowid(), 'Task', " +
-                                    std::to_string(i + 1) + ", 1, 'title,isCompleted')";
+            const std::string sql =
+                "INSERT INTO _history_transaction(timestamp, contextName, author) VALUES(" +
+                std::to_string(7e8 + i) +
+                ", 'Bench', 'bench'); INSERT INTO _history_change(token, "
+                "entity, key, type, properties) VALUES(last_insert_rowid(), 'Task', " +
+                std::to_string(i + 1) + ", 1, 'title,isCompleted')";
             sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
         }
         sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);

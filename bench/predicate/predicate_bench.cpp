@@ -9,6 +9,7 @@
 #include "objectstore/predicate/sql_compiler.h"
 
 #include <benchmark/benchmark.h>
+
 #include <memory>
 #include <stdexcept>
 

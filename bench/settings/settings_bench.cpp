@@ -6,6 +6,7 @@
 #include "settings/customization_manager.h"
 
 #include <benchmark/benchmark.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>

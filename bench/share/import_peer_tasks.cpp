@@ -7,13 +7,16 @@
 // through the store and compares them with the counts in OUT.json.meta.json.
 //
 //   import_peer_tasks TASKS_JSON DATA_HOME [--batch N]
-#include "platform/date.h"
 #include "objectstore/object_context.h"
 #include "objectstore/predicate/predicate.h"
+#include "platform/date.h"
 #include "platform/uuid.h"
 #include "store/application_group.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
+
+#include <fmt/core.h>
+#include <simdjson.h>
 
 #include <algorithm>
 #include <cctype>
@@ -24,10 +27,8 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
-#include <fmt/core.h>
 #include <map>
 #include <optional>
-#include <simdjson.h>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -204,8 +205,8 @@ void importTasks(ObjectContext& context, const std::vector<PeerTask>& tasks, std
                 task->setDueDateAndTime(Date::fromUnix(*peer.due));
             task->setIsCompleted(peer.completed);
             const auto list = lists.find(peer.project.empty() ? kInbox : peer.project);
-            task->setCategory(std::static_pointer_cast<store::TK_Category>(
-                context.objectWithID(list->second)));
+            task->setCategory(
+                std::static_pointer_cast<store::TK_Category>(context.objectWithID(list->second)));
             for (const auto& title : peer.tags)
                 task->addToTags(std::static_pointer_cast<store::TK_Tag>(
                     context.objectWithID(tags.find(title)->second)));
@@ -258,11 +259,10 @@ bool check(ObjectContext& context, const Meta& meta) {
         {"pending", count(context, tasks, "isCompleted == %@", {false})},
         {"completed", count(context, tasks, "isCompleted == %@", {true})},
         {"with_due", count(context, tasks, "dueDateAndTime != nil")},
-        {"pending_tag7", count(context, tasks, "isCompleted == %@ AND ANY tags.title == %@",
-                               {false, "tag7"})},
+        {"pending_tag7",
+         count(context, tasks, "isCompleted == %@ AND ANY tags.title == %@", {false, "tag7"})},
         {"pending_tag7_due_before_now",
-         count(context, tasks,
-               "isCompleted == %@ AND ANY tags.title == %@ AND dueDateAndTime < %@",
+         count(context, tasks, "isCompleted == %@ AND ANY tags.title == %@ AND dueDateAndTime < %@",
                {false, "tag7", now})},
         {"todoman_pending_cat_like_tag7",
          count(context, tasks, "isCompleted == %@ AND ANY tags.title CONTAINS %@",
@@ -282,9 +282,10 @@ bool check(ObjectContext& context, const Meta& meta) {
         const bool known = wanted != meta.expected.end();
         const bool matches = known && std::llabs(wanted->second - row.got) <= row.tolerance;
         ok = ok && (matches || !known);
-        const std::string verdict = !known    ? "(not in meta)"
-                                    : matches ? "ok"
-                                              : fmt::format("MISMATCH, expected {}", wanted->second);
+        const std::string verdict = !known ? "(not in meta)"
+                                    : matches
+                                        ? "ok"
+                                        : fmt::format("MISMATCH, expected {}", wanted->second);
         std::printf("%-50s %8lld  %s\n", row.name.c_str(), static_cast<long long>(row.got),
                     verdict.c_str());
     }

@@ -7,6 +7,7 @@
 //
 //   sqlite_insert_one STORE_FILE LIST_TITLE URL
 #include <sqlite3.h>
+#include <sys/random.h>
 
 #include <array>
 #include <chrono>
@@ -14,7 +15,6 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
-#include <sys/random.h>
 
 namespace {
 
@@ -152,7 +152,7 @@ void insertOne(const char* file, const std::string& listTitle, const std::string
         .text(2, kViewContextName)
         .step();
     Statement(db, "INSERT INTO _history_change(token, entity, key, type, properties) "
-              "VALUES(?1, 'TK_Task', ?2, 0, NULL)")
+                  "VALUES(?1, 'TK_Task', ?2, 0, NULL)")
         .integer(1, sqlite3_last_insert_rowid(db.get()))
         .integer(2, key)
         .step();

@@ -14,7 +14,8 @@ namespace tasket::objectstore {
 class BatchedResults {
   public:
     BatchedResults() = default;
-    BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids, std::size_t batchSize);
+    BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids,
+                   std::size_t batchSize);
 
     std::size_t size() const { return m_ids.size(); }
     bool empty() const { return m_ids.empty(); }

@@ -13,19 +13,22 @@
 namespace tasket::objectstore {
 
 struct CollectionChange {
-    std::vector<std::size_t> deleted;                        // old indexes, ascending
-    std::vector<std::size_t> inserted;                       // new indexes, ascending
-    std::vector<std::size_t> updated;                        // new indexes of objects that stayed in place
-    std::vector<std::pair<std::size_t, std::size_t>> moved;  // old index -> new index
+    std::vector<std::size_t> deleted;  // old indexes, ascending
+    std::vector<std::size_t> inserted; // new indexes, ascending
+    std::vector<std::size_t> updated;  // new indexes of objects that stayed in place
+    std::vector<std::pair<std::size_t, std::size_t>> moved; // old index -> new index
 
-    bool empty() const { return deleted.empty() && inserted.empty() && updated.empty() && moved.empty(); }
+    bool empty() const {
+        return deleted.empty() && inserted.empty() && updated.empty() && moved.empty();
+    }
 };
 
 /// Applies `change` to `old`, taking inserted and moved-to elements from
 /// `current` (the new order). The result equals `current` when the change
 /// describes the step from `old` to `current`.
 template <class T>
-std::vector<T> applyChange(const std::vector<T>& old, const CollectionChange& change, const std::vector<T>& current) {
+std::vector<T> applyChange(const std::vector<T>& old, const CollectionChange& change,
+                           const std::vector<T>& current) {
     std::vector<bool> gone(old.size(), false);
     for (auto i : change.deleted)
         gone.at(i) = true;
@@ -41,7 +44,8 @@ std::vector<T> applyChange(const std::vector<T>& old, const CollectionChange& ch
         arriving.push_back(to);
     std::sort(arriving.begin(), arriving.end());
     for (auto at : arriving)
-        out.insert(out.begin() + static_cast<std::ptrdiff_t>(std::min(at, out.size())), current.at(at));
+        out.insert(out.begin() + static_cast<std::ptrdiff_t>(std::min(at, out.size())),
+                   current.at(at));
     return out;
 }
 

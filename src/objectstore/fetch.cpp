@@ -1,10 +1,9 @@
 // Fetching for ObjectContext: a request is bound to its entity, compiled to
 // one SELECT of ordered keys, and corrected for the context's unsaved
 // changes by judging the changed objects in memory.
-#include "objectstore/object_context.h"
-
 #include "objectstore/detail/key_path_dependencies.h"
 #include "objectstore/detail/sqlite.h"
+#include "objectstore/object_context.h"
 #include "objectstore/predicate/evaluator.h"
 #include "objectstore/predicate/sql_compiler.h"
 
@@ -31,7 +30,8 @@ Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& 
     f.request = &request;
     f.entity = model().entity(request.entityName);
     if (!f.entity)
-        return fail(Errc::invalidArgument, fmt::format("the model has no entity '{}'", request.entityName));
+        return fail(Errc::invalidArgument,
+                    fmt::format("the model has no entity '{}'", request.entityName));
     if (request.predicate) {
         auto bound = BoundPredicate::bind(*request.predicate, model(), f.entity->index);
         if (!bound)
@@ -56,11 +56,13 @@ namespace {
 
 // The ordered SELECT of a compiled fetch, with `columns`, and the binder of
 // its parameters.
-std::pair<std::string, std::function<void(detail::Statement&)>> orderedSelect(
-    const std::string& columns, const EntityDescription& entity, const SqlPredicate& where, const SqlOrder& order,
-    const FetchRequest& r, bool window) {
+std::pair<std::string, std::function<void(detail::Statement&)>>
+orderedSelect(const std::string& columns, const EntityDescription& entity,
+              const SqlPredicate& where, const SqlOrder& order, const FetchRequest& r,
+              bool window) {
     std::string sql = fmt::format("SELECT {} FROM {} AS t0 {} {} WHERE {} ORDER BY {}", columns,
-                                  detail::sqlName(entity.name), where.joins, order.joins, where.where, order.orderBy);
+                                  detail::sqlName(entity.name), where.joins, order.joins,
+                                  where.where, order.orderBy);
     const bool limited = window && (r.fetchLimit > 0 || r.fetchOffset > 0);
     if (limited)
         sql += " LIMIT ? OFFSET ?";
@@ -82,7 +84,9 @@ Result<std::vector<ObjectID>> ObjectContext::storedIDs(const CompiledFetch& f, b
     auto [sql, bind] = orderedSelect("t0.pk", *f.entity, f.sql, f.order, *f.request, window);
     std::vector<ObjectID> ids;
     const std::uint32_t entity = f.entity->index;
-    auto ok = m_store->query(sql, bind, [&](const detail::Statement& s) { ids.push_back(ObjectID{entity, s.columnInt(0)}); });
+    auto ok = m_store->query(sql, bind, [&](const detail::Statement& s) {
+        ids.push_back(ObjectID{entity, s.columnInt(0)});
+    });
     if (!ok)
         return std::unexpected(ok.error());
     return ids;
@@ -96,8 +100,8 @@ Result<std::vector<ObjectID>> ObjectContext::fetchObjectIDs(const FetchRequest& 
     std::vector<ObjectPtr> changed;
     bool relatedChanged = false;
     if (request.includesPendingChanges) {
-        const auto dependencies =
-            detail::keyPathDependencies(f.predicate, request.sortDescriptors, model(), f.entity->index);
+        const auto dependencies = detail::keyPathDependencies(f.predicate, request.sortDescriptors,
+                                                              model(), f.entity->index);
         for (const auto& id : m_changed) {
             if (id.entity == f.entity->index) {
                 if (auto o = registeredObject(id))
@@ -127,9 +131,10 @@ Result<std::vector<ObjectID>> ObjectContext::fetchObjectIDs(const FetchRequest& 
             continue;
         if (f.predicate && !evaluate(*f.predicate, *o))
             continue;
-        auto at = std::lower_bound(ids.begin(), ids.end(), o, [&](const ObjectID& id, const ObjectPtr& object) {
-            return f.comparator->compare(*objectWithID(id), *object) < 0;
-        });
+        auto at = std::lower_bound(ids.begin(), ids.end(), o,
+                                   [&](const ObjectID& id, const ObjectPtr& object) {
+                                       return f.comparator->compare(*objectWithID(id), *object) < 0;
+                                   });
         ids.insert(at, o->objectID());
     }
     const std::size_t from = std::min(request.fetchOffset, ids.size());
@@ -141,7 +146,8 @@ Result<std::vector<ObjectID>> ObjectContext::fetchObjectIDs(const FetchRequest& 
 
 // Unsaved changes to related objects (a list renamed in memory) can change
 // which objects match, so every candidate is judged by its in-memory values.
-Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch& f, const std::vector<ObjectPtr>& changed) {
+Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch& f,
+                                                            const std::vector<ObjectPtr>& changed) {
     FetchRequest everything(f.request->entityName);
     everything.includesPendingChanges = false;
     auto all = compile(everything);
@@ -162,8 +168,9 @@ Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch&
     std::erase_if(candidates, [&](const ObjectPtr& o) {
         return o->isDeleted() || (f.predicate && !evaluate(*f.predicate, *o));
     });
-    std::sort(candidates.begin(), candidates.end(),
-              [&](const ObjectPtr& a, const ObjectPtr& b) { return f.comparator->compare(*a, *b) < 0; });
+    std::sort(candidates.begin(), candidates.end(), [&](const ObjectPtr& a, const ObjectPtr& b) {
+        return f.comparator->compare(*a, *b) < 0;
+    });
     std::vector<ObjectID> ids;
     const std::size_t from = std::min(f.request->fetchOffset, candidates.size());
     for (std::size_t i = from; i < candidates.size(); ++i) {
@@ -182,7 +189,8 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
         if (!compiled)
             return std::unexpected(compiled.error());
         const CompiledFetch& f = *compiled;
-        auto [sql, bind] = orderedSelect(m_store->rowColumns(f.entity->index), *f.entity, f.sql, f.order, request, true);
+        auto [sql, bind] = orderedSelect(m_store->rowColumns(f.entity->index), *f.entity, f.sql,
+                                         f.order, request, true);
         auto rows = m_store->queryRows(sql, f.entity->index, bind);
         if (!rows)
             return std::unexpected(rows.error());
@@ -203,10 +211,12 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
     objects.reserve(ids->size());
     for (const auto& id : *ids)
         objects.push_back(objectWithID(id));
-    const std::size_t batch = request.fetchBatchSize > 0 ? request.fetchBatchSize : std::max<std::size_t>(objects.size(), 1);
+    const std::size_t batch = request.fetchBatchSize > 0 ? request.fetchBatchSize
+                                                         : std::max<std::size_t>(objects.size(), 1);
     for (std::size_t i = 0; i < objects.size(); i += batch) {
-        std::vector<ObjectPtr> slice(objects.begin() + static_cast<std::ptrdiff_t>(i),
-                                     objects.begin() + static_cast<std::ptrdiff_t>(std::min(objects.size(), i + batch)));
+        std::vector<ObjectPtr> slice(
+            objects.begin() + static_cast<std::ptrdiff_t>(i),
+            objects.begin() + static_cast<std::ptrdiff_t>(std::min(objects.size(), i + batch)));
         if (auto ok = fireFaults(slice); !ok)
             return std::unexpected(ok.error());
     }
@@ -217,7 +227,8 @@ Result<BatchedResults> ObjectContext::fetchBatched(const FetchRequest& request) 
     auto ids = fetchObjectIDs(request);
     if (!ids)
         return std::unexpected(ids.error());
-    const std::size_t batch = request.fetchBatchSize > 0 ? request.fetchBatchSize : std::max<std::size_t>(ids->size(), 1);
+    const std::size_t batch =
+        request.fetchBatchSize > 0 ? request.fetchBatchSize : std::max<std::size_t>(ids->size(), 1);
     return BatchedResults(shared_from_this(), std::move(*ids), batch);
 }
 
@@ -235,7 +246,8 @@ Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
     const CompiledFetch& f = *compiled;
     std::size_t total = 0;
     auto ok = m_store->query(
-        fmt::format("SELECT count(*) FROM {} AS t0 {} WHERE {}", detail::sqlName(f.entity->name), f.sql.joins, f.sql.where),
+        fmt::format("SELECT count(*) FROM {} AS t0 {} WHERE {}", detail::sqlName(f.entity->name),
+                    f.sql.joins, f.sql.where),
         [&](detail::Statement& s) {
             int index = 1;
             for (const auto& v : f.sql.bindings)
@@ -252,8 +264,10 @@ Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
 
 // ---------------------------------------------------------------- batches
 
-BatchedResults::BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids, std::size_t batchSize)
-    : m_context(std::move(context)), m_ids(std::move(ids)), m_batchSize(std::max<std::size_t>(batchSize, 1)),
+BatchedResults::BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids,
+                               std::size_t batchSize)
+    : m_context(std::move(context)), m_ids(std::move(ids)),
+      m_batchSize(std::max<std::size_t>(batchSize, 1)),
       m_loaded((m_ids.size() + m_batchSize - 1) / m_batchSize, false) {}
 
 ObjectPtr BatchedResults::at(std::size_t index) const {

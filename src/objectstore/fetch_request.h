@@ -19,7 +19,7 @@ struct FetchRequest {
     std::string entityName;
     std::optional<Predicate> predicate; // none: every object
     std::vector<SortDescriptor> sortDescriptors;
-    std::size_t fetchLimit = 0;  // 0: no limit
+    std::size_t fetchLimit = 0; // 0: no limit
     std::size_t fetchOffset = 0;
     std::size_t fetchBatchSize = 0; // 0: load every row at once
     bool includesPendingChanges = true;

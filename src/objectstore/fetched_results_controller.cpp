@@ -64,7 +64,8 @@ CollectionChange diff(const std::vector<ObjectID>& old, const std::vector<Object
             previous[k] = tailIndex[static_cast<std::size_t>(at) - 1];
     }
     std::vector<bool> stays(oldPositions.size(), false);
-    for (std::size_t k = tailIndex.empty() ? SIZE_MAX : tailIndex.back(); k != SIZE_MAX; k = previous[k])
+    for (std::size_t k = tailIndex.empty() ? SIZE_MAX : tailIndex.back(); k != SIZE_MAX;
+         k = previous[k])
         stays[k] = true;
     for (std::size_t k = 0; k < oldPositions.size(); ++k)
         if (!stays[k])
@@ -75,7 +76,8 @@ CollectionChange diff(const std::vector<ObjectID>& old, const std::vector<Object
 
 } // namespace
 
-FetchedResultsController::FetchedResultsController(std::shared_ptr<ObjectContext> context, FetchRequest request)
+FetchedResultsController::FetchedResultsController(std::shared_ptr<ObjectContext> context,
+                                                   FetchRequest request)
     : m_context(std::move(context)), m_request(std::move(request)) {}
 
 FetchedResultsController::~FetchedResultsController() = default;
@@ -84,7 +86,8 @@ Result<void> FetchedResultsController::performFetch() {
     const auto& model = m_context->model();
     const EntityDescription* entity = model.entity(m_request.entityName);
     if (!entity)
-        return platform::fail(platform::Errc::invalidArgument, "the model has no entity '" + m_request.entityName + "'");
+        return platform::fail(platform::Errc::invalidArgument,
+                              "the model has no entity '" + m_request.entityName + "'");
     m_entity = entity->index;
     m_predicate.reset();
     if (m_request.predicate) {
@@ -105,7 +108,8 @@ Result<void> FetchedResultsController::performFetch() {
     ++m_fetchCount;
     if (!m_token.isActive())
         m_token = platform::NotificationCenter::defaultCenter().addObserver(
-            kObjectsDidChangeNotification, m_context.get(), [this](const platform::Notification& n) {
+            kObjectsDidChangeNotification, m_context.get(),
+            [this](const platform::Notification& n) {
                 if (const auto* info = std::any_cast<ChangeInfo>(&n.userInfo))
                     contextDidChange(*info);
             });
@@ -115,7 +119,8 @@ Result<void> FetchedResultsController::performFetch() {
 ObjectPtr FetchedResultsController::object(std::size_t index) const {
     ObjectPtr o = m_context->objectWithID(m_ids.at(index));
     if (o->isFault()) {
-        const std::size_t batch = m_request.fetchBatchSize > 0 ? m_request.fetchBatchSize : m_ids.size();
+        const std::size_t batch =
+            m_request.fetchBatchSize > 0 ? m_request.fetchBatchSize : m_ids.size();
         const std::size_t from = index / batch * batch;
         std::vector<ObjectPtr> slice;
         for (std::size_t i = from; i < std::min(m_ids.size(), from + batch); ++i)
@@ -265,10 +270,10 @@ void FetchedResultsController::contextDidChange(const ChangeInfo& info) {
 }
 
 std::vector<ObjectID>::iterator FetchedResultsController::lowerBound(const ManagedObject& object) {
-    return std::lower_bound(m_ids.begin(), m_ids.end(), &object,
-                            [&](const ObjectID& member, const ManagedObject* o) {
-                                return m_comparator->compare(*m_context->objectWithID(member), *o) < 0;
-                            });
+    return std::lower_bound(
+        m_ids.begin(), m_ids.end(), &object, [&](const ObjectID& member, const ManagedObject* o) {
+            return m_comparator->compare(*m_context->objectWithID(member), *o) < 0;
+        });
 }
 
 // The change from `old` to m_ids when only the objects at `oldIndex` (where

@@ -61,7 +61,8 @@ class FetchedResultsController {
     std::uint32_t m_entity = 0;
     std::optional<BoundPredicate> m_predicate;
     std::optional<ObjectComparator> m_comparator;
-    std::map<std::uint32_t, std::set<std::string>> m_dependencies; // other entities' properties the key paths read
+    std::map<std::uint32_t, std::set<std::string>>
+        m_dependencies; // other entities' properties the key paths read
     std::vector<ObjectID> m_ids;
     Delegate m_delegate;
     platform::ObserverToken m_token;

@@ -1,12 +1,12 @@
 #include "objectstore/history.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <unistd.h>
 
 namespace tasket::objectstore {
 
@@ -43,7 +43,8 @@ platform::Result<HistoryToken> unarchiveToken(const std::vector<std::uint8_t>& d
     if (data.size() != kArchiveSize || std::memcmp(data.data(), kMagic, 4) != 0)
         return fail(Errc::parseError, "the data is not an archived history token");
     if (data[4] != kFormatVersion)
-        return fail(Errc::parseError, fmt::format("archived history token has unknown format {}", data[4]));
+        return fail(Errc::parseError,
+                    fmt::format("archived history token has unknown format {}", data[4]));
     std::uint32_t sum = 0;
     for (int i = 0; i < 4; ++i)
         sum |= std::uint32_t(data[13 + i]) << (8 * i);
@@ -61,13 +62,16 @@ platform::Result<void> writeTokenFile(const std::filesystem::path& path, History
     const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0)
         return fail(Errc::ioError, fmt::format("cannot write {}: {}", temp, std::strerror(errno)));
-    const bool ok = ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) && ::fsync(fd) == 0;
+    const bool ok = ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+                    ::fsync(fd) == 0;
     ::close(fd);
     if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) {
         std::filesystem::remove(temp);
-        return fail(Errc::ioError, fmt::format("cannot write {}: {}", path.string(), std::strerror(errno)));
+        return fail(Errc::ioError,
+                    fmt::format("cannot write {}: {}", path.string(), std::strerror(errno)));
     }
-    if (const int dir = ::open(path.parent_path().empty() ? "." : path.parent_path().c_str(), O_RDONLY | O_DIRECTORY);
+    if (const int dir = ::open(path.parent_path().empty() ? "." : path.parent_path().c_str(),
+                               O_RDONLY | O_DIRECTORY);
         dir >= 0) {
         ::fsync(dir);
         ::close(dir);
@@ -83,7 +87,8 @@ platform::Result<std::optional<HistoryToken>> readTokenFile(const std::filesyste
             return std::optional<HistoryToken>();
         return fail(Errc::ioError, fmt::format("cannot read {}", path.string()));
     }
-    std::vector<std::uint8_t> data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<std::uint8_t> data((std::istreambuf_iterator<char>(in)),
+                                   std::istreambuf_iterator<char>());
     auto token = unarchiveToken(data);
     if (!token)
         return fail(Errc::parseError, fmt::format("{}: {}", path.string(), token.error().message));

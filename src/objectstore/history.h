@@ -4,8 +4,8 @@
 // tokens are archived to files in a tagged, versioned form.
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/model/value.h"
+#include "platform/error.h"
 
 #include <filesystem>
 #include <optional>

@@ -2,10 +2,10 @@
 
 #include "objectstore/object_context.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <stdexcept>
-
-#include <fmt/format.h>
 
 namespace tasket::objectstore {
 
@@ -42,7 +42,8 @@ bool ObjectIDSet::erase(ObjectID id) {
 }
 
 bool ManagedObject::isUpdated() const {
-    return !m_inserted && !m_deleted && std::find(m_changed.begin(), m_changed.end(), true) != m_changed.end();
+    return !m_inserted && !m_deleted &&
+           std::find(m_changed.begin(), m_changed.end(), true) != m_changed.end();
 }
 
 bool ManagedObject::isPropertyChanged(std::size_t property) const {
@@ -74,18 +75,24 @@ const Value& ManagedObject::value(std::size_t attribute) const {
     return m_loaded ? m_state.attributes.at(attribute) : kNil;
 }
 
-const Value& ManagedObject::value(std::string_view name) const { return value(propertyIndex(name)); }
+const Value& ManagedObject::value(std::string_view name) const {
+    return value(propertyIndex(name));
+}
 
-void ManagedObject::setValue(std::string_view name, Value v) { setValue(propertyIndex(name), std::move(v)); }
+void ManagedObject::setValue(std::string_view name, Value v) {
+    setValue(propertyIndex(name), std::move(v));
+}
 
 void ManagedObject::setValue(std::size_t attribute, Value v) {
     if (!m_entity->isAttribute(attribute))
-        throw std::invalid_argument(fmt::format("{}: property {} is not an attribute", m_entity->name, attribute));
+        throw std::invalid_argument(
+            fmt::format("{}: property {} is not an attribute", m_entity->name, attribute));
     fire();
     const auto& a = m_entity->attributes[attribute];
     if (a.type == AttributeType::Int16)
         if (const auto* i = std::get_if<std::int64_t>(&v); i && (*i < -32768 || *i > 32767))
-            throw std::out_of_range(fmt::format("{}.{}: {} does not fit Int16", m_entity->name, a.name, *i));
+            throw std::out_of_range(
+                fmt::format("{}.{}: {} does not fit Int16", m_entity->name, a.name, *i));
     if (m_state.attributes[attribute] == v)
         return;
     willChange(attribute);
@@ -105,7 +112,8 @@ ObjectID ManagedObject::toOneID(std::size_t property) const {
     fire();
     const std::size_t ri = property - m_entity->attributes.size();
     if (m_entity->relationships.at(ri).toMany)
-        throw std::invalid_argument(fmt::format("{}.{} is to-many", m_entity->name, m_entity->relationships[ri].name));
+        throw std::invalid_argument(
+            fmt::format("{}.{} is to-many", m_entity->name, m_entity->relationships[ri].name));
     return m_loaded ? m_state.toOne[ri] : ObjectID{};
 }
 
@@ -121,7 +129,8 @@ void ManagedObject::setToOne(std::size_t property, const ObjectPtr& target) {
     if (r.toMany)
         throw std::invalid_argument(fmt::format("{}.{} is to-many", m_entity->name, r.name));
     if (target && target->m_entity->index != r.destinationIndex)
-        throw std::invalid_argument(fmt::format("{}.{} takes a {}", m_entity->name, r.name, r.destination));
+        throw std::invalid_argument(
+            fmt::format("{}.{} takes a {}", m_entity->name, r.name, r.destination));
     const ObjectID old = m_state.toOne[ri];
     const ObjectID now = target ? target->m_id : ObjectID{};
     if (old == now)
@@ -154,7 +163,8 @@ void ManagedObject::loadToMany(std::size_t ri) const {
 const std::vector<ObjectID>& ManagedObject::toManyIDs(std::size_t property) const {
     const std::size_t ri = property - m_entity->attributes.size();
     if (!m_entity->relationships.at(ri).toMany)
-        throw std::invalid_argument(fmt::format("{}.{} is to-one", m_entity->name, m_entity->relationships[ri].name));
+        throw std::invalid_argument(
+            fmt::format("{}.{} is to-one", m_entity->name, m_entity->relationships[ri].name));
     loadToMany(ri);
     return m_state.toMany[ri] ? m_state.toMany[ri]->ids() : kNoIDs;
 }
@@ -170,7 +180,8 @@ std::vector<ObjectPtr> ManagedObject::toMany(std::size_t property) const {
     return out;
 }
 
-std::vector<std::shared_ptr<const ObjectView>> ManagedObject::relatedObjects(std::size_t property) const {
+std::vector<std::shared_ptr<const ObjectView>>
+ManagedObject::relatedObjects(std::size_t property) const {
     auto objects = toMany(property);
     return {objects.begin(), objects.end()};
 }
@@ -181,8 +192,10 @@ void ManagedObject::addToMany(std::size_t property, const ObjectPtr& target) {
     if (!r.toMany)
         throw std::invalid_argument(fmt::format("{}.{} is to-one", m_entity->name, r.name));
     if (!target || target->m_entity->index != r.destinationIndex)
-        throw std::invalid_argument(fmt::format("{}.{} takes a {}", m_entity->name, r.name, r.destination));
-    const auto& back = m_context->model().entity(r.destinationIndex).relationship(r.inversePropertyIndex);
+        throw std::invalid_argument(
+            fmt::format("{}.{} takes a {}", m_entity->name, r.name, r.destination));
+    const auto& back =
+        m_context->model().entity(r.destinationIndex).relationship(r.inversePropertyIndex);
     if (!back.toMany) {
         target->setToOne(r.inversePropertyIndex, shared_from_this());
         return;
@@ -200,7 +213,8 @@ void ManagedObject::removeFromMany(std::size_t property, const ObjectPtr& target
     const auto& r = m_entity->relationships.at(ri);
     if (!r.toMany || !target)
         return;
-    const auto& back = m_context->model().entity(r.destinationIndex).relationship(r.inversePropertyIndex);
+    const auto& back =
+        m_context->model().entity(r.destinationIndex).relationship(r.inversePropertyIndex);
     if (!back.toMany) {
         if (target->toOneID(r.inversePropertyIndex) == m_id)
             target->setToOne(r.inversePropertyIndex, nullptr);
@@ -214,9 +228,13 @@ void ManagedObject::removeFromMany(std::size_t property, const ObjectPtr& target
     linkInverse(ri, target->m_id, false);
 }
 
-void ManagedObject::rawAdd(std::size_t ri, ObjectID id) { m_state.toMany[ri]->insert(id); }
+void ManagedObject::rawAdd(std::size_t ri, ObjectID id) {
+    m_state.toMany[ri]->insert(id);
+}
 
-void ManagedObject::rawRemove(std::size_t ri, ObjectID id) { m_state.toMany[ri]->erase(id); }
+void ManagedObject::rawRemove(std::size_t ri, ObjectID id) {
+    m_state.toMany[ri]->erase(id);
+}
 
 // Mirrors a change of relationship `ri` on the object `targetID`'s inverse.
 void ManagedObject::linkInverse(std::size_t ri, ObjectID targetID, bool add) {

@@ -8,8 +8,8 @@
 
 #include <memory>
 #include <optional>
-#include <unordered_map>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace tasket::objectstore {
@@ -74,19 +74,23 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     const std::vector<ObjectID>& toManyIDs(std::size_t property) const;
     void addToMany(std::size_t property, const ObjectPtr& target);
     void removeFromMany(std::size_t property, const ObjectPtr& target);
-    std::size_t propertyIndex(std::string_view name) const; // throws std::out_of_range for unknown names
+    std::size_t
+    propertyIndex(std::string_view name) const; // throws std::out_of_range for unknown names
 
     // ObjectView
     Value attributeValue(std::size_t property) const override { return value(property); }
-    std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const override { return toOne(property); }
-    std::vector<std::shared_ptr<const ObjectView>> relatedObjects(std::size_t property) const override;
+    std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const override {
+        return toOne(property);
+    }
+    std::vector<std::shared_ptr<const ObjectView>>
+    relatedObjects(std::size_t property) const override;
 
   private:
     friend class ObjectContext;
 
     struct State {
         std::vector<Value> attributes;
-        std::vector<ObjectID> toOne;                              // per relationship
+        std::vector<ObjectID> toOne;                    // per relationship
         std::vector<std::optional<ObjectIDSet>> toMany; // per relationship; nullopt = not loaded
     };
 
@@ -106,8 +110,8 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     bool m_inserted = false;
     bool m_deleted = false;
     mutable State m_state;
-    std::optional<State> m_snapshot;  // the committed state, kept from the first change
-    std::vector<bool> m_changed;      // per property
+    std::optional<State> m_snapshot; // the committed state, kept from the first change
+    std::vector<bool> m_changed;     // per property
 };
 
 } // namespace tasket::objectstore

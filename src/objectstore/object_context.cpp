@@ -30,7 +30,8 @@ SaveInfo saveInfo(const HistoryTransaction& transaction, const Model& model) {
     return info;
 }
 
-std::shared_ptr<ObjectContext> ObjectContext::make(std::shared_ptr<PersistentStore> store, ConcurrencyType type) {
+std::shared_ptr<ObjectContext> ObjectContext::make(std::shared_ptr<PersistentStore> store,
+                                                   ConcurrencyType type) {
     return std::shared_ptr<ObjectContext>(new ObjectContext(std::move(store), type));
 }
 
@@ -153,7 +154,8 @@ Result<ObjectPtr> ObjectContext::existingObject(ObjectID id) {
     if (!row)
         return std::unexpected(row.error());
     if (!*row)
-        return fail(Errc::notFound, fmt::format("{} {} does not exist", model().entity(id.entity).name, id.key));
+        return fail(Errc::notFound,
+                    fmt::format("{} {} does not exist", model().entity(id.entity).name, id.key));
     ObjectPtr object = objectWithID(id);
     if (object->isFault())
         applyRow(*object, std::move(**row));
@@ -173,7 +175,8 @@ void ObjectContext::applyRow(ManagedObject& object, Row row) {
         if (e.storage[i] == RelationshipStorage::ForeignKey) {
             if (row.toOne[i])
                 state.toOne[i] = ObjectID{r.destinationIndex, row.toOne[i]};
-        } else if (auto keys = m_store->relatedKeys(object.m_id, e.attributes.size() + i); keys && !keys->empty()) {
+        } else if (auto keys = m_store->relatedKeys(object.m_id, e.attributes.size() + i);
+                   keys && !keys->empty()) {
             state.toOne[i] = ObjectID{r.destinationIndex, keys->front()};
         }
     }
@@ -192,8 +195,8 @@ void ObjectContext::load(ManagedObject& object) {
         return;
     }
     if (!m_deleteInaccessibleFaults)
-        throw std::runtime_error(fmt::format("{} {} is no longer in the store", object.entityDescription().name,
-                                             object.m_id.key));
+        throw std::runtime_error(fmt::format("{} {} is no longer in the store",
+                                             object.entityDescription().name, object.m_id.key));
     // The row vanished: the object reads as deleted, with nil values.
     const auto& e = object.entityDescription();
     object.m_state.attributes.assign(e.attributes.size(), Value{});
@@ -307,7 +310,8 @@ void ObjectContext::schedulePendingChanges() {
 
 void ObjectContext::processPendingChanges() {
     m_processScheduled = false;
-    if (m_unprocessed.inserted.empty() && m_unprocessed.deleted.empty() && m_unprocessedUpdated.empty())
+    if (m_unprocessed.inserted.empty() && m_unprocessed.deleted.empty() &&
+        m_unprocessedUpdated.empty())
         return;
     ChangeInfo info = std::move(m_unprocessed);
     m_unprocessed = {};
@@ -327,8 +331,10 @@ void ObjectContext::processPendingChanges() {
     m_unprocessedUpdated.clear();
     // An object inserted and deleted before anyone heard of it was never there.
     std::erase_if(info.inserted, [&](const ObjectID& id) { return deleted.count(id) > 0; });
-    std::erase_if(info.deleted, [&](const ObjectID& id) { return id.isTemporary() && inserted.count(id); });
-    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(info));
+    std::erase_if(info.deleted,
+                  [&](const ObjectID& id) { return id.isTemporary() && inserted.count(id); });
+    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this,
+                                                       std::move(info));
 }
 
 bool ObjectContext::hasChanges() const {
@@ -387,12 +393,13 @@ Result<void> ObjectContext::save() {
                 if (r.deleteRule != DeleteRule::Deny)
                     continue;
                 const std::size_t p = e.attributes.size() + ri;
-                std::vector<ObjectPtr> targets = r.toMany ? o->toMany(p) : std::vector<ObjectPtr>{o->toOne(p)};
+                std::vector<ObjectPtr> targets =
+                    r.toMany ? o->toMany(p) : std::vector<ObjectPtr>{o->toOne(p)};
                 for (const auto& t : targets)
                     if (t && !t->m_deleted)
                         return fail(Errc::validation,
-                                    fmt::format("{} {} cannot be deleted while its {} is not empty", e.name,
-                                                o->m_id.key, r.name));
+                                    fmt::format("{} {} cannot be deleted while its {} is not empty",
+                                                e.name, o->m_id.key, r.name));
             }
             request.changes.push_back(std::move(change));
             continue;
@@ -402,7 +409,8 @@ Result<void> ObjectContext::save() {
         change.kind = o->m_inserted ? ObjectChange::Kind::insert : ObjectChange::Kind::update;
         for (std::size_t a = 0; a < e.attributes.size(); ++a)
             if (!e.attributes[a].optional && isNil(o->m_state.attributes[a]))
-                return fail(Errc::validation, fmt::format("{}.{} is required", e.name, e.attributes[a].name));
+                return fail(Errc::validation,
+                            fmt::format("{}.{} is required", e.name, e.attributes[a].name));
         change.attributes = o->m_state.attributes;
         change.toOne = o->m_state.toOne;
         change.changed = o->m_changed;
@@ -414,7 +422,8 @@ Result<void> ObjectContext::save() {
                 continue;
             ObjectChange::JoinDelta delta{ri, {}, {}};
             const ObjectIDSet empty;
-            const auto& before = (o->m_snapshot && o->m_snapshot->toMany[ri]) ? *o->m_snapshot->toMany[ri] : empty;
+            const auto& before =
+                (o->m_snapshot && o->m_snapshot->toMany[ri]) ? *o->m_snapshot->toMany[ri] : empty;
             if (!o->m_inserted && !o->m_changed[e.attributes.size() + ri])
                 continue;
             for (const auto& id2 : now->ids())
@@ -490,7 +499,8 @@ Result<void> ObjectContext::save() {
             if (r.toMany || !o->m_state.toOne[ri].isValid())
                 continue;
             auto owner = registeredObject(o->m_state.toOne[ri]);
-            const std::size_t iri = r.inversePropertyIndex - model().entity(r.destinationIndex).attributes.size();
+            const std::size_t iri =
+                r.inversePropertyIndex - model().entity(r.destinationIndex).attributes.size();
             if (owner && owner->m_state.toMany.size() > iri && owner->m_state.toMany[iri] &&
                 owner->m_state.toMany[iri]->erase(temp))
                 owner->m_state.toMany[iri]->insert(perm);
@@ -576,7 +586,8 @@ void ObjectContext::rollback() {
     touched.insert(touched.end(), info.deleted.begin(), info.deleted.end());
     invalidateInverseCaches(touched);
     if (!info.updated.empty() || !info.deleted.empty())
-        platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(info));
+        platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this,
+                                                           std::move(info));
 }
 
 void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
@@ -642,7 +653,7 @@ void ObjectContext::overlayPendingMembers(ManagedObject& owner, std::size_t ri) 
         auto member = registeredObject(id);
         if (!member || member->isFault())
             continue;
-        const ObjectID before = member->m_inserted ? ObjectID{}
+        const ObjectID before = member->m_inserted   ? ObjectID{}
                                 : member->m_snapshot ? member->m_snapshot->toOne[mri]
                                                      : member->m_state.toOne[mri];
         const ObjectID now = member->m_deleted ? ObjectID{} : member->m_state.toOne[mri];
@@ -702,7 +713,8 @@ void ObjectContext::mergeChanges(const SaveInfo& info) {
             refresh(o, false);
     }
     invalidateInverseCaches(all);
-    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, std::move(out));
+    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this,
+                                                       std::move(out));
 }
 
 } // namespace tasket::objectstore

@@ -9,8 +9,8 @@
 #include "objectstore/batched_results.h"
 #include "objectstore/fetch_request.h"
 #include "objectstore/managed_object.h"
-#include "platform/notification_center.h"
 #include "objectstore/persistent_store.h"
+#include "platform/notification_center.h"
 #include "platform/serial_queue.h"
 
 #include <functional>
@@ -58,7 +58,8 @@ enum class ConcurrencyType { mainQueue, privateQueue };
 
 class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
   public:
-    static std::shared_ptr<ObjectContext> make(std::shared_ptr<PersistentStore> store, ConcurrencyType type);
+    static std::shared_ptr<ObjectContext> make(std::shared_ptr<PersistentStore> store,
+                                               ConcurrencyType type);
     ~ObjectContext();
     ObjectContext(const ObjectContext&) = delete;
     ObjectContext& operator=(const ObjectContext&) = delete;
@@ -155,7 +156,8 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     struct CompiledFetch;
     Result<CompiledFetch> compile(const FetchRequest& request) const;
     Result<std::vector<ObjectID>> storedIDs(const CompiledFetch& fetch, bool window);
-    Result<std::vector<ObjectID>> judgedInMemory(const CompiledFetch& fetch, const std::vector<ObjectPtr>& changed);
+    Result<std::vector<ObjectID>> judgedInMemory(const CompiledFetch& fetch,
+                                                 const std::vector<ObjectPtr>& changed);
 
     std::shared_ptr<PersistentStore> m_store;
     ConcurrencyType m_type;

@@ -10,7 +10,8 @@ PersistentContainer::PersistentContainer(std::string name, std::shared_ptr<const
 void PersistentContainer::loadPersistentStores(const LoadCompletion& completion) {
     if (m_descriptions.empty()) {
         StoreDescription none;
-        completion(none, platform::Error{platform::Errc::invalidArgument, "the container has no store description"});
+        completion(none, platform::Error{platform::Errc::invalidArgument,
+                                         "the container has no store description"});
         return;
     }
     const StoreDescription& description = m_descriptions.front();

@@ -20,7 +20,8 @@ struct StoreDescription {
 
 class PersistentContainer {
   public:
-    using LoadCompletion = std::function<void(const StoreDescription&, const std::optional<platform::Error>&)>;
+    using LoadCompletion =
+        std::function<void(const StoreDescription&, const std::optional<platform::Error>&)>;
 
     PersistentContainer(std::string name, std::shared_ptr<const Model> model);
 

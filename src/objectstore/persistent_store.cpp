@@ -1,19 +1,19 @@
 #include "objectstore/persistent_store.h"
 
-#include "platform/clock.h"
-#include "platform/notification_center.h"
 #include "objectstore/detail/remote_change_monitor.h"
 #include "objectstore/detail/sql_functions.h"
 #include "objectstore/detail/sqlite.h"
+#include "platform/clock.h"
+#include "platform/notification_center.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
 #include <map>
-#include <unistd.h>
 
 namespace tasket::objectstore {
 
@@ -85,8 +85,9 @@ std::string columnDefinition(const AttributeDescription& a) {
 }
 
 std::string foreignKeyDefinition(const RelationshipDescription& r) {
-    return fmt::format("{} INTEGER REFERENCES {}(pk) ON DELETE SET NULL DEFERRABLE INITIALLY DEFERRED",
-                       sqlName(r.name), sqlName(r.destination));
+    return fmt::format(
+        "{} INTEGER REFERENCES {}(pk) ON DELETE SET NULL DEFERRABLE INITIALLY DEFERRED",
+        sqlName(r.name), sqlName(r.destination));
 }
 
 // Rows ordered by the keys, then by pk (the sorts' tie-break), then the
@@ -101,7 +102,8 @@ std::string sortIndexDefinition(const EntityDescription& e, const SortIndexDescr
     columns += "pk";
     for (const auto& column : index.carried)
         columns += ", " + sqlName(column);
-    return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", sqlName(name), sqlName(e.name), columns);
+    return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", sqlName(name), sqlName(e.name),
+                       columns);
 }
 
 // The engine's own tables: metadata, key counters and persistent history.
@@ -120,11 +122,13 @@ constexpr std::string_view kEngineTables = R"(
 
 // The statements that bring `e`'s table, its join tables and its indexes
 // up to the model, given the table's `existing` columns (none: a new table).
-std::vector<std::string> entityStatements(const EntityDescription& e, const std::vector<std::string>& existing) {
+std::vector<std::string> entityStatements(const EntityDescription& e,
+                                          const std::vector<std::string>& existing) {
     std::vector<std::string> statements;
     if (existing.empty()) {
-        std::string ddl = fmt::format("CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL DEFAULT 1",
-                                      sqlName(e.name));
+        std::string ddl = fmt::format(
+            "CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL DEFAULT 1",
+            sqlName(e.name));
         for (const auto& a : e.attributes)
             ddl += ", " + columnDefinition(a);
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
@@ -137,7 +141,8 @@ std::vector<std::string> entityStatements(const EntityDescription& e, const std:
         };
         for (const auto& a : e.attributes)
             if (!has(a.name))
-                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name), columnDefinition(a)));
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
+                                                 columnDefinition(a)));
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
             if (e.storage[i] == RelationshipStorage::ForeignKey && !has(e.relationships[i].name))
                 statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
@@ -147,22 +152,25 @@ std::vector<std::string> entityStatements(const EntityDescription& e, const std:
         const auto& r = e.relationships[i];
         if (e.storage[i] == RelationshipStorage::ForeignKey)
             statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
-                                             sqlName(fmt::format("_i_{}_{}", e.name, r.name)), sqlName(e.name),
-                                             sqlName(r.name)));
+                                             sqlName(fmt::format("_i_{}_{}", e.name, r.name)),
+                                             sqlName(e.name), sqlName(r.name)));
         if (e.storage[i] == RelationshipStorage::JoinTable) {
-            statements.push_back(fmt::format(
-                "CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES {1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
-                "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
-                sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
+            statements.push_back(
+                fmt::format("CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES "
+                            "{1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
+                            "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE "
+                            "INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
+                            sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
             statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}(dst, src)",
-                                             sqlName(e.joinTables[i] + "_dst"), sqlName(e.joinTables[i])));
+                                             sqlName(e.joinTables[i] + "_dst"),
+                                             sqlName(e.joinTables[i])));
         }
     }
     for (const auto& a : e.attributes)
         if (a.indexed)
             statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
-                                             sqlName(fmt::format("_i_{}_{}", e.name, a.name)), sqlName(e.name),
-                                             sqlName(a.name)));
+                                             sqlName(fmt::format("_i_{}_{}", e.name, a.name)),
+                                             sqlName(e.name), sqlName(a.name)));
     for (const auto& index : e.sortIndexes)
         statements.push_back(sortIndexDefinition(e, index));
     return statements;
@@ -208,8 +216,9 @@ Result<void> checkExistingFile(const std::filesystem::path& path) {
                                                     sqlite3_errstr(SQLITE_NOTADB), SQLITE_NOTADB));
     };
     auto malformed = [&] {
-        return fail(Errc::storeCorrupt, fmt::format("{}: {} (SQLite code {})", path.string(),
-                                                    sqlite3_errstr(SQLITE_CORRUPT), SQLITE_CORRUPT));
+        return fail(Errc::storeCorrupt,
+                    fmt::format("{}: {} (SQLite code {})", path.string(),
+                                sqlite3_errstr(SQLITE_CORRUPT), SQLITE_CORRUPT));
     };
     std::array<unsigned char, 100> header{};
     std::ifstream in(path, std::ios::binary);
@@ -228,7 +237,8 @@ Result<void> checkExistingFile(const std::filesystem::path& path) {
     // committed pages may still be in the log, and SQLite's recovery finishes
     // a checkpoint that a killed process left half done.
     const auto wal = path.string() + "-wal";
-    if (std::error_code walError; std::filesystem::exists(wal, walError) && std::filesystem::file_size(wal, walError) > 0)
+    if (std::error_code walError;
+        std::filesystem::exists(wal, walError) && std::filesystem::file_size(wal, walError) > 0)
         return {};
     if (size % pageSize != 0)
         return malformed();
@@ -246,7 +256,8 @@ Result<std::int64_t> pragmaInt(Database& db, const char* pragma) {
         return std::unexpected(stmt.error());
     int rc = sqlite3_step(stmt->get());
     if (rc != SQLITE_ROW)
-        return std::unexpected(db.error(fmt::format("{}: cannot read PRAGMA {}", db.path().string(), pragma), rc));
+        return std::unexpected(
+            db.error(fmt::format("{}: cannot read PRAGMA {}", db.path().string(), pragma), rc));
     return sqlite3_column_int64(stmt->get(), 0);
 }
 
@@ -271,18 +282,21 @@ Result<std::shared_ptr<PersistentStore>> PersistentStore::open(const std::filesy
                                                                StoreOptions options) {
     if (!model || !model->isFinalized())
         return fail(Errc::invalidArgument, "the model must be finalized before a store opens");
-    const auto folder = path.parent_path().empty() ? std::filesystem::path(".") : path.parent_path();
+    const auto folder =
+        path.parent_path().empty() ? std::filesystem::path(".") : path.parent_path();
     std::error_code ec;
     if (!std::filesystem::is_directory(folder, ec))
         return fail(Errc::notFound, fmt::format("the folder {} does not exist", folder.string()));
     if (::access(folder.c_str(), W_OK | X_OK) != 0)
-        return fail(Errc::permissionDenied,
-                    fmt::format("the folder {} cannot be written (the store needs it for its journal)",
-                                folder.string()));
+        return fail(
+            Errc::permissionDenied,
+            fmt::format("the folder {} cannot be written (the store needs it for its journal)",
+                        folder.string()));
     const bool exists = std::filesystem::exists(path, ec);
     if (exists) {
         if (!std::filesystem::is_regular_file(path, ec))
-            return fail(Errc::invalidArgument, fmt::format("{} is not a regular file", path.string()));
+            return fail(Errc::invalidArgument,
+                        fmt::format("{} is not a regular file", path.string()));
         if (auto ok = checkExistingFile(path); !ok)
             return std::unexpected(ok.error());
     }
@@ -317,10 +331,11 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
     if (!version)
         return std::unexpected(version.error());
     if (*version > m_model->version())
-        return fail(Errc::schemaTooNew,
-                    fmt::format("{} was written by a newer version of the program (schema {}, this program "
-                                "knows {}); it was not changed",
-                                m_path.string(), *version, m_model->version()));
+        return fail(
+            Errc::schemaTooNew,
+            fmt::format("{} was written by a newer version of the program (schema {}, this program "
+                        "knows {}); it was not changed",
+                        m_path.string(), *version, m_model->version()));
     if (!creating) {
         // A database file whose contents are damaged fails here, still unwritten.
         if (auto tables = pragmaInt(db, "schema_version"); !tables)
@@ -331,7 +346,8 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
     if (!journal)
         return std::unexpected(journal.error());
     if (int rc = sqlite3_step(journal->get()); rc != SQLITE_ROW)
-        return std::unexpected(db.error(fmt::format("{}: cannot switch to write-ahead logging", m_path.string()), rc));
+        return std::unexpected(
+            db.error(fmt::format("{}: cannot switch to write-ahead logging", m_path.string()), rc));
     journal->reset();
     if (auto ok = db.exec("PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;"); !ok)
         return ok;
@@ -348,15 +364,18 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
 // Whether the store was last brought up to this very schema (its fingerprint
 // is in _meta) and has its identifier; reads only.
 bool PersistentStore::schemaIsCurrent(const std::string& fingerprint) {
-    auto stmt = m_db->prepareOnce("SELECT key, value FROM _meta WHERE key IN ('identifier', 'schema')");
+    auto stmt =
+        m_db->prepareOnce("SELECT key, value FROM _meta WHERE key IN ('identifier', 'schema')");
     if (!stmt)
         return false; // no _meta yet
     std::string identifier, stored;
     while (sqlite3_step(stmt->get()) == SQLITE_ROW) {
         if (sqlite3_column_type(stmt->get(), 1) != SQLITE_TEXT)
             continue;
-        const std::string_view key = reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
-        (key == "identifier" ? identifier : stored) = reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 1));
+        const std::string_view key =
+            reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
+        (key == "identifier" ? identifier : stored) =
+            reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 1));
     }
     if (stored != fingerprint || identifier.empty())
         return false;
@@ -395,8 +414,8 @@ Result<void> PersistentStore::updateSchema(std::int64_t version, const std::stri
     }
     for (const auto& s : statements)
         if (auto ok = db.exec(s); !ok)
-            return fail(ok.error().code, fmt::format("{}: cannot update the schema ({}): {}", m_path.string(), s,
-                                                     ok.error().message));
+            return fail(ok.error().code, fmt::format("{}: cannot update the schema ({}): {}",
+                                                     m_path.string(), s, ok.error().message));
     if (version != m_model->version())
         if (auto ok = db.exec(fmt::format("PRAGMA user_version={}", m_model->version())); !ok)
             return ok;
@@ -405,15 +424,19 @@ Result<void> PersistentStore::updateSchema(std::int64_t version, const std::stri
         auto stmt = db.prepareOnce("SELECT value FROM _meta WHERE key='identifier'");
         if (!stmt)
             return std::unexpected(stmt.error());
-        if (sqlite3_step(stmt->get()) == SQLITE_ROW && sqlite3_column_type(stmt->get(), 0) == SQLITE_TEXT)
+        if (sqlite3_step(stmt->get()) == SQLITE_ROW &&
+            sqlite3_column_type(stmt->get(), 0) == SQLITE_TEXT)
             m_identifier = reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
     }
     if (m_identifier.empty()) {
         m_identifier = Uuid::generate().toString();
-        if (auto ok = db.exec(fmt::format("UPDATE _meta SET value='{}' WHERE key='identifier'", m_identifier)); !ok)
+        if (auto ok = db.exec(
+                fmt::format("UPDATE _meta SET value='{}' WHERE key='identifier'", m_identifier));
+            !ok)
             return ok;
     }
-    if (auto ok = db.exec(fmt::format("INSERT OR REPLACE INTO _meta(key, value) VALUES('schema', '{}')", fingerprint));
+    if (auto ok = db.exec(fmt::format(
+            "INSERT OR REPLACE INTO _meta(key, value) VALUES('schema', '{}')", fingerprint));
         !ok)
         return ok;
     return tx->commit();
@@ -437,10 +460,13 @@ void PersistentStore::prepareStatementTexts() {
                 qualified += ", t0." + sqlName(e.relationships[i].name);
         m_qualifiedColumns.push_back(std::move(qualified));
         std::string params = "?, 1";
-        const auto foreignKeys = std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);
-        for (std::size_t i = 0; i < e.attributes.size() + static_cast<std::size_t>(foreignKeys); ++i)
+        const auto foreignKeys =
+            std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);
+        for (std::size_t i = 0; i < e.attributes.size() + static_cast<std::size_t>(foreignKeys);
+             ++i)
             params += ", ?";
-        m_insertSql.push_back(fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
+        m_insertSql.push_back(
+            fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
     }
 }
 
@@ -469,7 +495,8 @@ Row readRow(const Statement& s, const EntityDescription& e) {
 
 Result<std::optional<Row>> PersistentStore::loadRowLocked(ObjectID id) {
     const auto& e = m_model->entity(id.entity);
-    auto stmt = m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk=?", m_selectColumns[id.entity], sqlName(e.name)));
+    auto stmt = m_db->prepare(
+        fmt::format("SELECT {} FROM {} WHERE pk=?", m_selectColumns[id.entity], sqlName(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);
@@ -487,7 +514,8 @@ Result<std::optional<Row>> PersistentStore::loadRow(ObjectID id) {
     return loadRowLocked(id);
 }
 
-Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity, std::span<const std::int64_t> keys) {
+Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity,
+                                                   std::span<const std::int64_t> keys) {
     std::vector<Row> rows;
     if (keys.empty())
         return rows;
@@ -500,8 +528,9 @@ Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity, std::sp
     }
     list += ']';
     std::lock_guard lock(m_mutex);
-    auto stmt = m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk IN (SELECT value FROM json_each(?))",
-                                          m_selectColumns[entity], sqlName(e.name)));
+    auto stmt =
+        m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk IN (SELECT value FROM json_each(?))",
+                                  m_selectColumns[entity], sqlName(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);
@@ -515,7 +544,8 @@ Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity, std::sp
     return rows;
 }
 
-Result<std::vector<std::int64_t>> PersistentStore::relatedKeysLocked(ObjectID id, std::size_t property) {
+Result<std::vector<std::int64_t>> PersistentStore::relatedKeysLocked(ObjectID id,
+                                                                     std::size_t property) {
     const auto& e = m_model->entity(id.entity);
     const std::size_t ri = property - e.attributes.size();
     const auto& r = e.relationships[ri];
@@ -523,7 +553,8 @@ Result<std::vector<std::int64_t>> PersistentStore::relatedKeysLocked(ObjectID id
     std::string sql;
     switch (e.storage[ri]) {
     case RelationshipStorage::ForeignKey:
-        sql = fmt::format("SELECT {} FROM {} WHERE pk=? AND {} IS NOT NULL", sqlName(r.name), sqlName(e.name), sqlName(r.name));
+        sql = fmt::format("SELECT {} FROM {} WHERE pk=? AND {} IS NOT NULL", sqlName(r.name),
+                          sqlName(e.name), sqlName(r.name));
         break;
     case RelationshipStorage::InverseColumn:
         sql = fmt::format("SELECT pk FROM {} WHERE {}=?", sqlName(dest.name), sqlName(r.inverse));
@@ -555,7 +586,7 @@ Result<std::vector<std::int64_t>> PersistentStore::relatedKeys(ObjectID id, std:
 }
 
 Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std::uint32_t entity,
-                                                   const std::function<void(Statement&)>& bind) {
+                                                    const std::function<void(Statement&)>& bind) {
     std::vector<Row> rows;
     const auto& e = m_model->entity(entity);
     auto ok = query(sql, bind, [&](const Statement& s) { rows.push_back(readRow(s, e)); });
@@ -564,7 +595,8 @@ Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std:
     return rows;
 }
 
-Result<void> PersistentStore::query(const std::string& sql, const std::function<void(Statement&)>& bind,
+Result<void> PersistentStore::query(const std::string& sql,
+                                    const std::function<void(Statement&)>& bind,
                                     const std::function<void(const Statement&)>& row) {
     std::lock_guard lock(m_mutex);
     auto stmt = m_db->prepare(sql);
@@ -599,9 +631,9 @@ Result<SaveResult> PersistentStore::save(const SaveRequest& request) {
             ++insertsPerEntity[c.id.entity];
     for (auto [entity, count] : insertsPerEntity) {
         const auto& name = m_model->entity(entity).name;
-        auto stmt = db.prepare(fmt::format(
-            "SELECT max(coalesce((SELECT maxKey FROM _keys WHERE entity=?1), 0), coalesce((SELECT max(pk) FROM {}), 0))",
-            sqlName(name)));
+        auto stmt = db.prepare(fmt::format("SELECT max(coalesce((SELECT maxKey FROM _keys WHERE "
+                                           "entity=?1), 0), coalesce((SELECT max(pk) FROM {}), 0))",
+                                           sqlName(name)));
         if (!stmt)
             return std::unexpected(stmt.error());
         std::int64_t next = 0;
@@ -637,7 +669,8 @@ Result<SaveResult> PersistentStore::save(const SaveRequest& request) {
     }
 
     if (m_options.historyTracking && !written.empty()) {
-        auto t = db.prepare("INSERT INTO _history_transaction(timestamp, contextName, author) VALUES(?,?,?)");
+        auto t = db.prepare(
+            "INSERT INTO _history_transaction(timestamp, contextName, author) VALUES(?,?,?)");
         if (!t)
             return std::unexpected(t.error());
         {
@@ -650,7 +683,8 @@ Result<SaveResult> PersistentStore::save(const SaveRequest& request) {
         }
         const HistoryToken token{db.lastInsertRowid()};
         result.token = token;
-        auto ch = db.prepare("INSERT INTO _history_change(token, entity, key, type, properties) VALUES(?,?,?,?,?)");
+        auto ch = db.prepare(
+            "INSERT INTO _history_change(token, entity, key, type, properties) VALUES(?,?,?,?,?)");
         if (!ch)
             return std::unexpected(ch.error());
         for (const ObjectChange* c : written) {
@@ -681,8 +715,8 @@ Result<SaveResult> PersistentStore::save(const SaveRequest& request) {
     return result;
 }
 
-Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy, SaveResult& result,
-                                       bool& skipped) {
+Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy,
+                                       SaveResult& result, bool& skipped) {
     Database& db = *m_db;
     const auto& e = m_model->entity(c.id.entity);
     auto keyOf = [&](ObjectID id) -> std::int64_t {
@@ -737,13 +771,14 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
             for (std::size_t p = 0; p < e.propertyCount(); ++p) {
                 if (!which[p])
                     continue;
-                if (!e.isAttribute(p) && e.storage[p - e.attributes.size()] != RelationshipStorage::ForeignKey)
+                if (!e.isAttribute(p) &&
+                    e.storage[p - e.attributes.size()] != RelationshipStorage::ForeignKey)
                     continue;
                 set += sqlName(e.propertyName(p)) + "=?, ";
             }
             set += expected ? "_version=_version+1" : "_version=" + std::to_string(newVersion);
-            auto stmt = db.prepare(fmt::format("UPDATE {} SET {} WHERE pk=?{}", sqlName(e.name), set,
-                                               expected ? " AND _version=?" : ""));
+            auto stmt = db.prepare(fmt::format("UPDATE {} SET {} WHERE pk=?{}", sqlName(e.name),
+                                               set, expected ? " AND _version=?" : ""));
             if (!stmt)
                 return std::unexpected(stmt.error());
             StatementScope s(**stmt);
@@ -765,11 +800,13 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
         };
         bool storedColumnChanged = false;
         for (std::size_t p = 0; p < e.propertyCount(); ++p)
-            if (c.changed[p] && (e.isAttribute(p) || e.storage[p - e.attributes.size()] == RelationshipStorage::ForeignKey))
+            if (c.changed[p] && (e.isAttribute(p) || e.storage[p - e.attributes.size()] ==
+                                                         RelationshipStorage::ForeignKey))
                 storedColumnChanged = true;
         // Only member sets changed (the other side holds the column, or a
         // join table does): no row to write, no version to bump.
-        auto updated = storedColumnChanged ? runUpdate(c.changed, c.version, 0) : Result<bool>(true);
+        auto updated =
+            storedColumnChanged ? runUpdate(c.changed, c.version, 0) : Result<bool>(true);
         if (!updated)
             return std::unexpected(updated.error());
         if (*updated) {
@@ -780,11 +817,13 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
             if (!stored)
                 return std::unexpected(stored.error());
             if (policy == MergePolicy::error)
-                return fail(Errc::conflict,
-                            *stored ? fmt::format("{} {} was changed by another writer (stored version {}, read "
-                                                  "version {})",
-                                                  e.name, key, (*stored)->version, c.version)
-                                    : fmt::format("{} {} was deleted by another writer", e.name, key));
+                return fail(
+                    Errc::conflict,
+                    *stored ? fmt::format(
+                                  "{} {} was changed by another writer (stored version {}, read "
+                                  "version {})",
+                                  e.name, key, (*stored)->version, c.version)
+                            : fmt::format("{} {} was deleted by another writer", e.name, key));
             if (!*stored) {
                 result.vanished.push_back(c.id);
                 skipped = true;
@@ -818,11 +857,13 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
     // Many-to-many rows, written by the side that owns the join table.
     for (const auto& delta : c.joins) {
         const auto& table = sqlName(e.joinTables[delta.relationship]);
-        auto add = db.prepare(fmt::format("INSERT OR IGNORE INTO {}(src, dst) VALUES(?, ?)", table));
+        auto add =
+            db.prepare(fmt::format("INSERT OR IGNORE INTO {}(src, dst) VALUES(?, ?)", table));
         auto remove = db.prepare(fmt::format("DELETE FROM {} WHERE src=? AND dst=?", table));
         if (!add || !remove)
             return std::unexpected(!add ? add.error() : remove.error());
-        for (const auto& [list, stmt] : {std::pair{&delta.added, *add}, std::pair{&delta.removed, *remove}}) {
+        for (const auto& [list, stmt] :
+             {std::pair{&delta.added, *add}, std::pair{&delta.removed, *remove}}) {
             for (const auto& target : *list) {
                 const std::int64_t other = keyOf(target);
                 if (!other)
@@ -831,7 +872,8 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
                 st->bindInt(1, key);
                 st->bindInt(2, other);
                 if (st->step() != SQLITE_DONE)
-                    return std::unexpected(db.error(fmt::format("cannot write {}", e.joinTables[delta.relationship])));
+                    return std::unexpected(
+                        db.error(fmt::format("cannot write {}", e.joinTables[delta.relationship])));
             }
         }
     }
@@ -840,10 +882,12 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
 
 // ---------------------------------------------------------------- history
 
-Result<std::vector<HistoryTransaction>> PersistentStore::historyAfter(std::optional<HistoryToken> token) {
+Result<std::vector<HistoryTransaction>>
+PersistentStore::historyAfter(std::optional<HistoryToken> token) {
     std::vector<HistoryTransaction> out;
     auto ok = query(
-        "SELECT t.token, t.timestamp, t.contextName, t.author, c.entity, c.key, c.type, c.properties "
+        "SELECT t.token, t.timestamp, t.contextName, t.author, c.entity, c.key, c.type, "
+        "c.properties "
         "FROM _history_transaction t LEFT JOIN _history_change c ON c.token = t.token "
         "WHERE t.token > ? ORDER BY t.token, c.id",
         [&](Statement& s) { s.bindInt(1, token ? token->value : 0); },
@@ -886,7 +930,8 @@ Result<void> PersistentStore::deleteHistory(HistoryToken through) {
     auto tx = Transaction::begin(*m_db);
     if (!tx)
         return std::unexpected(tx.error());
-    for (const char* sql : {"DELETE FROM _history_change WHERE token <= ?", "DELETE FROM _history_transaction WHERE token <= ?"}) {
+    for (const char* sql : {"DELETE FROM _history_change WHERE token <= ?",
+                            "DELETE FROM _history_transaction WHERE token <= ?"}) {
         auto stmt = m_db->prepare(sql);
         if (!stmt)
             return std::unexpected(stmt.error());

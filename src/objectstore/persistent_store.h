@@ -6,9 +6,9 @@
 // shared by all contexts of a container and is thread-safe.
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/history.h"
 #include "objectstore/model/model.h"
+#include "platform/error.h"
 
 #include <filesystem>
 #include <functional>
@@ -44,7 +44,8 @@ struct StoreOptions {
 
 enum class MergePolicy {
     error,                      // a conflict fails the save
-    mergeByPropertyObjectTrump, // properties this context changed win; others take the stored values
+    mergeByPropertyObjectTrump, // properties this context changed win; others take the stored
+                                // values
     overwrite,                  // object trumps: every in-memory property is written
     rollback,                   // store trumps: this context's changes to the object are dropped
 };
@@ -63,10 +64,10 @@ struct ObjectChange {
     enum class Kind { insert, update, remove };
     Kind kind = Kind::update;
     ObjectID id;
-    std::int64_t version = 0;          // the version this context read
-    std::vector<Value> attributes;     // every current attribute value
-    std::vector<ObjectID> toOne;       // per relationship: the current to-one target
-    std::vector<bool> changed;         // per property
+    std::int64_t version = 0;      // the version this context read
+    std::vector<Value> attributes; // every current attribute value
+    std::vector<ObjectID> toOne;   // per relationship: the current to-one target
+    std::vector<bool> changed;     // per property
     struct JoinDelta {
         std::size_t relationship; // index into the entity's relationships (JoinTable storage)
         std::vector<ObjectID> added, removed;
@@ -83,7 +84,8 @@ struct SaveRequest {
 
 struct SaveResult {
     std::unordered_map<ObjectID, ObjectID, ObjectIDHash> permanentIDs; // temporary -> permanent
-    std::unordered_map<ObjectID, std::int64_t, ObjectIDHash> versions; // written objects' new versions
+    std::unordered_map<ObjectID, std::int64_t, ObjectIDHash>
+        versions; // written objects' new versions
     /// Conflicting objects and the stored row they were merged with (the
     /// row as it is after the save).
     std::vector<std::pair<ObjectID, Row>> merged;
@@ -148,7 +150,8 @@ class PersistentStore {
     bool schemaIsCurrent(const std::string& fingerprint);
     Result<void> updateSchema(std::int64_t version, const std::string& fingerprint);
     void prepareStatementTexts();
-    Result<void> writeRow(const ObjectChange& change, MergePolicy policy, SaveResult& result, bool& skipped);
+    Result<void> writeRow(const ObjectChange& change, MergePolicy policy, SaveResult& result,
+                          bool& skipped);
     Result<std::optional<Row>> loadRowLocked(ObjectID id);
     Result<std::vector<std::int64_t>> relatedKeysLocked(ObjectID id, std::size_t property);
     void checkRemoteChange();
@@ -160,8 +163,8 @@ class PersistentStore {
     std::mutex m_mutex; // guards m_db and m_dataVersion
     std::unique_ptr<detail::Database> m_db;
     std::int64_t m_dataVersion = 0;
-    std::vector<std::string> m_selectColumns; // per entity: "pk, _version, cols..."
-    std::vector<std::string> m_insertSql;     // per entity
+    std::vector<std::string> m_selectColumns;    // per entity: "pk, _version, cols..."
+    std::vector<std::string> m_insertSql;        // per entity
     std::vector<std::string> m_qualifiedColumns; // per entity, with the alias t0
     std::unique_ptr<detail::RemoteChangeMonitor> m_monitor;
 

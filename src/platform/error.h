@@ -9,17 +9,17 @@
 namespace tasket::platform {
 
 enum class Errc {
-    invalidArgument,   // the caller passed something malformed
-    notFound,          // a named thing does not exist
-    ioError,           // the file system refused
-    permissionDenied,  // a path cannot be read or written
-    storeError,        // SQLite reported an error
-    storeCorrupt,      // the store file is not a database or is damaged
-    schemaTooNew,      // the store was written by a newer program
-    conflict,          // an optimistic-lock conflict the merge policy refused
-    validation,        // an object or model failed validation
-    unavailable,       // a service or suite cannot be reached
-    parseError,        // text that does not follow its grammar
+    invalidArgument,  // the caller passed something malformed
+    notFound,         // a named thing does not exist
+    ioError,          // the file system refused
+    permissionDenied, // a path cannot be read or written
+    storeError,       // SQLite reported an error
+    storeCorrupt,     // the store file is not a database or is damaged
+    schemaTooNew,     // the store was written by a newer program
+    conflict,         // an optimistic-lock conflict the merge policy refused
+    validation,       // an object or model failed validation
+    unavailable,      // a service or suite cannot be reached
+    parseError,       // text that does not follow its grammar
     cancelled,
 };
 

@@ -54,7 +54,9 @@ ObserverToken& ObserverToken::operator=(ObserverToken&& other) noexcept {
     return *this;
 }
 
-ObserverToken::~ObserverToken() { reset(); }
+ObserverToken::~ObserverToken() {
+    reset();
+}
 
 void ObserverToken::reset() {
     if (m_id == 0)

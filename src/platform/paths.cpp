@@ -1,8 +1,9 @@
 #include "platform/paths.h"
 
-#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 namespace tasket::platform {
 namespace {
@@ -24,8 +25,12 @@ std::filesystem::path fromEnv(const char* name, const std::filesystem::path& fal
 
 } // namespace
 
-std::filesystem::path xdgDataHome() { return fromEnv("XDG_DATA_HOME", home() / ".local/share"); }
-std::filesystem::path xdgConfigHome() { return fromEnv("XDG_CONFIG_HOME", home() / ".config"); }
+std::filesystem::path xdgDataHome() {
+    return fromEnv("XDG_DATA_HOME", home() / ".local/share");
+}
+std::filesystem::path xdgConfigHome() {
+    return fromEnv("XDG_CONFIG_HOME", home() / ".config");
+}
 std::filesystem::path xdgRuntimeDir() {
     return fromEnv("XDG_RUNTIME_DIR", std::filesystem::temp_directory_path());
 }

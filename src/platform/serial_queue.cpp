@@ -6,7 +6,8 @@
 namespace tasket::platform {
 
 SerialQueue::SerialQueue(std::string label)
-    : m_label(std::move(label)), m_state(std::make_shared<State>()), m_thread([state = m_state] { loop(state); }) {}
+    : m_label(std::move(label)), m_state(std::make_shared<State>()),
+      m_thread([state = m_state] { loop(state); }) {}
 
 SerialQueue::~SerialQueue() {
     {

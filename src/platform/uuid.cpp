@@ -1,7 +1,8 @@
 #include "platform/uuid.h"
 
-#include <algorithm>
 #include <uuid/uuid.h>
+
+#include <algorithm>
 
 namespace tasket::platform {
 

@@ -3,6 +3,7 @@
 #include "platform/preferences/file_preferences_suite.h"
 
 #include <fmt/core.h>
+
 #include <stdexcept>
 
 namespace tasket::settings {

@@ -4,9 +4,10 @@
 #include "platform/uuid.h"
 #include "settings/settings_keys.h"
 
-#include <algorithm>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+
+#include <algorithm>
 
 namespace tasket::share {
 

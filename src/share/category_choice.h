@@ -6,8 +6,8 @@
 // the task).
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/object_context.h"
+#include "platform/error.h"
 #include "settings/customization_manager.h"
 #include "store/fetched_collection.h"
 #include "store/records.h"

@@ -3,9 +3,9 @@
 // the save that writes it.
 #pragma once
 
+#include "objectstore/object_context.h"
 #include "platform/date.h"
 #include "platform/error.h"
-#include "objectstore/object_context.h"
 #include "settings/customization_manager.h"
 #include "share/attachment_payload.h"
 #include "store/records.h"

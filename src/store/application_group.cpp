@@ -3,11 +3,12 @@
 #include "platform/fatal.h"
 #include "platform/paths.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 namespace tasket::store {
 

@@ -4,6 +4,7 @@
 #include "store/record_invariants.h"
 
 #include <fmt/core.h>
+
 #include <stdexcept>
 #include <utility>
 
@@ -207,10 +208,8 @@ std::vector<SortDescriptor> sortDescriptors(std::string_view creationKey,
         if (countKeyPath.empty())
             return {newestFirst};
         return {{std::string(countKeyPath), ascending}, newestFirst};
-    case TK_ObjectsSortOrder::creationDate:
-        return {{std::string(creationKey), ascending}};
-    case TK_ObjectsSortOrder::custom:
-        return {{"sortIndex", ascending}, newestFirst};
+    case TK_ObjectsSortOrder::creationDate: return {{std::string(creationKey), ascending}};
+    case TK_ObjectsSortOrder::custom: return {{"sortIndex", ascending}, newestFirst};
     }
     throw std::invalid_argument("not a case of TK_ObjectsSortOrder");
 }
@@ -225,17 +224,10 @@ FetchRequest LocalDataFetchManager::fetchRequest(CollectionKind kind) const {
     std::vector<Predicate> parts{parsed(slot.predicate)};
     const std::string* searchText = nullptr;
     switch (slot.search) {
-    case Search::none:
-        break;
-    case Search::objects:
-        searchText = &m_objectsSearchText.value();
-        break;
-    case Search::tasks:
-        searchText = &m_tasksSearchText.value();
-        break;
-    case Search::subtasks:
-        searchText = &m_subtasksSearchText.value();
-        break;
+    case Search::none: break;
+    case Search::objects: searchText = &m_objectsSearchText.value(); break;
+    case Search::tasks: searchText = &m_tasksSearchText.value(); break;
+    case Search::subtasks: searchText = &m_subtasksSearchText.value(); break;
     }
     if (searchText && !searchText->empty())
         parts.push_back(parsed("title CONTAINS[c] %@", {*searchText}));

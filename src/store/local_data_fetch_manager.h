@@ -7,8 +7,8 @@
 // active focus filter narrows the tasks to its lists. Use on the main queue.
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/fetched_results_controller.h"
+#include "platform/error.h"
 #include "platform/published.h"
 #include "rules/list_view_enumerations.h"
 #include "settings/customization_manager.h"

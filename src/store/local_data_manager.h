@@ -6,8 +6,8 @@
 // store. One per process, shared by the managers that need it.
 #pragma once
 
-#include "platform/notification_center.h"
 #include "objectstore/persistent_container.h"
+#include "platform/notification_center.h"
 
 #include <filesystem>
 #include <functional>

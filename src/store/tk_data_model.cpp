@@ -16,16 +16,12 @@ namespace {
 
 objectstore::Value defaultValue(AttributeType type) {
     switch (type) {
-    case AttributeType::Bool:
-        return false;
+    case AttributeType::Bool: return false;
     case AttributeType::Int16:
     case AttributeType::Int32:
-    case AttributeType::Int64:
-        return std::int64_t(0);
-    case AttributeType::Double:
-        return 0.0;
-    default:
-        return {};
+    case AttributeType::Int64: return std::int64_t(0);
+    case AttributeType::Double: return 0.0;
+    default: return {};
     }
 }
 

@@ -1,6 +1,7 @@
 #include "common/json_writer.h"
 
 #include <gtest/gtest.h>
+
 #include <limits>
 #include <stdexcept>
 

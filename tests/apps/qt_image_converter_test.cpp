@@ -4,8 +4,9 @@
 #include <QImage>
 #include <QImageReader>
 #include <QImageWriter>
-#include <cstdlib>
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 #include <string>
 
 using tasket::apps::QtImageConverter;

@@ -2,11 +2,12 @@
 #include "common/version.h"
 #include "tasket/tasket_cli.h"
 
-#include <cstdio>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 using namespace tasket::apps;

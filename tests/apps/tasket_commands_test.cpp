@@ -5,9 +5,10 @@
 #include "store/records.h"
 #include "support/temp_dir.h"
 
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+
+#include <cstdio>
 
 using tasket::store::LocalDataManager;
 using tasket::store::TK_Attachment;

@@ -4,16 +4,18 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdio>
-#include <filesystem>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <cstdio>
+#include <filesystem>
+
 namespace {
 
-std::pair<int, std::string> run(const std::filesystem::path& dataHome, const std::string& arguments) {
-    const std::string command = "XDG_DATA_HOME='" + dataHome.string() + "' " TASKET_BINARY " " + arguments + " 2>&1";
+std::pair<int, std::string> run(const std::filesystem::path& dataHome,
+                                const std::string& arguments) {
+    const std::string command =
+        "XDG_DATA_HOME='" + dataHome.string() + "' " TASKET_BINARY " " + arguments + " 2>&1";
     std::string output;
     FILE* pipe = ::popen(command.c_str(), "r");
     char buffer[256];
@@ -38,7 +40,8 @@ TEST(TasketDemo, CreatesTheStoreInTheGroupFolderAndReadsEachTaskBack) {
 
     std::tie(status, output) = run(dir.path(), "demo --title 'Zweite Aufgabe ✓'");
     ASSERT_EQ(status, 0) << output;
-    EXPECT_NE(output.find("Saved \"Zweite Aufgabe ✓\" in the list \"Demo\" (2 tasks there now)"), std::string::npos)
+    EXPECT_NE(output.find("Saved \"Zweite Aufgabe ✓\" in the list \"Demo\" (2 tasks there now)"),
+              std::string::npos)
         << output;
 }
 
@@ -47,7 +50,11 @@ TEST(TasketDemo, AStoreThatIsNotADatabaseStopsWithTheMessageAndStaysUntouched) {
     const auto group = dir / "group.QRX-Lumenforge.Tasket";
     std::filesystem::create_directories(group);
     const std::string junk = "not a store\n";
-    { std::FILE* f = std::fopen((group / "TK_Data.sqlite").c_str(), "w"); std::fputs(junk.c_str(), f); std::fclose(f); }
+    {
+        std::FILE* f = std::fopen((group / "TK_Data.sqlite").c_str(), "w");
+        std::fputs(junk.c_str(), f);
+        std::fclose(f);
+    }
     const auto [status, output] = run(dir.path(), "demo");
     EXPECT_NE(status, 0);
     EXPECT_EQ(output.rfind("There was an error loading the persistent store: ", 0), 0u) << output;

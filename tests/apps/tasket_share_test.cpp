@@ -10,19 +10,20 @@
 
 #include <QBuffer>
 #include <QImage>
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
 
 namespace keys = tasket::settings::keys;
 using tasket::store::LocalDataManager;

@@ -1,13 +1,13 @@
-#include "platform/main_queue.h"
 #include "objectstore/object_context.h"
+#include "platform/main_queue.h"
 #include "support/temp_dir.h"
 #include "test_model.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <chrono>
-#include <sqlite3.h>
 #include <thread>
 
 using namespace tasket::objectstore;
@@ -21,7 +21,8 @@ namespace {
 class ContextTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        auto s = PersistentStore::open(dir / "t.sqlite", makeTestModel(), StoreOptions{true, false});
+        auto s =
+            PersistentStore::open(dir / "t.sqlite", makeTestModel(), StoreOptions{true, false});
         ASSERT_TRUE(s) << s.error().message;
         store = *s;
     }
@@ -34,7 +35,8 @@ class ContextTest : public ::testing::Test {
         const Value& v = o->value(key);
         return isNil(v) ? "<nil>" : std::get<std::string>(v);
     }
-    static std::vector<std::string> titles(const std::vector<ObjectPtr>& objects, const char* key = "title") {
+    static std::vector<std::string> titles(const std::vector<ObjectPtr>& objects,
+                                           const char* key = "title") {
         std::vector<std::string> out;
         for (const auto& o : objects)
             out.push_back(text(o, key));
@@ -77,7 +79,8 @@ TEST_F(ContextTest, SavesEveryAttributeTypeAndReadsItBackAsFault) {
     auto empty = writer->insertNewObject("Item");
     empty->setValue("blob", Bytes{});
     ASSERT_SAVED(writer);
-    EXPECT_EQ(reader->objectWithID(empty->objectID())->value("blob"), Value(Bytes{})); // empty, not nil
+    EXPECT_EQ(reader->objectWithID(empty->objectID())->value("blob"),
+              Value(Bytes{})); // empty, not nil
 
     auto missing = reader->existingObject(ObjectID{item->objectID().entity, 999});
     ASSERT_FALSE(missing);
@@ -135,7 +138,8 @@ TEST_F(ContextTest, RelationshipsKeepBothSidesAndPersist) {
     EXPECT_EQ(titles(l->toMany(listP)), (std::vector<std::string>{"a"}));
     EXPECT_EQ(titles(o->toMany(listP)), (std::vector<std::string>{"b"}));
     auto r = fresh->objectWithID(red->objectID());
-    EXPECT_EQ(titles(r->toMany(*r->entityDescription().propertyIndex("items"))), (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(titles(r->toMany(*r->entityDescription().propertyIndex("items"))),
+              (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(fresh->objectWithID(b->objectID())->toOneID(noteP), note->objectID());
     EXPECT_FALSE(fresh->objectWithID(a->objectID())->toOneID(noteP).isValid());
 }
@@ -157,13 +161,17 @@ TEST_F(ContextTest, MemberSetsReadLaterSeeUnsavedMoves) {
     auto c = context();
     auto added = c->insertNewObject("Item");
     added->setValue("title", std::string("added"));
-    added->setToOne(itemList, c->objectWithID(first->objectID())); // neither list's members are read yet
+    added->setToOne(itemList,
+                    c->objectWithID(first->objectID())); // neither list's members are read yet
     c->objectWithID(moves->objectID())->setToOne(itemList, c->objectWithID(second->objectID()));
     c->deleteObject(c->objectWithID(stays->objectID()));
-    EXPECT_EQ(titles(c->objectWithID(first->objectID())->toMany(items)), (std::vector<std::string>{"added"}));
-    EXPECT_EQ(titles(c->objectWithID(second->objectID())->toMany(items)), (std::vector<std::string>{"moves"}));
+    EXPECT_EQ(titles(c->objectWithID(first->objectID())->toMany(items)),
+              (std::vector<std::string>{"added"}));
+    EXPECT_EQ(titles(c->objectWithID(second->objectID())->toMany(items)),
+              (std::vector<std::string>{"moves"}));
     c->rollback();
-    EXPECT_EQ(titles(c->objectWithID(first->objectID())->toMany(items)), (std::vector<std::string>{"moves", "stays"}));
+    EXPECT_EQ(titles(c->objectWithID(first->objectID())->toMany(items)),
+              (std::vector<std::string>{"moves", "stays"}));
     EXPECT_TRUE(c->objectWithID(second->objectID())->toMany(items).empty());
 }
 
@@ -228,8 +236,9 @@ TEST_F(ContextTest, DidSaveNotificationCarriesPermanentIDs) {
     auto c = context();
     std::vector<SaveInfo> seen;
     auto token = NotificationCenter::defaultCenter().addObserver(
-        kContextDidSaveNotification, c.get(),
-        [&](const tasket::platform::Notification& n) { seen.push_back(std::any_cast<SaveInfo>(n.userInfo)); });
+        kContextDidSaveNotification, c.get(), [&](const tasket::platform::Notification& n) {
+            seen.push_back(std::any_cast<SaveInfo>(n.userInfo));
+        });
     auto item = c->insertNewObject("Item");
     ASSERT_SAVED(c);
     item->setValue("title", std::string("x"));
@@ -308,8 +317,9 @@ TEST_F(ContextTest, MergeBringsOtherSavesInAndKeepsOwnChanges) {
 
     SaveInfo last;
     auto token = NotificationCenter::defaultCenter().addObserver(
-        kContextDidSaveNotification, writer.get(),
-        [&](const tasket::platform::Notification& n) { last = std::any_cast<SaveInfo>(n.userInfo); });
+        kContextDidSaveNotification, writer.get(), [&](const tasket::platform::Notification& n) {
+            last = std::any_cast<SaveInfo>(n.userInfo);
+        });
     item->setValue("title", std::string("two"));
     item->setToOne(*item->entityDescription().propertyIndex("list"), list);
     auto gone = writer->insertNewObject("Item");
@@ -345,7 +355,8 @@ TEST_F(ContextTest, AutomaticMergeAndBackgroundQueue) {
         background->objectWithID(id)->setValue("title", std::string("changed"));
         ASSERT_SAVED(background);
     });
-    EXPECT_TRUE(tasket::platform::MainQueue::shared().runUntil([&] { return text(mine, "title") == "changed"; }));
+    EXPECT_TRUE(tasket::platform::MainQueue::shared().runUntil(
+        [&] { return text(mine, "title") == "changed"; }));
 }
 
 TEST_F(ContextTest, ABrieflyLockedStoreDelaysTheSaveInsteadOfFailingIt) {
@@ -361,7 +372,8 @@ TEST_F(ContextTest, ABrieflyLockedStoreDelaysTheSaveInsteadOfFailingIt) {
     const auto start = std::chrono::steady_clock::now();
     auto saved = c->save();
     EXPECT_TRUE(saved) << saved.error().message;
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300)); // it did wait
+    EXPECT_GE(std::chrono::steady_clock::now() - start,
+              std::chrono::milliseconds(300)); // it did wait
     holder.join();
     sqlite3_close(other);
 }

@@ -31,8 +31,10 @@ class FetchTest : public ::testing::Test {
         ASSERT_SAVED(context);
     }
 
-    FetchRequest request(const char* format, std::vector<PredicateArgument> args = {},
-                         std::vector<SortDescriptor> sort = {{"title", true, SortDescriptor::Comparison::localizedCaseInsensitive}}) {
+    FetchRequest
+    request(const char* format, std::vector<PredicateArgument> args = {},
+            std::vector<SortDescriptor> sort = {
+                {"title", true, SortDescriptor::Comparison::localizedCaseInsensitive}}) {
         FetchRequest r("Item");
         if (format) {
             auto p = Predicate::parse(format, args);
@@ -61,10 +63,13 @@ class FetchTest : public ::testing::Test {
 
 TEST_F(FetchTest, PredicateSortWindowAndCount) {
     using V = std::vector<std::string>;
-    EXPECT_EQ(titles(request(nullptr)), (V{"Alpha", "Bravo", "charlie", "delta", "echo", "foxtrot"}));
+    EXPECT_EQ(titles(request(nullptr)),
+              (V{"Alpha", "Bravo", "charlie", "delta", "echo", "foxtrot"}));
     EXPECT_EQ(titles(request("done == %d", {true})), (V{"charlie", "delta", "echo"}));
-    EXPECT_EQ(titles(request("list.title ==[c] %@", {"WORK"})), (V{"Alpha", "Bravo", "charlie", "delta"}));
-    EXPECT_EQ(titles(request("score BETWEEN {1, 3}", {}, {{"score", false}})), (V{"Bravo", "charlie", "Alpha"}));
+    EXPECT_EQ(titles(request("list.title ==[c] %@", {"WORK"})),
+              (V{"Alpha", "Bravo", "charlie", "delta"}));
+    EXPECT_EQ(titles(request("score BETWEEN {1, 3}", {}, {{"score", false}})),
+              (V{"Bravo", "charlie", "Alpha"}));
     auto window = request(nullptr);
     window.fetchOffset = 1;
     window.fetchLimit = 2;
@@ -84,13 +89,14 @@ TEST_F(FetchTest, UnsavedChangesCountUnlessAskedNotTo) {
     using V = std::vector<std::string>;
     auto all = context->fetch(request(nullptr));
     ASSERT_TRUE(all);
-    context->deleteObject((*all)[0]);                                   // Alpha goes
-    (*all)[1]->setValue("title", std::string("zulu"));                  // Bravo moves to the end
-    (*all)[2]->setValue("done", false);                                 // charlie stops matching done
+    context->deleteObject((*all)[0]);                  // Alpha goes
+    (*all)[1]->setValue("title", std::string("zulu")); // Bravo moves to the end
+    (*all)[2]->setValue("done", false);                // charlie stops matching done
     auto added = context->insertNewObject("Item");
     added->setValue("title", std::string("Dingo"));
     added->setValue("done", true);
-    EXPECT_EQ(titles(request(nullptr)), (V{"charlie", "delta", "Dingo", "echo", "foxtrot", "zulu"}));
+    EXPECT_EQ(titles(request(nullptr)),
+              (V{"charlie", "delta", "Dingo", "echo", "foxtrot", "zulu"}));
     EXPECT_EQ(titles(request("done == YES")), (V{"delta", "Dingo", "echo"}));
     EXPECT_EQ(*context->count(request("done == YES")), 3u);
     auto stored = request("done == YES");
@@ -128,7 +134,8 @@ TEST_F(FetchTest, BadRequestsAreErrorsNotCrashes) {
             r.predicate = *Predicate::parse(c.predicate);
         r.sortDescriptors = {{c.sortKey}};
         auto result = context->fetch(r);
-        EXPECT_FALSE(result) << c.entity << " " << (c.predicate ? c.predicate : "") << " " << c.sortKey;
+        EXPECT_FALSE(result) << c.entity << " " << (c.predicate ? c.predicate : "") << " "
+                             << c.sortKey;
         if (!result) {
             EXPECT_EQ(result.error().code, Errc::invalidArgument);
         }

@@ -15,7 +15,8 @@ namespace {
 FetchRequest openItems() {
     FetchRequest r("Item");
     r.predicate = *Predicate::parse("done == NO AND list.title != %@", {"Hidden"});
-    r.sortDescriptors = {{"title", true, SortDescriptor::Comparison::localizedCaseInsensitive}, {"score", false}};
+    r.sortDescriptors = {{"title", true, SortDescriptor::Comparison::localizedCaseInsensitive},
+                         {"score", false}};
     r.fetchBatchSize = 20;
     return r;
 }
@@ -82,9 +83,12 @@ TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions)
     auto background = ObjectContext::make(store, ConcurrencyType::privateQueue);
     background->setMergePolicy(MergePolicy::mergeByPropertyObjectTrump);
     std::mt19937 random(7);
-    const std::vector<std::string> titles = {"apple", "Apple", "Äpfel", "banana", "Banana", "cherry", "ćevapi",
-                                             "date", "Émile", "emile", "straße", "STRASSE", "zebra", ""};
-    auto pick = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(random); };
+    const std::vector<std::string> titles = {"apple",  "Apple",   "Äpfel", "banana", "Banana",
+                                             "cherry", "ćevapi",  "date",  "Émile",  "emile",
+                                             "straße", "STRASSE", "zebra", ""};
+    auto pick = [&](std::size_t n) {
+        return std::uniform_int_distribution<std::size_t>(0, n - 1)(random);
+    };
 
     std::vector<ObjectID> lists;
     for (const char* t : {"Inbox", "Work", "Hidden"}) {
@@ -136,9 +140,11 @@ TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions)
             break;
         case 5:
             if (pick(4) == 0)
-                c.objectWithID(lists[pick(lists.size())])->setValue("title", std::string(pick(3) == 0 ? "Hidden" : "Visible"));
+                c.objectWithID(lists[pick(lists.size())])
+                    ->setValue("title", std::string(pick(3) == 0 ? "Hidden" : "Visible"));
             else if (auto item = randomItem(c))
-                item->setToOne(item->propertyIndex("list"), c.objectWithID(lists[pick(lists.size())]));
+                item->setToOne(item->propertyIndex("list"),
+                               c.objectWithID(lists[pick(lists.size())]));
             break;
         }
     };
@@ -155,7 +161,9 @@ TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions)
             SaveInfo info;
             auto token = tasket::platform::NotificationCenter::defaultCenter().addObserver(
                 kContextDidSaveNotification, background.get(),
-                [&](const tasket::platform::Notification& n) { info = std::any_cast<SaveInfo>(n.userInfo); });
+                [&](const tasket::platform::Notification& n) {
+                    info = std::any_cast<SaveInfo>(n.userInfo);
+                });
             bool saved = true;
             background->performAndWait([&] {
                 edit(*background);

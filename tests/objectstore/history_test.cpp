@@ -14,7 +14,8 @@ using tasket::testing::TempDir;
 
 TEST(History, RecordsEachSaveAndFetchesAfterAToken) {
     TempDir dir;
-    auto store = *PersistentStore::open(dir / "h.sqlite", makeTestModel(), StoreOptions{true, false});
+    auto store =
+        *PersistentStore::open(dir / "h.sqlite", makeTestModel(), StoreOptions{true, false});
     auto c = ObjectContext::make(store, ConcurrencyType::mainQueue);
     c->setName("Writer.Context");
     c->setTransactionAuthor("tests");
@@ -35,7 +36,9 @@ TEST(History, RecordsEachSaveAndFetchesAfterAToken) {
     EXPECT_EQ((*all)[0].changes.size(), 2u);
     EXPECT_EQ((*all)[0].changes[0].type, ChangeType::insert);
     const auto& update = (*all)[1].changes;
-    auto itemChange = std::find_if(update.begin(), update.end(), [&](const HistoryChange& ch) { return ch.object == item->objectID(); });
+    auto itemChange = std::find_if(update.begin(), update.end(), [&](const HistoryChange& ch) {
+        return ch.object == item->objectID();
+    });
     ASSERT_NE(itemChange, update.end());
     EXPECT_EQ(itemChange->changedProperties, (std::vector<std::string>{"title", "list"}));
     const auto& removal = (*all)[2].changes;
@@ -62,7 +65,8 @@ TEST(History, RecordsEachSaveAndFetchesAfterAToken) {
 
 TEST(History, NothingIsRecordedWithoutTracking) {
     TempDir dir;
-    auto store = *PersistentStore::open(dir / "h.sqlite", makeTestModel(), StoreOptions{false, false});
+    auto store =
+        *PersistentStore::open(dir / "h.sqlite", makeTestModel(), StoreOptions{false, false});
     auto c = ObjectContext::make(store, ConcurrencyType::mainQueue);
     c->insertNewObject("Item");
     ASSERT_SAVED(c);

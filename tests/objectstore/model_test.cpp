@@ -31,31 +31,48 @@ TEST(Model, ValidationRejectsWhatDoesNotPairUp) {
         const char* message;
     };
     const std::vector<Case> cases = {
-        {"missing inverse", [](Model& m) { entity(m, "B").relationships.clear(); }, "inverse 'B.a' does not exist"},
-        {"inverse names another", [](Model& m) { entity(m, "B").relationships[0].inverse = "other"; },
+        {"missing inverse", [](Model& m) { entity(m, "B").relationships.clear(); },
+         "inverse 'B.a' does not exist"},
+        {"inverse names another",
+         [](Model& m) { entity(m, "B").relationships[0].inverse = "other"; },
          "does not point back"},
         {"unknown destination", [](Model& m) { entity(m, "A").relationships[0].destination = "C"; },
          "destination entity 'C' does not exist"},
-        {"inverse is an attribute", [](Model& m) { entity(m, "B").relationships[0].inverse = "name"; },
-         "does not point back"},
-        {"property twice", [](Model& m) { entity(m, "A").attributes.push_back({"bs", AttributeType::Bool}); },
+        {"inverse is an attribute",
+         [](Model& m) { entity(m, "B").relationships[0].inverse = "name"; }, "does not point back"},
+        {"property twice",
+         [](Model& m) {
+             entity(m, "A").attributes.push_back({"bs", AttributeType::Bool});
+         },
          "used twice"},
-        {"reserved name", [](Model& m) { entity(m, "A").attributes.push_back({"pk", AttributeType::Bool}); },
+        {"reserved name",
+         [](Model& m) {
+             entity(m, "A").attributes.push_back({"pk", AttributeType::Bool});
+         },
          "reserved"},
         {"default of another type",
-         [](Model& m) { entity(m, "A").attributes[0].defaultValue = std::int64_t(1); }, "default value is not of type String"},
-        {"sort index orders by nothing", [](Model& m) { entity(m, "A").sortIndexes = {{{}, {"name"}}}; },
+         [](Model& m) { entity(m, "A").attributes[0].defaultValue = std::int64_t(1); },
+         "default value is not of type String"},
+        {"sort index orders by nothing",
+         [](Model& m) {
+             entity(m, "A").sortIndexes = {{{}, {"name"}}};
+         },
          "orders by nothing"},
-        {"sort index on a to-many", [](Model& m) { entity(m, "A").sortIndexes = {{{"name"}, {"bs"}}}; },
+        {"sort index on a to-many",
+         [](Model& m) {
+             entity(m, "A").sortIndexes = {{{"name"}, {"bs"}}};
+         },
          "A.bs: a sort index names what is not a column"},
-        {"sort index on an unknown name", [](Model& m) { entity(m, "B").sortIndexes = {{{"size"}}}; },
+        {"sort index on an unknown name",
+         [](Model& m) { entity(m, "B").sortIndexes = {{{"size"}}}; },
          "B.size: a sort index names what is not a column"},
     };
     for (const auto& c : cases) {
         Model m = pair(c.breakIt);
         auto ok = m.finalize();
         ASSERT_FALSE(ok) << c.name;
-        EXPECT_NE(ok.error().message.find(c.message), std::string::npos) << c.name << ": " << ok.error().message;
+        EXPECT_NE(ok.error().message.find(c.message), std::string::npos)
+            << c.name << ": " << ok.error().message;
     }
     Model good = pair([](Model& m) { entity(m, "B").sortIndexes = {{{"a"}}}; });
     ASSERT_TRUE(good.finalize());

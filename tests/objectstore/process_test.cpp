@@ -1,19 +1,19 @@
-#include "platform/notification_center.h"
 #include "objectstore/object_context.h"
+#include "platform/notification_center.h"
 #include "support/temp_dir.h"
 #include "test_model.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <random>
 #include <set>
-#include <signal.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace tasket::objectstore;
 using tasket::testing::makeTestModel;
@@ -115,9 +115,11 @@ TEST(CrashSafety, KilledWriterLeavesEveryCommittedSaveAndNoHalfOne) {
         std::string text;
         char buffer[4096];
         ssize_t n = 0;
-        while (text.find('\n') == std::string::npos && (n = read(out[0], buffer, sizeof buffer)) > 0)
+        while (text.find('\n') == std::string::npos &&
+               (n = read(out[0], buffer, sizeof buffer)) > 0)
             text.append(buffer, static_cast<std::size_t>(n));
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<>(0, 40)(random)));
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(std::uniform_int_distribution<>(0, 40)(random)));
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
         while ((n = read(out[0], buffer, sizeof buffer)) > 0)

@@ -5,11 +5,11 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using namespace tasket::objectstore;
 using tasket::platform::Errc;
@@ -78,18 +78,21 @@ TEST(PersistentStore, DamagedFilesFailWithSqliteMessageAndStayUntouched) {
     }
     sqlite3* db = nullptr; // fold the journal in so the file alone is the database
     sqlite3_open((dir / "good.sqlite").c_str(), &db);
-    sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode=DELETE", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode=DELETE", nullptr,
+                 nullptr, nullptr);
     sqlite3_close(db);
     const std::string good = readAll(dir / "good.sqlite");
     ASSERT_GT(good.size(), 8192u);
 
     const std::vector<Case> cases = {
-        {"text", [](const std::string&) { return std::string("this is a plain text file, not a store\n"); },
+        {"text",
+         [](const std::string&) { return std::string("this is a plain text file, not a store\n"); },
          "file is not a database"},
         {"short", [](const std::string& g) { return g.substr(0, 60); }, "file is not a database"},
         {"truncated", [](const std::string& g) { return g.substr(0, g.size() / 2); }, "malformed"},
         {"midpage", [](const std::string& g) { return g.substr(0, 4096 + 100); }, "malformed"},
-        {"garbage header", [](const std::string& g) { return std::string(100, '\xff') + g.substr(100); },
+        {"garbage header",
+         [](const std::string& g) { return std::string(100, '\xff') + g.substr(100); },
          "file is not a database"},
     };
     for (const auto& c : cases) {
@@ -99,7 +102,8 @@ TEST(PersistentStore, DamagedFilesFailWithSqliteMessageAndStayUntouched) {
         auto store = PersistentStore::open(path, makeTestModel());
         ASSERT_FALSE(store) << c.name;
         EXPECT_EQ(store.error().code, Errc::storeCorrupt) << c.name;
-        EXPECT_NE(store.error().message.find(c.message), std::string::npos) << c.name << ": " << store.error().message;
+        EXPECT_NE(store.error().message.find(c.message), std::string::npos)
+            << c.name << ": " << store.error().message;
         EXPECT_EQ(readAll(path), bytes) << c.name;
         EXPECT_FALSE(std::filesystem::exists(path.string() + "-wal")) << c.name;
     }
@@ -114,8 +118,9 @@ TEST(PersistentStore, FolderProblemsAreNamed) {
     // Root may write anywhere, so the attempt runs in a child without privileges.
     std::filesystem::permissions(dir.path(), std::filesystem::perms::all);
     std::filesystem::create_directory(dir / "ro");
-    std::filesystem::permissions(dir / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
-                                                 std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+    std::filesystem::permissions(
+        dir / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                        std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
     int out[2];
     ASSERT_EQ(pipe(out), 0);
     const pid_t pid = fork();

@@ -27,8 +27,9 @@ TEST(Uuid, ParsesEitherCaseAndRejectsGarbage) {
     auto parsed = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->toString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
-    for (const char* bad : {"", "E621E1F8", "E621E1F8-C36C-495A-93FC-0C247A3E6E5", "Z621E1F8-C36C-495A-93FC-0C247A3E6E5F",
-                            "E621E1F8-C36C-495A-93FC-0C247A3E6E5FF"})
+    for (const char* bad :
+         {"", "E621E1F8", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+          "Z621E1F8-C36C-495A-93FC-0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5FF"})
         EXPECT_FALSE(Uuid::parse(bad)) << bad;
     EXPECT_TRUE(Uuid().isNil());
 }

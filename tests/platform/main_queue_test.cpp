@@ -47,7 +47,10 @@ TEST(SerialQueue, RunsInOrderOnOneThreadAndSyncIsReentrant) {
     std::vector<int> order;
     std::thread::id worker;
     for (int i = 0; i < 100; ++i)
-        queue.async([&, i] { order.push_back(i); worker = std::this_thread::get_id(); });
+        queue.async([&, i] {
+            order.push_back(i);
+            worker = std::this_thread::get_id();
+        });
     bool nested = false;
     queue.sync([&] {
         EXPECT_TRUE(queue.isCurrent());

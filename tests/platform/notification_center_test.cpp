@@ -20,7 +20,8 @@ TEST(NotificationCenter, DeliversByNameAndSenderOnPostingThread) {
         deliveredOn = std::this_thread::get_id();
     });
     auto onlyA = center.addObserver("N", &a, [&](const Notification&) { seen.push_back("fromA"); });
-    auto every = center.addObserver("", nullptr, [&](const Notification& n) { seen.push_back("*" + n.name); });
+    auto every = center.addObserver("", nullptr,
+                                    [&](const Notification& n) { seen.push_back("*" + n.name); });
 
     std::thread poster([&] { center.post("N", &b, std::string("payload")); });
     poster.join();

@@ -1,8 +1,9 @@
 #include "platform/main_queue.h"
 #include "platform/published.h"
 
-#include <functional>
 #include <gtest/gtest.h>
+
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>

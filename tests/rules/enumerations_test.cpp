@@ -2,8 +2,9 @@
 #include "rules/enumerations.h"
 #include "rules/identifiers.h"
 
-#include <cstdint>
 #include <gtest/gtest.h>
+
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <set>

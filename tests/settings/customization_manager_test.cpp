@@ -2,8 +2,9 @@
 #include "settings/customization_manager.h"
 #include "support/temp_dir.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
+
+#include <filesystem>
 #include <tuple>
 
 using namespace tasket::settings;
@@ -81,12 +82,17 @@ TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
         P placement;
         R databaseType;
     } cases[] = {
-        {std::nullopt, P::last, R::all}, {0, P::none, R::all},       {1, P::first, R::exact},
-        {2, P::last, R::addOnly},        {3, P::last, R::exact},     {7, P::last, R::exact},
-        {-1, P::last, R::exact},         {2.0, P::last, R::addOnly}, // a whole double is that
-                                                                     // number
-        {1.5, P::last, R::all}, // not a whole number: as if absent
-        {"1", P::last, R::all}, // not a number
+        {std::nullopt, P::last, R::all},
+        {0, P::none, R::all},
+        {1, P::first, R::exact},
+        {2, P::last, R::addOnly},
+        {3, P::last, R::exact},
+        {7, P::last, R::exact},
+        {-1, P::last, R::exact},
+        {2.0, P::last, R::addOnly}, // a whole double is that
+                                    // number
+        {1.5, P::last, R::all},     // not a whole number: as if absent
+        {"1", P::last, R::all},     // not a number
         {true, P::last, R::all},
     };
     for (const auto& c : cases) {

@@ -1,6 +1,7 @@
 #include "settings/settings_catalog.h"
 
 #include <gtest/gtest.h>
+
 #include <set>
 #include <string>
 

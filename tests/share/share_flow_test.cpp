@@ -1,7 +1,7 @@
+#include "objectstore/predicate/predicate.h"
 #include "platform/clock.h"
 #include "platform/extension/png_only_image_converter.h"
 #include "platform/notification_center.h"
-#include "objectstore/predicate/predicate.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "share/category_choice.h"

@@ -8,8 +8,9 @@
 #include "platform/main_queue.h"
 #include "support/temp_dir.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
+
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>

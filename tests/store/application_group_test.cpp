@@ -2,11 +2,12 @@
 #include "store/local_data_manager.h"
 #include "support/temp_dir.h"
 
-#include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <fstream>
+#include <functional>
 
 using namespace tasket::store;
 using tasket::testing::ScopedEnv;
@@ -106,7 +107,8 @@ TEST(ApplicationGroupDeathTest, RefusesAFolderItCannotWrite) {
             return false;
         auto folder = prepareApplicationGroupContainer(dir / "home");
         return !folder && folder.error().message.find("Permission denied") != std::string::npos &&
-               folder.error().message.find((dir / "home/group.QRX-Lumenforge.Tasket").string()) != std::string::npos;
+               folder.error().message.find((dir / "home/group.QRX-Lumenforge.Tasket").string()) !=
+                   std::string::npos;
     };
     EXPECT_EXIT(std::exit(refused() ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }

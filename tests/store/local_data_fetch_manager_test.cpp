@@ -1,16 +1,17 @@
-#include "platform/main_queue.h"
 #include "objectstore/predicate/sql_compiler.h"
+#include "platform/main_queue.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "store/local_data_fetch_manager.h"
 #include "store/tk_data_model.h"
 #include "support/temp_dir.h"
 
-#include <functional>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <functional>
 #include <map>
 #include <set>
-#include <sqlite3.h>
 
 using namespace tasket::store;
 using tasket::objectstore::kContextDidSaveNotification;
@@ -41,30 +42,18 @@ template <class Record> std::vector<std::string> titlesOf(const FetchedCollectio
 
 std::vector<std::string> titlesOf(const LocalDataFetchManager& m, Kind kind) {
     switch (kind) {
-    case Kind::folders:
-        return titlesOf(m.folders().value());
-    case Kind::smartCategories:
-        return titlesOf(m.smartCategories().value());
-    case Kind::categories:
-        return titlesOf(m.categories().value());
-    case Kind::tags:
-        return titlesOf(m.tags().value());
-    case Kind::priorities:
-        return titlesOf(m.priorities().value());
-    case Kind::statuses:
-        return titlesOf(m.statuses().value());
-    case Kind::attributes:
-        return titlesOf(m.attributes().value());
-    case Kind::values:
-        return titlesOf(m.values().value());
-    case Kind::sections:
-        return titlesOf(m.sections().value());
-    case Kind::tasks:
-        return titlesOf(m.tasks().value());
-    case Kind::subtasks:
-        return titlesOf(m.subtasks().value());
-    case Kind::attachments:
-        return titlesOf(m.attachments().value());
+    case Kind::folders: return titlesOf(m.folders().value());
+    case Kind::smartCategories: return titlesOf(m.smartCategories().value());
+    case Kind::categories: return titlesOf(m.categories().value());
+    case Kind::tags: return titlesOf(m.tags().value());
+    case Kind::priorities: return titlesOf(m.priorities().value());
+    case Kind::statuses: return titlesOf(m.statuses().value());
+    case Kind::attributes: return titlesOf(m.attributes().value());
+    case Kind::values: return titlesOf(m.values().value());
+    case Kind::sections: return titlesOf(m.sections().value());
+    case Kind::tasks: return titlesOf(m.tasks().value());
+    case Kind::subtasks: return titlesOf(m.subtasks().value());
+    case Kind::attachments: return titlesOf(m.attachments().value());
     }
     return {};
 }
@@ -260,7 +249,8 @@ TEST_F(LocalDataFetchManagerTest, KeepsOnlyTheCollectionsAskedFor) {
     EXPECT_TRUE(manager.tasks().value().empty());
     EXPECT_THROW((void)manager.controller(Kind::tasks), std::logic_error);
     EXPECT_EQ(manager.sortOrder(Kind::tags).value(), Order::alphabetical);
-    EXPECT_EQ(group->integerValue(keys::kTagsSortOrder), static_cast<std::int64_t>(Order::alphabetical));
+    EXPECT_EQ(group->integerValue(keys::kTagsSortOrder),
+              static_cast<std::int64_t>(Order::alphabetical));
 }
 
 TEST_F(LocalDataFetchManagerTest, CollectionsLoadRowsOnlyWhenReached) {
@@ -301,7 +291,8 @@ std::string queryPlan(const LocalDataFetchManager& manager, Kind kind,
         << sqlite3_errmsg(db);
     std::string plan;
     while (sqlite3_step(statement) == SQLITE_ROW)
-        plan += std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 3))) + "\n";
+        plan +=
+            std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 3))) + "\n";
     sqlite3_finalize(statement);
     sqlite3_close(db);
     return plan;

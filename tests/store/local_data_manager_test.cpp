@@ -4,10 +4,11 @@
 #include "store/tk_data_model.h"
 #include "support/temp_dir.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <thread>
 

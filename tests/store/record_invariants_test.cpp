@@ -3,6 +3,7 @@
 #include "store_fixture.h"
 
 #include <gtest/gtest.h>
+
 #include <map>
 #include <set>
 

@@ -1,8 +1,9 @@
 #include "store/records.h"
 #include "store_fixture.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 using namespace tasket::store;
 using tasket::objectstore::Bytes;

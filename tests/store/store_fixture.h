@@ -7,6 +7,7 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+
 #include <memory>
 
 namespace tasket::testing {

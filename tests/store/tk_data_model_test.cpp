@@ -1,8 +1,9 @@
 #include "store/records.h"
 #include "store/tk_data_model.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 #include <string>
 #include <vector>
 

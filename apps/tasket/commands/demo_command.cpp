@@ -1,8 +1,8 @@
 #include "tasket/commands/demo_command.h"
 
 #include "common/json_writer.h"
-#include "platform/clock.h"
 #include "objectstore/object_context.h"
+#include "platform/clock.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "tasket/store_view.h"
@@ -78,17 +78,22 @@ platform::Result<void> DemoCommand::run(CommandContext& context) {
         if (context.json) {
             context.out << JsonWriter()
                                .beginObject()
-                               .key("store").string(manager->storeURL().string())
-                               .key("taskID").string(taskID)
-                               .key("title").string(back->title().value_or(""))
-                               .key("list").string(listTitle)
-                               .key("tasksInList").integer(static_cast<std::int64_t>(count))
+                               .key("store")
+                               .string(manager->storeURL().string())
+                               .key("taskID")
+                               .string(taskID)
+                               .key("title")
+                               .string(back->title().value_or(""))
+                               .key("list")
+                               .string(listTitle)
+                               .key("tasksInList")
+                               .integer(static_cast<std::int64_t>(count))
                                .endObject()
                                .finish();
         } else {
-            context.out << fmt::format("Saved \"{}\" in the list \"{}\" ({} tasks there now)\n  store: {}\n  task:  {}\n",
-                                       back->title().value_or(""), listTitle, count, manager->storeURL().string(),
-                                       taskID);
+            context.out << fmt::format(
+                "Saved \"{}\" in the list \"{}\" ({} tasks there now)\n  store: {}\n  task:  {}\n",
+                back->title().value_or(""), listTitle, count, manager->storeURL().string(), taskID);
         }
     });
     return outcome;

@@ -25,8 +25,9 @@ void collect(const BoundNode& node, std::uint32_t root, const Model& model, Read
 
 } // namespace
 
-Reads keyPathReads(const std::optional<BoundPredicate>& predicate, const std::vector<SortDescriptor>& sort,
-                   const Model& model, std::uint32_t entity) {
+Reads keyPathReads(const std::optional<BoundPredicate>& predicate,
+                   const std::vector<SortDescriptor>& sort, const Model& model,
+                   std::uint32_t entity) {
     Reads out;
     if (predicate)
         collect(predicate->root(), entity, model, out);
@@ -47,8 +48,8 @@ Reads keyPathReads(const std::optional<BoundPredicate>& predicate, const std::ve
 }
 
 std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>& predicate,
-                                            const std::vector<SortDescriptor>& sort, const Model& model,
-                                            std::uint32_t entity) {
+                                            const std::vector<SortDescriptor>& sort,
+                                            const Model& model, std::uint32_t entity) {
     std::set<std::uint32_t> out;
     for (const auto& [dependency, properties] : keyPathReads(predicate, sort, model, entity))
         out.insert(dependency);

@@ -13,12 +13,12 @@
 namespace tasket::objectstore::detail {
 
 std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>& predicate,
-                                            const std::vector<SortDescriptor>& sort, const Model& model,
-                                            std::uint32_t entity);
+                                            const std::vector<SortDescriptor>& sort,
+                                            const Model& model, std::uint32_t entity);
 
 /// The same, with the properties read on each of those entities, by name.
-std::map<std::uint32_t, std::set<std::string>> keyPathReads(const std::optional<BoundPredicate>& predicate,
-                                                            const std::vector<SortDescriptor>& sort,
-                                                            const Model& model, std::uint32_t entity);
+std::map<std::uint32_t, std::set<std::string>>
+keyPathReads(const std::optional<BoundPredicate>& predicate,
+             const std::vector<SortDescriptor>& sort, const Model& model, std::uint32_t entity);
 
 } // namespace tasket::objectstore::detail

@@ -3,13 +3,13 @@
 #include "objectstore/persistent_store.h"
 
 #include <fmt/format.h>
-
-#include <cerrno>
-#include <cstring>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 namespace tasket::objectstore::detail {
 
@@ -20,20 +20,23 @@ namespace {
 constexpr int kQuietMilliseconds = 25;
 } // namespace
 
-platform::Result<std::unique_ptr<RemoteChangeMonitor>> RemoteChangeMonitor::start(PersistentStore& store) {
+platform::Result<std::unique_ptr<RemoteChangeMonitor>>
+RemoteChangeMonitor::start(PersistentStore& store) {
     std::unique_ptr<RemoteChangeMonitor> m(new RemoteChangeMonitor());
     m->m_store = &store;
     m->m_fileName = store.path().filename().string();
     m->m_inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     m->m_stopEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (m->m_inotify < 0 || m->m_stopEvent < 0)
-        return platform::fail(Errc::ioError, fmt::format("cannot watch for changes: {}", std::strerror(errno)));
+        return platform::fail(Errc::ioError,
+                              fmt::format("cannot watch for changes: {}", std::strerror(errno)));
     auto folder = store.path().parent_path();
     if (folder.empty())
         folder = ".";
-    if (inotify_add_watch(m->m_inotify, folder.c_str(), IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE) < 0)
-        return platform::fail(Errc::ioError,
-                              fmt::format("cannot watch {} for changes: {}", folder.string(), std::strerror(errno)));
+    if (inotify_add_watch(m->m_inotify, folder.c_str(),
+                          IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE) < 0)
+        return platform::fail(Errc::ioError, fmt::format("cannot watch {} for changes: {}",
+                                                         folder.string(), std::strerror(errno)));
     m->m_thread = std::thread([raw = m.get()] { raw->loop(); });
     return m;
 }

@@ -4,6 +4,8 @@
 
 namespace tasket::objectstore::detail {
 
-void registerSqlFunctions(sqlite3* db) { tasket::objectstore::registerSqlFunctions(db); }
+void registerSqlFunctions(sqlite3* db) {
+    tasket::objectstore::registerSqlFunctions(db);
+}
 
 } // namespace tasket::objectstore::detail

@@ -35,7 +35,8 @@ void Statement::bind(int index, const Value& v) {
             else if constexpr (std::is_same_v<T, double>)
                 sqlite3_bind_double(m_stmt, index, x);
             else if constexpr (std::is_same_v<T, std::string>)
-                sqlite3_bind_text(m_stmt, index, x.data(), static_cast<int>(x.size()), SQLITE_TRANSIENT);
+                sqlite3_bind_text(m_stmt, index, x.data(), static_cast<int>(x.size()),
+                                  SQLITE_TRANSIENT);
             else if constexpr (std::is_same_v<T, Date>)
                 sqlite3_bind_double(m_stmt, index, x.secondsSinceReference);
             else if constexpr (std::is_same_v<T, Uuid>)
@@ -53,7 +54,8 @@ void Statement::bind(int index, const Value& v) {
 
 std::string Statement::columnText(int col) const {
     const auto* p = sqlite3_column_text(m_stmt, col);
-    return p ? std::string(reinterpret_cast<const char*>(p), static_cast<std::size_t>(sqlite3_column_bytes(m_stmt, col)))
+    return p ? std::string(reinterpret_cast<const char*>(p),
+                           static_cast<std::size_t>(sqlite3_column_bytes(m_stmt, col)))
              : std::string();
 }
 
@@ -107,10 +109,11 @@ Error Database::error(std::string_view what) const {
 
 Error Database::error(std::string_view what, int code) const {
     const int primary = code & 0xff;
-    Errc errc = (primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT) ? Errc::storeCorrupt
-                : (primary == SQLITE_CANTOPEN || primary == SQLITE_PERM || primary == SQLITE_READONLY)
-                    ? Errc::permissionDenied
-                    : Errc::storeError;
+    Errc errc =
+        (primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT) ? Errc::storeCorrupt
+        : (primary == SQLITE_CANTOPEN || primary == SQLITE_PERM || primary == SQLITE_READONLY)
+            ? Errc::permissionDenied
+            : Errc::storeError;
     const char* message = m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(code);
     return Error{errc, fmt::format("{}: {} (SQLite code {})", what, message, code)};
 }
@@ -123,8 +126,9 @@ Result<void> Database::exec(std::string_view sql) {
         std::string m = message ? message : sqlite3_errstr(rc);
         sqlite3_free(message);
         const int primary = rc & 0xff;
-        return platform::fail(primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT ? Errc::storeCorrupt
-                                                                                    : Errc::storeError,
+        return platform::fail(primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT
+                                  ? Errc::storeCorrupt
+                                  : Errc::storeError,
                               fmt::format("{} (SQLite code {})", m, rc));
     }
     return {};
@@ -134,17 +138,19 @@ Result<Statement*> Database::prepare(const std::string& sql) {
     auto it = m_cache.find(sql);
     if (it == m_cache.end()) {
         sqlite3_stmt* stmt = nullptr;
-        if (sqlite3_prepare_v3(m_db, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
-                               &stmt, nullptr) != SQLITE_OK)
+        if (sqlite3_prepare_v3(m_db, sql.c_str(), static_cast<int>(sql.size()),
+                               SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK)
             return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
         it = m_cache.emplace(sql, std::make_unique<Statement>(stmt)).first;
     }
     return it->second.get();
 }
 
-Result<std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>> Database::prepareOnce(std::string_view sql) {
+Result<std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>>
+Database::prepareOnce(std::string_view sql) {
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(m_db, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr) != SQLITE_OK)
+    if (sqlite3_prepare_v2(m_db, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr) !=
+        SQLITE_OK)
         return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
     return std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>(stmt, sqlite3_finalize);
 }

@@ -3,8 +3,8 @@
 // Internal to the engine; nothing outside objectstore/ includes it.
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/model/value.h"
+#include "platform/error.h"
 
 #include <sqlite3.h>
 

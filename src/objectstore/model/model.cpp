@@ -73,25 +73,29 @@ bool defaultFits(const AttributeDescription& a) {
     return false;
 }
 
-bool reservedName(const std::string& n) { return n == "pk" || n.starts_with('_'); }
+bool reservedName(const std::string& n) {
+    return n == "pk" || n.starts_with('_');
+}
 
 // Every name a sort index lists is a column of the entity's table: an
 // attribute or a to-one relationship kept as a foreign key.
 Result<void> checkSortIndexes(const EntityDescription& e) {
     for (const auto& index : e.sortIndexes) {
         if (index.orderedBy.empty())
-            return fail(Errc::validation, fmt::format("{}: a sort index orders by nothing", e.name));
+            return fail(Errc::validation,
+                        fmt::format("{}: a sort index orders by nothing", e.name));
         for (const auto* names : {&index.orderedBy, &index.carried})
             for (const auto& name : *names) {
                 const auto property = e.propertyIndex(name);
-                const bool column =
-                    property && (e.isAttribute(*property) ||
-                                 e.storage[*property - e.attributes.size()] == RelationshipStorage::ForeignKey);
+                const bool column = property && (e.isAttribute(*property) ||
+                                                 e.storage[*property - e.attributes.size()] ==
+                                                     RelationshipStorage::ForeignKey);
                 if (!column)
-                    return fail(Errc::validation,
-                                fmt::format("{}.{}: a sort index names what is not a column of the entity "
-                                            "(an attribute or a to-one relationship)",
-                                            e.name, name));
+                    return fail(
+                        Errc::validation,
+                        fmt::format("{}.{}: a sort index names what is not a column of the entity "
+                                    "(an attribute or a to-one relationship)",
+                                    e.name, name));
             }
     }
     return {};
@@ -105,20 +109,23 @@ Result<void> Model::finalize() {
         auto& e = m_entities[i];
         e.index = i;
         if (e.name.empty() || reservedName(e.name) || !entityNames.insert(e.name).second)
-            return fail(Errc::validation, fmt::format("entity name '{}' is empty, reserved or used twice", e.name));
+            return fail(Errc::validation,
+                        fmt::format("entity name '{}' is empty, reserved or used twice", e.name));
         std::set<std::string> names;
         for (const auto& a : e.attributes) {
             if (a.name.empty() || reservedName(a.name) || !names.insert(a.name).second)
                 return fail(Errc::validation,
-                            fmt::format("{}.{}: property name is empty, reserved or used twice", e.name, a.name));
+                            fmt::format("{}.{}: property name is empty, reserved or used twice",
+                                        e.name, a.name));
             if (!defaultFits(a))
-                return fail(Errc::validation, fmt::format("{}.{}: default value is not of type {}", e.name,
-                                                          a.name, toString(a.type)));
+                return fail(Errc::validation, fmt::format("{}.{}: default value is not of type {}",
+                                                          e.name, a.name, toString(a.type)));
         }
         for (const auto& r : e.relationships)
             if (r.name.empty() || reservedName(r.name) || !names.insert(r.name).second)
                 return fail(Errc::validation,
-                            fmt::format("{}.{}: property name is empty, reserved or used twice", e.name, r.name));
+                            fmt::format("{}.{}: property name is empty, reserved or used twice",
+                                        e.name, r.name));
     }
 
     for (auto& e : m_entities) {
@@ -128,25 +135,30 @@ Result<void> Model::finalize() {
             auto& r = e.relationships[ri];
             const EntityDescription* dest = entity(r.destination);
             if (!dest)
-                return fail(Errc::validation, fmt::format("{}.{}: destination entity '{}' does not exist",
-                                                          e.name, r.name, r.destination));
+                return fail(Errc::validation,
+                            fmt::format("{}.{}: destination entity '{}' does not exist", e.name,
+                                        r.name, r.destination));
             r.destinationIndex = dest->index;
             auto inverse = dest->propertyIndex(r.inverse);
             if (r.inverse.empty() || !inverse || dest->isAttribute(*inverse))
-                return fail(Errc::validation, fmt::format("{}.{}: inverse '{}.{}' does not exist", e.name,
-                                                          r.name, r.destination, r.inverse));
+                return fail(Errc::validation,
+                            fmt::format("{}.{}: inverse '{}.{}' does not exist", e.name, r.name,
+                                        r.destination, r.inverse));
             const auto& back = dest->relationship(*inverse);
             if (back.destination != e.name || back.inverse != r.name)
-                return fail(Errc::validation,
-                            fmt::format("{}.{}: inverse '{}.{}' does not point back (it names {}.{})", e.name,
-                                        r.name, r.destination, r.inverse, back.destination, back.inverse));
+                return fail(
+                    Errc::validation,
+                    fmt::format("{}.{}: inverse '{}.{}' does not point back (it names {}.{})",
+                                e.name, r.name, r.destination, r.inverse, back.destination,
+                                back.inverse));
             r.inversePropertyIndex = static_cast<std::uint32_t>(*inverse);
 
             // The side that owns the storage of a symmetric pair is the one
             // whose (entity, relationship) sorts first.
             const bool ownsPair = std::tie(e.name, r.name) <= std::tie(dest->name, back.name);
             if (r.toMany && back.toMany) {
-                e.storage[ri] = ownsPair ? RelationshipStorage::JoinTable : RelationshipStorage::JoinTableInverse;
+                e.storage[ri] = ownsPair ? RelationshipStorage::JoinTable
+                                         : RelationshipStorage::JoinTableInverse;
                 e.joinTables[ri] = ownsPair ? fmt::format("_J_{}_{}", e.name, r.name)
                                             : fmt::format("_J_{}_{}", dest->name, back.name);
             } else if (r.toMany) {
@@ -154,7 +166,8 @@ Result<void> Model::finalize() {
             } else if (back.toMany) {
                 e.storage[ri] = RelationshipStorage::ForeignKey;
             } else {
-                e.storage[ri] = ownsPair ? RelationshipStorage::ForeignKey : RelationshipStorage::InverseColumn;
+                e.storage[ri] =
+                    ownsPair ? RelationshipStorage::ForeignKey : RelationshipStorage::InverseColumn;
             }
         }
         if (auto ok = checkSortIndexes(e); !ok)

@@ -5,8 +5,8 @@
 // defaults fit their types) and resolves names to indexes.
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/model/value.h"
+#include "platform/error.h"
 
 #include <cstdint>
 #include <functional>
@@ -50,9 +50,9 @@ struct RelationshipDescription {
 
 /// How a relationship is kept in SQL, decided at finalize().
 enum class RelationshipStorage {
-    ForeignKey,     // a to-one: a column on this entity's table
-    InverseColumn,  // a to-many (or the passive to-one) whose partner holds the column
-    JoinTable,      // many-to-many: one join table owned by one side
+    ForeignKey,    // a to-one: a column on this entity's table
+    InverseColumn, // a to-many (or the passive to-one) whose partner holds the column
+    JoinTable,     // many-to-many: one join table owned by one side
     JoinTableInverse,
 };
 

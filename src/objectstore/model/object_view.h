@@ -24,7 +24,8 @@ class ObjectView {
     /// The object a to-one relationship points at, or nullptr.
     virtual std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const = 0;
     /// The objects of a to-many relationship, in no particular order.
-    virtual std::vector<std::shared_ptr<const ObjectView>> relatedObjects(std::size_t property) const = 0;
+    virtual std::vector<std::shared_ptr<const ObjectView>>
+    relatedObjects(std::size_t property) const = 0;
 };
 
 } // namespace tasket::objectstore

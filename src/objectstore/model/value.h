@@ -21,9 +21,12 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// An attribute value; std::monostate is nil. Every integer width is held
 /// as int64; Int16 attributes are range-checked when set.
-using Value = std::variant<std::monostate, bool, std::int64_t, double, std::string, Date, Uuid, Bytes>;
+using Value =
+    std::variant<std::monostate, bool, std::int64_t, double, std::string, Date, Uuid, Bytes>;
 
-inline bool isNil(const Value& v) { return std::holds_alternative<std::monostate>(v); }
+inline bool isNil(const Value& v) {
+    return std::holds_alternative<std::monostate>(v);
+}
 
 /// The identity of one object in one store. Objects inserted and not yet
 /// saved carry a temporary (negative) key; saving makes it permanent.

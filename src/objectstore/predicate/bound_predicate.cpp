@@ -23,40 +23,28 @@ std::optional<std::size_t> findProperty(const EntityDescription& e, std::string_
 
 ValueKind kindOf(AttributeType type) {
     switch (type) {
-    case AttributeType::String:
-        return ValueKind::text;
-    case AttributeType::Date:
-        return ValueKind::date;
+    case AttributeType::String: return ValueKind::text;
+    case AttributeType::Date: return ValueKind::date;
     case AttributeType::Bool:
     case AttributeType::Int16:
     case AttributeType::Int32:
     case AttributeType::Int64:
-    case AttributeType::Double:
-        return ValueKind::number;
-    case AttributeType::Binary:
-        return ValueKind::binary;
-    case AttributeType::UUID:
-        return ValueKind::uuid;
+    case AttributeType::Double: return ValueKind::number;
+    case AttributeType::Binary: return ValueKind::binary;
+    case AttributeType::UUID: return ValueKind::uuid;
     }
     return ValueKind::nil;
 }
 
 std::string_view kindName(ValueKind kind) {
     switch (kind) {
-    case ValueKind::nil:
-        return "nil";
-    case ValueKind::number:
-        return "a number";
-    case ValueKind::text:
-        return "text";
-    case ValueKind::date:
-        return "a date";
-    case ValueKind::uuid:
-        return "a UUID";
-    case ValueKind::binary:
-        return "binary data";
-    case ValueKind::object:
-        return "an object";
+    case ValueKind::nil: return "nil";
+    case ValueKind::number: return "a number";
+    case ValueKind::text: return "text";
+    case ValueKind::date: return "a date";
+    case ValueKind::uuid: return "a UUID";
+    case ValueKind::binary: return "binary data";
+    case ValueKind::object: return "an object";
     }
     return "?";
 }
@@ -101,16 +89,11 @@ bool isSymmetricOrOrdering(ComparisonOperator op) {
 ComparisonOperator mirrored(ComparisonOperator op) {
     using Op = ComparisonOperator;
     switch (op) {
-    case Op::less:
-        return Op::greater;
-    case Op::lessOrEqual:
-        return Op::greaterOrEqual;
-    case Op::greater:
-        return Op::less;
-    case Op::greaterOrEqual:
-        return Op::lessOrEqual;
-    default:
-        return op;
+    case Op::less: return Op::greater;
+    case Op::lessOrEqual: return Op::greaterOrEqual;
+    case Op::greater: return Op::less;
+    case Op::greaterOrEqual: return Op::lessOrEqual;
+    default: return op;
     }
 }
 
@@ -122,11 +105,8 @@ class Binder {
         BoundNode node;
         node.kind = p.kind();
         switch (p.kind()) {
-        case Predicate::Kind::constant:
-            node.value = p.constantValue();
-            return node;
-        case Predicate::Kind::comparison:
-            return comparison(p.comparison());
+        case Predicate::Kind::constant: node.value = p.constantValue(); return node;
+        case Predicate::Kind::comparison: return comparison(p.comparison());
         case Predicate::Kind::conjunction:
         case Predicate::Kind::disjunction:
         case Predicate::Kind::negation:

@@ -12,10 +12,8 @@ using Op = ComparisonOperator;
 
 bool test(const Scalar& a, Op op, std::uint8_t options, const Scalar* b, const ScalarList* list) {
     switch (op) {
-    case Op::equal:
-        return detail::equalScalars(a, *b, options);
-    case Op::notEqual:
-        return !detail::equalScalars(a, *b, options);
+    case Op::equal: return detail::equalScalars(a, *b, options);
+    case Op::notEqual: return !detail::equalScalars(a, *b, options);
     case Op::less:
     case Op::lessOrEqual:
     case Op::greater:
@@ -24,14 +22,10 @@ bool test(const Scalar& a, Op op, std::uint8_t options, const Scalar* b, const S
         if (!order)
             return false;
         switch (op) {
-        case Op::less:
-            return *order < 0;
-        case Op::lessOrEqual:
-            return *order <= 0;
-        case Op::greater:
-            return *order > 0;
-        default:
-            return *order >= 0;
+        case Op::less: return *order < 0;
+        case Op::lessOrEqual: return *order <= 0;
+        case Op::greater: return *order > 0;
+        default: return *order >= 0;
         }
     }
     case Op::between: {
@@ -70,10 +64,8 @@ class Evaluator {
 
     bool node(const BoundNode& n, const ObjectView& object) const {
         switch (n.kind) {
-        case Predicate::Kind::constant:
-            return n.value;
-        case Predicate::Kind::comparison:
-            return comparison(n.comparison, object);
+        case Predicate::Kind::constant: return n.value;
+        case Predicate::Kind::comparison: return comparison(n.comparison, object);
         case Predicate::Kind::conjunction:
             for (const auto& child : n.children)
                 if (!node(child, object))
@@ -84,8 +76,7 @@ class Evaluator {
                 if (node(child, object))
                     return true;
             return false;
-        case Predicate::Kind::negation:
-            return !node(n.children.front(), object);
+        case Predicate::Kind::negation: return !node(n.children.front(), object);
         }
         return false;
     }

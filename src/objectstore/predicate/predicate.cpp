@@ -2,8 +2,9 @@
 
 #include "objectstore/predicate/detail/lexer.h"
 
-#include <cmath>
 #include <fmt/format.h>
+
+#include <cmath>
 
 namespace tasket::objectstore {
 
@@ -63,23 +64,12 @@ std::string quoted(std::string_view text) {
     std::string out = "\"";
     for (char c : text) {
         switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        default:
-            out += c;
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\t': out += "\\t"; break;
+        case '\r': out += "\\r"; break;
+        default: out += c;
         }
     }
     out += '"';
@@ -134,17 +124,10 @@ bool printsAsCompound(const Predicate& p) {
 std::string comparisonText(const Comparison& c) {
     std::string out;
     switch (c.quantifier) {
-    case Quantifier::direct:
-        break;
-    case Quantifier::any:
-        out += "ANY ";
-        break;
-    case Quantifier::all:
-        out += "ALL ";
-        break;
-    case Quantifier::none:
-        out += "NONE ";
-        break;
+    case Quantifier::direct: break;
+    case Quantifier::any: out += "ANY "; break;
+    case Quantifier::all: out += "ALL "; break;
+    case Quantifier::none: out += "NONE "; break;
     }
     out += expressionText(c.lhs);
     out += ' ';
@@ -190,40 +173,26 @@ std::string toString(const Scalar& value) {
 
 std::string_view toString(ComparisonOperator op) {
     switch (op) {
-    case ComparisonOperator::equal:
-        return "==";
-    case ComparisonOperator::notEqual:
-        return "!=";
-    case ComparisonOperator::less:
-        return "<";
-    case ComparisonOperator::lessOrEqual:
-        return "<=";
-    case ComparisonOperator::greater:
-        return ">";
-    case ComparisonOperator::greaterOrEqual:
-        return ">=";
-    case ComparisonOperator::between:
-        return "BETWEEN";
-    case ComparisonOperator::in:
-        return "IN";
-    case ComparisonOperator::contains:
-        return "CONTAINS";
-    case ComparisonOperator::beginsWith:
-        return "BEGINSWITH";
-    case ComparisonOperator::endsWith:
-        return "ENDSWITH";
-    case ComparisonOperator::like:
-        return "LIKE";
+    case ComparisonOperator::equal: return "==";
+    case ComparisonOperator::notEqual: return "!=";
+    case ComparisonOperator::less: return "<";
+    case ComparisonOperator::lessOrEqual: return "<=";
+    case ComparisonOperator::greater: return ">";
+    case ComparisonOperator::greaterOrEqual: return ">=";
+    case ComparisonOperator::between: return "BETWEEN";
+    case ComparisonOperator::in: return "IN";
+    case ComparisonOperator::contains: return "CONTAINS";
+    case ComparisonOperator::beginsWith: return "BEGINSWITH";
+    case ComparisonOperator::endsWith: return "ENDSWITH";
+    case ComparisonOperator::like: return "LIKE";
     }
     return "?";
 }
 
 std::string Predicate::toString() const {
     switch (kind()) {
-    case Kind::constant:
-        return constantValue() ? "TRUEPREDICATE" : "FALSEPREDICATE";
-    case Kind::comparison:
-        return comparisonText(comparison());
+    case Kind::constant: return constantValue() ? "TRUEPREDICATE" : "FALSEPREDICATE";
+    case Kind::comparison: return comparisonText(comparison());
     case Kind::negation: {
         const auto& child = children().front();
         return printsAsCompound(child) ? "NOT (" + child.toString() + ")"

@@ -6,8 +6,8 @@
 // paths; the SQL compiler and the in-memory evaluator work from that form.
 #pragma once
 
-#include "platform/error.h"
 #include "objectstore/model/value.h"
+#include "platform/error.h"
 
 #include <cstddef>
 #include <cstdint>

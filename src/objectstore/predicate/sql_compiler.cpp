@@ -26,10 +26,8 @@ class Compiler {
 
     Fragment node(const BoundNode& n, SqlBuilder::Scope& scope) {
         switch (n.kind) {
-        case Predicate::Kind::constant:
-            return text(n.value ? "1" : "0");
-        case Predicate::Kind::comparison:
-            return comparison(n.comparison, scope);
+        case Predicate::Kind::constant: return text(n.value ? "1" : "0");
+        case Predicate::Kind::comparison: return comparison(n.comparison, scope);
         case Predicate::Kind::negation: {
             Fragment out = text("(NOT ");
             out += node(n.children.front(), scope);

@@ -3,6 +3,7 @@
 #include "objectstore/predicate/detail/text.h"
 
 #include <sqlite3.h>
+
 #include <string_view>
 
 namespace tasket::objectstore {

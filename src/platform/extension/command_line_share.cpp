@@ -4,8 +4,9 @@
 #include "platform/extension/type_identifier.h"
 
 #include <fmt/format.h>
-#include <iostream>
 #include <sys/stat.h>
+
+#include <iostream>
 
 namespace tasket::platform {
 namespace {

@@ -3,8 +3,9 @@
 #include "platform/extension/type_identifier.h"
 #include "platform/serial_queue.h"
 
-#include <algorithm>
 #include <fmt/format.h>
+
+#include <algorithm>
 
 namespace tasket::platform {
 namespace {

@@ -1,12 +1,13 @@
 #include "platform/extension/shared_file.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
 
 namespace tasket::platform {
 namespace {
@@ -33,13 +34,11 @@ std::unexpected<Error> refuse(Errc code, std::string_view displayName, std::stri
 std::unexpected<Error> refuseErrno(int error, std::string_view displayName) {
     switch (error) {
     case ENOENT:
-    case ENOTDIR:
-        return refuse(Errc::notFound, displayName, "no such file or directory");
+    case ENOTDIR: return refuse(Errc::notFound, displayName, "no such file or directory");
     case EACCES:
     case EPERM:
         return refuse(Errc::permissionDenied, displayName, "permission to read it is denied");
-    default:
-        return refuse(Errc::ioError, displayName, std::strerror(error));
+    default: return refuse(Errc::ioError, displayName, std::strerror(error));
     }
 }
 

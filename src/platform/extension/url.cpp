@@ -2,9 +2,10 @@
 
 #include "platform/text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
-#include <fmt/format.h>
 
 namespace tasket::platform {
 namespace {
@@ -24,7 +25,6 @@ int hexValue(unsigned char c) {
         return c - '0';
     return std::tolower(c) - 'a' + 10;
 }
-
 
 // Characters no URL holds unescaped, whatever the component.
 bool isForbiddenAscii(unsigned char c) {

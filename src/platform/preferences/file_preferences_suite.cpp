@@ -4,15 +4,16 @@
 #include "platform/paths.h"
 #include "platform/preferences/detail/preferences_document.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
 
 namespace tasket::platform {
 namespace {
@@ -47,10 +48,8 @@ Errc errcFor(int error) {
     switch (error) {
     case EACCES:
     case EPERM:
-    case EROFS:
-        return Errc::permissionDenied;
-    default:
-        return Errc::ioError;
+    case EROFS: return Errc::permissionDenied;
+    default: return Errc::ioError;
     }
 }
 

@@ -15,11 +15,12 @@
 
 #include "platform/preferences/preferences_suite.h"
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <sys/types.h>
 
 namespace tasket::platform {
 

@@ -1,8 +1,9 @@
 #include "platform/preferences/preference_value.h"
 
-#include <cmath>
 #include <fmt/core.h>
 #include <simdjson.h>
+
+#include <cmath>
 
 namespace tasket::platform {
 namespace {

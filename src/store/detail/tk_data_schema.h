@@ -95,11 +95,11 @@ template <class Record> struct Schema;
 #define TK_SCHEMA_SPECIALIZE(Class)                                                                \
     template <> struct Schema<Class> {                                                             \
         static constexpr std::string_view entityName = #Class;                                     \
-        static constexpr auto attributeFields =                                                     \
+        static constexpr auto attributeFields =                                                    \
             sortedByName(std::array{TK_DATA_##Class(TK_SCHEMA_ATTRIBUTE, Class)});                 \
-        static constexpr auto relationshipFields =                                                  \
+        static constexpr auto relationshipFields =                                                 \
             sortedByName(std::array{TK_DATA_##Class(TK_SCHEMA_RELATIONSHIP, Class)});              \
-        static_assert(namesAreUnique(attributeFields) && namesAreUnique(relationshipFields),         \
+        static_assert(namesAreUnique(attributeFields) && namesAreUnique(relationshipFields),       \
                       #Class " names a property twice");                                           \
         /* Property indexes as the engine numbers them: attributes, then relationships. */         \
         struct Property {                                                                          \

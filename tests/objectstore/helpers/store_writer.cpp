@@ -2,8 +2,8 @@
 //   store_writer PATH burst N     N saves back to back, one item each
 //   store_writer PATH crash       saves an item and a label per save, for
 //                                 ever, printing each committed number
-#include "objectstore/object_context.h"
 #include "../test_model.h"
+#include "objectstore/object_context.h"
 
 #include <cstdio>
 #include <cstring>
@@ -14,7 +14,8 @@ using namespace tasket::objectstore;
 int main(int argc, char** argv) {
     if (argc < 3)
         return 2;
-    auto store = PersistentStore::open(argv[1], tasket::testing::makeTestModel(), StoreOptions{true, false});
+    auto store =
+        PersistentStore::open(argv[1], tasket::testing::makeTestModel(), StoreOptions{true, false});
     if (!store) {
         std::fprintf(stderr, "%s\n", store.error().message.c_str());
         return 1;

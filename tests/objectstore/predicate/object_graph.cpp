@@ -3,10 +3,11 @@
 #include "objectstore/predicate/evaluator.h"
 #include "objectstore/predicate/sql_functions.h"
 
-#include <algorithm>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+
+#include <algorithm>
 #include <stdexcept>
 
 namespace tasket::objectstore::testing {
@@ -77,15 +78,11 @@ Model buildModel() {
 std::string_view sqlType(AttributeType t) {
     switch (t) {
     case AttributeType::String:
-    case AttributeType::UUID:
-        return "TEXT";
+    case AttributeType::UUID: return "TEXT";
     case AttributeType::Date:
-    case AttributeType::Double:
-        return "REAL";
-    case AttributeType::Binary:
-        return "BLOB";
-    default:
-        return "INTEGER";
+    case AttributeType::Double: return "REAL";
+    case AttributeType::Binary: return "BLOB";
+    default: return "INTEGER";
     }
 }
 

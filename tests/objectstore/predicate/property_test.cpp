@@ -11,9 +11,10 @@
 #include "objectstore/predicate/sql_compiler.h"
 #include "support/temp_dir.h"
 
-#include <algorithm>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 #include <random>
 
 namespace tasket::objectstore {
@@ -273,20 +274,13 @@ class Generator {
             return quantifier + path.path + " " + objectTest(args, path.target);
         }
         switch (path.kind) {
-        case Kind::text:
-            return quantifier + textTest(args, path.path, path.toMany);
-        case Kind::number:
-            return quantifier + orderedTest(args, path.path, Kind::number);
-        case Kind::date:
-            return quantifier + orderedTest(args, path.path, Kind::date);
-        case Kind::uuid:
-            return quantifier + uuidTest(args, path.path);
-        case Kind::binary:
-            return quantifier + binaryTest(args, path.path);
-        case Kind::object:
-            return quantifier + path.path + " " + objectTest(args, path.target);
-        case Kind::collection:
-            break;
+        case Kind::text: return quantifier + textTest(args, path.path, path.toMany);
+        case Kind::number: return quantifier + orderedTest(args, path.path, Kind::number);
+        case Kind::date: return quantifier + orderedTest(args, path.path, Kind::date);
+        case Kind::uuid: return quantifier + uuidTest(args, path.path);
+        case Kind::binary: return quantifier + binaryTest(args, path.path);
+        case Kind::object: return quantifier + path.path + " " + objectTest(args, path.target);
+        case Kind::collection: break;
         }
         return "TRUEPREDICATE";
     }
@@ -362,19 +356,16 @@ class Generator {
         auto value = [&] { return Scalar(pick(m_rng, kTexts)); };
         switch (choice) {
         case 0:
-        case 1:
-            return path + " " + ordering() + opts + " " + textConstant(args, kTexts);
+        case 1: return path + " " + ordering() + opts + " " + textConstant(args, kTexts);
         case 2: {
             static const std::vector<std::string> kWords = {"CONTAINS", "BEGINSWITH", "ENDSWITH"};
             return path + " " + word(pick(m_rng, kWords)) + opts + " " + textConstant(args, kTexts);
         }
-        case 3:
-            return path + " " + word("LIKE") + opts + " " + textConstant(args, kPatterns);
+        case 3: return path + " " + word("LIKE") + opts + " " + textConstant(args, kPatterns);
         case 4:
             return path + " " + word("IN") + opts + " " +
                    list(args, between(m_rng, 0, 4), literal, value);
-        case 5:
-            return path + " " + word("BETWEEN") + opts + " " + list(args, 2, literal, value);
+        case 5: return path + " " + word("BETWEEN") + opts + " " + list(args, 2, literal, value);
         case 6:
             if (auto other = otherPath(Kind::text))
                 return path + " " + ordering() + opts + " " + *other;
@@ -389,33 +380,20 @@ class Generator {
             return constant + " " + word(pick(m_rng, toMany ? kMirrored : kWords)) + opts + " " +
                    path;
         }
-        default:
-            return path + " " + equality() + opts + " " + textConstant(args, kTexts);
+        default: return path + " " + equality() + opts + " " + textConstant(args, kTexts);
         }
     }
 
     std::string numberLiteral(std::vector<PredicateArgument>& args) {
         switch (between(m_rng, 0, 7)) {
-        case 0:
-            return fmt::format("{}", pick(m_rng, kIntegers));
-        case 1:
-            return toString(Scalar(pick(m_rng, kDoubles)));
-        case 2:
-            return word(pick(m_rng, std::vector<std::string>{"true", "false", "YES", "NO"}));
-        case 3:
-            args.emplace_back(pick(m_rng, kIntegers));
-            return chance(m_rng, 0.5) ? "%d" : "%ld";
-        case 4:
-            args.emplace_back(chance(m_rng, 0.5));
-            return "%d";
-        case 5:
-            args.emplace_back(pick(m_rng, kDoubles));
-            return chance(m_rng, 0.5) ? "%f" : "%@";
-        case 6:
-            args.emplace_back(pick(m_rng, kBigs));
-            return "%@";
-        default:
-            return chance(m_rng, 0.5) ? nil() : fmt::format("{}", pick(m_rng, kBigs));
+        case 0: return fmt::format("{}", pick(m_rng, kIntegers));
+        case 1: return toString(Scalar(pick(m_rng, kDoubles)));
+        case 2: return word(pick(m_rng, std::vector<std::string>{"true", "false", "YES", "NO"}));
+        case 3: args.emplace_back(pick(m_rng, kIntegers)); return chance(m_rng, 0.5) ? "%d" : "%ld";
+        case 4: args.emplace_back(chance(m_rng, 0.5)); return "%d";
+        case 5: args.emplace_back(pick(m_rng, kDoubles)); return chance(m_rng, 0.5) ? "%f" : "%@";
+        case 6: args.emplace_back(pick(m_rng, kBigs)); return "%@";
+        default: return chance(m_rng, 0.5) ? nil() : fmt::format("{}", pick(m_rng, kBigs));
         }
     }
 
@@ -450,34 +428,25 @@ class Generator {
             return kind == Kind::number ? numberLiteral(args) : dateLiteral(args);
         };
         switch (between(m_rng, 0, 6)) {
-        case 0:
-            return path + " " + word("BETWEEN") + " " + list(args, 2, literal, value);
+        case 0: return path + " " + word("BETWEEN") + " " + list(args, 2, literal, value);
         case 1:
             return path + " " + word("IN") + " " + list(args, between(m_rng, 0, 4), literal, value);
         case 2:
             if (auto other = otherPath(kind))
                 return path + " " + ordering() + " " + *other;
             [[fallthrough]];
-        case 3:
-            return constant() + " " + ordering() + " " + path;
-        default:
-            return path + " " + ordering() + " " + constant();
+        case 3: return constant() + " " + ordering() + " " + path;
+        default: return path + " " + ordering() + " " + constant();
         }
     }
 
     std::string uuidTest(std::vector<PredicateArgument>& args, const std::string& path) {
         const Uuid& u = pick(m_rng, kUuids);
         switch (between(m_rng, 0, 4)) {
-        case 0:
-            args.emplace_back(u);
-            return path + " " + equality() + " %@";
-        case 1:
-            args.emplace_back(u.toString());
-            return path + " " + equality() + " %@";
-        case 2:
-            return path + " " + equality() + " " + toString(Scalar(u));
-        case 3:
-            return path + " " + equality() + " " + nil();
+        case 0: args.emplace_back(u); return path + " " + equality() + " %@";
+        case 1: args.emplace_back(u.toString()); return path + " " + equality() + " %@";
+        case 2: return path + " " + equality() + " " + toString(Scalar(u));
+        case 3: return path + " " + equality() + " " + nil();
         default:
             args.emplace_back(std::vector<Uuid>{u, pick(m_rng, kUuids)});
             return path + " " + word("IN") + " %@";
@@ -500,11 +469,8 @@ class Generator {
 
     std::string objectTest(std::vector<PredicateArgument>& args, const char* entity) {
         switch (between(m_rng, 0, 3)) {
-        case 0:
-            return equality() + " " + nil();
-        case 1:
-            args.emplace_back(someObject(entity));
-            return equality() + " %@";
+        case 0: return equality() + " " + nil();
+        case 1: args.emplace_back(someObject(entity)); return equality() + " %@";
         case 2: {
             std::vector<ObjectID> ids;
             for (int n = between(m_rng, 0, 5); n > 0; --n)
@@ -512,8 +478,7 @@ class Generator {
             args.emplace_back(ids);
             return word("IN") + " %@";
         }
-        default:
-            return equality() + " " + toString(Scalar(someObject(entity)));
+        default: return equality() + " " + toString(Scalar(someObject(entity)));
         }
     }
 

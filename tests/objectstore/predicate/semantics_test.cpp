@@ -9,9 +9,10 @@
 #include "objectstore/predicate/sql_compiler.h"
 #include "support/temp_dir.h"
 
-#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace tasket::objectstore {
 namespace {

@@ -2,8 +2,9 @@
 #include "platform/extension/type_identifier.h"
 #include "support/temp_dir.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
+
+#include <fstream>
 #include <sstream>
 
 using namespace tasket::platform;

@@ -1,7 +1,8 @@
 #include "platform/extension/extension_context.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
+
+#include <atomic>
 #include <thread>
 #include <vector>
 

@@ -1,9 +1,10 @@
 #include "platform/extension/in_memory_item_provider.h"
 #include "platform/extension/type_identifier.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <future>
-#include <gtest/gtest.h>
 #include <thread>
 
 using namespace tasket::platform;

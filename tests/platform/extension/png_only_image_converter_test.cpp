@@ -1,6 +1,7 @@
 #include "platform/extension/png_only_image_converter.h"
 
 #include <gtest/gtest.h>
+
 #include <string>
 
 using namespace tasket::platform;

@@ -1,14 +1,15 @@
 #include "platform/extension/shared_file.h"
 #include "support/temp_dir.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <fstream>
+#include <sstream>
 
 using namespace tasket::platform;
 using tasket::testing::TempDir;

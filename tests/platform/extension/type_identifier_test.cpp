@@ -1,6 +1,7 @@
 #include "platform/extension/type_identifier.h"
 
 #include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 

@@ -1,6 +1,7 @@
 #include "platform/extension/url.h"
 
 #include <gtest/gtest.h>
+
 #include <string>
 
 using tasket::platform::Errc;

@@ -5,12 +5,13 @@
 #include "support/temp_dir.h"
 
 #include <fmt/core.h>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <fstream>
+#include <sstream>
 
 using namespace tasket::platform;
 using tasket::testing::TempDir;

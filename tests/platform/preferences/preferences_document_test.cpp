@@ -1,8 +1,9 @@
 #include "platform/preferences/detail/base64.h"
 #include "platform/preferences/detail/preferences_document.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
+
+#include <cmath>
 #include <limits>
 
 using namespace tasket::platform;

@@ -3,10 +3,11 @@
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "support/temp_dir.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <fstream>
 #include <functional>
-#include <gtest/gtest.h>
 #include <memory>
 
 using namespace tasket::platform;

@@ -2,12 +2,13 @@
 
 #include "objectstore/predicate/predicate.h"
 
+#include <fmt/format.h>
+#include <locale.h>
+
 #include <array>
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
-#include <fmt/format.h>
-#include <locale.h>
 
 namespace tasket::objectstore::detail {
 
@@ -165,17 +166,10 @@ class Lexer {
                 continue; // reported as unterminated above
             const char escaped = m_text[m_pos++];
             switch (escaped) {
-            case 'n':
-                token.text += '\n';
-                break;
-            case 't':
-                token.text += '\t';
-                break;
-            case 'r':
-                token.text += '\r';
-                break;
-            default:
-                token.text += escaped;
+            case 'n': token.text += '\n'; break;
+            case 't': token.text += '\t'; break;
+            case 'r': token.text += '\r'; break;
+            default: token.text += escaped;
             }
         }
     }
@@ -294,24 +288,15 @@ bool isKeyword(std::string_view name) {
 
 std::string describe(const Token& token) {
     switch (token.kind) {
-    case TokenKind::end:
-        return "the end of the predicate";
-    case TokenKind::name:
-        return fmt::format("'{}'", token.text);
-    case TokenKind::keyOperator:
-        return fmt::format("'{}'", token.text);
-    case TokenKind::integer:
-        return fmt::format("the number {}", token.integer);
-    case TokenKind::real:
-        return fmt::format("the number {}", token.text);
-    case TokenKind::string:
-        return "a quoted string";
-    case TokenKind::argument:
-        return fmt::format("'%{}'", token.text);
-    case TokenKind::options:
-        return "comparison options";
-    case TokenKind::symbol:
-        return fmt::format("'{}'", token.text);
+    case TokenKind::end: return "the end of the predicate";
+    case TokenKind::name: return fmt::format("'{}'", token.text);
+    case TokenKind::keyOperator: return fmt::format("'{}'", token.text);
+    case TokenKind::integer: return fmt::format("the number {}", token.integer);
+    case TokenKind::real: return fmt::format("the number {}", token.text);
+    case TokenKind::string: return "a quoted string";
+    case TokenKind::argument: return fmt::format("'%{}'", token.text);
+    case TokenKind::options: return "comparison options";
+    case TokenKind::symbol: return fmt::format("'{}'", token.text);
     }
     return "?";
 }

@@ -5,8 +5,9 @@
 #include "objectstore/predicate/detail/lexer.h"
 #include "objectstore/predicate/predicate.h"
 
-#include <cmath>
 #include <fmt/format.h>
+
+#include <cmath>
 #include <optional>
 
 namespace tasket::objectstore {
@@ -213,20 +214,15 @@ class Parser {
                     return expected("a key path or a value");
             }
             return keyPath();
-        case TokenKind::integer:
-            return Expression(Scalar(take().integer));
-        case TokenKind::real:
-            return Expression(Scalar(take().real));
-        case TokenKind::string:
-            return Expression(Scalar(take().text));
-        case TokenKind::argument:
-            return argument();
+        case TokenKind::integer: return Expression(Scalar(take().integer));
+        case TokenKind::real: return Expression(Scalar(take().real));
+        case TokenKind::string: return Expression(Scalar(take().text));
+        case TokenKind::argument: return argument();
         case TokenKind::symbol:
             if (t.text == "{")
                 return list();
             break;
-        default:
-            break;
+        default: break;
         }
         return expected("a key path or a value");
     }

@@ -2,13 +2,14 @@
 
 #include "objectstore/predicate/predicate.h"
 
-#include <memory>
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
 #include <unicode/uloc.h>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
+
+#include <memory>
 #include <vector>
 
 namespace tasket::objectstore::detail {

@@ -1,8 +1,7 @@
 #include "platform/preferences/detail/preferences_document.h"
 
-#include "platform/text.h"
-
 #include "platform/preferences/detail/base64.h"
+#include "platform/text.h"
 
 #include <fmt/core.h>
 #include <simdjson.h>
@@ -64,14 +63,10 @@ Result<PreferenceValue> readTagged(simdjson::dom::object object, std::string_vie
 
 Result<PreferenceValue> readValue(element e, std::string_view key) {
     switch (e.type()) {
-    case element_type::BOOL:
-        return PreferenceValue(e.get_bool().value_unsafe());
-    case element_type::INT64:
-        return PreferenceValue(e.get_int64().value_unsafe());
-    case element_type::DOUBLE:
-        return PreferenceValue(e.get_double().value_unsafe());
-    case element_type::STRING:
-        return PreferenceValue(std::string(e.get_string().value_unsafe()));
+    case element_type::BOOL: return PreferenceValue(e.get_bool().value_unsafe());
+    case element_type::INT64: return PreferenceValue(e.get_int64().value_unsafe());
+    case element_type::DOUBLE: return PreferenceValue(e.get_double().value_unsafe());
+    case element_type::STRING: return PreferenceValue(std::string(e.get_string().value_unsafe()));
     case element_type::ARRAY: {
         simdjson::dom::array items;
         if (e.get_array().get(items))
@@ -101,7 +96,9 @@ Result<PreferenceValue> readValue(element e, std::string_view key) {
 
 // ---- Writing -----------------------------------------------------------------
 
-void writeString(std::string& out, std::string_view text) { appendJsonString(out, text); }
+void writeString(std::string& out, std::string_view text) {
+    appendJsonString(out, text);
+}
 
 void writeDouble(std::string& out, double value) {
     // Shortest text that reads back to the same double; a fraction or an
