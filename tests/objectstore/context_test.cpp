@@ -1,7 +1,8 @@
 #include "objectstore/object_context.h"
 #include "platform/main_queue.h"
+#include "support/saved.h"
 #include "support/temp_dir.h"
-#include "test_model.h"
+#include "support/test_model.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>

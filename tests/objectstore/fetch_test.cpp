@@ -1,6 +1,7 @@
 #include "objectstore/object_context.h"
+#include "support/saved.h"
 #include "support/temp_dir.h"
-#include "test_model.h"
+#include "support/test_model.h"
 
 #include <gtest/gtest.h>
 

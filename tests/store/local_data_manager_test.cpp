@@ -1,7 +1,7 @@
-#include "fatal_trap.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "store/tk_data_model.h"
+#include "support/fatal_trap.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

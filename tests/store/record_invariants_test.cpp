@@ -1,6 +1,6 @@
 #include "store/record_invariants.h"
 #include "store/records.h"
-#include "store_fixture.h"
+#include "support/store_fixture.h"
 
 #include <gtest/gtest.h>
 

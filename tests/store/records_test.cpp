@@ -1,5 +1,5 @@
 #include "store/records.h"
-#include "store_fixture.h"
+#include "support/store_fixture.h"
 
 #include <gtest/gtest.h>
 

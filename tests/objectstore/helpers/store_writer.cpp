@@ -2,8 +2,8 @@
 //   store_writer PATH burst N     N saves back to back, one item each
 //   store_writer PATH crash       saves an item and a label per save, for
 //                                 ever, printing each committed number
-#include "../test_model.h"
 #include "objectstore/object_context.h"
+#include "support/test_model.h"
 
 #include <cstdio>
 #include <cstring>

@@ -4,6 +4,7 @@
 
 #include "objectstore/object_context.h"
 #include "store/tk_data_model.h"
+#include "support/saved.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -29,9 +30,3 @@ class StoreFixture : public ::testing::Test {
 };
 
 } // namespace tasket::testing
-
-#define ASSERT_SAVED(context)                                                                      \
-    do {                                                                                           \
-        auto saved_ = (context)->save();                                                           \
-        ASSERT_TRUE(saved_) << saved_.error().message;                                             \
-    } while (0)

@@ -50,15 +50,3 @@ inline std::shared_ptr<objectstore::Model> makeTestModel(int version = 1, bool w
 }
 
 } // namespace tasket::testing
-
-// Saves and, on failure, shows why.
-#define ASSERT_SAVED(context)                                                                      \
-    do {                                                                                           \
-        auto saved_ = (context)->save();                                                           \
-        ASSERT_TRUE(saved_) << saved_.error().message;                                             \
-    } while (0)
-#define EXPECT_SAVED(context)                                                                      \
-    do {                                                                                           \
-        auto saved_ = (context)->save();                                                           \
-        EXPECT_TRUE(saved_) << saved_.error().message;                                             \
-    } while (0)
