@@ -207,7 +207,7 @@ std::string finish(const Child& child) {
 bool integrityOk(const fs::path& file) {
     sqlite3* db = nullptr;
     bool ok = false;
-    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
         sqlite3_stmt* statement = nullptr;
         if (sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr) ==
                 SQLITE_OK &&

@@ -135,10 +135,12 @@ std::vector<long> killAndCollect(Writer& w) {
     return numbers; // a line cut short by the kill has no newline and is not counted
 }
 
+// Read-write: after a crash, the first connection recovers the write-ahead
+// log, which a read-only one may not do.
 class Database {
   public:
     explicit Database(const fs::path& path) {
-        if (sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+        if (sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK)
             m_error = sqlite3_errmsg(m_db);
     }
     ~Database() { sqlite3_close(m_db); }
