@@ -15,8 +15,10 @@
 //
 //   contention_soak [--seconds-per-policy S] [--objects N] [--seed S]
 #include "objectstore/object_context.h"
+#include "self_child.h"
 #include "support/test_model.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
@@ -168,42 +170,6 @@ Report parse(const std::string& text) {
     return report;
 }
 
-struct Child {
-    pid_t pid;
-    int out;
-};
-
-Child spawn(const std::vector<std::string>& args) {
-    int fds[2];
-    if (pipe(fds) != 0)
-        std::exit(1);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
-        std::vector<char*> argv;
-        for (const auto& a : args)
-            argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execv("/proc/self/exe", argv.data());
-        _exit(127);
-    }
-    close(fds[1]);
-    return {pid, fds[0]};
-}
-
-std::string finish(const Child& child) {
-    std::string text;
-    char buffer[4096];
-    for (ssize_t n; (n = read(child.out, buffer, sizeof buffer)) > 0;)
-        text.append(buffer, static_cast<std::size_t>(n));
-    close(child.out);
-    int status = 0;
-    waitpid(child.pid, &status, 0);
-    return text;
-}
-
 bool integrityOk(const fs::path& file) {
     sqlite3* db = nullptr;
     bool ok = false;
@@ -234,12 +200,12 @@ bool runPolicy(const PolicyName& policy, const fs::path& folder, double seconds,
         });
     }
     const auto policyIndex = std::to_string(&policy - kPolicies);
-    std::vector<Child> children;
+    std::vector<soak::Child> children;
     for (int role = 0; role < 2; ++role)
-        children.push_back(
-            spawn({"contention_soak", "writer", file.string(), policyIndex, std::to_string(role),
-                   std::to_string(seconds), std::to_string(seed + static_cast<unsigned>(role))}));
-    Report reports[2] = {parse(finish(children[0])), parse(finish(children[1]))};
+        children.push_back(soak::spawnSelf({"contention_soak", "writer", file.string(), policyIndex,
+                                            std::to_string(role), std::to_string(seconds),
+                                            std::to_string(seed + static_cast<unsigned>(role))}));
+    Report reports[2] = {parse(soak::reap(children[0])), parse(soak::reap(children[1]))};
 
     long lost = 0, errors = reports[0].errors + reports[1].errors;
     auto context = openContext(file, policy.policy);
@@ -268,12 +234,6 @@ bool runPolicy(const PolicyName& policy, const fs::path& folder, double seconds,
     return held;
 }
 
-int usage() {
-    std::fprintf(stderr,
-                 "usage: contention_soak [--seconds-per-policy S] [--objects N] [--seed S]\n");
-    return 2;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -285,18 +245,13 @@ int main(int argc, char** argv) {
     double seconds = 900;
     int objects = 16;
     unsigned seed = std::random_device{}();
-    for (std::size_t i = 0; i < args.size(); i += 2) {
-        if (i + 1 >= args.size())
-            return usage();
-        if (args[i] == "--seconds-per-policy")
-            seconds = std::stod(args[i + 1]);
-        else if (args[i] == "--objects")
-            objects = std::stoi(args[i + 1]);
-        else if (args[i] == "--seed")
-            seed = static_cast<unsigned>(std::stoul(args[i + 1]));
-        else
-            return usage();
-    }
+    CLI::App app{"Two processes write the same objects under each merge policy; no error may "
+                 "reach them and no kept update may be lost."};
+    app.add_option("--seconds-per-policy", seconds, "How long each policy runs")
+        ->capture_default_str();
+    app.add_option("--objects", objects, "How many objects both write")->capture_default_str();
+    app.add_option("--seed", seed, "Seed of the writers' choices");
+    CLI11_PARSE(app, argc, argv);
     std::string pattern = (fs::temp_directory_path() / "tasket-contention-XXXXXX").string();
     if (!mkdtemp(pattern.data()))
         return 1;

@@ -14,8 +14,10 @@
 // verdict line; exits 0 only when every round passed.
 #include "objectstore/object_context.h"
 #include "platform/preferences/file_preferences_suite.h"
+#include "self_child.h"
 #include "store/tk_data_model.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
@@ -93,41 +95,10 @@ int settingsWriter(const fs::path& folder) {
 
 // ---- The driver ----------------------------------------------------------------
 
-struct Writer {
-    pid_t pid = -1;
-    int out = -1; // read end of the writer's standard output
-};
-
-Writer spawn(const std::vector<std::string>& args) {
-    int fds[2];
-    if (pipe(fds) != 0)
-        return {};
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
-        std::vector<char*> argv;
-        for (const auto& a : args)
-            argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execv("/proc/self/exe", argv.data());
-        _exit(127);
-    }
-    close(fds[1]);
-    return {pid, fds[0]};
-}
-
 // Kills the writer and returns every number it acknowledged.
-std::vector<long> killAndCollect(Writer& w) {
-    kill(w.pid, SIGKILL);
-    int status = 0;
-    waitpid(w.pid, &status, 0);
-    std::string text;
-    char buffer[4096];
-    for (ssize_t n; (n = read(w.out, buffer, sizeof buffer)) > 0;)
-        text.append(buffer, static_cast<std::size_t>(n));
-    close(w.out);
+std::vector<long> killAndCollect(const soak::Child& writer) {
+    kill(writer.pid, SIGKILL);
+    const std::string text = soak::reap(writer);
     std::vector<long> numbers;
     std::size_t start = 0;
     for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
@@ -243,9 +214,9 @@ int drive(long rounds, unsigned seed, int maxDelayMs, const fs::path& root) {
             fs::create_directories(folder);
             newest = 0;
         }
-        Writer store =
-            spawn({"crash_soak", "store-writer", folder.string(), std::to_string(newest + 1)});
-        Writer settings = spawn({"crash_soak", "settings-writer", folder.string()});
+        soak::Child store = soak::spawnSelf(
+            {"crash_soak", "store-writer", folder.string(), std::to_string(newest + 1)});
+        soak::Child settings = soak::spawnSelf({"crash_soak", "settings-writer", folder.string()});
         const int first = delay(random), second = delay(random);
         std::this_thread::sleep_for(std::chrono::microseconds(std::min(first, second)));
         auto earlier = killAndCollect(first <= second ? store : settings);
@@ -285,12 +256,6 @@ int drive(long rounds, unsigned seed, int maxDelayMs, const fs::path& root) {
     return totals.failedRounds == 0 ? 0 : 1;
 }
 
-int usage() {
-    std::fprintf(stderr,
-                 "usage: crash_soak [--rounds N] [--seed S] [--max-delay-ms D] [--keep DIR]\n");
-    return 2;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -303,21 +268,16 @@ int main(int argc, char** argv) {
     long rounds = 200;
     unsigned seed = std::random_device{}();
     int maxDelayMs = 60;
-    fs::path keep;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (i + 1 >= args.size())
-            return usage();
-        if (args[i] == "--rounds")
-            rounds = std::stol(args[++i]);
-        else if (args[i] == "--seed")
-            seed = static_cast<unsigned>(std::stoul(args[++i]));
-        else if (args[i] == "--max-delay-ms")
-            maxDelayMs = std::stoi(args[++i]);
-        else if (args[i] == "--keep")
-            keep = args[++i];
-        else
-            return usage();
-    }
+    std::string keep;
+    CLI::App app{"Kills two writers (engine saves, settings writes) at random moments and checks "
+                 "that nothing acknowledged is lost."};
+    app.add_option("--rounds", rounds, "How many rounds")->capture_default_str();
+    app.add_option("--seed", seed, "Seed of the random kill times");
+    app.add_option("--max-delay-ms", maxDelayMs, "Latest kill after the start, in milliseconds")
+        ->capture_default_str();
+    app.add_option("--keep", keep,
+                   "Work in DIR and leave it (default: a removed temporary folder)");
+    CLI11_PARSE(app, argc, argv);
     fs::path root = keep;
     if (root.empty()) {
         std::string pattern = (fs::temp_directory_path() / "tasket-crash-soak-XXXXXX").string();
