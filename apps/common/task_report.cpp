@@ -38,7 +38,7 @@ TaskReport reportTask(const store::TK_Task& task) {
     return report;
 }
 
-void writeTaskMembers(JsonWriter& json, const TaskReport& task) {
+void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task) {
     json.key("taskID").string(task.taskID);
     json.key("title").string(task.title);
     json.key("url");
@@ -68,7 +68,7 @@ void writeTaskMembers(JsonWriter& json, const TaskReport& task) {
     json.endArray();
 }
 
-void writeTask(JsonWriter& json, const TaskReport& task) {
+void writeTask(platform::JsonWriter& json, const TaskReport& task) {
     json.beginObject();
     writeTaskMembers(json, task);
     json.endObject();

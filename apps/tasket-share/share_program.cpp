@@ -1,10 +1,10 @@
 #include "tasket-share/share_program.h"
 
 #include "common/exit_code.h"
-#include "common/json_writer.h"
 #include "common/task_report.h"
 #include "objectstore/predicate/predicate.h"
 #include "platform/extension/command_line_share.h"
+#include "platform/json_writer.h"
 #include "platform/main_queue.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "settings/settings_keys.h"
@@ -187,13 +187,13 @@ class ShareSession {
             const TaskReport task =
                 reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
             if (m_options.json) {
-                JsonWriter json;
+                platform::JsonWriter json;
                 json.beginObject();
                 writeTaskMembers(json, task);
                 json.key("isAddingAttachmentsWithoutPremium")
                     .boolean(m_controller->input().isAddingAttachmentsWithoutPremium);
                 json.endObject();
-                m_environment.out << json.finish();
+                m_environment.out << json.finish().value();
             } else {
                 m_environment.out << "Saved " << describeTask(task);
             }

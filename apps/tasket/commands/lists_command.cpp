@@ -1,6 +1,6 @@
 #include "tasket/commands/lists_command.h"
 
-#include "common/json_writer.h"
+#include "platform/json_writer.h"
 #include "tasket/store_view.h"
 
 #include <fmt/format.h>
@@ -24,7 +24,7 @@ platform::Result<void> ListsCommand::run(CommandContext& context) {
     if (!view)
         return std::unexpected(view.error());
     const auto& lists = view->fetchManager->categories().value();
-    JsonWriter json;
+    platform::JsonWriter json;
     json.beginArray();
     for (const auto& list : lists) {
         const std::string title = list->title().value_or("");
@@ -45,7 +45,7 @@ platform::Result<void> ListsCommand::run(CommandContext& context) {
     }
     json.endArray();
     if (context.json)
-        context.out << json.finish();
+        context.out << json.finish().value();
     return {};
 }
 

@@ -1,7 +1,7 @@
 #include "tasket/commands/tasks_command.h"
 
-#include "common/json_writer.h"
 #include "common/task_report.h"
+#include "platform/json_writer.h"
 #include "share/category_choice.h"
 #include "tasket/store_view.h"
 
@@ -45,7 +45,7 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
         if (auto searched = view->fetchManager->setTasksSearchText(m_search); !searched)
             return searched;
     }
-    JsonWriter json;
+    platform::JsonWriter json;
     json.beginArray();
     for (const auto& task : view->fetchManager->tasks().value()) {
         const TaskReport report = reportTask(*task);
@@ -60,7 +60,7 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
     }
     json.endArray();
     if (context.json)
-        context.out << json.finish();
+        context.out << json.finish().value();
     return {};
 }
 
