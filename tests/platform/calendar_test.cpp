@@ -2,12 +2,11 @@
 // one-hour gap at 02:00 and a repeated hour), Sao Paulo on 2018-11-04
 // (midnight skipped) and Apia, which skipped 2011-12-30 altogether.
 #include "platform/calendar.h"
+#include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <optional>
 #include <string>
 
 using tasket::platform::Calendar;
@@ -129,10 +128,6 @@ TEST(Calendar, ZonesComeFromTheirNameOrTheEnvironment) {
     ASSERT_FALSE(unknown);
     EXPECT_NE(unknown.error().message.find("Nowhere/Atlantis"), std::string::npos);
 
-    const char* const saved = std::getenv("TZ");
-    const std::optional<std::string> previous =
-        saved ? std::optional<std::string>(saved) : std::nullopt;
-    ::setenv("TZ", "Pacific/Apia", 1);
+    const tasket::testing::ScopedEnv zone("TZ", "Pacific/Apia");
     EXPECT_EQ(Calendar::current().zoneID(), "Pacific/Apia");
-    previous ? ::setenv("TZ", previous->c_str(), 1) : ::unsetenv("TZ");
 }
