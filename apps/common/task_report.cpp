@@ -1,6 +1,7 @@
 #include "common/task_report.h"
 
 #include "rules/enum_table.h"
+#include "rules/texts.h"
 
 #include <fmt/format.h>
 
@@ -76,7 +77,8 @@ void writeTask(platform::JsonWriter& json, const TaskReport& task) {
 
 std::string describeTask(const TaskReport& task) {
     std::string text =
-        fmt::format("{}\n  id:    {}\n  list:  {}\n", task.title.empty() ? "New Task" : task.title,
+        fmt::format("{}\n  id:    {}\n  list:  {}\n",
+                    task.title.empty() ? rules::texts::kNewTask.translated() : task.title,
                     task.taskID, task.list);
     if (!task.url.empty())
         text += fmt::format("  link:  {}\n", task.url);

@@ -7,6 +7,7 @@
 #include "platform/json_writer.h"
 #include "platform/main_queue.h"
 #include "platform/preferences/file_preferences_suite.h"
+#include "rules/texts.h"
 #include "settings/settings_keys.h"
 #include "share/category_choice.h"
 #include "share/share_view_controller.h"
@@ -31,9 +32,11 @@ using platform::Errc;
 using share::ShareToolbarModel;
 using share::ShareViewController;
 
-constexpr std::string_view kPremiumNotice =
-    "Tasket Premium is Required. Please purchase Tasket Premium to access this feature. "
-    "The shared files and pictures were not attached.";
+std::string premiumNotice() {
+    return fmt::format("{}. {} The shared files and pictures were not attached.",
+                       rules::texts::kPremiumRequired.translated(),
+                       rules::texts::kPremiumRequiredMessage.translated());
+}
 
 void report(std::ostream& err, std::string_view message) {
     err << fmt::format("tasket-share: {}\n", message);
@@ -146,7 +149,7 @@ class ShareSession {
                  "nothing is left to save and no text was given; nothing was written"});
         }
         if (toolbar.isAddingAttachmentsWithoutPremium())
-            report(m_environment.err, kPremiumNotice);
+            report(m_environment.err, premiumNotice());
         if (toolbar.done() == ShareToolbarModel::DoneOutcome::premiumRequiredShown) {
             // The notice is printed above; saving without the files is the answer to it.
             toolbar.dismissPremiumRequired();

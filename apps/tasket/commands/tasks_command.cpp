@@ -2,6 +2,7 @@
 
 #include "common/task_report.h"
 #include "platform/json_writer.h"
+#include "rules/texts.h"
 #include "share/category_choice.h"
 #include "tasket/store_view.h"
 
@@ -55,7 +56,8 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
             writeTask(json, report);
         else
             context.out << fmt::format("{}\t{}\t{}\n", report.taskID,
-                                       report.title.empty() ? "New Task" : report.title,
+                                       report.title.empty() ? rules::texts::kNewTask.translated()
+                                                            : report.title,
                                        report.list);
     }
     json.endArray();
