@@ -41,6 +41,10 @@ void JsonWriter::beforeValue() {
     newline();
 }
 
+void JsonWriter::afterValue() {
+    m_done = m_scopes.empty();
+}
+
 JsonWriter& JsonWriter::key(std::string_view name) {
     if (m_scopes.empty() || m_scopes.back() != Scope::object || m_keyPending)
         throw std::logic_error("JsonWriter: a key outside an object or after another key");
@@ -106,10 +110,6 @@ JsonWriter& JsonWriter::integer(std::int64_t value) {
     m_text += fmt::format("{}", value);
     afterValue();
     return *this;
-}
-
-void JsonWriter::afterValue() {
-    m_done = m_scopes.empty();
 }
 
 JsonWriter& JsonWriter::number(double value) {
