@@ -1,6 +1,7 @@
 #include "common/task_report.h"
 
 #include "rules/enum_table.h"
+#include "rules/texts.h"
 
 #include <fmt/format.h>
 
@@ -38,7 +39,7 @@ TaskReport reportTask(const store::TK_Task& task) {
     return report;
 }
 
-void writeTaskMembers(JsonWriter& json, const TaskReport& task) {
+void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task) {
     json.key("taskID").string(task.taskID);
     json.key("title").string(task.title);
     json.key("url");
@@ -68,7 +69,7 @@ void writeTaskMembers(JsonWriter& json, const TaskReport& task) {
     json.endArray();
 }
 
-void writeTask(JsonWriter& json, const TaskReport& task) {
+void writeTask(platform::JsonWriter& json, const TaskReport& task) {
     json.beginObject();
     writeTaskMembers(json, task);
     json.endObject();
@@ -76,7 +77,8 @@ void writeTask(JsonWriter& json, const TaskReport& task) {
 
 std::string describeTask(const TaskReport& task) {
     std::string text =
-        fmt::format("{}\n  id:    {}\n  list:  {}\n", task.title.empty() ? "New Task" : task.title,
+        fmt::format("{}\n  id:    {}\n  list:  {}\n",
+                    task.title.empty() ? rules::texts::kNewTask.translated() : task.title,
                     task.taskID, task.list);
     if (!task.url.empty())
         text += fmt::format("  link:  {}\n", task.url);

@@ -3,7 +3,7 @@
 // of a JSON object for --json.
 #pragma once
 
-#include "common/json_writer.h"
+#include "platform/json_writer.h"
 #include "store/records.h"
 
 #include <cstdint>
@@ -36,9 +36,9 @@ struct TaskReport {
 TaskReport reportTask(const store::TK_Task& task);
 
 /// The report's members, into an object the caller has opened.
-void writeTaskMembers(JsonWriter& json, const TaskReport& task);
+void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task);
 /// The report as an object.
-void writeTask(JsonWriter& json, const TaskReport& task);
+void writeTask(platform::JsonWriter& json, const TaskReport& task);
 /// A few lines for people, each ending in a newline.
 std::string describeTask(const TaskReport& task);
 

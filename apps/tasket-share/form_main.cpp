@@ -3,11 +3,13 @@
 // standard streams, Qt's image decoders and the form (when a display is
 // present) into the program.
 #include "common/qt_image_converter.h"
+#include "platform/text_catalogue.h"
 #include "tasket-share/share_program.h"
 
 #include <QLoggingCategory>
 
 int main(int argc, char** argv) {
+    tasket::platform::startTextCatalogue();
     // A picture that cannot be decoded is reported once, in our words; the
     // decoders' own warnings would only repeat it.
     QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio*=false"));

@@ -4,6 +4,7 @@
 // tasket-share-form, the same program with Qt, in its place: the arguments
 // and the unread standard input pass on untouched.
 #include "common/exit_code.h"
+#include "platform/text_catalogue.h"
 #include "tasket-share/share_program.h"
 
 #include <unistd.h>
@@ -50,6 +51,7 @@ std::filesystem::path formProgram() {
 } // namespace
 
 int main(int argc, char** argv) {
+    tasket::platform::startTextCatalogue();
     const NoPictureDecoder converter;
     return tasket::apps::runShareProgramMain(
         argc, argv, converter, nullptr, [argv](const ShareOptions& options) -> std::optional<int> {

@@ -24,9 +24,6 @@ class ShareFormModel {
   public:
     static constexpr std::string_view kWindowTitle = "Share to Tasket";
     static constexpr std::string_view kNewListLabel = "New List…";
-    static constexpr std::string_view kPremiumRequiredTitle = "Tasket Premium is Required";
-    static constexpr std::string_view kPremiumRequiredText =
-        "Please purchase Tasket Premium to access this feature.";
     static constexpr std::string_view kFilesLeftOutNote =
         "Files and pictures are attached with Tasket Premium only.";
 

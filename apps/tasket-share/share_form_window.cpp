@@ -1,5 +1,7 @@
 #include "tasket-share/share_form_window.h"
 
+#include "rules/texts.h"
+
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFontMetrics>
@@ -204,10 +206,10 @@ void ShareFormWindow::openNewListSheet() {
 }
 
 void ShareFormWindow::openPremiumRequiredSheet() {
-    const QString title = fromUtf8(ShareFormModel::kPremiumRequiredTitle);
+    const QString title = fromUtf8(rules::texts::kPremiumRequired.translated());
     auto* sheet = new QMessageBox(QMessageBox::Information, title, title, QMessageBox::Ok, this);
     sheet->setObjectName(QStringLiteral("premiumRequiredSheet"));
-    sheet->setInformativeText(fromUtf8(ShareFormModel::kPremiumRequiredText));
+    sheet->setInformativeText(fromUtf8(rules::texts::kPremiumRequiredMessage.translated()));
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     sheet->setWindowModality(Qt::WindowModal);
     connect(sheet, &QDialog::finished, this, [this] {

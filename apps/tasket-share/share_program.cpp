@@ -1,12 +1,13 @@
 #include "tasket-share/share_program.h"
 
 #include "common/exit_code.h"
-#include "common/json_writer.h"
 #include "common/task_report.h"
 #include "objectstore/predicate/predicate.h"
 #include "platform/extension/command_line_share.h"
+#include "platform/json_writer.h"
 #include "platform/main_queue.h"
 #include "platform/preferences/file_preferences_suite.h"
+#include "rules/texts.h"
 #include "settings/settings_keys.h"
 #include "share/category_choice.h"
 #include "share/share_view_controller.h"
@@ -31,9 +32,11 @@ using platform::Errc;
 using share::ShareToolbarModel;
 using share::ShareViewController;
 
-constexpr std::string_view kPremiumNotice =
-    "Tasket Premium is Required. Please purchase Tasket Premium to access this feature. "
-    "The shared files and pictures were not attached.";
+std::string premiumNotice() {
+    return fmt::format("{}. {} The shared files and pictures were not attached.",
+                       rules::texts::kPremiumRequired.translated(),
+                       rules::texts::kPremiumRequiredMessage.translated());
+}
 
 void report(std::ostream& err, std::string_view message) {
     err << fmt::format("tasket-share: {}\n", message);
@@ -146,7 +149,7 @@ class ShareSession {
                  "nothing is left to save and no text was given; nothing was written"});
         }
         if (toolbar.isAddingAttachmentsWithoutPremium())
-            report(m_environment.err, kPremiumNotice);
+            report(m_environment.err, premiumNotice());
         if (toolbar.done() == ShareToolbarModel::DoneOutcome::premiumRequiredShown) {
             // The notice is printed above; saving without the files is the answer to it.
             toolbar.dismissPremiumRequired();
@@ -187,13 +190,13 @@ class ShareSession {
             const TaskReport task =
                 reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
             if (m_options.json) {
-                JsonWriter json;
+                platform::JsonWriter json;
                 json.beginObject();
                 writeTaskMembers(json, task);
                 json.key("isAddingAttachmentsWithoutPremium")
                     .boolean(m_controller->input().isAddingAttachmentsWithoutPremium);
                 json.endObject();
-                m_environment.out << json.finish();
+                m_environment.out << json.finish().value();
             } else {
                 m_environment.out << "Saved " << describeTask(task);
             }

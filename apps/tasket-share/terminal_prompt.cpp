@@ -1,5 +1,6 @@
 #include "tasket-share/terminal_prompt.h"
 
+#include "rules/texts.h"
 #include "share/category_choice.h"
 #include "share/shared_task.h"
 
@@ -35,7 +36,8 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
                            attachment.fileExtension.empty() ? "" : ".", attachment.fileExtension,
                            attachment.content.size());
     if (input.isAddingAttachmentsWithoutPremium)
-        out << "Tasket Premium is Required: the shared files and pictures are not attached.\n";
+        out << fmt::format("{}: the shared files and pictures are not attached.\n",
+                           rules::texts::kPremiumRequired.translated());
 
     // The text.
     std::string text = controller.shareManager()->text().value();

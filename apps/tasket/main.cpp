@@ -1,5 +1,6 @@
 // tasket: the command-line companion over the task store.
 #include "common/exit_code.h"
+#include "platform/text_catalogue.h"
 #include "tasket/tasket_cli.h"
 
 #include <exception>
@@ -8,6 +9,7 @@
 #include <vector>
 
 int main(int argc, char** argv) {
+    tasket::platform::startTextCatalogue();
     try {
         const std::vector<std::string> arguments(argv + 1, argv + argc);
         return tasket::apps::runTasket(arguments, std::cout, std::cerr);

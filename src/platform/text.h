@@ -13,9 +13,14 @@ namespace tasket::platform {
 /// formed). A byte below 0x80 is a sequence of length 1.
 std::size_t utf8SequenceLength(std::string_view text, std::size_t i);
 
+/// How a JSON string writes "/": as is, or as "\/" (the transfer-record form).
+enum class JsonSolidus { literal, escaped };
+
 /// Appends `text` as a JSON string literal with its quotes. Control
 /// characters are escaped (NUL as \u0000); bytes that start no well-formed
 /// UTF-8 sequence become U+FFFD, so the output is always valid JSON.
-void appendJsonString(std::string& out, std::string_view text);
+/// Non-ASCII characters stay raw UTF-8.
+void appendJsonString(std::string& out, std::string_view text,
+                      JsonSolidus solidus = JsonSolidus::literal);
 
 } // namespace tasket::platform

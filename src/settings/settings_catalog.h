@@ -7,6 +7,7 @@
 #include "rules/attachment_enumerations.h"
 #include "rules/color_enumerations.h"
 #include "rules/settings_enumerations.h"
+#include "rules/texts.h"
 #include "settings/setting.h"
 #include "settings/settings_keys.h"
 
@@ -35,7 +36,8 @@ inline constexpr EnumSetting<TK_TimelineType> timelineType{
     TK_TimelineType::all,
     TK_TimelineType::all};
 inline constexpr Setting<std::string_view> unassignedSectionTitle{
-    {"unassignedSectionTitle", keys::kUnassignedSectionTitle, appGroup}, "Unassigned"};
+    {"unassignedSectionTitle", keys::kUnassignedSectionTitle, appGroup},
+    texts::kUnassigned.english};
 inline constexpr EnumSetting<TK_Color> unassignedSectionColor{
     {"unassignedSectionColor", keys::kUnassignedSectionColor, appGroup},
     TK_Color::gray,

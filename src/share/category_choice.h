@@ -8,6 +8,7 @@
 
 #include "objectstore/object_context.h"
 #include "platform/error.h"
+#include "rules/texts.h"
 #include "settings/customization_manager.h"
 #include "store/fetched_collection.h"
 #include "store/records.h"
@@ -17,9 +18,6 @@
 #include <vector>
 
 namespace tasket::share {
-
-/// The title of a list made because the store holds none.
-inline constexpr std::string_view kNewCategoryTitle = "New Category";
 
 /// Whether a task can be saved into `category` and be listed.
 bool isOfferedCategory(const store::TK_Category& category);
@@ -34,9 +32,11 @@ std::shared_ptr<store::TK_Category>
 defaultCategory(const std::vector<std::shared_ptr<store::TK_Category>>& offered,
                 const settings::CustomizationManager& customizationManager);
 
-/// A new list titled kNewCategoryTitle in `context`, not saved.
-std::shared_ptr<store::TK_Category> insertNewCategory(objectstore::ObjectContext& context,
-                                                      std::string_view title = kNewCategoryTitle);
+/// A new list in `context`, not saved; by default titled "New Category"
+/// in the user's language.
+std::shared_ptr<store::TK_Category>
+insertNewCategory(objectstore::ObjectContext& context,
+                  std::string_view title = rules::texts::kNewCategory.translated());
 
 /// The list of `offered` whose identifier is `nameOrID`, else the first
 /// whose title is `nameOrID`. Fails with notFound, naming it and the

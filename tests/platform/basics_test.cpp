@@ -12,21 +12,16 @@
 
 using namespace tasket::platform;
 
-TEST(Uuid, GeneratesUniqueUpperCaseText) {
+TEST(Uuid, GeneratesUniqueUpperCaseV4TextAndParsesEitherCase) {
     std::set<std::string> seen;
     const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     for (int i = 0; i < 1000; ++i) {
-        auto text = Uuid::generate().toString();
+        const auto text = Uuid::generate().toString();
         EXPECT_TRUE(std::regex_match(text, form)) << text;
-        seen.insert(text);
+        EXPECT_TRUE(seen.insert(text).second) << text;
     }
-    EXPECT_EQ(seen.size(), 1000u);
-}
-
-TEST(Uuid, ParsesEitherCaseAndRejectsGarbage) {
-    auto parsed = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(parsed->toString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+    EXPECT_EQ(Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f")->toString(),
+              "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     for (const char* bad :
          {"", "E621E1F8", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
           "Z621E1F8-C36C-495A-93FC-0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5FF"})
@@ -61,7 +56,7 @@ TEST(Fatal, GoesThroughTheReplaceableHandler) {
     auto previous = setFatalHandler([](const std::string& m) { throw std::runtime_error(m); });
     try {
         fatal("stop here");
-        FAIL();
+        ADD_FAILURE() << "fatal() returned";
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "stop here");
     }

@@ -1,8 +1,8 @@
 #include "tasket/commands/demo_command.h"
 
-#include "common/json_writer.h"
 #include "objectstore/object_context.h"
 #include "platform/clock.h"
+#include "platform/json_writer.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "tasket/store_view.h"
@@ -76,7 +76,7 @@ platform::Result<void> DemoCommand::run(CommandContext& context) {
         const std::string listTitle = category ? category->title().value_or("") : "";
         const auto count = category ? category->tasks().size() : 0;
         if (context.json) {
-            context.out << JsonWriter()
+            context.out << platform::JsonWriter()
                                .beginObject()
                                .key("store")
                                .string(manager->storeURL().string())
@@ -89,7 +89,8 @@ platform::Result<void> DemoCommand::run(CommandContext& context) {
                                .key("tasksInList")
                                .integer(static_cast<std::int64_t>(count))
                                .endObject()
-                               .finish();
+                               .finish()
+                               .value();
         } else {
             context.out << fmt::format(
                 "Saved \"{}\" in the list \"{}\" ({} tasks there now)\n  store: {}\n  task:  {}\n",

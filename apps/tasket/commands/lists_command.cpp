@@ -1,6 +1,7 @@
 #include "tasket/commands/lists_command.h"
 
-#include "common/json_writer.h"
+#include "platform/json_writer.h"
+#include "rules/texts.h"
 #include "tasket/store_view.h"
 
 #include <fmt/format.h>
@@ -24,7 +25,7 @@ platform::Result<void> ListsCommand::run(CommandContext& context) {
     if (!view)
         return std::unexpected(view.error());
     const auto& lists = view->fetchManager->categories().value();
-    JsonWriter json;
+    platform::JsonWriter json;
     json.beginArray();
     for (const auto& list : lists) {
         const std::string title = list->title().value_or("");
@@ -40,12 +41,13 @@ platform::Result<void> ListsCommand::run(CommandContext& context) {
                 .integer(static_cast<std::int64_t>(tasks))
                 .endObject();
         else
-            context.out << fmt::format("{}\t{} tasks\t{}\n", title.empty() ? "New Category" : title,
-                                       tasks, id);
+            context.out << fmt::format(
+                "{}\t{} tasks\t{}\n",
+                title.empty() ? rules::texts::kNewCategory.translated() : title, tasks, id);
     }
     json.endArray();
     if (context.json)
-        context.out << json.finish();
+        context.out << json.finish().value();
     return {};
 }
 

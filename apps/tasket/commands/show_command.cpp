@@ -1,8 +1,8 @@
 #include "tasket/commands/show_command.h"
 
-#include "common/json_writer.h"
 #include "common/task_report.h"
 #include "objectstore/predicate/predicate.h"
+#include "platform/json_writer.h"
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "tasket/store_view.h"
@@ -41,9 +41,9 @@ platform::Result<void> ShowCommand::run(CommandContext& context) {
                               fmt::format("there is no task \"{}\"", m_taskID));
     const TaskReport report = reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
     if (context.json) {
-        JsonWriter json;
+        platform::JsonWriter json;
         writeTask(json, report);
-        context.out << json.finish();
+        context.out << json.finish().value();
     } else {
         context.out << describeTask(report);
     }

@@ -1,7 +1,8 @@
 #include "tasket/commands/tasks_command.h"
 
-#include "common/json_writer.h"
 #include "common/task_report.h"
+#include "platform/json_writer.h"
+#include "rules/texts.h"
 #include "share/category_choice.h"
 #include "tasket/store_view.h"
 
@@ -45,7 +46,7 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
         if (auto searched = view->fetchManager->setTasksSearchText(m_search); !searched)
             return searched;
     }
-    JsonWriter json;
+    platform::JsonWriter json;
     json.beginArray();
     for (const auto& task : view->fetchManager->tasks().value()) {
         const TaskReport report = reportTask(*task);
@@ -55,12 +56,13 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
             writeTask(json, report);
         else
             context.out << fmt::format("{}\t{}\t{}\n", report.taskID,
-                                       report.title.empty() ? "New Task" : report.title,
+                                       report.title.empty() ? rules::texts::kNewTask.translated()
+                                                            : report.title,
                                        report.list);
     }
     json.endArray();
     if (context.json)
-        context.out << json.finish();
+        context.out << json.finish().value();
     return {};
 }
 

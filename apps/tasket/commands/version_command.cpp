@@ -1,7 +1,7 @@
 #include "tasket/commands/version_command.h"
 
-#include "common/json_writer.h"
 #include "common/version.h"
+#include "platform/json_writer.h"
 
 #include <fmt/format.h>
 
@@ -20,14 +20,15 @@ const CommandInfo& VersionCommand::info() const {
 
 platform::Result<void> VersionCommand::run(CommandContext& context) {
     if (context.json) {
-        context.out << JsonWriter()
+        context.out << platform::JsonWriter()
                            .beginObject()
                            .key("name")
                            .string("tasket")
                            .key("version")
                            .string(kTasketVersion)
                            .endObject()
-                           .finish();
+                           .finish()
+                           .value();
     } else {
         context.out << fmt::format("tasket {}\n", kTasketVersion);
     }

@@ -1,5 +1,7 @@
 #include "settings/detail/setting_codec.h"
 
+#include "platform/text_catalogue.h"
+
 #include <cmath>
 #include <limits>
 
@@ -24,7 +26,9 @@ bool decode(const Setting<bool>& setting, const Stored& stored) {
 
 std::string decode(const Setting<std::string_view>& setting, const Stored& stored) {
     const std::string* value = stored ? stored->getIf<std::string>() : nullptr;
-    return value ? *value : std::string(setting.defaultValue);
+    // A default text reads in the user's language; the catalogue leaves
+    // any other default (a symbol name) as it is.
+    return value ? *value : platform::translated(setting.defaultValue);
 }
 
 TimeOfDay decode(const Setting<TimeOfDay>& setting, const Stored& stored) {

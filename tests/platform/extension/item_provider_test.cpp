@@ -1,11 +1,15 @@
+// What a share hands over and how it ends: item providers loading their
+// items off the calling thread, and the context completing the request once.
+#include "platform/extension/extension_context.h"
 #include "platform/extension/in_memory_item_provider.h"
 #include "platform/extension/type_identifier.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <atomic>
 #include <future>
 #include <thread>
+#include <vector>
 
 using namespace tasket::platform;
 
@@ -20,20 +24,6 @@ std::shared_ptr<InMemoryItemProvider> imageFileProvider() {
     provider->registerItem(std::string(kTypeFileURL), url("file:///tmp/photo.png"));
     provider->registerItem(std::string(kTypePNG), InMemoryImage{{1, 2, 3}, std::string(kTypePNG)});
     return provider;
-}
-
-TEST(ItemProvider, AnswersConformanceFromItsRegisteredTypes) {
-    const auto provider = imageFileProvider();
-    EXPECT_EQ(provider->registeredTypeIdentifiers(),
-              (std::vector<std::string>{std::string(kTypeFileURL), std::string(kTypePNG)}));
-    const std::pair<std::string_view, bool> cases[] = {
-        {kTypeURL, true},  {kTypeFileURL, true}, {kTypeImage, true},
-        {kTypeData, true}, {kTypeJPEG, false},   {kTypePlainText, false},
-    };
-    for (const auto& [type, expected] : cases) {
-        SCOPED_TRACE(type);
-        EXPECT_EQ(provider->hasItemConformingTo(type), expected);
-    }
 }
 
 TEST(ItemProvider, LoadsTheFirstRegisteredTypeConformingToTheRequest) {
@@ -99,6 +89,39 @@ TEST(ItemProvider, PendingLoadKeepsItsProviderAlive) {
     auto loaded = pending.get();
     ASSERT_TRUE(loaded);
     EXPECT_EQ(std::get<InMemoryImage>(*loaded).encoded, (Bytes{1, 2, 3}));
+}
+
+TEST(ExtensionContext, CompletesTheRequestOnce) {
+    std::vector<std::size_t> handed;
+    ExtensionContext context(
+        {}, [&](std::vector<ExtensionItem> returned) { handed.push_back(returned.size()); });
+    EXPECT_FALSE(context.isRequestCompleted());
+
+    std::vector<bool> expired;
+    const auto record = [&](bool e) { expired.push_back(e); };
+    EXPECT_TRUE(context.completeRequest({}, record));
+    EXPECT_FALSE(context.completeRequest({ExtensionItem{}}, record));
+    EXPECT_FALSE(context.completeRequest({}));
+
+    EXPECT_TRUE(context.isRequestCompleted());
+    EXPECT_EQ(handed, std::vector<std::size_t>{0});
+    EXPECT_EQ(expired, (std::vector<bool>{false, true}));
+}
+
+TEST(ExtensionContext, CompletesOnceWhenCalledFromManyThreads) {
+    std::atomic<int> handled = 0;
+    ExtensionContext context({}, [&](std::vector<ExtensionItem>) { ++handled; });
+    std::atomic<int> won = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] {
+            if (context.completeRequest({}))
+                ++won;
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(handled.load(), 1);
+    EXPECT_EQ(won.load(), 1);
 }
 
 } // namespace

@@ -1,3 +1,6 @@
+// Recognising pictures: type identifiers and their hierarchy, image file
+// extensions and signatures, and the converter that accepts PNG only.
+#include "platform/extension/png_only_image_converter.h"
 #include "platform/extension/type_identifier.h"
 
 #include <gtest/gtest.h>
@@ -6,8 +9,13 @@
 #include <vector>
 
 using namespace tasket::platform;
+using namespace std::string_view_literals;
 
 namespace {
+
+Bytes bytes(std::string_view s) {
+    return Bytes(s.begin(), s.end());
+}
 
 TEST(TypeIdentifier, ConformanceFollowsTheHierarchy) {
     struct Case {
@@ -50,11 +58,7 @@ TEST(TypeIdentifier, RecognisesImageFileExtensions) {
 }
 
 TEST(TypeIdentifier, RecognisesImageSignatures) {
-    const auto bytes = [](std::string_view s) {
-        return std::vector<std::uint8_t>(s.begin(), s.end());
-    };
-    using namespace std::string_view_literals;
-    const std::pair<std::vector<std::uint8_t>, std::string_view> cases[] = {
+    const std::pair<Bytes, std::string_view> cases[] = {
         {bytes("\x89PNG\r\n\x1a\n\0\0\0\rIHDR"sv), kTypePNG},
         {bytes("\xff\xd8\xff\xe0\0\x10JFIF"sv), kTypeJPEG},
         {bytes("GIF89a\x01\0"sv), kTypeGIF},
@@ -71,6 +75,28 @@ TEST(TypeIdentifier, RecognisesImageSignatures) {
     for (const auto& [data, type] : cases) {
         SCOPED_TRACE(type);
         EXPECT_EQ(imageTypeForContents(data), type);
+    }
+}
+
+TEST(PngOnlyImageConverter, PassesPngThroughAndRefusesTheRest) {
+    const Bytes png = bytes(
+        "\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\0\x01\0\0\0\x01\x08\x06\0\0\0\x1f\x15\xc4\x89"sv);
+    const PngOnlyImageConverter converter;
+    EXPECT_EQ(converter.convertToPNG(png), png);
+
+    const std::pair<std::string, Bytes> refused[] = {
+        {"JPEG", bytes("\xff\xd8\xff\xe0\0\x10JFIF\0"sv)},
+        {"signature only", bytes("\x89PNG\r\n\x1a\n"sv)},
+        {"no header chunk",
+         bytes("\x89PNG\r\n\x1a\n\0\0\0\x0dIDAT\0\0\0\x01\0\0\0\x01\x08\x06\0\0\0\0\0\0\0"sv)},
+        {"empty", {}},
+    };
+    for (const auto& [name, data] : refused) {
+        SCOPED_TRACE(name);
+        auto converted = converter.convertToPNG(data);
+        ASSERT_FALSE(converted);
+        EXPECT_EQ(converted.error().code, Errc::invalidArgument);
+        EXPECT_NE(converted.error().message.find("cannot be decoded"), std::string::npos);
     }
 }
 

@@ -1,4 +1,4 @@
-#include "platform/preferences/detail/base64.h"
+#include "platform/base64.h"
 #include "platform/preferences/detail/preferences_document.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "platform/preferences/detail/preferences_document.h"
 
-#include "platform/preferences/detail/base64.h"
+#include "platform/base64.h"
 #include "platform/text.h"
 
 #include <fmt/core.h>

@@ -1,8 +1,8 @@
-#include "platform/preferences/detail/base64.h"
+#include "platform/base64.h"
 
 #include <array>
 
-namespace tasket::platform::detail {
+namespace tasket::platform {
 namespace {
 
 constexpr std::string_view kAlphabet =
@@ -19,7 +19,7 @@ constexpr auto kReverse = makeReverse();
 
 } // namespace
 
-std::string encodeBase64(const std::vector<std::uint8_t>& bytes) {
+std::string encodeBase64(std::span<const std::uint8_t> bytes) {
     std::string out;
     out.reserve((bytes.size() + 2) / 3 * 4);
     std::size_t i = 0;
@@ -76,4 +76,4 @@ std::optional<std::vector<std::uint8_t>> decodeBase64(std::string_view text) {
     return out;
 }
 
-} // namespace tasket::platform::detail
+} // namespace tasket::platform

@@ -1,5 +1,6 @@
-#include "common/json_writer.h"
+#include "platform/json_writer.h"
 
+#include "platform/base64.h"
 #include "platform/text.h"
 
 #include <fmt/format.h>
@@ -7,9 +8,17 @@
 #include <cmath>
 #include <stdexcept>
 
-namespace tasket::apps {
+namespace tasket::platform {
+namespace {
+
+JsonSolidus solidusOf(JsonWriter::Form form) {
+    return form == JsonWriter::Form::record ? JsonSolidus::escaped : JsonSolidus::literal;
+}
+
+} // namespace
+
 void JsonWriter::newline() {
-    if (m_layout == Layout::pretty) {
+    if (m_form == Form::pretty) {
         m_text += '\n';
         m_text.append(m_scopes.size() * 2, ' ');
     }
@@ -32,6 +41,10 @@ void JsonWriter::beforeValue() {
     newline();
 }
 
+void JsonWriter::afterValue() {
+    m_done = m_scopes.empty();
+}
+
 JsonWriter& JsonWriter::key(std::string_view name) {
     if (m_scopes.empty() || m_scopes.back() != Scope::object || m_keyPending)
         throw std::logic_error("JsonWriter: a key outside an object or after another key");
@@ -39,8 +52,9 @@ JsonWriter& JsonWriter::key(std::string_view name) {
         m_text += ',';
     m_scopeHasMembers.back() = true;
     newline();
-    platform::appendJsonString(m_text, name);
-    m_text += m_layout == Layout::pretty ? ": " : ":";
+    appendJsonString(m_text, name, solidusOf(m_form));
+    m_text += m_form == Form::pretty ? ": " : ":";
+    m_lastKey = name;
     m_keyPending = true;
     return *this;
 }
@@ -86,45 +100,59 @@ JsonWriter& JsonWriter::endArray() {
 
 JsonWriter& JsonWriter::string(std::string_view text) {
     beforeValue();
-    platform::appendJsonString(m_text, text);
-    m_done = m_scopes.empty();
+    appendJsonString(m_text, text, solidusOf(m_form));
+    afterValue();
     return *this;
 }
 
 JsonWriter& JsonWriter::integer(std::int64_t value) {
     beforeValue();
     m_text += fmt::format("{}", value);
-    m_done = m_scopes.empty();
+    afterValue();
     return *this;
 }
 
 JsonWriter& JsonWriter::number(double value) {
-    if (!std::isfinite(value))
+    if (!std::isfinite(value)) {
+        if (m_form == Form::record && !m_failure) {
+            // The member written last names the place: the number's own
+            // key, or the key of the array it stands in.
+            m_failure =
+                Error{Errc::invalidArgument,
+                      fmt::format("the number under \"{}\" is not finite ({})", m_lastKey, value)};
+        }
         return null();
+    }
     beforeValue();
     m_text += fmt::format("{}", value);
-    m_done = m_scopes.empty();
+    afterValue();
     return *this;
 }
 
 JsonWriter& JsonWriter::boolean(bool value) {
     beforeValue();
     m_text += value ? "true" : "false";
-    m_done = m_scopes.empty();
+    afterValue();
     return *this;
 }
 
 JsonWriter& JsonWriter::null() {
     beforeValue();
     m_text += "null";
-    m_done = m_scopes.empty();
+    afterValue();
     return *this;
 }
 
-std::string JsonWriter::finish() const {
-    if (!m_done)
-        throw std::logic_error("JsonWriter: the document is not complete");
-    return m_layout == Layout::pretty ? m_text + '\n' : m_text;
+JsonWriter& JsonWriter::data(std::span<const std::uint8_t> bytes) {
+    return string(encodeBase64(bytes));
 }
 
-} // namespace tasket::apps
+Result<std::string> JsonWriter::finish() const {
+    if (!m_done)
+        throw std::logic_error("JsonWriter: the document is not complete");
+    if (m_failure)
+        return std::unexpected(*m_failure);
+    return m_form == Form::pretty ? m_text + '\n' : m_text;
+}
+
+} // namespace tasket::platform

@@ -1,0 +1,133 @@
+// The calendar in zones whose days are not all 24 hours long: Berlin (a
+// one-hour gap at 02:00 and a repeated hour), Sao Paulo on 2018-11-04
+// (midnight skipped) and Apia, which skipped 2011-12-30 altogether.
+#include "platform/calendar.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+using tasket::platform::Calendar;
+using tasket::platform::Date;
+using tasket::platform::DateComponents;
+
+namespace {
+
+/// The instant at this UTC wall time.
+Date utc(int y, unsigned m, unsigned d, int hour = 0, int minute = 0, double second = 0) {
+    using namespace std::chrono;
+    const sys_days date{year{y} / month{m} / day{d}};
+    return Date::fromUnix(static_cast<double>(date.time_since_epoch().count()) * 86400 +
+                          hour * 3600 + minute * 60 + second);
+}
+
+Calendar in(const char* zone) {
+    auto calendar = Calendar::inZone(zone);
+    EXPECT_TRUE(calendar) << zone;
+    return *calendar;
+}
+
+std::string text(Date date) {
+    return std::to_string(date.unixSeconds());
+}
+
+} // namespace
+
+TEST(Calendar, ComponentsNameTheInstantInTheZone) {
+    struct Case {
+        const char* zone;
+        Date date;
+        DateComponents local;
+    };
+    const Case cases[] = {
+        {"UTC", Date{0}, {2001, 1, 1, 0, 0, 0, 2}},
+        {"UTC", Date{-0.5}, {2000, 12, 31, 23, 59, 59, 1}}, // fractions drop toward the past
+        {"Europe/Berlin", utc(2024, 10, 27, 0, 30), {2024, 10, 27, 2, 30, 0, 1}},
+        {"Europe/Berlin", utc(2024, 10, 27, 1, 30), {2024, 10, 27, 2, 30, 0, 1}}, // once more
+        {"Pacific/Apia", utc(2011, 12, 30, 9, 59, 59), {2011, 12, 29, 23, 59, 59, 5}},
+        {"Pacific/Apia", utc(2011, 12, 30, 10), {2011, 12, 31, 0, 0, 0, 7}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.zone) + " " + text(c.date));
+        EXPECT_EQ(in(c.zone).components(c.date), c.local);
+    }
+}
+
+TEST(Calendar, ADateFromComponentsTakesTheFirstValidInstant) {
+    struct Case {
+        const char* what;
+        const char* zone;
+        DateComponents local;
+        Date expected;
+    };
+    const Case cases[] = {
+        {"plain", "Europe/Berlin", {2024, 1, 15, 9, 30, 45}, utc(2024, 1, 15, 8, 30, 45)},
+        {"in the spring gap", "Europe/Berlin", {2024, 3, 31, 2, 30}, utc(2024, 3, 31, 1)},
+        {"repeated: the first", "Europe/Berlin", {2024, 10, 27, 2, 30}, utc(2024, 10, 27, 0, 30)},
+        {"month 13", "Europe/Berlin", {2024, 13, 1}, utc(2024, 12, 31, 23)},
+        {"day 0", "UTC", {2024, 3, 0}, utc(2024, 2, 29)},
+        {"skipped midnight", "America/Sao_Paulo", {2018, 11, 4}, utc(2018, 11, 4, 3)},
+        {"skipped day", "Pacific/Apia", {2011, 12, 30, 12}, utc(2011, 12, 30, 10)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(text(in(c.zone).date(c.local)), text(c.expected));
+    }
+}
+
+TEST(Calendar, StartOfDayIsTheDaysFirstInstant) {
+    struct Case {
+        const char* zone;
+        Date date;
+        Date expected;
+    };
+    const Case cases[] = {
+        {"Europe/Berlin", utc(2024, 3, 31, 13), utc(2024, 3, 30, 23)},    // a 23-hour day
+        {"Europe/Berlin", utc(2024, 3, 30, 23), utc(2024, 3, 30, 23)},    // already there
+        {"America/Sao_Paulo", utc(2018, 11, 4, 14), utc(2018, 11, 4, 3)}, // 01:00, not 00:00
+        {"Pacific/Apia", utc(2011, 12, 30, 22), utc(2011, 12, 30, 10)},   // the 31st
+        {"Pacific/Apia", utc(2011, 12, 29, 22), utc(2011, 12, 29, 10)},   // the 29th
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.zone) + " " + text(c.date));
+        EXPECT_EQ(text(in(c.zone).startOfDay(c.date)), text(c.expected));
+    }
+}
+
+TEST(Calendar, AddingDaysKeepsTheLocalTimeAcrossShortAndLongDays) {
+    struct Case {
+        const char* what;
+        const char* zone;
+        Date date;
+        int days;
+        Date expected;
+    };
+    const Case cases[] = {
+        {"over a 23-hour day", "Europe/Berlin", utc(2024, 3, 30, 11), 1, utc(2024, 3, 31, 10)},
+        {"over a 25-hour day", "Europe/Berlin", utc(2024, 10, 26, 10), 1, utc(2024, 10, 27, 11)},
+        {"backwards", "Europe/Berlin", utc(2024, 4, 1, 10), -2, utc(2024, 3, 30, 11)},
+        {"into the gap", "Europe/Berlin", utc(2024, 3, 30, 1, 30), 1, utc(2024, 3, 31, 1)},
+        {"from the repeat", "Europe/Berlin", utc(2024, 10, 27, 1, 30), 0, utc(2024, 10, 27, 1, 30)},
+        {"leap day", "UTC", utc(2024, 2, 28, 12), 2, utc(2024, 3, 1, 12)},
+        {"keeps fractions", "UTC", utc(2024, 1, 31, 12, 0, 0.25), 1, utc(2024, 2, 1, 12, 0, 0.25)},
+        {"onto skipped midnight", "America/Sao_Paulo", utc(2018, 11, 3, 3), 1, utc(2018, 11, 4, 3)},
+        {"onto the skipped day", "Pacific/Apia", utc(2011, 12, 29, 20), 1, utc(2011, 12, 30, 10)},
+        {"over the skipped day", "Pacific/Apia", utc(2011, 12, 29, 20), 2, utc(2011, 12, 30, 20)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(text(in(c.zone).addingDays(c.date, c.days)), text(c.expected));
+    }
+}
+
+TEST(Calendar, ZonesComeFromTheirNameOrTheEnvironment) {
+    EXPECT_EQ(in("America/Sao_Paulo").zoneID(), "America/Sao_Paulo");
+    const auto unknown = Calendar::inZone("Nowhere/Atlantis");
+    ASSERT_FALSE(unknown);
+    EXPECT_NE(unknown.error().message.find("Nowhere/Atlantis"), std::string::npos);
+
+    const tasket::testing::ScopedEnv zone("TZ", "Pacific/Apia");
+    EXPECT_EQ(Calendar::current().zoneID(), "Pacific/Apia");
+}
