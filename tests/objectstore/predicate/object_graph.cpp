@@ -1,10 +1,11 @@
 #include "object_graph.h"
 
+#include "objectstore/persistent_store.h"
 #include "objectstore/predicate/evaluator.h"
 #include "objectstore/predicate/sql_functions.h"
+#include "support/predicate_model.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -13,78 +14,6 @@
 namespace tasket::objectstore::testing {
 
 namespace {
-
-void attribute(EntityDescription& e, std::string name, AttributeType type, bool indexed = false) {
-    e.attributes.push_back(AttributeDescription{std::move(name), type, true, {}, indexed});
-}
-
-void relationship(EntityDescription& e, std::string name, std::string destination,
-                  std::string inverse, bool toMany) {
-    RelationshipDescription r;
-    r.name = std::move(name);
-    r.destination = std::move(destination);
-    r.inverse = std::move(inverse);
-    r.toMany = toMany;
-    e.relationships.push_back(std::move(r));
-}
-
-Model buildModel() {
-    using T = AttributeType;
-    Model model("PredicateTest", 1);
-    auto& task = model.addEntity("Task");
-    attribute(task, "title", T::String);
-    attribute(task, "note", T::String);
-    attribute(task, "count", T::Int16);
-    attribute(task, "score", T::Double);
-    attribute(task, "flag", T::Bool);
-    attribute(task, "due", T::Date);
-    attribute(task, "start", T::Date);
-    attribute(task, "ident", T::UUID);
-    attribute(task, "blob", T::Binary);
-    attribute(task, "big", T::Int64);
-    relationship(task, "folder", "Folder", "tasks", false);
-    relationship(task, "tags", "Tag", "tasks", true);
-    relationship(task, "steps", "Step", "task", true);
-    relationship(task, "detail", "Detail", "task", false);
-
-    auto& folder = model.addEntity("Folder");
-    attribute(folder, "name", T::String, true);
-    attribute(folder, "rank", T::Int32);
-    attribute(folder, "archived", T::Bool);
-    relationship(folder, "tasks", "Task", "folder", true);
-    relationship(folder, "parent", "Folder", "children", false);
-    relationship(folder, "children", "Folder", "parent", true);
-
-    auto& tag = model.addEntity("Tag");
-    attribute(tag, "label", T::String, true);
-    attribute(tag, "weight", T::Double);
-    relationship(tag, "tasks", "Task", "tags", true);
-
-    auto& step = model.addEntity("Step");
-    attribute(step, "label", T::String, true);
-    attribute(step, "done", T::Bool);
-    attribute(step, "when", T::Date);
-    relationship(step, "task", "Task", "steps", false);
-
-    auto& detail = model.addEntity("Detail");
-    attribute(detail, "text", T::String);
-    relationship(detail, "task", "Task", "detail", false);
-
-    if (auto finalized = model.finalize(); !finalized)
-        throw std::logic_error(finalized.error().message);
-    return model;
-}
-
-std::string_view sqlType(AttributeType t) {
-    switch (t) {
-    case AttributeType::String:
-    case AttributeType::UUID: return "TEXT";
-    case AttributeType::Date:
-    case AttributeType::Double: return "REAL";
-    case AttributeType::Binary: return "BLOB";
-    default: return "INTEGER";
-    }
-}
 
 std::string quote(std::string_view name) {
     return fmt::format("\"{}\"", name);
@@ -133,8 +62,7 @@ struct Statement {
 } // namespace
 
 const Model& testModel() {
-    static const Model model = buildModel();
-    return model;
+    return *tasket::testing::predicateTestModel();
 }
 
 std::uint32_t entityIndex(std::string_view name) {
@@ -227,35 +155,13 @@ std::set<std::int64_t> evaluateAll(const ObjectGraph& graph, std::uint32_t entit
 
 SqlMirror::SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file)
     : m_model(graph.model()) {
+    // The engine lays out the tables; the rows are written here directly.
+    if (auto store = PersistentStore::open(file, {std::shared_ptr<void>(), &m_model}); !store)
+        throw std::runtime_error(store.error().message);
     if (sqlite3_open(file.c_str(), &m_db) != SQLITE_OK)
         throw std::runtime_error("cannot open the mirror database");
     registerSqlFunctions(m_db);
-    exec("PRAGMA journal_mode = WAL; BEGIN");
-    for (const auto& e : m_model.entities()) {
-        std::string ddl = fmt::format(
-            "CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL", quote(e.name));
-        for (const auto& a : e.attributes)
-            ddl += fmt::format(", {} {}", quote(a.name), sqlType(a.type));
-        for (std::size_t i = 0; i < e.relationships.size(); ++i)
-            if (e.storage[i] == RelationshipStorage::ForeignKey) {
-                ddl += fmt::format(", {} INTEGER", quote(e.relationships[i].name));
-            }
-        exec(ddl + ")");
-        for (std::size_t i = 0; i < e.relationships.size(); ++i) {
-            if (e.storage[i] == RelationshipStorage::ForeignKey)
-                exec(fmt::format("CREATE INDEX {} ON {}({})",
-                                 quote("i_" + e.name + "_" + e.relationships[i].name),
-                                 quote(e.name), quote(e.relationships[i].name)));
-            if (e.storage[i] == RelationshipStorage::JoinTable) {
-                exec(fmt::format("CREATE TABLE {}(src INTEGER NOT NULL, dst INTEGER NOT NULL, "
-                                 "PRIMARY KEY(src, dst)) "
-                                 "WITHOUT ROWID",
-                                 quote(e.joinTables[i])));
-                exec(fmt::format("CREATE INDEX {} ON {}(dst, src)", quote(e.joinTables[i] + "_dst"),
-                                 quote(e.joinTables[i])));
-            }
-        }
-    }
+    exec("BEGIN");
     for (const auto& e : m_model.entities()) {
         std::string columns = "pk, _version";
         std::string marks = "?, 1";

@@ -1,8 +1,7 @@
-// Test support for the predicate tests: a small model (tasks in folders,
-// tags, steps, one detail per task), an in-memory object graph of it whose
-// objects implement ObjectView, and a mirror of the same graph in SQLite
-// tables laid out the way the engine lays them out, so that one store can
-// be queried both ways.
+// Test support for the predicate tests: an in-memory object graph of the
+// predicate model whose objects implement ObjectView, and a mirror of the
+// same graph in a store file with the engine's own schema, so that one
+// store can be queried both ways.
 #pragma once
 
 #include "objectstore/model/model.h"
@@ -11,7 +10,6 @@
 #include "objectstore/predicate/sql_compiler.h"
 
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -21,11 +19,7 @@ struct sqlite3;
 
 namespace tasket::objectstore::testing {
 
-/// Task(title, note, count:Int16, score:Double, flag:Bool, due, start:Date,
-/// ident:UUID, blob:Binary, big:Int64; folder ->Folder, tags <<->> Tag,
-/// steps ->> Step, detail <-> Detail), Folder(name, rank:Int32, archived;
-/// tasks, parent <-> children), Tag(label, weight:Double; tasks),
-/// Step(label, done, when; task), Detail(text; task).
+/// The model of support/predicate_model.h.
 const Model& testModel();
 std::uint32_t entityIndex(std::string_view name);
 
@@ -71,8 +65,7 @@ class ObjectGraph {
     std::vector<std::vector<std::shared_ptr<GraphObject>>> m_objects; // by entity, then key - 1
 };
 
-/// The graph written to a SQLite file: a table per entity, foreign-key
-/// columns and join tables as the engine's schema has them.
+/// The graph written to a store file the engine created, row for row.
 class SqlMirror {
   public:
     SqlMirror(const ObjectGraph& graph, const std::filesystem::path& file);
@@ -84,7 +77,6 @@ class SqlMirror {
     std::set<std::int64_t> select(std::uint32_t entity, const SqlPredicate& predicate) const;
     /// The keys of all rows of `entity` in the compiled order.
     std::vector<std::int64_t> ordered(std::uint32_t entity, const SqlOrder& order) const;
-    sqlite3* handle() const { return m_db; }
 
   private:
     void exec(const std::string& sql) const;

@@ -31,33 +31,24 @@ const Uuid kSecond = *Uuid::parse("A0000000-0000-4000-8000-000000000002");
 class SmallStore : public ::testing::Test {
   protected:
     void SetUp() override {
-        auto task = [&](Value title, Value count, Value score, Value flag, Value due) {
-            auto t = graph.insert("Task");
-            graph.set(*t, "title", std::move(title));
-            graph.set(*t, "count", std::move(count));
-            graph.set(*t, "score", std::move(score));
-            graph.set(*t, "flag", std::move(flag));
-            graph.set(*t, "due", std::move(due));
-            return t;
-        };
         using I = std::int64_t;
-        auto t1 = task("Émile", I{1}, 1.0, true, kMonday);
-        auto t2 = task("emile", I{2}, 2.5, false, kTuesday);
-        auto t3 = task({}, {}, {}, {}, {});
-        auto t4 = task("straße", I{3}, 3.0, true, kMonday);
-        auto t5 = task("STRASSE", I{-1}, -0.5, false, kTuesday);
-        auto t6 = task("a*b", I{32767}, 1e300, {}, {});
-        graph.set(*t1, "start", kMonday);
-        graph.set(*t2, "start", kMonday);
-        graph.set(*t5, "start", kMonday);
-        graph.set(*t1, "ident", kFirst);
-        graph.set(*t2, "ident", kSecond);
-        graph.set(*t1, "blob", Bytes{});
-        graph.set(*t2, "blob", Bytes{1, 2});
-        graph.set(*t1, "big", I{9007199254740993});
-        graph.set(*t2, "big", I{-5});
-        graph.set(*t1, "note", "");
-        graph.set(*t2, "note", "x");
+        const char* columns[] = {"title", "count", "score", "flag", "due",
+                                 "start", "ident", "blob",  "big",  "note"};
+        const std::vector<std::vector<Value>> rows = {
+            {"Émile", I{1}, 1.0, true, kMonday, kMonday, kFirst, Bytes{}, I{9007199254740993}, ""},
+            {"emile", I{2}, 2.5, false, kTuesday, kMonday, kSecond, Bytes{1, 2}, I{-5}, "x"},
+            {},
+            {"straße", I{3}, 3.0, true, kMonday},
+            {"STRASSE", I{-1}, -0.5, false, kTuesday, kMonday},
+            {"a*b", I{32767}, 1e300},
+        };
+        std::vector<std::shared_ptr<testing::GraphObject>> tasks;
+        for (const auto& row : rows) {
+            tasks.push_back(graph.insert("Task"));
+            for (std::size_t i = 0; i < row.size(); ++i)
+                graph.set(*tasks.back(), columns[i], row[i]);
+        }
+        auto &t1 = *tasks[0], &t3 = *tasks[2], &t4 = *tasks[3], &t6 = *tasks[5];
 
         auto home = graph.insert("Folder");
         graph.set(*home, "name", "Home");
@@ -67,19 +58,19 @@ class SmallStore : public ::testing::Test {
         auto sub = graph.insert("Folder");
         graph.set(*sub, "name", "Sub");
         graph.relate(*sub, "parent", *home);
-        graph.relate(*t1, "folder", *home);
-        graph.relate(*t4, "folder", *home);
-        graph.relate(*t3, "folder", *unnamed);
-        graph.relate(*t6, "folder", *sub);
+        graph.relate(t1, "folder", *home);
+        graph.relate(t4, "folder", *home);
+        graph.relate(t3, "folder", *unnamed);
+        graph.relate(t6, "folder", *sub);
 
         auto red = graph.insert("Tag");
         graph.set(*red, "label", "red");
         graph.set(*red, "weight", 1.0);
         auto blank = graph.insert("Tag");
-        graph.relate(*t1, "tags", *red);
-        graph.relate(*t3, "tags", *red);
-        graph.relate(*t3, "tags", *blank);
-        graph.relate(*t4, "tags", *blank);
+        graph.relate(t1, "tags", *red);
+        graph.relate(t3, "tags", *red);
+        graph.relate(t3, "tags", *blank);
+        graph.relate(t4, "tags", *blank);
 
         auto step = [&](testing::GraphObject& owner, Value label, Value done) {
             auto s = graph.insert("Step");
@@ -87,14 +78,14 @@ class SmallStore : public ::testing::Test {
             graph.set(*s, "done", std::move(done));
             graph.relate(*s, "task", owner);
         };
-        step(*t1, "a", true);
-        step(*t3, "B", false);
-        step(*t3, {}, {});
-        step(*t4, "c", true);
+        step(t1, "a", true);
+        step(t3, "B", false);
+        step(t3, {}, {});
+        step(t4, "c", true);
 
         auto detail = graph.insert("Detail");
         graph.set(*detail, "text", "hello");
-        graph.relate(*t1, "detail", *detail);
+        graph.relate(t1, "detail", *detail);
 
         mirror = std::make_unique<testing::SqlMirror>(graph, dir / "small.sqlite");
     }
@@ -182,6 +173,7 @@ TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
         {"start = due", {}, {1, 3, 6}},
         {"ident = %@", {kFirst.toString()}, {1}},
         {"ident IN %@", {std::vector<Uuid>{kFirst, kSecond}}, {1, 2}},
+        {"ident IN %@", {std::vector<std::string>{kSecond.toString()}}, {2}},
         {"ident != %@", {kFirst}, {2, 3, 4, 5, 6}},
         {"blob = BYTES('')", {}, {1}},
         {"blob != nil", {}, {1, 2}},
@@ -189,6 +181,7 @@ TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
         {"folder = nil", {}, {2, 5}},
         {"folder.name = nil", {}, {2, 3, 5}},
         {"folder.name != 'Home'", {}, {2, 3, 5, 6}},
+        {"folder.name IN %@", {std::vector<std::string>{"Home", "Sub"}}, {1, 4, 6}},
         {"folder.parent.name = 'Home'", {}, {6}},
         {"folder.rank > count", {}, {1}},
         {"detail.text BEGINSWITH 'he'", {}, {1}},
@@ -209,6 +202,7 @@ TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
         {"SOME tags.label ==[c] 'RED'", {}, {1, 3}},
         {"ALL tags = nil", {}, {2, 5, 6}},
         {"ANY tags IN %@", {std::vector<ObjectID>{{testing::entityIndex("Tag"), 1}}}, {1, 3}},
+        {"ANY tags.label IN %@", {ScalarList{}}, {}},
         {"tags.@count = 2", {}, {3}},
         {"tags.@count = steps.@count", {}, {1, 2, 3, 4, 5, 6}},
         {"steps.@count >= 2", {}, {3}},
