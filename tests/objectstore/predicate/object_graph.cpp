@@ -223,6 +223,13 @@ void SqlMirror::exec(const std::string& sql) const {
     }
 }
 
+void SqlMirror::copyTo(const std::filesystem::path& file) const {
+    std::string path = file.string();
+    for (std::size_t at = 0; (at = path.find('\'', at)) != std::string::npos; at += 2)
+        path.insert(at, 1, '\'');
+    exec(fmt::format("VACUUM INTO '{}'", path));
+}
+
 std::set<std::int64_t> SqlMirror::select(std::uint32_t entity,
                                          const SqlPredicate& predicate) const {
     Statement query(m_db, fmt::format("SELECT t0.pk FROM {} AS t0 {} WHERE {}",

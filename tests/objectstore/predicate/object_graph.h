@@ -77,6 +77,8 @@ class SqlMirror {
     std::set<std::int64_t> select(std::uint32_t entity, const SqlPredicate& predicate) const;
     /// The keys of all rows of `entity` in the compiled order.
     std::vector<std::int64_t> ordered(std::uint32_t entity, const SqlOrder& order) const;
+    /// Writes a copy of the store file to `file`, to keep beside a failing case.
+    void copyTo(const std::filesystem::path& file) const;
 
   private:
     void exec(const std::string& sql) const;
