@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sstream>
 
 namespace tasket::objectstore {
 namespace {
@@ -66,61 +67,56 @@ int between(Random& rng, int low, int high) {
 
 constexpr int kTasks = 1200, kFolders = 60, kTags = 40, kSteps = 1500, kDetails = 500;
 
-void maybe(Random& rng, testing::ObjectGraph& graph, testing::GraphObject& o, const char* name,
-           Value v) {
-    graph.set(o, name, chance(rng, 0.15) ? Value() : std::move(v));
+// A random value of an attribute's type; one in seven is nil.
+Value draw(Random& rng, AttributeType type) {
+    using T = AttributeType;
+    if (chance(rng, 0.15))
+        return {};
+    switch (type) {
+    case T::String: return pick(rng, kTexts);
+    case T::Int64: return pick(rng, kBigs);
+    case T::Double:
+        return chance(rng, 0.5) ? pick(rng, kDoubles) : static_cast<double>(pick(rng, kIntegers));
+    case T::Bool: return chance(rng, 0.5);
+    case T::Date: return Date{pick(rng, kDates)};
+    case T::UUID: return pick(rng, kUuids);
+    case T::Binary: return pick(rng, kBlobs);
+    default: return pick(rng, kIntegers);
+    }
 }
 
+// Objects of every entity with random attributes, folders in a random
+// tree, tasks in random folders with random tags, steps on the first half
+// of the tasks only (so that many have none), details on random tasks;
+// some of each left unrelated.
 void fill(testing::ObjectGraph& graph, Random& rng) {
-    std::vector<std::shared_ptr<testing::GraphObject>> folders, tags, tasks;
-    for (int i = 0; i < kFolders; ++i) {
-        auto f = graph.insert("Folder");
-        maybe(rng, graph, *f, "name", pick(rng, kTexts));
-        maybe(rng, graph, *f, "rank", pick(rng, kIntegers));
-        maybe(rng, graph, *f, "archived", chance(rng, 0.5));
-        if (!folders.empty() && chance(rng, 0.4))
-            graph.relate(*f, "parent", *pick(rng, folders));
-        folders.push_back(f);
-    }
-    for (int i = 0; i < kTags; ++i) {
-        auto t = graph.insert("Tag");
-        maybe(rng, graph, *t, "label", pick(rng, kTexts));
-        maybe(rng, graph, *t, "weight", pick(rng, kDoubles));
-        tags.push_back(t);
-    }
-    for (int i = 0; i < kTasks; ++i) {
-        auto t = graph.insert("Task");
-        maybe(rng, graph, *t, "title", pick(rng, kTexts));
-        maybe(rng, graph, *t, "note", pick(rng, kTexts));
-        maybe(rng, graph, *t, "count", pick(rng, kIntegers));
-        maybe(rng, graph, *t, "score",
-              chance(rng, 0.5) ? pick(rng, kDoubles) : static_cast<double>(pick(rng, kIntegers)));
-        maybe(rng, graph, *t, "flag", chance(rng, 0.5));
-        maybe(rng, graph, *t, "due", Date{pick(rng, kDates)});
-        maybe(rng, graph, *t, "start", Date{pick(rng, kDates)});
-        maybe(rng, graph, *t, "ident", pick(rng, kUuids));
-        graph.set(*t, "blob", chance(rng, 0.5) ? Value() : Value(pick(rng, kBlobs)));
-        maybe(rng, graph, *t, "big", pick(rng, kBigs));
-        if (chance(rng, 0.8))
-            graph.relate(*t, "folder", *pick(rng, folders));
-        if (chance(rng, 0.6))
-            for (int n = between(rng, 1, 4); n > 0; --n)
-                graph.relate(*t, "tags", *pick(rng, tags));
-        tasks.push_back(t);
-    }
-    for (int i = 0; i < kSteps; ++i) {
-        auto s = graph.insert("Step");
-        maybe(rng, graph, *s, "label", pick(rng, kTexts));
-        maybe(rng, graph, *s, "done", chance(rng, 0.5));
-        maybe(rng, graph, *s, "when", Date{pick(rng, kDates)});
-        if (chance(rng, 0.95))
-            graph.relate(*s, "task", *tasks[static_cast<std::size_t>(between(rng, 0, kTasks / 2))]);
-    }
-    for (int i = 0; i < kDetails; ++i) {
-        auto d = graph.insert("Detail");
-        maybe(rng, graph, *d, "text", pick(rng, kTexts));
-        if (chance(rng, 0.9))
-            graph.relate(*d, "task", *pick(rng, tasks));
+    std::map<std::string, std::vector<std::shared_ptr<testing::GraphObject>>> made;
+    const std::pair<const char*, int> counts[] = {{"Folder", kFolders},
+                                                  {"Tag", kTags},
+                                                  {"Task", kTasks},
+                                                  {"Step", kSteps},
+                                                  {"Detail", kDetails}};
+    for (const auto& [entity, count] : counts) {
+        auto& objects = made[entity];
+        for (int i = 0; i < count; ++i) {
+            auto o = graph.insert(entity);
+            for (const auto& a : o->entityDescription().attributes)
+                graph.set(*o, a.name, draw(rng, a.type));
+            const std::string_view name = entity;
+            if (name == "Folder" && !objects.empty() && chance(rng, 0.4))
+                graph.relate(*o, "parent", *pick(rng, objects));
+            if (name == "Task" && chance(rng, 0.8))
+                graph.relate(*o, "folder", *pick(rng, made["Folder"]));
+            if (name == "Task" && chance(rng, 0.6))
+                for (int n = between(rng, 1, 4); n > 0; --n)
+                    graph.relate(*o, "tags", *pick(rng, made["Tag"]));
+            if (name == "Step" && chance(rng, 0.95))
+                graph.relate(*o, "task",
+                             *made["Task"][static_cast<std::size_t>(between(rng, 0, kTasks / 2))]);
+            if (name == "Detail" && chance(rng, 0.9))
+                graph.relate(*o, "task", *pick(rng, made["Task"]));
+            objects.push_back(o);
+        }
     }
 }
 
@@ -141,10 +137,8 @@ PathInfo resolve(const std::string& entity, const std::string& path) {
     const Model& model = testing::testModel();
     const EntityDescription* e = model.entity(entity);
     PathInfo info{path, Kind::number, false, {}};
-    for (std::size_t at = 0; at != std::string::npos;) {
-        const std::size_t dot = path.find('.', at);
-        const std::string part = path.substr(at, dot == std::string::npos ? dot : dot - at);
-        at = dot == std::string::npos ? dot : dot + 1;
+    std::istringstream parts(path);
+    for (std::string part; std::getline(parts, part, '.');) {
         if (part == "@count") {
             info.kind = Kind::number;
             info.toMany = false;
@@ -174,58 +168,28 @@ PathInfo resolve(const std::string& entity, const std::string& path) {
 // compiler treats differently (to-one chains, to-many with and without a
 // to-one after it, @count behind a to-one).
 const std::map<std::string, std::vector<PathInfo>>& paths() {
-    static const std::map<std::string, std::vector<std::string>> texts = {
-        {"Task",
-         {"title",
-          "note",
-          "folder.name",
-          "folder.parent.name",
-          "detail.text",
-          "count",
-          "score",
-          "flag",
-          "big",
-          "folder.rank",
-          "folder.archived",
-          "tags.@count",
-          "steps.@count",
-          "folder.tasks.@count",
-          "folder.children.@count",
-          "due",
-          "start",
-          "ident",
-          "blob",
-          "folder",
-          "folder.parent",
-          "detail",
-          "tags.label",
-          "tags.weight",
-          "steps.label",
-          "steps.done",
-          "steps.when",
-          "folder.children.name",
-          "folder.tasks.title",
-          "tags",
-          "steps",
-          "folder.children",
-          "steps.task"}},
-        {"Folder",
-         {"name", "parent.name", "parent.parent.name", "rank", "archived", "parent.rank",
-          "tasks.@count", "children.@count", "parent", "children", "children.name", "tasks.title",
-          "tasks.count", "tasks.due", "tasks", "tasks.detail.text"}},
-        {"Tag",
-         {"label", "weight", "tasks.@count", "tasks.title", "tasks.flag", "tasks.due",
-          "tasks.folder.name", "tasks.folder", "tasks"}},
-        {"Step",
-         {"label", "done", "when", "task.title", "task.folder.name", "task.detail.text",
-          "task.count", "task", "task.tags.label", "task.tags", "task.steps.@count"}},
-        {"Detail", {"text", "task.title", "task"}},
+    static const std::map<std::string, std::string> texts = {
+        {"Task", "title note folder.name folder.parent.name detail.text count score flag big "
+                 "folder.rank folder.archived tags.@count steps.@count folder.tasks.@count "
+                 "folder.children.@count due start ident blob folder folder.parent detail "
+                 "tags.label tags.weight steps.label steps.done steps.when folder.children.name "
+                 "folder.tasks.title tags steps folder.children steps.task"},
+        {"Folder", "name parent.name parent.parent.name rank archived parent.rank tasks.@count "
+                   "children.@count parent children children.name tasks.title tasks.count "
+                   "tasks.due tasks tasks.detail.text"},
+        {"Tag", "label weight tasks.@count tasks.title tasks.flag tasks.due tasks.folder.name "
+                "tasks.folder tasks"},
+        {"Step", "label done when task.title task.folder.name task.detail.text task.count task "
+                 "task.tags.label task.tags task.steps.@count"},
+        {"Detail", "text task.title task"},
     };
     static const std::map<std::string, std::vector<PathInfo>> table = [] {
         std::map<std::string, std::vector<PathInfo>> out;
-        for (const auto& [entity, list] : texts)
-            for (const auto& path : list)
+        for (const auto& [entity, list] : texts) {
+            std::istringstream words(list);
+            for (std::string path; words >> path;)
                 out[entity].push_back(resolve(entity, path));
+        }
         return out;
     }();
     return table;
