@@ -1,9 +1,9 @@
 // The language itself: malformed text and wrong arguments fail with the
 // offset; printing gives canonical text that parses back to the same
 // predicate; empty compounds compile to constants.
-#include "object_graph.h"
 #include "objectstore/predicate/predicate.h"
 #include "objectstore/predicate/sql_compiler.h"
+#include "two_way_store.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

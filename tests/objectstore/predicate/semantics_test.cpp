@@ -2,12 +2,12 @@
 // evaluators at once: nil, text options, numbers across types, dates,
 // to-one hops, ANY/ALL/NONE and @count, object identities; binding errors;
 // and sorting.
-#include "object_graph.h"
 #include "objectstore/predicate/bound_predicate.h"
 #include "objectstore/predicate/evaluator.h"
 #include "objectstore/predicate/sort_descriptor.h"
 #include "objectstore/predicate/sql_compiler.h"
 #include "support/temp_dir.h"
+#include "two_way_store.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,53 +42,48 @@ class SmallStore : public ::testing::Test {
             {"STRASSE", I{-1}, -0.5, false, kTuesday, kMonday},
             {"a*b", I{32767}, 1e300},
         };
-        std::vector<std::shared_ptr<testing::GraphObject>> tasks;
-        for (const auto& row : rows) {
-            tasks.push_back(graph.insert("Task"));
-            for (std::size_t i = 0; i < row.size(); ++i)
-                graph.set(*tasks.back(), columns[i], row[i]);
-        }
-        auto &t1 = *tasks[0], &t3 = *tasks[2], &t4 = *tasks[3], &t6 = *tasks[5];
-
-        auto home = graph.insert("Folder");
-        graph.set(*home, "name", "Home");
-        graph.set(*home, "rank", I{2});
-        auto unnamed = graph.insert("Folder");
-        graph.set(*unnamed, "rank", I{5});
-        auto sub = graph.insert("Folder");
-        graph.set(*sub, "name", "Sub");
-        graph.relate(*sub, "parent", *home);
-        graph.relate(t1, "folder", *home);
-        graph.relate(t4, "folder", *home);
-        graph.relate(t3, "folder", *unnamed);
-        graph.relate(t6, "folder", *sub);
-
-        auto red = graph.insert("Tag");
-        graph.set(*red, "label", "red");
-        graph.set(*red, "weight", 1.0);
-        auto blank = graph.insert("Tag");
-        graph.relate(t1, "tags", *red);
-        graph.relate(t3, "tags", *red);
-        graph.relate(t3, "tags", *blank);
-        graph.relate(t4, "tags", *blank);
-
-        auto step = [&](testing::GraphObject& owner, Value label, Value done) {
-            auto s = graph.insert("Step");
-            graph.set(*s, "label", std::move(label));
-            graph.set(*s, "done", std::move(done));
-            graph.relate(*s, "task", owner);
+        // Saved one by one, so that keys follow the order of insertion.
+        auto make = [&](const char* entity) {
+            auto object = store.insert(entity);
+            store.save();
+            return object;
         };
-        step(t1, "a", true);
-        step(t3, "B", false);
-        step(t3, {}, {});
-        step(t4, "c", true);
-        graph.set(*graph.insert("Step"), "label", "a"); // no task
-
-        auto detail = graph.insert("Detail");
-        graph.set(*detail, "text", "hello");
-        graph.relate(t1, "detail", *detail);
-
-        mirror = std::make_unique<testing::SqlMirror>(graph, dir / "small.sqlite");
+        std::vector<ObjectPtr> t; // t[0] is task 1
+        for (const auto& row : rows) {
+            t.push_back(make("Task"));
+            for (std::size_t i = 0; i < row.size(); ++i)
+                t.back()->setValue(columns[i], row[i]);
+        }
+        auto home = make("Folder"), unnamed = make("Folder"), sub = make("Folder");
+        home->setValue("name", "Home");
+        home->setValue("rank", I{2});
+        unnamed->setValue("rank", I{5});
+        sub->setValue("name", "Sub");
+        auto red = make("Tag"), blank = make("Tag");
+        red->setValue("label", "red");
+        red->setValue("weight", 1.0);
+        const std::tuple<ObjectPtr, Value, Value> steps[] = {{t[0], "a", true},
+                                                             {t[2], "B", false},
+                                                             {t[2], {}, {}},
+                                                             {t[3], "c", true},
+                                                             {nullptr, "a", {}}};
+        for (const auto& [owner, label, done] : steps) {
+            auto step = make("Step");
+            step->setValue("label", label);
+            step->setValue("done", done);
+            if (owner)
+                testing::TwoWayStore::relate(*step, "task", owner);
+        }
+        auto detail = make("Detail");
+        detail->setValue("text", "hello");
+        const std::tuple<ObjectPtr, const char*, ObjectPtr> links[] = {
+            {sub, "parent", home},     {t[0], "folder", home}, {t[3], "folder", home},
+            {t[2], "folder", unnamed}, {t[5], "folder", sub},  {t[0], "tags", red},
+            {t[2], "tags", red},       {t[2], "tags", blank},  {t[3], "tags", blank},
+            {t[0], "detail", detail}};
+        for (const auto& [object, relationship, target] : links)
+            testing::TwoWayStore::relate(*object, relationship, target);
+        store.save();
     }
 
     // The keys selected in memory, after checking that SQL selects the same.
@@ -103,15 +98,14 @@ class SmallStore : public ::testing::Test {
         EXPECT_TRUE(bound) << bound.error().message;
         if (!bound)
             return {};
-        const Keys memory = testing::evaluateAll(graph, index, *bound);
+        const Keys memory = store.evaluate(index, *bound);
         const SqlPredicate sql = compileToSql(*bound);
-        EXPECT_EQ(mirror->select(index, sql), memory) << sql.joins << " WHERE " << sql.where;
+        EXPECT_EQ(store.select(index, sql), memory) << sql.joins << " WHERE " << sql.where;
         return memory;
     }
 
-    testing::ObjectGraph graph{testing::testModel()};
     tasket::testing::TempDir dir;
-    std::unique_ptr<testing::SqlMirror> mirror;
+    testing::TwoWayStore store{dir / "small.sqlite"};
 };
 
 struct Case {
@@ -300,7 +294,7 @@ TEST_F(SmallStore, ValuesNeverEnterTheSqlText) {
     EXPECT_EQ(sql->where.find("Robert"), std::string::npos);
     EXPECT_EQ(sql->where.find("1=1"), std::string::npos);
     EXPECT_EQ(sql->bindings.size(), 4u);
-    EXPECT_NO_THROW(mirror->select(testing::entityIndex("Task"), *sql));
+    EXPECT_NO_THROW(store.select(testing::entityIndex("Task"), *sql));
 }
 
 // ANY = / IN on the elements or an indexed column of theirs compiles to a
@@ -343,10 +337,10 @@ TEST_F(SmallStore, SortsAlikeInSqlAndInMemory) {
         SCOPED_TRACE(c.descriptors.empty() ? std::string("none") : c.descriptors.front().keyPath);
         auto order = compileSort(c.descriptors, testing::testModel(), task);
         ASSERT_TRUE(order) << order.error().message;
-        EXPECT_EQ(mirror->ordered(task, *order), c.expected) << order->orderBy;
+        EXPECT_EQ(store.ordered(task, *order), c.expected) << order->orderBy;
         auto comparator = ObjectComparator::make(c.descriptors, testing::testModel(), task);
         ASSERT_TRUE(comparator);
-        auto objects = graph.objects(task);
+        auto objects = store.objects(task);
         std::sort(objects.begin(), objects.end(),
                   [&](const auto& a, const auto& b) { return (*comparator)(*a, *b); });
         std::vector<std::int64_t> keys;
