@@ -79,12 +79,17 @@ TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
         P placement;
         R databaseType;
     } cases[] = {
-        {std::nullopt, P::last, R::all}, {0, P::none, R::all},       {1, P::first, R::exact},
-        {2, P::last, R::addOnly},        {3, P::last, R::exact},     {7, P::last, R::exact},
-        {-1, P::last, R::exact},         {2.0, P::last, R::addOnly}, // a whole double is that
-                                                                     // number
-        {1.5, P::last, R::all}, // not a whole number: as if absent
-        {"1", P::last, R::all}, // not a number
+        {std::nullopt, P::last, R::all},
+        {0, P::none, R::all},
+        {1, P::first, R::exact},
+        {2, P::last, R::addOnly},
+        {3, P::last, R::exact},
+        {7, P::last, R::exact},
+        {-1, P::last, R::exact},
+        {2.0, P::last, R::addOnly}, // a whole double is that
+                                    // number
+        {1.5, P::last, R::all},     // not a whole number: as if absent
+        {"1", P::last, R::all},     // not a number
         {true, P::last, R::all},
     };
     for (const auto& c : cases) {
@@ -177,7 +182,7 @@ TEST_F(CustomizationManagerTest, PredatingSettingsUseTheStandardSuiteUntilTheFla
     EXPECT_EQ(m_standard->integerValue(keys::kAllDayReminderTime), 7 * 60 + 15);
 }
 
-TEST_F(CustomizationManagerTest, TheMoveCopiesOldValuesOnceThenSetsTheFlag) {
+TEST_F(CustomizationManagerTest, TheMoveWaitsForBothSuitesCopiesOldValuesOnceThenSetsTheFlag) {
     ASSERT_TRUE(m_standard->setValue(keys::kAllDayReminderTime, 8 * 60));
     ASSERT_TRUE(m_standard->setValue(keys::kTintColor, "teal"));
     ASSERT_TRUE(m_standard->setValue(keys::kUnassignedSectionTitle, "not predating: not moved"));
@@ -185,11 +190,18 @@ TEST_F(CustomizationManagerTest, TheMoveCopiesOldValuesOnceThenSetsTheFlag) {
         m_group->setValue(keys::kIsExcludingCompletedTasks, true)); // stale, absent in standard
     ASSERT_TRUE(m_group->setValue(keys::kUnassignedSectionTitle, "Later"));
 
+    // It waits until both suites can be read and written.
+    for (auto* suite : {m_group.get(), m_standard.get()}) {
+        suite->setAvailable(false);
+        auto refused = m_manager.migrateUserDefaultsToAppGroup();
+        ASSERT_FALSE(refused);
+        EXPECT_EQ(refused.error().code, tasket::platform::Errc::unavailable);
+        suite->setAvailable(true);
+    }
     EXPECT_FALSE(m_manager.didMigrateUserDefaultsToAppGroup());
     auto moved = m_manager.migrateUserDefaultsToAppGroup();
     ASSERT_TRUE(moved);
     EXPECT_TRUE(*moved);
-    EXPECT_TRUE(m_manager.didMigrateUserDefaultsToAppGroup());
     EXPECT_EQ(m_group->boolValue(keys::kDidMigrateUserDefaultsToAppGroup), true);
 
     EXPECT_EQ(m_manager.allDayReminderTime(), (TimeOfDay{8, 0}));
@@ -204,20 +216,6 @@ TEST_F(CustomizationManagerTest, TheMoveCopiesOldValuesOnceThenSetsTheFlag) {
     ASSERT_TRUE(again);
     EXPECT_FALSE(*again);
     EXPECT_EQ(m_group->writeCount(), writes);
-    EXPECT_EQ(m_manager.tintColor(), TK_TintColor::teal);
-}
-
-TEST_F(CustomizationManagerTest, TheMoveWaitsForBothSuites) {
-    ASSERT_TRUE(m_standard->setValue(keys::kTintColor, "teal"));
-    for (auto* suite : {m_group.get(), m_standard.get()}) {
-        suite->setAvailable(false);
-        auto moved = m_manager.migrateUserDefaultsToAppGroup();
-        ASSERT_FALSE(moved);
-        EXPECT_EQ(moved.error().code, tasket::platform::Errc::unavailable);
-        suite->setAvailable(true);
-        EXPECT_FALSE(m_manager.didMigrateUserDefaultsToAppGroup());
-    }
-    ASSERT_TRUE(m_manager.migrateUserDefaultsToAppGroup());
     EXPECT_EQ(m_manager.tintColor(), TK_TintColor::teal);
 }
 
