@@ -1,5 +1,6 @@
 #include "two_way_store.h"
 
+#include "objectstore/detail/sqlite.h"
 #include "objectstore/persistent_store.h"
 #include "objectstore/predicate/evaluator.h"
 #include "objectstore/predicate/sql_functions.h"
@@ -14,36 +15,6 @@ namespace tasket::objectstore::testing {
 
 namespace {
 
-// Binds a predicate's value as the engine stores it.
-void bindValue(sqlite3_stmt* stmt, int index, const Value& value) {
-    struct Binder {
-        sqlite3_stmt* stmt;
-        int i;
-        void operator()(std::monostate) const { sqlite3_bind_null(stmt, i); }
-        void operator()(bool b) const { sqlite3_bind_int64(stmt, i, b ? 1 : 0); }
-        void operator()(std::int64_t v) const { sqlite3_bind_int64(stmt, i, v); }
-        void operator()(double d) const { sqlite3_bind_double(stmt, i, d); }
-        void operator()(const std::string& s) const {
-            sqlite3_bind_text64(stmt, i, s.data(), s.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
-        }
-        void operator()(const Date& d) const {
-            sqlite3_bind_double(stmt, i, d.secondsSinceReference);
-        }
-        void operator()(const Uuid& u) const {
-            const std::string text = u.toString();
-            sqlite3_bind_text64(stmt, i, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
-        }
-        // An empty blob must stay a blob: a null pointer would bind NULL.
-        void operator()(const Bytes& b) const {
-            if (b.empty())
-                sqlite3_bind_zeroblob(stmt, i, 0);
-            else
-                sqlite3_bind_blob64(stmt, i, b.data(), b.size(), SQLITE_TRANSIENT);
-        }
-    };
-    std::visit(Binder{stmt, index}, value);
-}
-
 // The keys a query returns, in order.
 std::vector<std::int64_t> keys(sqlite3* db, const std::string& sql,
                                const std::vector<Value>& bindings = {}) {
@@ -53,8 +24,8 @@ std::vector<std::int64_t> keys(sqlite3* db, const std::string& sql,
     std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owned(stmt, sqlite3_finalize);
     if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(bindings.size()))
         throw std::logic_error("the number of bindings does not match the ?s");
-    for (std::size_t i = 0; i < bindings.size(); ++i)
-        bindValue(stmt, static_cast<int>(i + 1), bindings[i]);
+    for (std::size_t i = 0; i < bindings.size(); ++i) // as the engine's fetches bind them
+        detail::Statement(stmt).bind(static_cast<int>(i + 1), bindings[i]);
     std::vector<std::int64_t> out;
     int rc = 0;
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW)
