@@ -340,13 +340,7 @@ TEST_F(SmallStore, SortsAlikeInSqlAndInMemory) {
         EXPECT_EQ(store.ordered(task, *order), c.expected) << order->orderBy;
         auto comparator = ObjectComparator::make(c.descriptors, testing::testModel(), task);
         ASSERT_TRUE(comparator);
-        auto objects = store.objects(task);
-        std::sort(objects.begin(), objects.end(),
-                  [&](const auto& a, const auto& b) { return (*comparator)(*a, *b); });
-        std::vector<std::int64_t> keys;
-        for (const auto& o : objects)
-            keys.push_back(o->objectID().key);
-        EXPECT_EQ(keys, c.expected);
+        EXPECT_EQ(store.sorted(task, *comparator), c.expected);
     }
     EXPECT_FALSE(compileSort({{"tags.label", true, C::plain}}, testing::testModel(), task));
     EXPECT_FALSE(ObjectComparator::make({{"nope", true, C::plain}}, testing::testModel(), task));

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace tasket::objectstore::testing {
@@ -87,6 +88,17 @@ std::set<std::int64_t> TwoWayStore::evaluate(std::uint32_t entity,
     for (const auto& object : m_objects[entity])
         if (objectstore::evaluate(predicate, *object))
             out.insert(object->objectID().key);
+    return out;
+}
+
+std::vector<std::int64_t> TwoWayStore::sorted(std::uint32_t entity,
+                                              const ObjectComparator& comparator) const {
+    auto objects = m_objects[entity];
+    std::sort(objects.begin(), objects.end(),
+              [&](const auto& a, const auto& b) { return comparator(*a, *b); });
+    std::vector<std::int64_t> out;
+    for (const auto& object : objects)
+        out.push_back(object->objectID().key);
     return out;
 }
 

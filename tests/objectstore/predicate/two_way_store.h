@@ -48,6 +48,9 @@ class TwoWayStore {
     std::set<std::int64_t> evaluate(std::uint32_t entity, const BoundPredicate& predicate) const;
     /// The keys of the rows of `entity` that the compiled predicate selects.
     std::set<std::int64_t> select(std::uint32_t entity, const SqlPredicate& predicate) const;
+    /// The keys of the objects of `entity` sorted in memory by `comparator`.
+    std::vector<std::int64_t> sorted(std::uint32_t entity,
+                                     const ObjectComparator& comparator) const;
     /// The keys of all rows of `entity` in the compiled order.
     std::vector<std::int64_t> ordered(std::uint32_t entity, const SqlOrder& order) const;
     /// Writes a copy of the store file to `file`, to keep beside a failing case.
