@@ -1,9 +1,10 @@
 // The property that lets the engine filter stored rows in SQL and unsaved
 // objects in memory: on a random store (mixed-case and accented text,
 // random nils, every attribute type, to-one, one-to-many, many-to-many and
-// one-to-one relationships, empty and full), the compiled SQL and the
-// in-memory evaluator select exactly the same objects for random predicates
-// drawn from the whole grammar, and sort them in the same order.
+// one-to-one relationships, empty and full) that the engine saved, the
+// compiled SQL over its rows and the in-memory evaluator over its objects
+// select exactly the same objects for random predicates drawn from the
+// whole grammar, and sort them in the same order.
 #include "objectstore/predicate/bound_predicate.h"
 #include "objectstore/predicate/predicate.h"
 #include "objectstore/predicate/sort_descriptor.h"
