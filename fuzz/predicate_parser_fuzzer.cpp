@@ -1,12 +1,16 @@
 // Feeds arbitrary bytes to the predicate parser, with arguments made up to
 // match the format specifiers in the text. Whatever parses must print as
-// text that parses back to the same text, and must either bind to a small
-// model and compile to SQL that SQLite accepts, or fail to bind cleanly.
+// text that parses back to the same text, and must either bind to the
+// predicate tests' model and compile to SQL that SQLite accepts against the
+// engine's own tables, or fail to bind cleanly.
 #include "objectstore/model/model.h"
+#include "objectstore/persistent_store.h"
 #include "objectstore/predicate/bound_predicate.h"
 #include "objectstore/predicate/predicate.h"
 #include "objectstore/predicate/sql_compiler.h"
 #include "objectstore/predicate/sql_functions.h"
+#include "support/predicate_model.h"
+#include "support/temp_dir.h"
 
 #include <sqlite3.h>
 
@@ -20,78 +24,20 @@ using namespace tasket::objectstore;
 namespace {
 
 const Model& fuzzModel() {
-    static const Model model = [] {
-        Model m("Fuzz", 1);
-        auto attribute = [](EntityDescription& e, const char* name, AttributeType type) {
-            e.attributes.push_back(AttributeDescription{name, type, true, {}, false});
-        };
-        auto relationship = [](EntityDescription& e, const char* name, const char* dest,
-                               const char* inverse, bool toMany) {
-            RelationshipDescription r;
-            r.name = name;
-            r.destination = dest;
-            r.inverse = inverse;
-            r.toMany = toMany;
-            e.relationships.push_back(r);
-        };
-        auto& task = m.addEntity("Task");
-        attribute(task, "title", AttributeType::String);
-        attribute(task, "count", AttributeType::Int16);
-        attribute(task, "score", AttributeType::Double);
-        attribute(task, "flag", AttributeType::Bool);
-        attribute(task, "due", AttributeType::Date);
-        attribute(task, "ident", AttributeType::UUID);
-        attribute(task, "blob", AttributeType::Binary);
-        relationship(task, "folder", "Folder", "tasks", false);
-        relationship(task, "tags", "Tag", "tasks", true);
-        relationship(task, "steps", "Step", "task", true);
-        auto& folder = m.addEntity("Folder");
-        attribute(folder, "name", AttributeType::String);
-        relationship(folder, "tasks", "Task", "folder", true);
-        relationship(folder, "parent", "Folder", "children", false);
-        relationship(folder, "children", "Folder", "parent", true);
-        auto& tag = m.addEntity("Tag");
-        attribute(tag, "label", AttributeType::String);
-        relationship(tag, "tasks", "Task", "tags", true);
-        auto& step = m.addEntity("Step");
-        attribute(step, "label", AttributeType::String);
-        relationship(step, "task", "Task", "steps", false);
-        if (!m.finalize())
-            std::abort();
-        return m;
-    }();
-    return model;
+    return *tasket::testing::predicateTestModel();
 }
 
+// The model's tables as the engine makes them, in a store file that lasts
+// as long as the process.
 sqlite3* fuzzDatabase() {
+    static const tasket::testing::TempDir dir;
     static sqlite3* db = [] {
+        const auto file = dir / "fuzz.sqlite";
         sqlite3* handle = nullptr;
-        sqlite3_open(":memory:", &handle);
+        if (!PersistentStore::open(file, tasket::testing::predicateTestModel()) ||
+            sqlite3_open(file.c_str(), &handle) != SQLITE_OK)
+            std::abort();
         registerSqlFunctions(handle);
-        sqlite3_exec(
-            handle,
-            "CREATE TABLE \"Task\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"title\" "
-            "TEXT, "
-            "\"count\" INTEGER, \"score\" REAL, \"flag\" INTEGER, \"due\" REAL, \"ident\" TEXT, "
-            "\"blob\" BLOB, \"folder\" INTEGER);"
-            "CREATE TABLE \"Folder\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"name\" "
-            "TEXT, "
-            "\"parent\" INTEGER);"
-            "CREATE TABLE \"Tag\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"label\" "
-            "TEXT);"
-            "CREATE TABLE \"Step\"(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL, \"label\" "
-            "TEXT, "
-            "\"task\" INTEGER);",
-            nullptr, nullptr, nullptr);
-        const Model& m = fuzzModel();
-        for (const auto& e : m.entities())
-            for (std::size_t i = 0; i < e.relationships.size(); ++i)
-                if (e.storage[i] == RelationshipStorage::JoinTable)
-                    sqlite3_exec(
-                        handle,
-                        ("CREATE TABLE \"" + e.joinTables[i] + "\"(src INTEGER, dst INTEGER)")
-                            .c_str(),
-                        nullptr, nullptr, nullptr);
         return handle;
     }();
     return db;

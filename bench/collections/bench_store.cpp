@@ -4,6 +4,7 @@
 #include "platform/uuid.h"
 #include "store/local_data_manager.h"
 #include "store/tk_data_model.h"
+#include "support/temp_dir.h"
 
 #include <fmt/core.h>
 #include <sqlite3.h>
@@ -145,19 +146,14 @@ std::uint64_t fnv1a(std::string_view text) {
 
 // The schema the engine creates now, hashed with the generator and the sizes.
 std::uint64_t schemaHash(const BenchStoreSize& size) {
-    std::string scratch = (fs::temp_directory_path() / "tasket-bench-schema-XXXXXX").string();
-    if (!mkdtemp(scratch.data()))
-        throw std::runtime_error("cannot make a scratch folder");
-    std::string text;
+    const testing::TempDir scratch;
     {
-        auto opened = objectstore::PersistentStore::open(fs::path(scratch) / "schema.sqlite",
-                                                         store::tkDataModel(),
-                                                         objectstore::StoreOptions{true, false});
+        auto opened = objectstore::PersistentStore::open(
+            scratch / "schema.sqlite", store::tkDataModel(), objectstore::StoreOptions{true, false});
         if (!opened)
             throw std::runtime_error(opened.error().message);
     }
-    text = schemaText(fs::path(scratch) / "schema.sqlite");
-    fs::remove_all(scratch);
+    std::string text = schemaText(scratch / "schema.sqlite");
     text += fmt::format("generator {} sizes {} {} {} {} {} {} {} {} {} {} {} {}", kGeneratorVersion,
                         size.lists, size.tasks, size.subtasks, size.tags, size.priorities,
                         size.statuses, size.attributes, size.values, size.sections,
@@ -319,17 +315,9 @@ fs::path benchStoreFolder(const BenchStoreSize& size) {
 }
 
 ScratchCopy::ScratchCopy(const fs::path& folder) {
-    std::string path = (fs::temp_directory_path() / "tasket-bench-scratch-XXXXXX").string();
-    if (!mkdtemp(path.data()))
-        throw std::runtime_error("cannot make a scratch folder");
-    m_path = path;
     for (const auto& entry : fs::directory_iterator(folder))
         if (entry.path().filename().string().starts_with(store::kStoreFileName))
-            fs::copy_file(entry.path(), m_path / entry.path().filename());
-}
-
-ScratchCopy::~ScratchCopy() {
-    fs::remove_all(m_path);
+            fs::copy_file(entry.path(), m_dir / entry.path().filename());
 }
 
 } // namespace tasket::bench

@@ -6,6 +6,8 @@
 // hash of that schema, so later runs reuse it until the model changes.
 #pragma once
 
+#include "support/temp_dir.h"
+
 #include <filesystem>
 
 namespace tasket::bench {
@@ -34,13 +36,10 @@ std::filesystem::path benchStoreFolder(const BenchStoreSize& size = {});
 class ScratchCopy {
   public:
     explicit ScratchCopy(const std::filesystem::path& folder);
-    ~ScratchCopy();
-    ScratchCopy(const ScratchCopy&) = delete;
-    ScratchCopy& operator=(const ScratchCopy&) = delete;
-    const std::filesystem::path& path() const { return m_path; }
+    const std::filesystem::path& path() const { return m_dir.path(); }
 
   private:
-    std::filesystem::path m_path;
+    testing::TempDir m_dir;
 };
 
 } // namespace tasket::bench

@@ -122,32 +122,45 @@ Session& sharedSession() {
     return session;
 }
 
+// A background context of the session and the last save it announced,
+// for the view context to merge.
+struct BackgroundSaves {
+    explicit BackgroundSaves(Session& session)
+        : context(session.data->newBackgroundContext()),
+          observer(platform::NotificationCenter::defaultCenter().addObserver(
+              objectstore::kContextDidSaveNotification, context.get(),
+              [this](const auto& n) { last = std::any_cast<objectstore::SaveInfo>(n.userInfo); })) {
+    }
+    BackgroundSaves(const BackgroundSaves&) = delete;
+    BackgroundSaves& operator=(const BackgroundSaves&) = delete;
+
+    std::shared_ptr<objectstore::ObjectContext> context;
+    objectstore::SaveInfo last;
+    platform::ObserverToken observer;
+};
+
 void BM_TaskInsertedAndMergedUntilTasksRepublished(benchmark::State& state) {
     Session& session = sharedSession();
     auto& view = *session.data->viewContext();
     const auto list = session.manager->categories().value().objectIDs().at(0);
     int published = 0;
     auto subscription = session.manager->tasks().subscribe([&](const auto&) { ++published; });
-    auto background = session.data->newBackgroundContext();
-    objectstore::SaveInfo saved;
-    auto observer = platform::NotificationCenter::defaultCenter().addObserver(
-        objectstore::kContextDidSaveNotification, background.get(),
-        [&](const auto& n) { saved = std::any_cast<objectstore::SaveInfo>(n.userInfo); });
+    BackgroundSaves background(session);
     int number = 0;
     for (auto _ : state) {
-        background->performAndWait([&] {
-            auto task = store::TK_Task::insertNew(*background);
+        background.context->performAndWait([&] {
+            auto task = store::TK_Task::insertNew(*background.context);
             task->setTaskID(platform::Uuid::generate().toString());
             task->setTitle(fmt::format("Inserted {}", number++));
             task->setWhenCreated(platform::Date::fromSystem(std::chrono::system_clock::now()));
-            task->setCategory(
-                std::static_pointer_cast<store::TK_Category>(background->objectWithID(list)));
-            if (!background->save())
+            task->setCategory(std::static_pointer_cast<store::TK_Category>(
+                background.context->objectWithID(list)));
+            if (!background.context->save())
                 state.SkipWithError("the background save failed");
         });
         const int before = published;
         const auto start = Clock::now();
-        view.mergeChanges(saved);
+        view.mergeChanges(background.last);
         platform::MainQueue::shared().runUntil([&] { return published > before; });
         state.SetIterationTime(millisecondsSince(start) / 1000.0);
     }
@@ -163,22 +176,18 @@ BENCHMARK(BM_TaskInsertedAndMergedUntilTasksRepublished)
 void BM_ListInsertedAndMerged(benchmark::State& state) {
     Session& session = sharedSession();
     auto& view = *session.data->viewContext();
-    auto background = session.data->newBackgroundContext();
-    objectstore::SaveInfo saved;
-    auto observer = platform::NotificationCenter::defaultCenter().addObserver(
-        objectstore::kContextDidSaveNotification, background.get(),
-        [&](const auto& n) { saved = std::any_cast<objectstore::SaveInfo>(n.userInfo); });
+    BackgroundSaves background(session);
     int number = 0;
     for (auto _ : state) {
-        background->performAndWait([&] {
-            auto list = store::TK_Category::insertNew(*background);
+        background.context->performAndWait([&] {
+            auto list = store::TK_Category::insertNew(*background.context);
             list->setCategoryID(platform::Uuid::generate().toString());
             list->setTitle(fmt::format("New list {}", number++));
-            if (!background->save())
+            if (!background.context->save())
                 state.SkipWithError("the background save failed");
         });
         const auto start = Clock::now();
-        view.mergeChanges(saved);
+        view.mergeChanges(background.last);
         platform::MainQueue::shared().pump();
         state.SetIterationTime(millisecondsSince(start) / 1000.0);
     }

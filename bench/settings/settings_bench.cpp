@@ -4,10 +4,10 @@
 #include "platform/preferences/file_preferences_suite.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/customization_manager.h"
+#include "support/temp_dir.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -16,27 +16,8 @@ using namespace tasket::settings;
 
 namespace {
 
-// A suite folder for one benchmark run, removed afterwards.
-class ScratchFolder {
-  public:
-    ScratchFolder() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "tasket-bench-XXXXXX").string();
-        if (!::mkdtemp(pattern.data()))
-            std::abort();
-        m_path = pattern;
-    }
-    ~ScratchFolder() { std::filesystem::remove_all(m_path); }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    const std::filesystem::path& path() const { return m_path; }
-
-  private:
-    std::filesystem::path m_path;
-};
-
 struct FileSettings {
-    ScratchFolder folder;
+    testing::TempDir folder; // the suites' folder, removed afterwards
     CustomizationManager manager{std::make_shared<platform::FilePreferencesSuite>(
                                      folder.path(), std::string(keys::kAppGroupSuite)),
                                  std::make_shared<platform::FilePreferencesSuite>(
