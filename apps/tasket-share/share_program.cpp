@@ -3,12 +3,11 @@
 #include "common/exit_code.h"
 #include "common/json_writer.h"
 #include "common/task_report.h"
-#include "objectstore/predicate/predicate.h"
 #include "platform/extension/command_line_share.h"
 #include "platform/main_queue.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "settings/settings_keys.h"
-#include "share/category_choice.h"
+#include "store/lookup.h"
 #include "share/share_view_controller.h"
 #include "share/shared_task.h"
 #include "tasket-share/share_options.h"
@@ -119,7 +118,7 @@ class ShareSession {
             return;
         }
         if (m_options.list) {
-            auto found = share::findCategory(m_controller->picker().categories(), *m_options.list);
+            auto found = store::findList(m_controller->picker().categories(), *m_options.list);
             if (!found)
                 return cancelWith(found.error());
             m_controller->picker().select(*found);
@@ -177,15 +176,12 @@ class ShareSession {
                       fmt::format("the task could not be saved: {}", outcome.error().message)});
                 continue;
             }
-            auto request = store::TK_Task::fetchRequest();
-            request.predicate = *objectstore::Predicate::parse("taskID == %@", {*outcome});
-            auto found = view.fetch(request);
-            if (!found || found->empty()) {
+            auto found = store::findByIdentifier<store::TK_Task>(view, *outcome);
+            if (!found) {
                 fail({Errc::storeError, "the saved task could not be read back"});
                 continue;
             }
-            const TaskReport task =
-                reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
+            const TaskReport task = reportTask(**found);
             if (m_options.json) {
                 JsonWriter json;
                 json.beginObject();

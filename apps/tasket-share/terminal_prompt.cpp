@@ -1,7 +1,7 @@
 #include "tasket-share/terminal_prompt.h"
 
-#include "share/category_choice.h"
 #include "share/shared_task.h"
+#include "store/lookup.h"
 
 #include <fmt/format.h>
 
@@ -83,7 +83,7 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
                 picker.select(lists[number - 1]);
                 break;
             }
-            if (auto found = share::findCategory(lists, line)) {
+            if (auto found = store::findList(lists, line)) {
                 picker.select(*found);
                 break;
             }

@@ -34,7 +34,7 @@ void ShareViewController::loadForm(const platform::ImageConverter& converter,
         return;
     }
     m_localDataFetchManager = std::move(*fetchManager);
-    m_category = defaultCategory(offeredCategories(m_localDataFetchManager->categories().value()),
+    m_category = defaultCategory(store::offeredCategories(m_localDataFetchManager->categories().value()),
                                  *m_customizationManager);
     if (!m_category)
         m_category = insertNewCategory(*m_localDataManager->viewContext());
