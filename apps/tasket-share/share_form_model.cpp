@@ -95,7 +95,7 @@ std::size_t ShareFormModel::selectedRow() const {
 }
 
 std::string_view ShareFormModel::filesNote() const {
-    return m_controller.input().isAddingAttachmentsWithoutPremium ? kFilesLeftOutNote
+    return m_controller.input().isAddingAttachmentsWithoutPremium ? share::kFilesNeedPaidTierNote
                                                                   : std::string_view();
 }
 

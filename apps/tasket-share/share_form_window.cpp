@@ -204,10 +204,10 @@ void ShareFormWindow::openNewListSheet() {
 }
 
 void ShareFormWindow::openPremiumRequiredSheet() {
-    const QString title = fromUtf8(ShareFormModel::kPremiumRequiredTitle);
+    const QString title = fromUtf8(share::kPaidTierRequiredTitle);
     auto* sheet = new QMessageBox(QMessageBox::Information, title, title, QMessageBox::Ok, this);
     sheet->setObjectName(QStringLiteral("premiumRequiredSheet"));
-    sheet->setInformativeText(fromUtf8(ShareFormModel::kPremiumRequiredText));
+    sheet->setInformativeText(fromUtf8(share::kPaidTierRequiredText));
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     sheet->setWindowModality(Qt::WindowModal);
     connect(sheet, &QDialog::finished, this, [this] {

@@ -1,5 +1,6 @@
 #include "tasket-share/terminal_prompt.h"
 
+#include "share/paid_tier.h"
 #include "share/shared_task.h"
 #include "store/lookup.h"
 
@@ -35,7 +36,7 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
                            attachment.fileExtension.empty() ? "" : ".", attachment.fileExtension,
                            attachment.content.size());
     if (input.isAddingAttachmentsWithoutPremium)
-        out << "Tasket Premium is Required: the shared files and pictures are not attached.\n";
+        out << share::paidTierNotice() << '\n';
 
     // The text.
     std::string text = controller.shareManager()->text().value();

@@ -302,7 +302,7 @@ TEST_F(ShareFormTest, FilesWithoutThePaidTierShowTheNoticeThenSaveWithoutThem) {
     addList("Errands", 0);
     writeFile(dir / "notes.txt", "notes");
     open({fileLink(dir / "notes.txt")});
-    EXPECT_EQ(child<QLabel>("files")->text(), qs(ShareFormModel::kFilesLeftOutNote));
+    EXPECT_EQ(child<QLabel>("files")->text(), qs(tasket::share::kFilesNeedPaidTierNote));
 
     auto* text = child<QPlainTextEdit>("text");
     QTest::keyClicks(text, "With notes");
