@@ -88,8 +88,8 @@ pid_t spawn(const std::filesystem::path& program, const std::vector<std::string>
 }
 
 int openInputFile(const ProgramOptions& options) {
-    const auto path = options.inputFile.empty() ? std::filesystem::path("/dev/null")
-                                                : options.inputFile;
+    const auto path =
+        options.inputFile.empty() ? std::filesystem::path("/dev/null") : options.inputFile;
     const int fd = ::open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         throw std::runtime_error("cannot open " + path.string());
@@ -132,9 +132,16 @@ ProgramRun runProgram(const std::filesystem::path& program,
     if (options.input && pending.empty())
         closeIfOpen(in.write);
     const auto ignorePipe = std::signal(SIGPIPE, SIG_IGN);
+    const auto deadline = std::chrono::steady_clock::now() + options.timeout;
     while (out.read >= 0 || err.read >= 0) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            ::kill(child, SIGKILL);
+            break;
+        }
         pollfd fds[3] = {{out.read, POLLIN, 0}, {err.read, POLLIN, 0}, {in.write, POLLOUT, 0}};
-        if (::poll(fds, 3, -1) < 0) {
+        if (::poll(fds, 3, static_cast<int>(left.count())) < 0) {
             if (errno == EINTR)
                 continue;
             break;
@@ -158,6 +165,8 @@ ProgramRun runProgram(const std::filesystem::path& program,
         }
     }
     closeIfOpen(in.write);
+    closeIfOpen(out.read);
+    closeIfOpen(err.read);
     std::signal(SIGPIPE, ignorePipe);
     int raw = 0;
     while (::waitpid(child, &raw, 0) < 0 && errno == EINTR) {

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -25,6 +26,9 @@ struct ProgramOptions {
     std::filesystem::path inputFile = {};
     /// More NAME=VALUE entries (QT_QPA_PLATFORM=offscreen, say).
     std::vector<std::string> environment = {};
+    /// A program still running after this is killed (status 128 + SIGKILL),
+    /// so a hang fails its test instead of stalling the suite.
+    std::chrono::milliseconds timeout = std::chrono::seconds(60);
 };
 
 struct ProgramRun {
