@@ -67,14 +67,15 @@ savedTasks(const ShareViewController& controller) {
     auto& view = *controller.localDataManager()->viewContext();
     for (const auto& outcome : controller.pendingSaves()->outcomes()) {
         if (!outcome) {
-            tasks.push_back(platform::fail(
-                outcome.error().code,
-                fmt::format("the task could not be saved: {}", outcome.error().message)));
+            tasks.push_back(
+                platform::fail(outcome.error().code, fmt::format("the task could not be saved: {}",
+                                                                 outcome.error().message)));
             continue;
         }
         auto found = store::findByIdentifier<store::TK_Task>(view, *outcome);
         if (!found)
-            tasks.push_back(platform::fail(Errc::storeError, "the saved task could not be read back"));
+            tasks.push_back(
+                platform::fail(Errc::storeError, "the saved task could not be read back"));
         else
             tasks.push_back(std::move(*found));
     }

@@ -1,7 +1,7 @@
 #include "store/local_data_fetch_manager.h"
 
-#include "settings/settings_keys.h"
 #include "rules/predicates.h"
+#include "settings/settings_keys.h"
 
 #include <fmt/core.h>
 
@@ -71,8 +71,8 @@ LocalDataFetchManager::slots() {
          &publishInto<TK_Folder, &M::m_folders>, &M::m_foldersSortOrder,
          &M::m_foldersSortOrderDirection, keys::kFoldersSortOrder,
          keys::kFoldersSortOrderDirection},
-        {K::smartCategories, TK_SmartCategory::entityName, predicates::kHasIdentifier, 20, "creationDate",
-         Search::objects, "", &M::m_smartCategoriesController,
+        {K::smartCategories, TK_SmartCategory::entityName, predicates::kHasIdentifier, 20,
+         "creationDate", Search::objects, "", &M::m_smartCategoriesController,
          &publishInto<TK_SmartCategory, &M::m_smartCategories>, &M::m_smartCategoriesSortOrder,
          &M::m_smartCategoriesSortOrderDirection, keys::kSmartCategoriesSortOrder,
          keys::kSmartCategoriesSortDirection},
@@ -90,10 +90,10 @@ LocalDataFetchManager::slots() {
          &publishInto<TK_Priority, &M::m_priorities>, &M::m_prioritiesSortOrder,
          &M::m_prioritiesSortOrderDirection, keys::kPrioritiesSortOrder,
          keys::kPrioritiesSortDirection},
-        {K::statuses, TK_Status::entityName, predicates::kListedStatus, 20, "whenCreated", Search::objects,
-         "tasks.@count", &M::m_statusesController, &publishInto<TK_Status, &M::m_statuses>,
-         &M::m_statusesSortOrder, &M::m_statusesSortOrderDirection, keys::kStatusesSortOrder,
-         keys::kStatusesSortDirection},
+        {K::statuses, TK_Status::entityName, predicates::kListedStatus, 20, "whenCreated",
+         Search::objects, "tasks.@count", &M::m_statusesController,
+         &publishInto<TK_Status, &M::m_statuses>, &M::m_statusesSortOrder,
+         &M::m_statusesSortOrderDirection, keys::kStatusesSortOrder, keys::kStatusesSortDirection},
         {K::attributes, TK_Attribute::entityName, predicates::kHasIdentifier, 20, "whenCreated",
          Search::objects, "values.@count", &M::m_attributesController,
          &publishInto<TK_Attribute, &M::m_attributes>, &M::m_attributesSortOrder,

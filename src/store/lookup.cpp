@@ -43,8 +43,9 @@ platform::Result<std::shared_ptr<Record>> findByIdentifier(objectstore::ObjectCo
     if (!found)
         return std::unexpected(found.error());
     if (found->empty())
-        return platform::fail(platform::Errc::notFound,
-                              fmt::format("there is no {} \"{}\"", Lookup<Record>::kind, identifier));
+        return platform::fail(
+            platform::Errc::notFound,
+            fmt::format("there is no {} \"{}\"", Lookup<Record>::kind, identifier));
     return std::static_pointer_cast<Record>(found->front());
 }
 

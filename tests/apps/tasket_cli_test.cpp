@@ -49,9 +49,11 @@ TEST(TasketCli, HelpAndVersionAnswerOnStandardOutput) {
         {{"version"}, {"tasket " + version + "\n"}},
         {{"version", "--json"},
          {"{\n  \"name\": \"tasket\",\n  \"version\": \"" + version + "\"\n}\n"}},
-        {{"--help"}, {"Usage: tasket [--help] COMMAND", "Print the program's version", "Exit status:"}},
+        {{"--help"},
+         {"Usage: tasket [--help] COMMAND", "Print the program's version", "Exit status:"}},
         {{"-h"}, {"Usage: tasket [--help] COMMAND"}},
-        {{"version", "--help"}, {"Usage: tasket version [--json]", "Prints \"tasket\" and the version"}},
+        {{"version", "--help"},
+         {"Usage: tasket version [--json]", "Prints \"tasket\" and the version"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
@@ -72,9 +74,11 @@ TEST(TasketCli, WrongCommandLinesExitWithUsageStatus) {
         std::string message;
     };
     const Case cases[] = {
-        {{}, "tasket: no command given"},   {{"bogus"}, "tasket: unknown command \"bogus\""},
+        {{}, "tasket: no command given"},
+        {{"bogus"}, "tasket: unknown command \"bogus\""},
         {{"demo"}, "tasket: unknown command \"demo\""},
-        {{"version", "extra"}, "tasket: "}, {{"version", "--nope"}, "tasket: "},
+        {{"version", "extra"}, "tasket: "},
+        {{"version", "--nope"}, "tasket: "},
         {{"--nope"}, "tasket: "},
     };
     for (const auto& c : cases) {
@@ -111,8 +115,14 @@ TEST(TasketProgram, PrintsWhatTheStoreHolds) {
     const std::vector<Case> cases = {
         {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}, {}},
         {{"lists"}, 0, {"Home\t2 tasks", "Work\t1 tasks"}, {}},
-        {{"lists", "--json"}, 0, {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""}, {}},
-        {{"tasks", "--list", "Home"}, 0, {"Read article\tHome", "Water plants\tHome"}, {"Write report"}},
+        {{"lists", "--json"},
+         0,
+         {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""},
+         {}},
+        {{"tasks", "--list", "Home"},
+         0,
+         {"Read article\tHome", "Water plants\tHome"},
+         {"Write report"}},
         {{"tasks", "--search", "RE"}, 0, {"Write report", "Read article"}, {"Water plants"}},
         {{"tasks", "--list", "Elsewhere"}, kExitNoInput, {"there is no list \"Elsewhere\""}, {}},
         {{"show", sharedID},
@@ -152,7 +162,8 @@ TEST(TasketProgram, AStoreThatIsNotADatabaseStopsWithTheMessageAndStaysUntouched
     std::ofstream(store) << "not a store\n";
     const ProgramRun run = runProgram(TASKET_BINARY, {"lists"}, {.home = dir.path()});
     EXPECT_EQ(run.status, kExitSoftware);
-    EXPECT_TRUE(run.err.starts_with("There was an error loading the persistent store: ")) << run.err;
+    EXPECT_TRUE(run.err.starts_with("There was an error loading the persistent store: "))
+        << run.err;
     EXPECT_TRUE(contains(run.err, "file is not a database")) << run.err;
     EXPECT_EQ(std::filesystem::file_size(store), 12u);
 }

@@ -117,10 +117,9 @@ TEST_F(TasketShareTest, WithThePaidTierTheFirstItemsFilesAreAttached) {
     writeFile(dir / "Report 2024.final.pdf", "pdf");
     writeFile(dir / "Makefile", "all:\n");
     writeFile(dir / "second.txt", "second");
-    const ProgramRun run =
-        share({"--yes", "--text", "Files", "Report 2024.final.pdf",
-               "file://" + (dir / "Makefile").string(), "https://first.example/", "--item",
-               "https://second.example/", "second.txt"});
+    const ProgramRun run = share({"--yes", "--text", "Files", "Report 2024.final.pdf",
+                                  "file://" + (dir / "Makefile").string(), "https://first.example/",
+                                  "--item", "https://second.example/", "second.txt"});
     ASSERT_EQ(run.status, 0) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
@@ -141,8 +140,9 @@ TEST_F(TasketShareTest, APictureFromStandardInputIsStoredAsPNG) {
     buffer.open(QIODevice::WriteOnly);
     ASSERT_TRUE(picture.save(&buffer, "JPEG"));
 
-    const ProgramRun run = share({"--yes", "--text", "Photo", "--image", "-"},
-                                std::string(jpeg.constData(), static_cast<std::size_t>(jpeg.size())));
+    const ProgramRun run =
+        share({"--yes", "--text", "Photo", "--image", "-"},
+              std::string(jpeg.constData(), static_cast<std::size_t>(jpeg.size())));
     ASSERT_EQ(run.status, 0) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
@@ -273,7 +273,8 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
     }
     const std::vector<std::string> arguments = {"--yes", "--text", "Big", "big.bin"};
     for (const int delayMs : {0, 20, 40, 60, 90, 120, 160, 220, 300, 400, 600}) {
-        const pid_t child = tasket::testing::startProgram(TASKET_SHARE_BINARY, arguments, options());
+        const pid_t child =
+            tasket::testing::startProgram(TASKET_SHARE_BINARY, arguments, options());
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         ::kill(child, SIGKILL);
         int status = 0;

@@ -66,7 +66,7 @@ class ShareFixture : public ::testing::Test {
 
     /// A saved list titled `title` at `sortIndex` in the user's order.
     std::shared_ptr<store::TK_Category> addList(const std::string& title,
-                                               std::int16_t sortIndex = 0) {
+                                                std::int16_t sortIndex = 0) {
         auto list = share::insertNewCategory(*data->viewContext(), title);
         list->setSortIndex(sortIndex);
         EXPECT_TRUE(data->viewContext()->save());
@@ -96,8 +96,7 @@ class ShareFixture : public ::testing::Test {
     /// of `data` (a fresh store owner each time, kept for the test).
     std::vector<std::shared_ptr<store::TK_Task>> storedTasks() {
         readers.push_back(store::LocalDataManager::make(data->storeURL().parent_path()));
-        const auto fetched =
-            readers.back()->viewContext()->fetch(store::TK_Task::fetchRequest());
+        const auto fetched = readers.back()->viewContext()->fetch(store::TK_Task::fetchRequest());
         std::vector<std::shared_ptr<store::TK_Task>> tasks;
         for (const auto& object : *fetched)
             tasks.push_back(std::static_pointer_cast<store::TK_Task>(object));

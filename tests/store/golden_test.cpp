@@ -34,10 +34,10 @@ std::map<std::string, std::string> goldenRows() {
             continue;
         const auto first = line.find('\t');
         const auto second = line.find('\t', first + 1);
-        EXPECT_TRUE(rows.emplace(line.substr(0, first) + " " +
-                                     line.substr(first + 1, second - first - 1),
-                                 line.substr(second + 1))
-                        .second)
+        EXPECT_TRUE(
+            rows.emplace(line.substr(0, first) + " " + line.substr(first + 1, second - first - 1),
+                         line.substr(second + 1))
+                .second)
             << line;
     }
     return rows;

@@ -308,7 +308,6 @@ TEST_F(LocalDataFetchManagerTest, LargeCollectionsReadTheirSortIndexInOrder) {
 
 // ---- Sort settings ----------------------------------------------------------------------
 
-
 TEST_F(LocalDataFetchManagerTest, UnusableStoredSortSettingsReadAsTheDefaults) {
     const std::string regularFolderDirection =
         std::string(keys::kStoragePrefix) + "Folders.Sort.Direction";
