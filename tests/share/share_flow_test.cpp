@@ -103,23 +103,6 @@ TEST_F(ShareFlowTest, DoneWithoutAListOnlyDismisses) {
     EXPECT_TRUE(storedTasks().empty());
 }
 
-TEST_F(ShareFlowTest, FilesLeftOutForThePaidTierShowTheNoticeOnTheFirstDoneOnly) {
-    addList("Inbox");
-    writeFile(dir / "a.txt", "a");
-    auto& share = open({fileLink(dir / "a.txt")});
-    share.shareManager()->setText("with a file");
-    EXPECT_TRUE(share.toolbar().isAddingAttachmentsWithoutPremium());
-    EXPECT_EQ(share.toolbar().done(), Outcome::premiumRequiredShown);
-    EXPECT_TRUE(share.toolbar().isDonePremiumRequiredPresented().value());
-    EXPECT_EQ(completions, 0);
-    share.toolbar().dismissPremiumRequired();
-    EXPECT_EQ(share.toolbar().done(), Outcome::saveStarted);
-    MainQueue::shared().pump();
-    const auto tasks = storedTasks();
-    ASSERT_EQ(tasks.size(), 1u);
-    EXPECT_TRUE(tasks.front()->attachmentsArray().empty());
-}
-
 TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANewOne) {
     struct Case {
         const char* name;

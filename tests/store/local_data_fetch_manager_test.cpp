@@ -165,63 +165,9 @@ class LocalDataFetchManagerTest : public ::testing::Test {
 
 } // namespace
 
-// ---- What each collection admits ------------------------------------------------------
-
-TEST_F(LocalDataFetchManagerTest, ListsOnlyRecordsTheirPredicatesAdmitAtStartAndAfterEdits) {
-    // Each row adds records to the view context; `listed` are the titles that
-    // must appear in the collection, whether the rows were saved before the
-    // manager started (SQL) or edited in afterwards (judged in memory).
-    struct Case {
-        const char* name;
-        Kind kind;
-        std::function<void(ObjectContext&)> insert;
-        std::vector<std::string> listed;
-    };
-    const std::vector<Case> cases = {
-        {"a task in a list with an empty title",
-         Kind::tasks,
-         [](ObjectContext& c) {
-             task(c, "unlisted", category(c, ""));
-             task(c, "listed", category(c, "Inbox"));
-         },
-         {"listed"}},
-        {"a task without a list, or with an empty identifier",
-         Kind::tasks,
-         [](ObjectContext& c) {
-             task(c, "no list", nullptr);
-             task(c, "empty identifier", category(c, "Inbox"))->setTaskID("");
-         },
-         {}},
-        {"a value with no attribute",
-         Kind::values,
-         [](ObjectContext& c) {
-             value(c, "orphan", nullptr);
-             value(c, "owned", attribute(c, "Size"));
-         },
-         {"owned"}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        {
-            tasket::testing::TempDir other;
-            auto store = LocalDataManager::make(other.path());
-            c.insert(*store->viewContext());
-            ASSERT_TRUE(store->viewContext()->save());
-            auto manager = LocalDataFetchManager::make(store, customization, focus);
-            ASSERT_TRUE(manager) << manager.error().message;
-            EXPECT_EQ(titlesOf(**manager, c.kind), c.listed) << "saved before start-up";
-        }
-        {
-            tasket::testing::TempDir other;
-            auto store = LocalDataManager::make(other.path());
-            auto manager = LocalDataFetchManager::make(store, customization, focus);
-            ASSERT_TRUE(manager) << manager.error().message;
-            c.insert(*store->viewContext());
-            store->viewContext()->processPendingChanges();
-            EXPECT_EQ(titlesOf(**manager, c.kind), c.listed) << "inserted after start-up";
-        }
-    }
-}
+// ---- What each collection keeps ------------------------------------------------------
+// (Which records each collection admits is the rules' own test; the merged
+// saves below show the collections apply them.)
 
 // A manager keeping only the lists never fetches the rest, even when a
 // search, sort or merge would rebuild them, yet still writes sort settings.
