@@ -33,19 +33,6 @@ void report(std::ostream& err, std::string_view message) {
     err << fmt::format("tasket-share: {}\n", message);
 }
 
-// The text arguments of the first item that were no valid links, after --text.
-std::string initialText(const ShareOptions& options, const platform::CommandLineShare& share) {
-    std::string text = options.text.value_or("");
-    for (const auto& argument : share.textArguments) {
-        if (argument.itemIndex != 0)
-            continue;
-        if (!text.empty())
-            text += ' ';
-        text += argument.text;
-    }
-    return text;
-}
-
 // One run of the program over the loaded controller.
 class ShareSession {
   public:
@@ -207,7 +194,7 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
     for (const auto& skipped : share.skipped)
         report(environment.err, skipped.error.message);
 
-    std::string text = initialText(options, share);
+    std::string text = share::initialText(options.text.value_or(""), share);
     if (auto checked = share::checkTaskText(text); !checked) {
         report(environment.err, checked.error().message);
         return kExitDataError;

@@ -21,6 +21,18 @@ constexpr std::string_view kNothingLeftToSave =
 
 } // namespace
 
+std::string initialText(std::string_view given, const platform::CommandLineShare& share) {
+    std::string text(given);
+    for (const auto& argument : share.textArguments) {
+        if (argument.itemIndex != 0)
+            continue;
+        if (!text.empty())
+            text += ' ';
+        text += argument.text;
+    }
+    return text;
+}
+
 bool hasNothingToSave(std::string_view url, std::size_t attachmentCount, std::string_view text) {
     return url.empty() && attachmentCount == 0 && text.empty();
 }

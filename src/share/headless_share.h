@@ -1,7 +1,8 @@
-// What a share decides when nobody answers the form: whether anything is
-// left to save, Done with the paid-tier notice answered by saving without
-// the files, and the saved tasks read back once their saves committed. The
-// command line (--yes) and the terminal prompt finish a share through it.
+// What a share decides when nobody answers the form: the task's first
+// text, whether anything is left to save, Done with the paid-tier notice
+// answered by saving without the files, and the saved tasks read back once
+// their saves committed. The command line (--yes) and the terminal prompt
+// finish a share through it.
 #pragma once
 
 #include "platform/error.h"
@@ -12,6 +13,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,6 +21,10 @@ namespace tasket::share {
 
 /// Said when the user cancels (the prompt or the form's Cancel).
 inline constexpr std::string_view kCancelledMessage = "cancelled; nothing was saved";
+
+/// The task's first text: `given` (--text), then the first item's text
+/// arguments that were no valid links, joined by spaces.
+std::string initialText(std::string_view given, const platform::CommandLineShare& share);
 
 /// Whether a task with this link, these attachments and this text would
 /// hold nothing at all.
