@@ -1,6 +1,7 @@
 #include "common/task_report.h"
 
 #include "rules/enum_table.h"
+#include "store/untitled.h"
 
 #include <fmt/format.h>
 
@@ -76,8 +77,8 @@ void writeTask(JsonWriter& json, const TaskReport& task) {
 
 std::string describeTask(const TaskReport& task) {
     std::string text =
-        fmt::format("{}\n  id:    {}\n  list:  {}\n", task.title.empty() ? "New Task" : task.title,
-                    task.taskID, task.list);
+        fmt::format("{}\n  id:    {}\n  list:  {}\n",
+                    task.title.empty() ? store::kNewTaskTitle : task.title, task.taskID, task.list);
     if (!task.url.empty())
         text += fmt::format("  link:  {}\n", task.url);
     for (const AttachmentReport& attachment : task.attachments) {

@@ -10,6 +10,7 @@
 #include "settings/customization_manager.h"
 #include "store/lookup.h"
 #include "store/records.h"
+#include "store/untitled.h"
 
 #include <memory>
 #include <string_view>
@@ -17,17 +18,15 @@
 
 namespace tasket::share {
 
-/// The title of a list made because the store holds none.
-inline constexpr std::string_view kNewCategoryTitle = "New Category";
-
 /// The list named by the default-list setting when it is among `offered`,
 /// else the first of `offered`; nullptr when `offered` is empty.
 std::shared_ptr<store::TK_Category>
 defaultCategory(const std::vector<std::shared_ptr<store::TK_Category>>& offered,
                 const settings::CustomizationManager& customizationManager);
 
-/// A new list titled kNewCategoryTitle in `context`, not saved.
-std::shared_ptr<store::TK_Category> insertNewCategory(objectstore::ObjectContext& context,
-                                                      std::string_view title = kNewCategoryTitle);
+/// A new list titled store::kNewCategoryTitle in `context`, not saved.
+std::shared_ptr<store::TK_Category>
+insertNewCategory(objectstore::ObjectContext& context,
+                  std::string_view title = store::kNewCategoryTitle);
 
 } // namespace tasket::share

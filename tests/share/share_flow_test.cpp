@@ -112,7 +112,7 @@ TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANe
         bool expectedIsNew;
     };
     const std::vector<Case> cases = {
-        {"no lists: a new one", {}, "", std::string(kNewCategoryTitle), true},
+        {"no lists: a new one", {}, "", std::string(tasket::store::kNewCategoryTitle), true},
         {"the first in the user's order", {{"Later", 1}, {"First", 0}}, "", "First", false},
         {"the default list", {{"Later", 1}, {"First", 0}}, "Later", "Later", false},
         {"a default that names no list", {{"Later", 1}, {"First", 0}}, "gone", "First", false},

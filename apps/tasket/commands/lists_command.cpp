@@ -1,6 +1,7 @@
 #include "tasket/commands/lists_command.h"
 
 #include "common/json_writer.h"
+#include "store/untitled.h"
 #include "tasket/store_view.h"
 
 #include <fmt/format.h>
@@ -40,8 +41,8 @@ platform::Result<void> ListsCommand::run(CommandContext& context) {
                 .integer(static_cast<std::int64_t>(tasks))
                 .endObject();
         else
-            context.out << fmt::format("{}\t{} tasks\t{}\n", title.empty() ? "New Category" : title,
-                                       tasks, id);
+            context.out << fmt::format("{}\t{} tasks\t{}\n",
+                                       title.empty() ? store::kNewCategoryTitle : title, tasks, id);
     }
     json.endArray();
     if (context.json)

@@ -3,6 +3,7 @@
 #include "common/json_writer.h"
 #include "common/task_report.h"
 #include "store/lookup.h"
+#include "store/untitled.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -55,7 +56,7 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
             writeTask(json, report);
         else
             context.out << fmt::format("{}\t{}\t{}\n", report.taskID,
-                                       report.title.empty() ? "New Task" : report.title,
+                                       report.title.empty() ? store::kNewTaskTitle : report.title,
                                        report.list);
     }
     json.endArray();
