@@ -46,7 +46,6 @@ TEST(TasketCli, HelpAndVersionAnswerOnStandardOutput) {
     };
     const std::string version(kTasketVersion);
     const Case cases[] = {
-        {{"version"}, {"tasket " + version + "\n"}},
         {{"version", "--json"},
          {"{\n  \"name\": \"tasket\",\n  \"version\": \"" + version + "\"\n}\n"}},
         {{"--help"},
