@@ -1,5 +1,7 @@
 #include "tasket-share/share_form_model.h"
 
+#include "rules/texts.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -95,8 +97,9 @@ std::size_t ShareFormModel::selectedRow() const {
 }
 
 std::string_view ShareFormModel::filesNote() const {
-    return m_controller.input().isAddingAttachmentsWithoutPremium ? kFilesLeftOutNote
-                                                                  : std::string_view();
+    return m_controller.input().isAddingAttachmentsWithoutPremium
+               ? rules::texts::kFilesNeedPremium.translated()
+               : std::string_view();
 }
 
 const std::string& ShareFormModel::link() const {

@@ -9,6 +9,7 @@
 #include "platform/error.h"
 #include "platform/published.h"
 #include "share/attachment_payload.h"
+#include "share/paid_tier.h"
 #include "share/share_view_controller.h"
 
 #include <cstdint>
@@ -24,8 +25,6 @@ class ShareFormModel {
   public:
     static constexpr std::string_view kWindowTitle = "Share to Tasket";
     static constexpr std::string_view kNewListLabel = "New List…";
-    static constexpr std::string_view kFilesLeftOutNote =
-        "Files and pictures are attached with Tasket Premium only.";
 
     /// One entry of the list picker.
     struct ListRow {

@@ -2,16 +2,16 @@
 
 #include "common/exit_code.h"
 #include "common/task_report.h"
-#include "objectstore/predicate/predicate.h"
 #include "platform/extension/command_line_share.h"
 #include "platform/json_writer.h"
 #include "platform/main_queue.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "rules/texts.h"
 #include "settings/settings_keys.h"
-#include "share/category_choice.h"
+#include "share/headless_share.h"
 #include "share/share_view_controller.h"
 #include "share/shared_task.h"
+#include "store/lookup.h"
 #include "tasket-share/share_options.h"
 #include "tasket-share/terminal_prompt.h"
 
@@ -28,35 +28,10 @@
 namespace tasket::apps {
 namespace {
 
-using platform::Errc;
-using share::ShareToolbarModel;
 using share::ShareViewController;
-
-std::string premiumNotice() {
-    return fmt::format("{}. {} The shared files and pictures were not attached.",
-                       rules::texts::kPremiumRequired.translated(),
-                       rules::texts::kPremiumRequiredMessage.translated());
-}
 
 void report(std::ostream& err, std::string_view message) {
     err << fmt::format("tasket-share: {}\n", message);
-}
-
-// The text arguments of the first item that were no valid links, after --text.
-std::string initialText(const ShareOptions& options, const platform::CommandLineShare& share) {
-    std::string text = options.text.value_or("");
-    for (const auto& argument : share.textArguments) {
-        if (argument.itemIndex != 0)
-            continue;
-        if (!text.empty())
-            text += ' ';
-        text += argument.text;
-    }
-    return text;
-}
-
-bool hasNothingToSave(const share::ShareToolbarModel& toolbar, const std::string& text) {
-    return toolbar.url().empty() && toolbar.attachments().empty() && text.empty();
 }
 
 // One run of the program over the loaded controller.
@@ -122,39 +97,22 @@ class ShareSession {
             return;
         }
         if (m_options.list) {
-            auto found = share::findCategory(m_controller->picker().categories(), *m_options.list);
+            auto found = store::findList(m_controller->picker().categories(), *m_options.list);
             if (!found)
                 return cancelWith(found.error());
             m_controller->picker().select(*found);
         }
         if (!m_options.yes && askOnTerminal(*m_controller, *m_promptInput, m_environment.err) ==
                                   PromptOutcome::cancel) {
-            report(m_environment.err, "cancelled; nothing was saved");
+            report(m_environment.err, share::kCancelledMessage);
             m_status = kExitFailure;
             m_controller->toolbar().cancel();
             return;
         }
-        save();
-    }
-
-    void save() {
-        auto& toolbar = m_controller->toolbar();
-        const std::string& text = m_controller->shareManager()->text().value();
-        if (auto checked = share::checkTaskText(text); !checked)
-            return cancelWith(checked.error());
-        if (hasNothingToSave(toolbar, text)) {
-            const auto& refused = m_controller->input().refused;
-            return cancelWith(
-                {refused.empty() ? Errc::invalidArgument : refused.front().code,
-                 "nothing is left to save and no text was given; nothing was written"});
-        }
-        if (toolbar.isAddingAttachmentsWithoutPremium())
-            report(m_environment.err, premiumNotice());
-        if (toolbar.done() == ShareToolbarModel::DoneOutcome::premiumRequiredShown) {
-            // The notice is printed above; saving without the files is the answer to it.
-            toolbar.dismissPremiumRequired();
-            toolbar.done();
-        }
+        auto done = share::doneWithoutAsking(
+            *m_controller, [this](std::string_view notice) { report(m_environment.err, notice); });
+        if (!done)
+            fail(done.error());
     }
 
     void cancelWith(const platform::Error& error) {
@@ -169,26 +127,16 @@ class ShareSession {
             // The form's Cancel (a screenshot run cancels on purpose).
             if (m_status == kExitSuccess && m_controller->pendingSaves()->outcomes().empty() &&
                 !m_options.screenshot) {
-                report(m_environment.err, "cancelled; nothing was saved");
+                report(m_environment.err, share::kCancelledMessage);
                 m_status = kExitFailure;
             }
         }
-        auto& view = *m_controller->localDataManager()->viewContext();
-        for (const auto& outcome : m_controller->pendingSaves()->outcomes()) {
-            if (!outcome) {
-                fail({outcome.error().code,
-                      fmt::format("the task could not be saved: {}", outcome.error().message)});
+        for (const auto& saved : share::savedTasks(*m_controller)) {
+            if (!saved) {
+                fail(saved.error());
                 continue;
             }
-            auto request = store::TK_Task::fetchRequest();
-            request.predicate = *objectstore::Predicate::parse("taskID == %@", {*outcome});
-            auto found = view.fetch(request);
-            if (!found || found->empty()) {
-                fail({Errc::storeError, "the saved task could not be read back"});
-                continue;
-            }
-            const TaskReport task =
-                reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
+            const TaskReport task = reportTask(**saved);
             if (m_options.json) {
                 platform::JsonWriter json;
                 json.beginObject();
@@ -247,14 +195,12 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
     for (const auto& skipped : share.skipped)
         report(environment.err, skipped.error.message);
 
-    std::string text = initialText(options, share);
+    std::string text = share::initialText(options.text.value_or(""), share);
     if (auto checked = share::checkTaskText(text); !checked) {
         report(environment.err, checked.error().message);
         return kExitDataError;
     }
-    const bool hasProviders =
-        !share.inputItems.empty() && !share.inputItems.front().attachments.empty();
-    if (!hasProviders && text.empty()) {
+    if (auto something = share::checkSomethingToShare(share, text); !something) {
         const bool gaveNothing =
             std::ranges::all_of(options.groups, [](const auto& group) { return group.empty(); });
         if (gaveNothing) {
@@ -262,11 +208,8 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
                                     "(\"tasket-share --help\" says more)");
             return kExitUsage;
         }
-        const auto first = std::ranges::find_if(
-            share.skipped, [](const auto& skipped) { return skipped.itemIndex == 0; });
-        report(environment.err,
-               "nothing is left to share and no text was given; nothing was written");
-        return first == share.skipped.end() ? kExitDataError : exitCodeFor(first->error.code);
+        report(environment.err, something.error().message);
+        return exitCodeFor(something.error().code);
     }
 
     std::unique_ptr<ShareForm> form;

@@ -1,8 +1,8 @@
 #include "tasket-share/terminal_prompt.h"
 
-#include "rules/texts.h"
-#include "share/category_choice.h"
+#include "share/paid_tier.h"
 #include "share/shared_task.h"
+#include "store/lookup.h"
 
 #include <fmt/format.h>
 
@@ -36,8 +36,7 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
                            attachment.fileExtension.empty() ? "" : ".", attachment.fileExtension,
                            attachment.content.size());
     if (input.isAddingAttachmentsWithoutPremium)
-        out << fmt::format("{}: the shared files and pictures are not attached.\n",
-                           rules::texts::kPremiumRequired.translated());
+        out << share::paidTierNotice() << '\n';
 
     // The text.
     std::string text = controller.shareManager()->text().value();
@@ -85,7 +84,7 @@ PromptOutcome askOnTerminal(share::ShareViewController& controller, std::istream
                 picker.select(lists[number - 1]);
                 break;
             }
-            if (auto found = share::findCategory(lists, line)) {
+            if (auto found = store::findList(lists, line)) {
                 picker.select(*found);
                 break;
             }

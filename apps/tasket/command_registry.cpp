@@ -1,6 +1,5 @@
 #include "tasket/command_registry.h"
 
-#include "tasket/commands/demo_command.h"
 #include "tasket/commands/lists_command.h"
 #include "tasket/commands/show_command.h"
 #include "tasket/commands/tasks_command.h"
@@ -17,8 +16,10 @@ template <class C> std::unique_ptr<Command> make() {
 
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
-    &make<DemoCommand>, &make<ListsCommand>,   &make<TasksCommand>,
-    &make<ShowCommand>, &make<VersionCommand>,
+    &make<ListsCommand>,
+    &make<TasksCommand>,
+    &make<ShowCommand>,
+    &make<VersionCommand>,
 };
 
 } // namespace

@@ -48,5 +48,11 @@ inline constexpr Text kPremiumRequired = catalogueText("Tasket Premium is Requir
 inline constexpr Text kPremiumRequiredMessage =
     // Message of the notice shown when a feature needs the paid tier.
     catalogueText("Please purchase Tasket Premium to access this feature.");
+// What saving in answer to the paid-tier notice means for the shared files.
+inline constexpr Text kAttachmentsLeftOut =
+    catalogueText("The shared files and pictures were not attached.");
+// Shown in place of the shared files when they cannot be attached without the paid tier.
+inline constexpr Text kFilesNeedPremium =
+    catalogueText("Files and pictures are attached with Tasket Premium only.");
 
 } // namespace tasket::rules::texts

@@ -1,13 +1,20 @@
-// The paid-tier check: whether the user bought the paid tier, as the flag in
-// the application group's preferences says. Attachments are part of the
-// paid tier.
+// The paid tier as the share intake meets it: whether the user bought it,
+// as the flag in the application group's preferences says, and the texts
+// of the notice shown when files or pictures were shared without it.
+// Attachments are part of the paid tier.
 #pragma once
 
 #include "settings/customization_manager.h"
 
 #include <functional>
+#include <string>
+#include <string_view>
 
 namespace tasket::share {
+
+/// The notice as one line of text, for a share without the form:
+/// "<title>. <text> <what becomes of the files>".
+std::string paidTierNotice();
 
 /// Asked once per share; true when the paid tier is active.
 using PaidTierCheck = std::function<bool()>;

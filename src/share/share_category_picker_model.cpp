@@ -15,7 +15,7 @@ ShareCategoryPickerModel::ShareCategoryPickerModel(
       m_selectedCategory(std::move(selectedCategory)), m_onSelect(std::move(onSelect)) {}
 
 std::vector<std::shared_ptr<store::TK_Category>> ShareCategoryPickerModel::categories() const {
-    return offeredCategories(m_localDataFetchManager->categories().value());
+    return store::offeredCategories(m_localDataFetchManager->categories().value());
 }
 
 std::size_t ShareCategoryPickerModel::numberOfTasks(const store::TK_Category& category) const {

@@ -34,8 +34,9 @@ void ShareViewController::loadForm(const platform::ImageConverter& converter,
         return;
     }
     m_localDataFetchManager = std::move(*fetchManager);
-    m_category = defaultCategory(offeredCategories(m_localDataFetchManager->categories().value()),
-                                 *m_customizationManager);
+    m_category =
+        defaultCategory(store::offeredCategories(m_localDataFetchManager->categories().value()),
+                        *m_customizationManager);
     if (!m_category)
         m_category = insertNewCategory(*m_localDataManager->viewContext());
 

@@ -1,7 +1,7 @@
 #include "store/local_data_fetch_manager.h"
 
+#include "rules/predicates.h"
 #include "settings/settings_keys.h"
-#include "store/record_invariants.h"
 
 #include <fmt/core.h>
 
@@ -18,6 +18,7 @@ using objectstore::SortDescriptor;
 using platform::Result;
 
 namespace keys = settings::keys;
+namespace predicates = rules::predicates;
 
 namespace {
 
@@ -65,50 +66,50 @@ LocalDataFetchManager::slots() {
     // Folders hold lists and attributes hold values rather than tasks, so
     // those are what they count; a smart list holds no tasks of its own.
     static const std::array<Slot, kCollectionKindCount> table{{
-        {K::folders, TK_Folder::entityName, "identifier != nil", 20, "creationDate",
+        {K::folders, TK_Folder::entityName, predicates::kHasIdentifier, 20, "creationDate",
          Search::objects, "categories.@count", &M::m_foldersController,
          &publishInto<TK_Folder, &M::m_folders>, &M::m_foldersSortOrder,
          &M::m_foldersSortOrderDirection, keys::kFoldersSortOrder,
          keys::kFoldersSortOrderDirection},
-        {K::smartCategories, TK_SmartCategory::entityName, "identifier != nil", 20, "creationDate",
-         Search::objects, "", &M::m_smartCategoriesController,
+        {K::smartCategories, TK_SmartCategory::entityName, predicates::kHasIdentifier, 20,
+         "creationDate", Search::objects, "", &M::m_smartCategoriesController,
          &publishInto<TK_SmartCategory, &M::m_smartCategories>, &M::m_smartCategoriesSortOrder,
          &M::m_smartCategoriesSortOrderDirection, keys::kSmartCategoriesSortOrder,
          keys::kSmartCategoriesSortDirection},
-        {K::categories, TK_Category::entityName, "categoryID != nil", 20, "whenCreated",
+        {K::categories, TK_Category::entityName, predicates::kListedCategory, 20, "whenCreated",
          Search::objects, "tasks.@count", &M::m_categoriesController,
          &publishInto<TK_Category, &M::m_categories>, &M::m_categoriesSortOrder,
          &M::m_categoriesSortOrderDirection, keys::kCategoriesSortOrder,
          keys::kCategoriesSortDirection},
-        {K::tags, TK_Tag::entityName, "tagID != nil", 20, "whenCreated", Search::objects,
+        {K::tags, TK_Tag::entityName, predicates::kListedTag, 20, "whenCreated", Search::objects,
          "tasks.@count", &M::m_tagsController, &publishInto<TK_Tag, &M::m_tags>,
          &M::m_tagsSortOrder, &M::m_tagsSortOrderDirection, keys::kTagsSortOrder,
          keys::kTagsSortDirection},
-        {K::priorities, TK_Priority::entityName, "priorityID != nil", 20, "whenCreated",
+        {K::priorities, TK_Priority::entityName, predicates::kListedPriority, 20, "whenCreated",
          Search::objects, "tasks.@count", &M::m_prioritiesController,
          &publishInto<TK_Priority, &M::m_priorities>, &M::m_prioritiesSortOrder,
          &M::m_prioritiesSortOrderDirection, keys::kPrioritiesSortOrder,
          keys::kPrioritiesSortDirection},
-        {K::statuses, TK_Status::entityName, "statusID != nil", 20, "whenCreated", Search::objects,
-         "tasks.@count", &M::m_statusesController, &publishInto<TK_Status, &M::m_statuses>,
-         &M::m_statusesSortOrder, &M::m_statusesSortOrderDirection, keys::kStatusesSortOrder,
-         keys::kStatusesSortDirection},
-        {K::attributes, TK_Attribute::entityName, "identifier != nil", 20, "whenCreated",
+        {K::statuses, TK_Status::entityName, predicates::kListedStatus, 20, "whenCreated",
+         Search::objects, "tasks.@count", &M::m_statusesController,
+         &publishInto<TK_Status, &M::m_statuses>, &M::m_statusesSortOrder,
+         &M::m_statusesSortOrderDirection, keys::kStatusesSortOrder, keys::kStatusesSortDirection},
+        {K::attributes, TK_Attribute::entityName, predicates::kHasIdentifier, 20, "whenCreated",
          Search::objects, "values.@count", &M::m_attributesController,
          &publishInto<TK_Attribute, &M::m_attributes>, &M::m_attributesSortOrder,
          &M::m_attributesSortOrderDirection, keys::kCustomAttributesSortOrder,
          keys::kCustomAttributesSortOrderDirection},
-        {K::values, TK_AttributeValue::entityName, "attribute != nil", 20, "whenCreated",
+        {K::values, TK_AttributeValue::entityName, predicates::kListedValue, 20, "whenCreated",
          Search::objects, "tasks.@count", &M::m_valuesController,
          &publishInto<TK_AttributeValue, &M::m_values>, &M::m_valuesSortOrder,
          &M::m_valuesSortOrderDirection, keys::kValuesSortOrder, keys::kValuesSortDirection},
-        {K::sections, TK_BoardSection::entityName, "identifier != nil", 1, "creationDate",
+        {K::sections, TK_BoardSection::entityName, predicates::kHasIdentifier, 1, "creationDate",
          Search::none, "", &M::m_sectionsController, &publishInto<TK_BoardSection, &M::m_sections>},
-        {K::tasks, TK_Task::entityName, kValidTaskFormat, 1, "whenCreated", Search::tasks, "",
+        {K::tasks, TK_Task::entityName, predicates::kValidTask, 1, "whenCreated", Search::tasks, "",
          &M::m_tasksController, &publishInto<TK_Task, &M::m_tasks>},
-        {K::subtasks, TK_Subtask::entityName, kListedSubtaskFormat, 1, "whenCreated",
+        {K::subtasks, TK_Subtask::entityName, predicates::kListedSubtask, 1, "whenCreated",
          Search::subtasks, "", &M::m_subtasksController, &publishInto<TK_Subtask, &M::m_subtasks>},
-        {K::attachments, TK_Attachment::entityName, "identifier != nil", 1, "creationDate",
+        {K::attachments, TK_Attachment::entityName, predicates::kHasIdentifier, 1, "creationDate",
          Search::none, "", &M::m_attachmentsController,
          &publishInto<TK_Attachment, &M::m_attachments>},
     }};
@@ -116,15 +117,6 @@ LocalDataFetchManager::slots() {
 }
 
 namespace {
-
-Predicate parsed(std::string_view format,
-                 const std::vector<objectstore::PredicateArgument>& args = {}) {
-    auto predicate = Predicate::parse(format, args);
-    if (!predicate) // the texts are this file's own
-        throw std::logic_error(
-            fmt::format("cannot parse '{}': {}", format, predicate.error().message));
-    return std::move(*predicate);
-}
 
 template <class E>
 E storedCase(const platform::PreferencesSuite& suite, std::string_view key, E fallback) {
@@ -221,7 +213,7 @@ FetchRequest LocalDataFetchManager::fetchRequest(CollectionKind kind) const {
     FetchRequest request{std::string(slot.entity)};
     request.fetchBatchSize = slot.batchSize;
 
-    std::vector<Predicate> parts{parsed(slot.predicate)};
+    std::vector<Predicate> parts{predicates::parsed(slot.predicate)};
     const std::string* searchText = nullptr;
     switch (slot.search) {
     case Search::none: break;
@@ -230,10 +222,10 @@ FetchRequest LocalDataFetchManager::fetchRequest(CollectionKind kind) const {
     case Search::subtasks: searchText = &m_subtasksSearchText.value(); break;
     }
     if (searchText && !searchText->empty())
-        parts.push_back(parsed("title CONTAINS[c] %@", {*searchText}));
+        parts.push_back(predicates::titleContains(*searchText));
     if (kind == CollectionKind::tasks)
         if (auto focus = effectiveFocus())
-            parts.push_back(parsed("category.categoryID IN %@", {*focus}));
+            parts.push_back(predicates::inCategories(*focus));
     request.predicate =
         parts.size() == 1 ? parts.front() : objectstore::andPredicate(std::move(parts));
 

@@ -2,10 +2,6 @@
 // driven from the keyboard under Qt's offscreen platform over a controller
 // on a store in a temporary folder. Each case reads the outcome back from
 // the store file through a fresh owner, as the next program would.
-#include "platform/extension/png_only_image_converter.h"
-#include "platform/preferences/in_memory_preferences_suite.h"
-#include "settings/settings_keys.h"
-#include "share/category_choice.h"
 #include "share/share_test_support.h"
 #include "share/shared_task.h"
 #include "tasket-share/share_form_model.h"
@@ -25,16 +21,10 @@ using namespace tasket::testing;
 using tasket::apps::describeSize;
 using tasket::apps::ShareFormModel;
 using tasket::apps::ShareFormWindow;
-using tasket::platform::ExtensionContext;
-using tasket::platform::ExtensionItem;
-using tasket::platform::InMemoryPreferencesSuite;
 using tasket::platform::MainQueue;
-using tasket::settings::CustomizationManager;
-using tasket::share::ShareViewController;
 using tasket::store::LocalDataManager;
 using tasket::store::TK_Category;
 using tasket::store::TK_Task;
-namespace keys = tasket::settings::keys;
 
 namespace {
 
@@ -60,18 +50,18 @@ QString qs(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
-class ShareFormTest : public ::testing::Test {
+class ShareFormTest : public ShareFixture {
   protected:
     void TearDown() override {
         window.reset();
         model.reset();
-        MainQueue::shared().pump();
+        ShareFixture::TearDown();
     }
 
+    /// A list holding `taskCount` tasks.
     std::shared_ptr<TK_Category> addList(const std::string& title, std::int16_t sortIndex,
                                          int taskCount = 0) {
-        auto list = tasket::share::insertNewCategory(*data->viewContext(), title);
-        list->setSortIndex(sortIndex);
+        auto list = ShareFixture::addList(title, sortIndex);
         for (int i = 0; i < taskCount; ++i) {
             tasket::share::NewSharedTask task;
             task.taskID = title + std::to_string(i);
@@ -84,16 +74,7 @@ class ShareFormTest : public ::testing::Test {
 
     /// The window over a loaded controller for `providers`, shown, focus in the text.
     void open(std::vector<std::shared_ptr<const ItemProvider>> providers = {}) {
-        auto context = std::make_shared<ExtensionContext>(
-            std::vector<ExtensionItem>{ExtensionItem{std::move(providers)}},
-            [this](std::vector<ExtensionItem>) { ++completions; });
-        controller = std::make_unique<ShareViewController>(context, data, customization);
-        bool loaded = false;
-        controller->loadForm(converter, [&](tasket::platform::Result<void> result) {
-            ASSERT_TRUE(result);
-            loaded = true;
-        });
-        ASSERT_TRUE(MainQueue::shared().runUntil([&] { return loaded; }));
+        ShareFixture::open(std::move(providers));
         model = std::make_unique<ShareFormModel>(*controller);
         window = std::make_unique<ShareFormWindow>(*model);
         window->show();
@@ -130,32 +111,15 @@ class ShareFormTest : public ::testing::Test {
         return labels;
     }
 
-    /// The tasks titled `title` in the store at `folder`.
-    std::vector<std::shared_ptr<TK_Task>> storedTasks(const std::string& title,
-                                                      const std::filesystem::path& folder) {
-        readers.push_back(LocalDataManager::make(folder));
-        const auto fetched = readers.back()->viewContext()->fetch(TK_Task::fetchRequest());
-        std::vector<std::shared_ptr<TK_Task>> tasks;
-        for (const auto& object : *fetched) {
-            auto task = std::static_pointer_cast<TK_Task>(object);
-            if (task->title() == title)
-                tasks.push_back(std::move(task));
-        }
+    /// The stored tasks titled `title`.
+    std::vector<std::shared_ptr<TK_Task>> storedTasks(const std::string& title) {
+        auto tasks = ShareFixture::storedTasks();
+        std::erase_if(tasks, [&](const auto& task) { return task->title() != title; });
         return tasks;
     }
 
-    TempDir dir;
-    std::shared_ptr<LocalDataManager> data = LocalDataManager::make(dir.path());
-    std::shared_ptr<InMemoryPreferencesSuite> group =
-        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kAppGroupSuite));
-    std::shared_ptr<CustomizationManager> customization = std::make_shared<CustomizationManager>(
-        group, std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kStandardSuite)));
-    tasket::platform::PngOnlyImageConverter converter;
-    std::unique_ptr<ShareViewController> controller;
     std::unique_ptr<ShareFormModel> model;
     std::unique_ptr<ShareFormWindow> window;
-    int completions = 0;
-    std::vector<std::shared_ptr<LocalDataManager>> readers;
 };
 
 } // namespace
@@ -221,7 +185,7 @@ TEST_F(ShareFormTest, TypedTextGoesIntoTheListPickedByKeyboardOnEnter) {
     waitForSaves();
 
     EXPECT_EQ(completions, 1);
-    const auto tasks = storedTasks("Call Bob", dir.path());
+    const auto tasks = storedTasks("Call Bob");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(tasks.front()->category()->title(), "Work");
     EXPECT_EQ(tasks.front()->url(), "https://example.org/article");
@@ -290,7 +254,7 @@ TEST_F(ShareFormTest, TheNewListSheetMakesTheListOrKeepsTheOneChosenBefore) {
                   std::string(c.listOfTask ? c.listOfTask : "Errands") + " (0 tasks)");
         QTest::keyClick(lists, Qt::Key_Return);
         waitForSaves();
-        const auto tasks = storedTasks("Buy milk", caseDir.path());
+        const auto tasks = storedTasks("Buy milk");
         ASSERT_EQ(tasks.size(), 1u);
         EXPECT_EQ(tasks.front()->category()->title(), c.listOfTask ? c.listOfTask : "Errands");
         window.reset();
@@ -302,7 +266,7 @@ TEST_F(ShareFormTest, FilesWithoutThePaidTierShowTheNoticeThenSaveWithoutThem) {
     addList("Errands", 0);
     writeFile(dir / "notes.txt", "notes");
     open({fileLink(dir / "notes.txt")});
-    EXPECT_EQ(child<QLabel>("files")->text(), qs(ShareFormModel::kFilesLeftOutNote));
+    EXPECT_EQ(child<QLabel>("files")->text(), qs(tasket::rules::texts::kFilesNeedPremium.english));
 
     auto* text = child<QPlainTextEdit>("text");
     QTest::keyClicks(text, "With notes");
@@ -322,13 +286,13 @@ TEST_F(ShareFormTest, FilesWithoutThePaidTierShowTheNoticeThenSaveWithoutThem) {
     EXPECT_TRUE(child<QPushButton>("done")->isEnabled());
     QTest::keyClick(text, Qt::Key_Return, Qt::ControlModifier);
     waitForSaves();
-    const auto tasks = storedTasks("With notes", dir.path());
+    const auto tasks = storedTasks("With notes");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_TRUE(tasks.front()->attachmentsArray().empty());
 }
 
 TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
-    ASSERT_TRUE(group->setValue(keys::kIsSuccessfulPurchase, true));
+    ASSERT_TRUE(group->setValue(tasket::settings::keys::kIsSuccessfulPurchase, true));
     writeFile(dir / "notes.txt", "notes");
     writeFile(dir / "Makefile", std::string(1500, 'x'));
     open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile")});
@@ -338,7 +302,7 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     QTest::keyClicks(child<QPlainTextEdit>("text"), "Two files");
     QTest::mouseClick(child<QPushButton>("done"), Qt::LeftButton);
     waitForSaves();
-    const auto tasks = storedTasks("Two files", dir.path());
+    const auto tasks = storedTasks("Two files");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(tasks.front()->attachmentsArray().size(), 2u);
 }

@@ -1,26 +1,26 @@
+// tasket: the command frame in process (help, version, wrong command lines)
+// and the real program over a store seeded in a private data folder.
 #include "common/exit_code.h"
 #include "common/version.h"
+#include "support/program_run.h"
+#include "support/temp_dir.h"
 #include "tasket/tasket_cli.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
+#include <cctype>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 using namespace tasket::apps;
+using tasket::testing::ProgramRun;
+using tasket::testing::runProgram;
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Outcome tasket(std::vector<std::string> arguments) {
+ProgramRun runFrame(std::vector<std::string> arguments) {
     std::ostringstream out;
     std::ostringstream err;
     const int status = runTasket(arguments, out, err);
@@ -31,33 +31,40 @@ bool contains(const std::string& text, std::string_view part) {
     return text.find(part) != std::string::npos;
 }
 
-TEST(TasketCli, VersionPrintsTextOrJson) {
-    const Outcome text = tasket({"version"});
-    EXPECT_EQ(text.status, 0);
-    EXPECT_EQ(text.out, "tasket " + std::string(kTasketVersion) + "\n");
-    EXPECT_EQ(text.err, "");
-
-    const Outcome json = tasket({"version", "--json"});
-    EXPECT_EQ(json.status, 0);
-    EXPECT_EQ(json.out, "{\n  \"name\": \"tasket\",\n  \"version\": \"" +
-                            std::string(kTasketVersion) + "\"\n}\n");
+std::string lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
 }
 
-TEST(TasketCli, HelpExplainsTheProgramAndEachCommand) {
-    for (const auto& arguments :
-         {std::vector<std::string>{"--help"}, std::vector<std::string>{"-h"}}) {
-        const Outcome help = tasket(arguments);
-        EXPECT_EQ(help.status, 0);
-        EXPECT_TRUE(contains(help.out, "Usage: tasket [--help] COMMAND")) << help.out;
-        EXPECT_TRUE(contains(help.out, "version")) << help.out;
-        EXPECT_TRUE(contains(help.out, "Print the program's version")) << help.out;
-        EXPECT_TRUE(contains(help.out, "Exit status:")) << help.out;
+} // namespace
+
+TEST(TasketCli, HelpAndVersionAnswerOnStandardOutput) {
+    struct Case {
+        std::vector<std::string> arguments;
+        std::vector<std::string> expected;
+    };
+    const std::string version(kTasketVersion);
+    const Case cases[] = {
+        {{"version", "--json"},
+         {"{\n  \"name\": \"tasket\",\n  \"version\": \"" + version + "\"\n}\n"}},
+        {{"--help"},
+         {"Usage: tasket [--help] COMMAND", "Print the program's version", "Exit status:"}},
+        {{"-h"}, {"Usage: tasket [--help] COMMAND"}},
+        {{"version", "--help"},
+         {"Usage: tasket version [--json]", "Prints \"tasket\" and the version"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.arguments));
+        const ProgramRun run = runFrame(c.arguments);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, "");
+        if (c.expected.size() == 1 && c.expected.front().ends_with("\n")) {
+            EXPECT_EQ(run.out, c.expected.front());
+        }
+        for (const auto& part : c.expected)
+            EXPECT_TRUE(contains(run.out, part)) << run.out;
     }
-    const Outcome commandHelp = tasket({"version", "--help"});
-    EXPECT_EQ(commandHelp.status, 0);
-    EXPECT_TRUE(contains(commandHelp.out, "Usage: tasket version [--json]")) << commandHelp.out;
-    EXPECT_TRUE(contains(commandHelp.out, "--json")) << commandHelp.out;
-    EXPECT_TRUE(contains(commandHelp.out, "Prints \"tasket\" and the version")) << commandHelp.out;
 }
 
 TEST(TasketCli, WrongCommandLinesExitWithUsageStatus) {
@@ -66,13 +73,16 @@ TEST(TasketCli, WrongCommandLinesExitWithUsageStatus) {
         std::string message;
     };
     const Case cases[] = {
-        {{}, "tasket: no command given"},   {{"bogus"}, "tasket: unknown command \"bogus\""},
-        {{"version", "extra"}, "tasket: "}, {{"version", "--nope"}, "tasket: "},
+        {{}, "tasket: no command given"},
+        {{"bogus"}, "tasket: unknown command \"bogus\""},
+        {{"demo"}, "tasket: unknown command \"demo\""},
+        {{"version", "extra"}, "tasket: "},
+        {{"version", "--nope"}, "tasket: "},
         {{"--nope"}, "tasket: "},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
-        const Outcome run = tasket(c.arguments);
+        const ProgramRun run = runFrame(c.arguments);
         EXPECT_EQ(run.status, kExitUsage);
         EXPECT_EQ(run.out, "");
         EXPECT_TRUE(run.err.starts_with(c.message)) << run.err;
@@ -80,21 +90,79 @@ TEST(TasketCli, WrongCommandLinesExitWithUsageStatus) {
     }
 }
 
-TEST(TasketCli, TheProgramRunsTheFrame) {
-    // The real executable, so main() and its streams are covered too.
-    const auto run = [](const std::string& arguments) {
-        std::string output;
-        FILE* pipe = ::popen((std::string(TASKET_BINARY) + " " + arguments + " 2>&1").c_str(), "r");
-        char buffer[256];
-        while (std::fgets(buffer, sizeof buffer, pipe))
-            output += buffer;
-        const int status = ::pclose(pipe);
-        return std::pair{WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+// The real program (main() and its streams) over a seeded store.
+TEST(TasketProgram, PrintsWhatTheStoreHolds) {
+    tasket::testing::TempDir dir;
+    std::ofstream(dir / "notes.txt") << std::string(1234, 'x');
+    const ProgramRun seeded = runProgram(
+        SEED_STORE_BINARY,
+        {tasket::testing::groupFolder(dir.path()).string(), "--list", "Home", "--task",
+         "Water plants", "--task", "Read article", "--url", "https://example.com/article",
+         "--attach", "notes.txt", "--list", "Work", "--task", "Write report"},
+        {.home = dir.path()});
+    ASSERT_EQ(seeded.status, 0) << seeded.err;
+    const auto at = seeded.out.find("\tRead article");
+    ASSERT_NE(at, std::string::npos);
+    const std::string sharedID = seeded.out.substr(at - 36, 36);
+
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        std::vector<std::string> expected; // in this order
+        std::vector<std::string> absent;
     };
-    EXPECT_EQ(run("version"), std::pair(0, "tasket " + std::string(kTasketVersion) + "\n"));
-    const auto [status, output] = run("bogus");
-    EXPECT_EQ(status, kExitUsage);
-    EXPECT_TRUE(contains(output, "unknown command \"bogus\"")) << output;
+    const std::vector<Case> cases = {
+        {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}, {}},
+        {{"lists"}, 0, {"Home\t2 tasks", "Work\t1 tasks"}, {}},
+        {{"lists", "--json"},
+         0,
+         {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""},
+         {}},
+        {{"tasks", "--list", "Home"},
+         0,
+         {"Read article\tHome", "Water plants\tHome"},
+         {"Write report"}},
+        {{"tasks", "--search", "RE"}, 0, {"Write report", "Read article"}, {"Water plants"}},
+        {{"tasks", "--list", "Elsewhere"}, kExitNoInput, {"there is no list \"Elsewhere\""}, {}},
+        {{"show", sharedID},
+         0,
+         {"Read article", "list:  Home", "link:  https://example.com/article",
+          "attachment: notes.txt (file, 1234 bytes)"},
+         {}},
+        // Identifiers are found whatever the case of their letters.
+        {{"show", "--json", lower(sharedID)},
+         0,
+         {"\"title\": \"Read article\"", "\"url\": \"https://example.com/article\"",
+          "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"},
+         {}},
+        {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}, {}},
+        {{"bogus"}, kExitUsage, {"unknown command \"bogus\""}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.arguments));
+        const ProgramRun run = runProgram(TASKET_BINARY, c.arguments, {.home = dir.path()});
+        EXPECT_EQ(run.status, c.status) << run.err;
+        const std::string output = run.out + run.err;
+        std::size_t from = 0;
+        for (const auto& text : c.expected) {
+            const std::size_t found = output.find(text, from);
+            EXPECT_NE(found, std::string::npos) << text << " in\n" << output;
+            from = found == std::string::npos ? from : found;
+        }
+        for (const auto& text : c.absent)
+            EXPECT_FALSE(contains(output, text)) << output;
+    }
 }
 
-} // namespace
+TEST(TasketProgram, AStoreThatIsNotADatabaseStopsWithTheMessageAndStaysUntouched) {
+    tasket::testing::TempDir dir;
+    const auto store = tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite";
+    std::filesystem::create_directories(store.parent_path());
+    std::ofstream(store) << "not a store\n";
+    const ProgramRun run = runProgram(TASKET_BINARY, {"lists"}, {.home = dir.path()});
+    EXPECT_EQ(run.status, kExitSoftware);
+    EXPECT_TRUE(run.err.starts_with("There was an error loading the persistent store: "))
+        << run.err;
+    EXPECT_TRUE(contains(run.err, "file is not a database")) << run.err;
+    EXPECT_EQ(std::filesystem::file_size(store), 12u);
+}

@@ -1,26 +1,19 @@
-#include "objectstore/predicate/predicate.h"
+// The share flow over a loaded controller: Done and Cancel, the paid-tier
+// notice, the preselected list, the picker, a share finished without the
+// form, and the task text's limits.
 #include "platform/clock.h"
-#include "platform/extension/png_only_image_converter.h"
-#include "platform/notification_center.h"
-#include "platform/preferences/in_memory_preferences_suite.h"
-#include "settings/settings_keys.h"
-#include "share/category_choice.h"
 #include "share/dismiss_notification.h"
-#include "share/share_view_controller.h"
+#include "share/headless_share.h"
+#include "share/paid_tier.h"
 #include "share/shared_task.h"
 #include "share_test_support.h"
 
 using namespace tasket::testing;
 using namespace tasket::share;
-using tasket::objectstore::ObjectContext;
 using tasket::platform::Date;
-using tasket::platform::ExtensionContext;
-using tasket::platform::ExtensionItem;
-using tasket::platform::InMemoryPreferencesSuite;
+using tasket::platform::Errc;
 using tasket::platform::MainQueue;
 using tasket::platform::ManualClock;
-using tasket::platform::PngOnlyImageConverter;
-using tasket::settings::CustomizationManager;
 using tasket::store::LocalDataManager;
 using tasket::store::TK_Category;
 using tasket::store::TK_Task;
@@ -29,65 +22,19 @@ namespace keys = tasket::settings::keys;
 
 namespace {
 
-class ShareFlowTest : public ::testing::Test {
+class ShareFlowTest : public ShareFixture {
   protected:
     void SetUp() override { tasket::platform::Clock::setShared(&clock); }
     void TearDown() override {
-        MainQueue::shared().pump();
+        ShareFixture::TearDown();
         tasket::platform::Clock::setShared(nullptr);
-    }
-
-    std::shared_ptr<TK_Category> addList(const std::string& title, std::int16_t sortIndex = 0) {
-        auto list = insertNewCategory(*data->viewContext(), title);
-        list->setSortIndex(sortIndex);
-        EXPECT_TRUE(data->viewContext()->save());
-        return list;
-    }
-
-    /// The controller over `providers` as the first item, its form loaded.
-    ShareViewController& open(std::vector<std::shared_ptr<const ItemProvider>> providers = {}) {
-        auto context = std::make_shared<ExtensionContext>(
-            std::vector<ExtensionItem>{ExtensionItem{std::move(providers)}},
-            [this](std::vector<ExtensionItem> returned) {
-                ++completions;
-                EXPECT_TRUE(returned.empty());
-            });
-        controller = std::make_unique<ShareViewController>(context, data, customization);
-        bool loaded = false;
-        controller->loadForm(converter, [&](tasket::platform::Result<void> result) {
-            EXPECT_TRUE(result);
-            loaded = true;
-        });
-        EXPECT_TRUE(MainQueue::shared().runUntil([&] { return loaded; }));
-        return *controller;
-    }
-
-    /// The tasks as a context that never saw them reads them from the file
-    /// (a fresh store owner each time, kept for the test).
-    std::vector<std::shared_ptr<TK_Task>> storedTasks() {
-        readers.push_back(LocalDataManager::make(dir.path()));
-        const auto fetched = readers.back()->viewContext()->fetch(TK_Task::fetchRequest());
-        std::vector<std::shared_ptr<TK_Task>> tasks;
-        for (const auto& object : *fetched)
-            tasks.push_back(std::static_pointer_cast<TK_Task>(object));
-        return tasks;
     }
     std::size_t storedLists() {
         readers.push_back(LocalDataManager::make(dir.path()));
         return *readers.back()->viewContext()->count(TK_Category::fetchRequest());
     }
 
-    TempDir dir;
     ManualClock clock{Date{700'000'000}};
-    std::shared_ptr<LocalDataManager> data = LocalDataManager::make(dir.path());
-    std::shared_ptr<InMemoryPreferencesSuite> group =
-        std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kAppGroupSuite));
-    std::shared_ptr<CustomizationManager> customization = std::make_shared<CustomizationManager>(
-        group, std::make_shared<InMemoryPreferencesSuite>(std::string(keys::kStandardSuite)));
-    PngOnlyImageConverter converter;
-    std::unique_ptr<ShareViewController> controller;
-    int completions = 0;
-    std::vector<std::shared_ptr<LocalDataManager>> readers;
 };
 
 } // namespace
@@ -156,23 +103,6 @@ TEST_F(ShareFlowTest, DoneWithoutAListOnlyDismisses) {
     EXPECT_TRUE(storedTasks().empty());
 }
 
-TEST_F(ShareFlowTest, FilesLeftOutForThePaidTierShowTheNoticeOnTheFirstDoneOnly) {
-    addList("Inbox");
-    writeFile(dir / "a.txt", "a");
-    auto& share = open({fileLink(dir / "a.txt")});
-    share.shareManager()->setText("with a file");
-    EXPECT_TRUE(share.toolbar().isAddingAttachmentsWithoutPremium());
-    EXPECT_EQ(share.toolbar().done(), Outcome::premiumRequiredShown);
-    EXPECT_TRUE(share.toolbar().isDonePremiumRequiredPresented().value());
-    EXPECT_EQ(completions, 0);
-    share.toolbar().dismissPremiumRequired();
-    EXPECT_EQ(share.toolbar().done(), Outcome::saveStarted);
-    MainQueue::shared().pump();
-    const auto tasks = storedTasks();
-    ASSERT_EQ(tasks.size(), 1u);
-    EXPECT_TRUE(tasks.front()->attachmentsArray().empty());
-}
-
 TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANewOne) {
     struct Case {
         const char* name;
@@ -236,6 +166,66 @@ TEST_F(ShareFlowTest, PickerCountsOpenTasksWhenCompletedOnesAreExcludedAndMakesN
         EXPECT_EQ(share.toolbar().category().value(), *made);
         data->viewContext()->rollback();
         controller.reset();
+    }
+}
+
+// Without the form nobody answers: nothing to save is refused and writes
+// nothing, and the paid-tier notice is answered by saving without the files.
+TEST_F(ShareFlowTest, DoneWithoutAskingRefusesNothingToSaveAndAnswersThePaidTierNotice) {
+    writeFile(dir / "a.txt", "a");
+    struct Case {
+        const char* name;
+        std::vector<std::shared_ptr<const ItemProvider>> providers;
+        std::string text;
+        std::optional<Errc> refused; // nullopt: saved
+        std::string message;         // in the refusal, or the notice heard
+        bool paidTier = false;
+    };
+    const std::vector<Case> cases = {
+        {"nothing at all", {}, "", Errc::invalidArgument, "nothing is left to save"},
+        {"only a file that is gone",
+         {fileLink(dir / "gone.txt")},
+         "",
+         Errc::notFound,
+         "nothing is left to save",
+         true},
+        {"a NUL in the text",
+         {webLink("https://example.com")},
+         std::string("a\0b", 3),
+         Errc::invalidArgument,
+         "NUL"},
+        {"a file without the paid tier",
+         {fileLink(dir / "a.txt")},
+         "with a file",
+         std::nullopt,
+         paidTierNotice()},
+        {"a link", {webLink("https://example.com")}, "", std::nullopt, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::size_t before = storedTasks().size();
+        ASSERT_TRUE(group->setValue(tasket::settings::keys::kIsSuccessfulPurchase, c.paidTier));
+        auto& share = open(c.providers);
+        share.shareManager()->setText(c.text);
+        std::string heard;
+        const auto done = doneWithoutAsking(share, [&](std::string_view n) { heard += n; });
+        ASSERT_TRUE(MainQueue::shared().runUntil([&] { return share.pendingSaves()->isIdle(); }));
+        const auto saved = savedTasks(share);
+        if (c.refused) {
+            ASSERT_FALSE(done);
+            EXPECT_EQ(done.error().code, *c.refused);
+            EXPECT_NE(done.error().message.find(c.message), std::string::npos);
+            EXPECT_TRUE(saved.empty());
+            EXPECT_EQ(storedTasks().size(), before);
+        } else {
+            ASSERT_TRUE(done) << done.error().message;
+            EXPECT_EQ(heard, c.message);
+            ASSERT_EQ(saved.size(), 1u);
+            ASSERT_TRUE(saved.front());
+            EXPECT_EQ((*saved.front())->title(), c.text);
+            EXPECT_TRUE((*saved.front())->attachmentsArray().empty());
+            EXPECT_EQ(storedTasks().size(), before + 1);
+        }
     }
 }
 

@@ -1,3 +1,5 @@
+// Reading what was shared into the form's input. (That only the first
+// item counts is checked through the program, where --item makes items.)
 #include "platform/extension/png_only_image_converter.h"
 #include "share/shared_input.h"
 #include "share_test_support.h"
@@ -155,16 +157,6 @@ TEST_F(SharedInputTest, AFileAttachmentCarriesItsExactBytesANewUpperCaseIdentifi
     EXPECT_EQ(payload.identifier.size(), 36u);
     EXPECT_EQ(payload.identifier, tasket::platform::Uuid::parse(payload.identifier)->toString());
     EXPECT_NE(payload.identifier, input.attachments.back().identifier);
-}
-
-TEST_F(SharedInputTest, OnlyTheFirstItemsProvidersAreRead) {
-    writeFile(dir / "second.txt", "second");
-    const SharedInput input =
-        read({ExtensionItem{{webLink("https://first.example")}},
-              ExtensionItem{{webLink("https://second.example"), fileLink(dir / "second.txt")}}},
-             true);
-    EXPECT_EQ(input.url, "https://first.example");
-    EXPECT_TRUE(input.attachments.empty());
 }
 
 TEST_F(SharedInputTest, AsksForThePaidTierOnceHoweverManyFilesThereAre) {

@@ -1,3 +1,6 @@
+// The domain's listing and content rules (rules/predicates.h) as the store
+// applies them: in memory on unsaved objects and in SQL on saved ones, alike.
+#include "rules/predicates.h"
 #include "store/record_invariants.h"
 #include "store/records.h"
 #include "support/store_fixture.h"
@@ -8,6 +11,7 @@
 #include <set>
 
 using namespace tasket::store;
+namespace predicates = tasket::rules::predicates;
 using tasket::objectstore::Bytes;
 using tasket::objectstore::FetchRequest;
 using tasket::objectstore::ObjectContext;
@@ -68,7 +72,7 @@ TEST_F(Invariants, ValidTaskNeedsIdentifierAndACategoryWithIdentifierAndTitle) {
             list->setTitle(c.title);
             task->setCategory(list);
         }
-        EXPECT_EQ(satisfies(*task, validTaskPredicate()), c.valid) << c.name;
+        EXPECT_EQ(satisfies(*task, predicates::validTask()), c.valid) << c.name;
         tasks.push_back(task);
     }
     ASSERT_SAVED(context);
@@ -77,7 +81,7 @@ TEST_F(Invariants, ValidTaskNeedsIdentifierAndACategoryWithIdentifierAndTitle) {
             valid.insert(tasks[i]->objectID());
     // Invalid tasks are stored all the same; the store leaves them out.
     EXPECT_EQ(fetched(TK_Task::entityName, Predicate()).size(), std::size(cases));
-    EXPECT_EQ(fetched(TK_Task::entityName, validTaskPredicate()), valid);
+    EXPECT_EQ(fetched(TK_Task::entityName, predicates::validTask()), valid);
 }
 
 TEST_F(Invariants, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
@@ -99,9 +103,9 @@ TEST_F(Invariants, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
         {"both", std::nullopt, std::nullopt, Bytes{1}, 1, false, false, true},
     };
     const std::pair<const Predicate*, bool Case::*> predicates[] = {
-        {&hasNotesPredicate(), &Case::notes},
-        {&hasLinkPredicate(), &Case::link},
-        {&hasAttachmentsPredicate(), &Case::attachments},
+        {&predicates::hasNotes(), &Case::notes},
+        {&predicates::hasLink(), &Case::link},
+        {&predicates::hasAttachments(), &Case::attachments},
     };
     std::map<std::pair<std::string, const Predicate*>, std::set<ObjectID>> expected;
     std::vector<std::pair<const Case*, ObjectPtr>> items;
@@ -125,7 +129,7 @@ TEST_F(Invariants, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
         SCOPED_TRACE(std::string(c->name) + " on " + item->entityDescription().name);
         for (const auto& [predicate, holds] : predicates)
             EXPECT_EQ(satisfies(*item, *predicate), c->*holds);
-        EXPECT_EQ(satisfies(*item, hasNoAttachmentsPredicate()), !c->attachments);
+        EXPECT_EQ(satisfies(*item, predicates::hasNoAttachments()), !c->attachments);
     }
     ASSERT_SAVED(context);
     for (const auto& [c, item] : items) {
@@ -133,35 +137,24 @@ TEST_F(Invariants, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
             if (c->*holds)
                 expected[{item->entityDescription().name, predicate}].insert(item->objectID());
         if (!c->attachments)
-            expected[{item->entityDescription().name, &hasNoAttachmentsPredicate()}].insert(
+            expected[{item->entityDescription().name, &predicates::hasNoAttachments()}].insert(
                 item->objectID());
     }
     for (const std::string_view entity : {TK_Task::entityName, TK_Subtask::entityName})
         for (const Predicate* predicate :
-             {&hasNotesPredicate(), &hasLinkPredicate(), &hasAttachmentsPredicate(),
-              &hasNoAttachmentsPredicate()})
+             {&predicates::hasNotes(), &predicates::hasLink(), &predicates::hasAttachments(),
+              &predicates::hasNoAttachments()})
             EXPECT_EQ(fetched(entity, *predicate), (expected[{std::string(entity), predicate}]))
                 << entity << " " << predicate->toString();
 }
 
-TEST_F(Invariants, SubtaskIsListedByItsIdentifierAndPlacedByItsOwnSortIndex) {
+// nil is no identifier; the empty text is one.
+TEST_F(Invariants, SubtaskIsListedByItsIdentifier) {
     auto subtask = TK_Subtask::insertNew(*context);
-    EXPECT_FALSE(satisfies(*subtask, listedSubtaskPredicate()));
+    EXPECT_FALSE(satisfies(*subtask, predicates::listedSubtask()));
     subtask->setSubtaskID("");
-    EXPECT_TRUE(satisfies(*subtask, listedSubtaskPredicate()));
-
-    // A subtask has one position, within its task; a task has one per kind
-    // of list and no sortIndex of its own.
-    auto task = TK_Task::insertNew(*context);
-    subtask->setTask(task);
-    subtask->setSortIndex(3);
-    task->setCategorySortIndex(3);
-    auto at3 = [](const char* key) { return *Predicate::parse("%K == 3", {key}); };
-    EXPECT_TRUE(satisfies(*subtask, at3("sortIndex")));
-    EXPECT_TRUE(satisfies(*task, at3("categorySortIndex")));
-    EXPECT_THROW(satisfies(*task, at3("sortIndex")), std::invalid_argument);
-    for (const char* perList :
-         {"categorySortIndex", "tagSortIndex", "prioritySortIndex", "statusSortIndex",
-          "valueSortIndex", "sectionSortIndex", "smartCategorySortIndex"})
-        EXPECT_THROW(satisfies(*subtask, at3(perList)), std::invalid_argument) << perList;
+    EXPECT_TRUE(satisfies(*subtask, predicates::listedSubtask()));
+    // A rule that names what the entity does not have is a programming error.
+    EXPECT_THROW(satisfies(*subtask, predicates::parsed("categorySortIndex == 3")),
+                 std::invalid_argument);
 }

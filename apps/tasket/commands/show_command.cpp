@@ -1,10 +1,9 @@
 #include "tasket/commands/show_command.h"
 
 #include "common/task_report.h"
-#include "objectstore/predicate/predicate.h"
 #include "platform/json_writer.h"
 #include "store/local_data_manager.h"
-#include "store/records.h"
+#include "store/lookup.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -31,15 +30,10 @@ void ShowCommand::addOptions(CLI::App& command) {
 
 platform::Result<void> ShowCommand::run(CommandContext& context) {
     auto manager = openStoreForOneCommand();
-    auto request = store::TK_Task::fetchRequest();
-    request.predicate = *objectstore::Predicate::parse("taskID ==[c] %@", {m_taskID});
-    auto found = manager->viewContext()->fetch(request);
+    auto found = store::findByIdentifier<store::TK_Task>(*manager->viewContext(), m_taskID);
     if (!found)
         return std::unexpected(found.error());
-    if (found->empty())
-        return platform::fail(platform::Errc::notFound,
-                              fmt::format("there is no task \"{}\"", m_taskID));
-    const TaskReport report = reportTask(*std::static_pointer_cast<store::TK_Task>(found->front()));
+    const TaskReport report = reportTask(**found);
     if (context.json) {
         platform::JsonWriter json;
         writeTask(json, report);

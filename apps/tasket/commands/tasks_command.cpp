@@ -3,7 +3,7 @@
 #include "common/task_report.h"
 #include "platform/json_writer.h"
 #include "rules/texts.h"
-#include "share/category_choice.h"
+#include "store/lookup.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -36,8 +36,8 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
         return std::unexpected(view.error());
     std::string listID;
     if (!m_list.empty()) {
-        auto found = share::findCategory(
-            share::offeredCategories(view->fetchManager->categories().value()), m_list);
+        auto found = store::findList(
+            store::offeredCategories(view->fetchManager->categories().value()), m_list);
         if (!found)
             return std::unexpected(found.error());
         listID = (*found)->categoryID().value_or("");

@@ -1,0 +1,188 @@
+#include "support/program_run.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace tasket::testing {
+
+namespace {
+
+// Passed through so the programs keep the test's time zone and sanitizers.
+constexpr std::array kInherited = {"PATH", "TZ", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"};
+
+std::vector<std::string> environmentFor(const ProgramOptions& options) {
+    std::filesystem::create_directories(options.home / "runtime");
+    std::filesystem::permissions(options.home / "runtime", std::filesystem::perms::owner_all);
+    std::vector<std::string> entries = {
+        "HOME=" + options.home.string(),
+        "XDG_DATA_HOME=" + (options.home / "data").string(),
+        "XDG_CONFIG_HOME=" + (options.home / "config").string(),
+        "XDG_RUNTIME_DIR=" + (options.home / "runtime").string(),
+        "LANG=C.UTF-8",
+    };
+    for (const char* name : kInherited)
+        if (const char* value = std::getenv(name))
+            entries.push_back(std::string(name) + "=" + value);
+    entries.insert(entries.end(), options.environment.begin(), options.environment.end());
+    return entries;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> out;
+    for (auto& text : texts)
+        out.push_back(text.data());
+    out.push_back(nullptr);
+    return out;
+}
+
+struct Pipe {
+    int read = -1;
+    int write = -1;
+    Pipe() {
+        int fds[2];
+        if (::pipe2(fds, O_CLOEXEC) != 0)
+            throw std::runtime_error("pipe2 failed");
+        read = fds[0];
+        write = fds[1];
+    }
+};
+
+void closeIfOpen(int& fd) {
+    if (fd >= 0)
+        ::close(fd);
+    fd = -1;
+}
+
+// Forks and execs; the child's standard streams are `in`, `out` and `err`.
+// Only async-signal-safe calls run in the child.
+pid_t spawn(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+            const ProgramOptions& options, int in, int out, int err) {
+    std::vector<std::string> argv = {program.string()};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> envp = environmentFor(options);
+    auto argvPointers = pointers(argv);
+    auto envpPointers = pointers(envp);
+    const std::string directory =
+        (options.workingDirectory.empty() ? options.home : options.workingDirectory).string();
+
+    const pid_t child = ::fork();
+    if (child < 0)
+        throw std::runtime_error("fork failed");
+    if (child == 0) {
+        if (::chdir(directory.c_str()) != 0 || ::dup2(in, STDIN_FILENO) < 0 ||
+            ::dup2(out, STDOUT_FILENO) < 0 || ::dup2(err, STDERR_FILENO) < 0)
+            ::_exit(127);
+        ::execve(argvPointers[0], argvPointers.data(), envpPointers.data());
+        ::_exit(127);
+    }
+    return child;
+}
+
+int openInputFile(const ProgramOptions& options) {
+    const auto path =
+        options.inputFile.empty() ? std::filesystem::path("/dev/null") : options.inputFile;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        throw std::runtime_error("cannot open " + path.string());
+    return fd;
+}
+
+int statusOf(int raw) {
+    if (WIFEXITED(raw))
+        return WEXITSTATUS(raw);
+    return WIFSIGNALED(raw) ? 128 + WTERMSIG(raw) : -1;
+}
+
+} // namespace
+
+std::filesystem::path groupFolder(const std::filesystem::path& home) {
+    return home / "data" / "group.QRX-Lumenforge.Tasket";
+}
+
+ProgramRun runProgram(const std::filesystem::path& program,
+                      const std::vector<std::string>& arguments, const ProgramOptions& options) {
+    Pipe out;
+    Pipe err;
+    Pipe in;
+    int inputFile = -1;
+    if (!options.input) {
+        closeIfOpen(in.write);
+        closeIfOpen(in.read);
+        inputFile = openInputFile(options);
+    }
+    const pid_t child = spawn(program, arguments, options, options.input ? in.read : inputFile,
+                              out.write, err.write);
+    closeIfOpen(out.write);
+    closeIfOpen(err.write);
+    closeIfOpen(in.read);
+    closeIfOpen(inputFile);
+
+    // Feeds the input and drains both outputs together, so no pipe fills up.
+    ProgramRun run;
+    std::string_view pending = options.input ? std::string_view(*options.input) : "";
+    if (options.input && pending.empty())
+        closeIfOpen(in.write);
+    const auto ignorePipe = std::signal(SIGPIPE, SIG_IGN);
+    const auto deadline = std::chrono::steady_clock::now() + options.timeout;
+    while (out.read >= 0 || err.read >= 0) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            ::kill(child, SIGKILL);
+            break;
+        }
+        pollfd fds[3] = {{out.read, POLLIN, 0}, {err.read, POLLIN, 0}, {in.write, POLLOUT, 0}};
+        if (::poll(fds, 3, static_cast<int>(left.count())) < 0) {
+            if (errno == EINTR)
+                continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (!fds[i].revents)
+                continue;
+            char buffer[65536];
+            const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+            if (n > 0)
+                (i == 0 ? run.out : run.err).append(buffer, static_cast<std::size_t>(n));
+            else
+                closeIfOpen(i == 0 ? out.read : err.read);
+        }
+        if (fds[2].revents) {
+            const ssize_t n = ::write(in.write, pending.data(), pending.size());
+            if (n > 0)
+                pending.remove_prefix(static_cast<std::size_t>(n));
+            if (n < 0 || pending.empty())
+                closeIfOpen(in.write);
+        }
+    }
+    closeIfOpen(in.write);
+    closeIfOpen(out.read);
+    closeIfOpen(err.read);
+    std::signal(SIGPIPE, ignorePipe);
+    int raw = 0;
+    while (::waitpid(child, &raw, 0) < 0 && errno == EINTR) {
+    }
+    run.status = statusOf(raw);
+    return run;
+}
+
+pid_t startProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const ProgramOptions& options) {
+    int input = openInputFile(options);
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t child = spawn(program, arguments, options, input, null, null);
+    closeIfOpen(input);
+    ::close(null);
+    return child;
+}
+
+} // namespace tasket::testing
