@@ -129,10 +129,10 @@ void BM_TaskInsertedAndMergedUntilTasksRepublished(benchmark::State& state) {
     int published = 0;
     auto subscription = session.manager->tasks().subscribe([&](const auto&) { ++published; });
     auto background = session.data->newBackgroundContext();
-    objectstore::SaveInfo saved;
+    objectstore::ChangeSet saved;
     auto observer = platform::NotificationCenter::defaultCenter().addObserver(
         objectstore::kContextDidSaveNotification, background.get(),
-        [&](const auto& n) { saved = std::any_cast<objectstore::SaveInfo>(n.userInfo); });
+        [&](const objectstore::ChangeSet& changes, const void*) { saved = changes; });
     int number = 0;
     for (auto _ : state) {
         background->performAndWait([&] {
@@ -165,10 +165,10 @@ void BM_ListInsertedAndMerged(benchmark::State& state) {
     Session& session = sharedSession();
     auto& view = *session.data->viewContext();
     auto background = session.data->newBackgroundContext();
-    objectstore::SaveInfo saved;
+    objectstore::ChangeSet saved;
     auto observer = platform::NotificationCenter::defaultCenter().addObserver(
         objectstore::kContextDidSaveNotification, background.get(),
-        [&](const auto& n) { saved = std::any_cast<objectstore::SaveInfo>(n.userInfo); });
+        [&](const objectstore::ChangeSet& changes, const void*) { saved = changes; });
     int number = 0;
     for (auto _ : state) {
         background->performAndWait([&] {
