@@ -129,13 +129,12 @@ struct BackgroundSaves {
         : context(session.data->newBackgroundContext()),
           observer(platform::NotificationCenter::defaultCenter().addObserver(
               objectstore::kContextDidSaveNotification, context.get(),
-              [this](const auto& n) { last = std::any_cast<objectstore::SaveInfo>(n.userInfo); })) {
-    }
+              [this](const objectstore::ChangeSet& changes, const void*) { last = changes; })) {}
     BackgroundSaves(const BackgroundSaves&) = delete;
     BackgroundSaves& operator=(const BackgroundSaves&) = delete;
 
     std::shared_ptr<objectstore::ObjectContext> context;
-    objectstore::SaveInfo last;
+    objectstore::ChangeSet last;
     platform::ObserverToken observer;
 };
 
@@ -161,7 +160,8 @@ void BM_TaskInsertedAndMergedUntilTasksRepublished(benchmark::State& state) {
         const int before = published;
         const auto start = Clock::now();
         view.mergeChanges(background.last);
-        platform::MainQueue::shared().runUntil([&] { return published > before; });
+        if (!platform::MainQueue::shared().runUntil([&] { return published > before; }))
+            state.SkipWithError("nothing was published");
         state.SetIterationTime(millisecondsSince(start) / 1000.0);
     }
     state.counters["tasks"] = static_cast<double>(session.manager->tasks().value().size());
@@ -205,7 +205,8 @@ void BM_CategoriesSortOrderChanged(benchmark::State& state) {
         const auto start = Clock::now();
         if (!manager.setSortOrder(CollectionKind::categories, order))
             state.SkipWithError("sorting failed");
-        platform::MainQueue::shared().runUntil([&] { return published > before; });
+        if (!platform::MainQueue::shared().runUntil([&] { return published > before; }))
+            state.SkipWithError("nothing was published");
         state.SetIterationTime(millisecondsSince(start) / 1000.0);
         // Back to the user's own order, untimed, so the next change is one.
         (void)manager.setSortOrder(CollectionKind::categories, TK_ObjectsSortOrder::custom);

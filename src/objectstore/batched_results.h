@@ -17,14 +17,14 @@ class BatchedResults {
     BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids,
                    std::size_t batchSize);
 
-    std::size_t size() const { return m_ids.size(); }
-    bool empty() const { return m_ids.empty(); }
-    const std::vector<ObjectID>& objectIDs() const { return m_ids; }
+    [[nodiscard]] std::size_t size() const { return m_ids.size(); }
+    [[nodiscard]] bool empty() const { return m_ids.empty(); }
+    [[nodiscard]] const std::vector<ObjectID>& objectIDs() const { return m_ids; }
     /// The object at `index`, its batch loaded. Use on the context's queue.
-    ObjectPtr at(std::size_t index) const;
-    std::size_t batchSize() const { return m_batchSize; }
+    [[nodiscard]] ObjectPtr at(std::size_t index) const;
+    [[nodiscard]] std::size_t batchSize() const { return m_batchSize; }
     /// How many batches have been loaded so far.
-    std::size_t loadedBatches() const;
+    [[nodiscard]] std::size_t loadedBatches() const;
 
   private:
     std::shared_ptr<ObjectContext> m_context;

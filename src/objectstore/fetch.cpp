@@ -199,7 +199,8 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
         for (auto& row : *rows) {
             ObjectPtr o = objectWithID(ObjectID{f.entity->index, row.key});
             if (o->isFault())
-                applyRow(*o, std::move(row));
+                if (auto ok = applyRow(*o, std::move(row)); !ok)
+                    return std::unexpected(ok.error());
             objects.push_back(std::move(o));
         }
         return objects;
@@ -277,9 +278,9 @@ ObjectPtr BatchedResults::at(std::size_t index) const {
         const std::size_t end = std::min(m_ids.size(), (batch + 1) * m_batchSize);
         for (std::size_t i = batch * m_batchSize; i < end; ++i)
             slice.push_back(m_context->objectWithID(m_ids[i]));
-        if (auto ok = m_context->fireFaults(slice); !ok)
-            throw std::runtime_error(ok.error().message);
-        m_loaded[batch] = true;
+        // On failure the batch stays faults; touching one meets the error
+        // on the fault's own path.
+        m_loaded[batch] = m_context->fireFaults(slice).has_value();
     }
     return m_context->objectWithID(m_ids.at(index));
 }

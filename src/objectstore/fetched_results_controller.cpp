@@ -109,10 +109,7 @@ Result<void> FetchedResultsController::performFetch() {
     if (!m_token.isActive())
         m_token = platform::NotificationCenter::defaultCenter().addObserver(
             kObjectsDidChangeNotification, m_context.get(),
-            [this](const platform::Notification& n) {
-                if (const auto* info = std::any_cast<ChangeInfo>(&n.userInfo))
-                    contextDidChange(*info);
-            });
+            [this](const ChangeSet& changes, const void*) { contextDidChange(changes); });
     return {};
 }
 
@@ -158,7 +155,7 @@ Result<void> FetchedResultsController::refetch() {
     return {};
 }
 
-void FetchedResultsController::contextDidChange(const ChangeInfo& info) {
+void FetchedResultsController::contextDidChange(const ChangeSet& info) {
     std::set<ObjectID> touched, renamed;
     // Identities that became permanent are placed again (ties are broken by
     // the key) and reported as moved, so subscribers see the new identity.

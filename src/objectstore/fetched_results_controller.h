@@ -6,7 +6,7 @@
 // the predicate or sort reads through a relationship has changed.
 #pragma once
 
-#include "objectstore/collection_change.h"
+#include "objectstore/change.h"
 #include "objectstore/object_context.h"
 
 #include <functional>
@@ -30,31 +30,32 @@ class FetchedResultsController {
     FetchedResultsController& operator=(const FetchedResultsController&) = delete;
 
     /// Runs the fetch and starts following changes. Fails on a bad request.
-    Result<void> performFetch();
+    [[nodiscard]] Result<void> performFetch();
 
     /// Called after the result changed, with how it changed.
     void setDelegate(Delegate delegate) { m_delegate = std::move(delegate); }
 
-    const FetchRequest& fetchRequest() const { return m_request; }
-    const std::vector<ObjectID>& objectIDs() const { return m_ids; }
-    std::size_t size() const { return m_ids.size(); }
+    [[nodiscard]] const FetchRequest& fetchRequest() const { return m_request; }
+    [[nodiscard]] const std::vector<ObjectID>& objectIDs() const { return m_ids; }
+    [[nodiscard]] std::size_t size() const { return m_ids.size(); }
     /// The object at `index`; its batch of rows loads on first touch.
-    ObjectPtr object(std::size_t index) const;
-    std::vector<ObjectPtr> objects() const;
+    [[nodiscard]] ObjectPtr object(std::size_t index) const;
+    [[nodiscard]] std::vector<ObjectPtr> objects() const;
     /// Where `id` is in the result, if it is.
-    std::optional<std::size_t> indexOf(ObjectID id) const;
+    [[nodiscard]] std::optional<std::size_t> indexOf(ObjectID id) const;
 
     /// How many times the whole fetch ran (the first one included).
-    std::size_t fetchCount() const { return m_fetchCount; }
+    [[nodiscard]] std::size_t fetchCount() const { return m_fetchCount; }
 
   private:
-    void contextDidChange(const ChangeInfo& info);
-    Result<void> refetch();
+    void contextDidChange(const ChangeSet& info);
+    [[nodiscard]] Result<void> refetch();
     using Positions = std::unordered_map<ObjectID, std::size_t, ObjectIDHash>;
     /// Where `object` belongs in the result.
-    std::vector<ObjectID>::iterator lowerBound(const ManagedObject& object);
-    CollectionChange describe(const std::vector<ObjectID>& old, const Positions& oldIndex,
-                              const Positions& newIndex, const std::set<ObjectID>& renamed) const;
+    [[nodiscard]] std::vector<ObjectID>::iterator lowerBound(const ManagedObject& object);
+    [[nodiscard]] CollectionChange describe(const std::vector<ObjectID>& old,
+                                            const Positions& oldIndex, const Positions& newIndex,
+                                            const std::set<ObjectID>& renamed) const;
 
     std::shared_ptr<ObjectContext> m_context;
     FetchRequest m_request;

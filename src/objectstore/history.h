@@ -4,6 +4,7 @@
 // tokens are archived to files in a tagged, versioned form.
 #pragma once
 
+#include "objectstore/change.h"
 #include "objectstore/model/value.h"
 #include "platform/error.h"
 
@@ -14,36 +15,26 @@
 
 namespace tasket::objectstore {
 
-struct HistoryToken {
-    std::int64_t value = 0;
-    friend auto operator<=>(const HistoryToken&, const HistoryToken&) = default;
-};
-
-enum class ChangeType { insert = 0, update = 1, remove = 2 };
-
-struct HistoryChange {
-    ObjectID object;
-    ChangeType type = ChangeType::update;
-    std::vector<std::string> changedProperties; // updates only
-};
-
+/// One save as history keeps it. Its change set is complete as it stands
+/// (store, token, context name, author, and the objects with their changed
+/// properties), so another context merges it directly:
+/// `context->mergeChanges(transaction.changes)`.
 struct HistoryTransaction {
-    HistoryToken token;
+    ChangeSet changes;
     Date timestamp;
-    std::string contextName;
-    std::string author;
-    std::vector<HistoryChange> changes;
 };
 
 /// The archived form of a token: a tag, a format version and the value.
-std::vector<std::uint8_t> archiveToken(HistoryToken token);
+[[nodiscard]] std::vector<std::uint8_t> archiveToken(HistoryToken token);
 /// Reads an archived token; anything else fails with Errc::parseError.
-platform::Result<HistoryToken> unarchiveToken(const std::vector<std::uint8_t>& data);
+[[nodiscard]] platform::Result<HistoryToken> unarchiveToken(const std::vector<std::uint8_t>& data);
 
 /// Writes the archive durably (temporary file, fsync, rename).
-platform::Result<void> writeTokenFile(const std::filesystem::path& path, HistoryToken token);
+[[nodiscard]] platform::Result<void> writeTokenFile(const std::filesystem::path& path,
+                                                    HistoryToken token);
 /// Reads a token file. A missing file gives nullopt; a file that is not a
 /// token fails.
-platform::Result<std::optional<HistoryToken>> readTokenFile(const std::filesystem::path& path);
+[[nodiscard]] platform::Result<std::optional<HistoryToken>>
+readTokenFile(const std::filesystem::path& path);
 
 } // namespace tasket::objectstore

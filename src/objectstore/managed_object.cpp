@@ -1,6 +1,7 @@
 #include "objectstore/managed_object.h"
 
 #include "objectstore/object_context.h"
+#include "platform/fatal.h"
 
 #include <fmt/format.h>
 
@@ -149,7 +150,9 @@ void ManagedObject::loadToMany(std::size_t ri) const {
     if (!m_id.isTemporary() && m_context) {
         auto keys = m_context->store().relatedKeys(m_id, m_entity->attributes.size() + ri);
         if (!keys)
-            throw std::runtime_error(keys.error().message);
+            platform::fatal(fmt::format("{}.{} of {} cannot be read from the store: {}",
+                                        m_entity->name, m_entity->relationships[ri].name, m_id.key,
+                                        keys.error().message));
         const auto dest = m_entity->relationships[ri].destinationIndex;
         ids.reserve(keys->size());
         for (auto k : *keys)

@@ -2,6 +2,12 @@
 // its identity) and loads its row on first access. Setting a relationship
 // keeps the inverse side in step; the context tracks what changed so save
 // can write only that. Use an object only on its context's queue.
+// Misuse (an unknown property name, a to-one used as a to-many, a target of
+// the wrong entity, an Int16 out of range, an object no longer in a
+// context) is a programmer error and throws a std::logic_error. A fault
+// whose row cannot be loaded stops the process through platform::fatal,
+// since accessors have no error path; ObjectContext::fireFaults() and
+// existingObject() load rows with errors returned instead.
 #pragma once
 
 #include "objectstore/model/object_view.h"
@@ -24,13 +30,13 @@ class ObjectIDSet {
   public:
     ObjectIDSet() = default;
     explicit ObjectIDSet(std::vector<ObjectID> ids);
-    bool contains(ObjectID id) const { return m_index.count(id) > 0; }
+    [[nodiscard]] bool contains(ObjectID id) const { return m_index.count(id) > 0; }
     /// False when already present.
     bool insert(ObjectID id);
     /// False when absent.
     bool erase(ObjectID id);
-    const std::vector<ObjectID>& ids() const { return m_ids; }
-    std::size_t size() const { return m_ids.size(); }
+    [[nodiscard]] const std::vector<ObjectID>& ids() const { return m_ids; }
+    [[nodiscard]] std::size_t size() const { return m_ids.size(); }
 
   private:
     std::vector<ObjectID> m_ids;
@@ -45,44 +51,48 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     ManagedObject& operator=(const ManagedObject&) = delete;
 
     // Identity and state
-    const EntityDescription& entityDescription() const override { return *m_entity; }
-    ObjectID objectID() const override { return m_id; }
+    [[nodiscard]] const EntityDescription& entityDescription() const override { return *m_entity; }
+    [[nodiscard]] ObjectID objectID() const override { return m_id; }
     /// The owning context; nullptr once the object was deleted and saved or
     /// the context is gone.
-    ObjectContext* context() const { return m_context; }
-    bool isFault() const { return !m_loaded; }
-    bool isInserted() const { return m_inserted; }
-    bool isDeleted() const { return m_deleted; }
-    bool isUpdated() const;
-    bool hasChanges() const { return m_inserted || m_deleted || isUpdated(); }
-    bool isPropertyChanged(std::size_t property) const;
+    [[nodiscard]] ObjectContext* context() const { return m_context; }
+    [[nodiscard]] bool isFault() const { return !m_loaded; }
+    [[nodiscard]] bool isInserted() const { return m_inserted; }
+    [[nodiscard]] bool isDeleted() const { return m_deleted; }
+    [[nodiscard]] bool isUpdated() const;
+    [[nodiscard]] bool hasChanges() const { return m_inserted || m_deleted || isUpdated(); }
+    [[nodiscard]] bool isPropertyChanged(std::size_t property) const;
     /// Properties changed since the last save, by index.
-    std::vector<std::size_t> changedProperties() const;
+    [[nodiscard]] std::vector<std::size_t> changedProperties() const;
 
     // Attributes. Reading fires the fault; a row that has vanished reads as
     // nil when the context deletes inaccessible faults.
-    const Value& value(std::size_t attribute) const;
+    [[nodiscard]] const Value& value(std::size_t attribute) const;
     void setValue(std::size_t attribute, Value v);
-    const Value& value(std::string_view name) const;
+    [[nodiscard]] const Value& value(std::string_view name) const;
     void setValue(std::string_view name, Value v);
 
     // Relationships (property indexes)
-    ObjectPtr toOne(std::size_t property) const;
-    ObjectID toOneID(std::size_t property) const;
+    [[nodiscard]] ObjectPtr toOne(std::size_t property) const;
+    [[nodiscard]] ObjectID toOneID(std::size_t property) const;
     void setToOne(std::size_t property, const ObjectPtr& target);
-    std::vector<ObjectPtr> toMany(std::size_t property) const;
-    const std::vector<ObjectID>& toManyIDs(std::size_t property) const;
+    [[nodiscard]] std::vector<ObjectPtr> toMany(std::size_t property) const;
+    [[nodiscard]] const std::vector<ObjectID>& toManyIDs(std::size_t property) const;
     void addToMany(std::size_t property, const ObjectPtr& target);
     void removeFromMany(std::size_t property, const ObjectPtr& target);
-    std::size_t
-    propertyIndex(std::string_view name) const; // throws std::out_of_range for unknown names
+    /// The index of the named property. An unknown name is a programmer
+    /// error: std::out_of_range.
+    [[nodiscard]] std::size_t propertyIndex(std::string_view name) const;
 
     // ObjectView
-    Value attributeValue(std::size_t property) const override { return value(property); }
-    std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const override {
+    [[nodiscard]] Value attributeValue(std::size_t property) const override {
+        return value(property);
+    }
+    [[nodiscard]] std::shared_ptr<const ObjectView>
+    relatedObject(std::size_t property) const override {
         return toOne(property);
     }
-    std::vector<std::shared_ptr<const ObjectView>>
+    [[nodiscard]] std::vector<std::shared_ptr<const ObjectView>>
     relatedObjects(std::size_t property) const override;
 
   private:

@@ -1,5 +1,6 @@
 #include "objectstore/object_context.h"
 
+#include "platform/fatal.h"
 #include "platform/main_queue.h"
 
 #include <fmt/format.h>
@@ -14,21 +15,6 @@ namespace tasket::objectstore {
 
 using platform::Errc;
 using platform::fail;
-
-SaveInfo saveInfo(const HistoryTransaction& transaction, const Model& model) {
-    SaveInfo info;
-    info.token = transaction.token;
-    info.contextName = transaction.contextName;
-    for (const auto& c : transaction.changes) {
-        switch (c.type) {
-        case ChangeType::insert: info.inserted.push_back(c.object); break;
-        case ChangeType::update: info.updated.push_back({c.object, c.changedProperties}); break;
-        case ChangeType::remove: info.deleted.push_back(c.object); break;
-        }
-    }
-    (void)model;
-    return info;
-}
 
 std::shared_ptr<ObjectContext> ObjectContext::make(std::shared_ptr<PersistentStore> store,
                                                    ConcurrencyType type) {
@@ -57,16 +43,16 @@ void ObjectContext::setAutomaticallyMergesChangesFromParent(bool on) {
     }
     std::weak_ptr<ObjectContext> weak = weak_from_this();
     m_autoMergeToken = platform::NotificationCenter::defaultCenter().addObserver(
-        kContextDidSaveNotification, nullptr, [weak, self = this](const platform::Notification& n) {
-            if (n.sender == self)
+        kContextDidSaveNotification, nullptr,
+        [weak, self = this](const ChangeSet& changes, const void* sender) {
+            if (sender == self)
                 return;
-            const auto* info = std::any_cast<SaveInfo>(&n.userInfo);
             auto context = weak.lock();
-            if (!info || !context || info->store != context->m_store.get())
+            if (!context || changes.store != context->m_store.get())
                 return;
-            context->perform([weak, copy = *info] {
+            context->perform([weak, changes] {
                 if (auto c = weak.lock())
-                    c->mergeChanges(copy);
+                    c->mergeChanges(changes);
             });
         });
 }
@@ -158,11 +144,12 @@ Result<ObjectPtr> ObjectContext::existingObject(ObjectID id) {
                     fmt::format("{} {} does not exist", model().entity(id.entity).name, id.key));
     ObjectPtr object = objectWithID(id);
     if (object->isFault())
-        applyRow(*object, std::move(**row));
+        if (auto ok = applyRow(*object, std::move(**row)); !ok)
+            return std::unexpected(ok.error());
     return object;
 }
 
-void ObjectContext::applyRow(ManagedObject& object, Row row) {
+Result<void> ObjectContext::applyRow(ManagedObject& object, Row row) {
     const auto& e = object.entityDescription();
     auto& state = object.m_state;
     state.attributes = std::move(row.attributes);
@@ -175,28 +162,41 @@ void ObjectContext::applyRow(ManagedObject& object, Row row) {
         if (e.storage[i] == RelationshipStorage::ForeignKey) {
             if (row.toOne[i])
                 state.toOne[i] = ObjectID{r.destinationIndex, row.toOne[i]};
-        } else if (auto keys = m_store->relatedKeys(object.m_id, e.attributes.size() + i);
-                   keys && !keys->empty()) {
-            state.toOne[i] = ObjectID{r.destinationIndex, keys->front()};
+            continue;
         }
+        auto keys = m_store->relatedKeys(object.m_id, e.attributes.size() + i);
+        if (!keys)
+            return std::unexpected(keys.error());
+        if (!keys->empty())
+            state.toOne[i] = ObjectID{r.destinationIndex, keys->front()};
     }
     object.m_version = row.version;
     object.m_loaded = true;
+    return {};
 }
 
 void ObjectContext::load(ManagedObject& object) {
     if (object.m_id.isTemporary())
         return;
+    if (auto ok = loadStored(object); !ok)
+        platform::fatal(ok.error().message);
+}
+
+Result<void> ObjectContext::loadStored(ManagedObject& object) {
     auto row = m_store->loadRow(object.m_id);
     if (!row)
-        throw std::runtime_error(row.error().message);
-    if (*row) {
-        applyRow(object, std::move(**row));
-        return;
-    }
+        return fail(row.error().code, fmt::format("{} {} cannot be read from the store: {}",
+                                                  object.entityDescription().name, object.m_id.key,
+                                                  row.error().message));
+    if (*row)
+        return applyRow(object, std::move(**row));
+    return markVanished(object);
+}
+
+Result<void> ObjectContext::markVanished(ManagedObject& object) {
     if (!m_deleteInaccessibleFaults)
-        throw std::runtime_error(fmt::format("{} {} is no longer in the store",
-                                             object.entityDescription().name, object.m_id.key));
+        return fail(Errc::notFound, fmt::format("{} {} is no longer in the store",
+                                                object.entityDescription().name, object.m_id.key));
     // The row vanished: the object reads as deleted, with nil values.
     const auto& e = object.entityDescription();
     object.m_state.attributes.assign(e.attributes.size(), Value{});
@@ -204,6 +204,7 @@ void ObjectContext::load(ManagedObject& object) {
     object.m_state.toMany.assign(e.relationships.size(), ObjectIDSet{});
     object.m_loaded = true;
     object.m_deleted = true;
+    return {};
 }
 
 Result<void> ObjectContext::fireFaults(const std::vector<ObjectPtr>& objects) {
@@ -218,12 +219,14 @@ Result<void> ObjectContext::fireFaults(const std::vector<ObjectPtr>& objects) {
         for (auto& row : *rows) {
             auto object = registeredObject(ObjectID{entity, row.key});
             if (object && object->isFault())
-                applyRow(*object, std::move(row));
+                if (auto ok = applyRow(*object, std::move(row)); !ok)
+                    return ok;
         }
     }
     for (const auto& o : objects)
-        if (o && o->isFault() && o->m_context == this)
-            load(*o); // vanished rows
+        if (o && o->isFault() && !o->m_id.isTemporary() && o->m_context == this)
+            if (auto ok = markVanished(*o); !ok)
+                return ok;
     return {};
 }
 
@@ -313,7 +316,7 @@ void ObjectContext::processPendingChanges() {
     if (m_unprocessed.inserted.empty() && m_unprocessed.deleted.empty() &&
         m_unprocessedUpdated.empty())
         return;
-    ChangeInfo info = std::move(m_unprocessed);
+    ChangeSet info = std::move(m_unprocessed);
     m_unprocessed = {};
     std::set<ObjectID> inserted(info.inserted.begin(), info.inserted.end());
     std::set<ObjectID> deleted(info.deleted.begin(), info.deleted.end());
@@ -333,8 +336,7 @@ void ObjectContext::processPendingChanges() {
     std::erase_if(info.inserted, [&](const ObjectID& id) { return deleted.count(id) > 0; });
     std::erase_if(info.deleted,
                   [&](const ObjectID& id) { return id.isTemporary() && inserted.count(id); });
-    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this,
-                                                       std::move(info));
+    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this, info);
 }
 
 bool ObjectContext::hasChanges() const {
@@ -368,197 +370,8 @@ std::vector<ObjectPtr> ObjectContext::deletedObjects() const {
     return out;
 }
 
-Result<void> ObjectContext::save() {
-    processPendingChanges();
-    SaveRequest request;
-    request.policy = m_mergePolicy;
-    request.contextName = m_name;
-    request.author = m_author;
-    std::vector<ObjectPtr> involved;
-    for (const auto& id : m_changed) {
-        ObjectPtr o = registeredObject(id);
-        if (!o)
-            continue;
-        involved.push_back(o);
-        const auto& e = o->entityDescription();
-        if (o->m_inserted && o->m_deleted)
-            continue;
-        ObjectChange change;
-        change.id = o->m_id;
-        change.version = o->m_version;
-        if (o->m_deleted) {
-            change.kind = ObjectChange::Kind::remove;
-            for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
-                const auto& r = e.relationships[ri];
-                if (r.deleteRule != DeleteRule::Deny)
-                    continue;
-                const std::size_t p = e.attributes.size() + ri;
-                std::vector<ObjectPtr> targets =
-                    r.toMany ? o->toMany(p) : std::vector<ObjectPtr>{o->toOne(p)};
-                for (const auto& t : targets)
-                    if (t && !t->m_deleted)
-                        return fail(Errc::validation,
-                                    fmt::format("{} {} cannot be deleted while its {} is not empty",
-                                                e.name, o->m_id.key, r.name));
-            }
-            request.changes.push_back(std::move(change));
-            continue;
-        }
-        if (!o->m_inserted && !o->isUpdated())
-            continue;
-        change.kind = o->m_inserted ? ObjectChange::Kind::insert : ObjectChange::Kind::update;
-        for (std::size_t a = 0; a < e.attributes.size(); ++a)
-            if (!e.attributes[a].optional && isNil(o->m_state.attributes[a]))
-                return fail(Errc::validation,
-                            fmt::format("{}.{} is required", e.name, e.attributes[a].name));
-        change.attributes = o->m_state.attributes;
-        change.toOne = o->m_state.toOne;
-        change.changed = o->m_changed;
-        for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
-            if (e.storage[ri] != RelationshipStorage::JoinTable)
-                continue;
-            const auto& now = o->m_state.toMany[ri];
-            if (!now)
-                continue;
-            ObjectChange::JoinDelta delta{ri, {}, {}};
-            const ObjectIDSet empty;
-            const auto& before =
-                (o->m_snapshot && o->m_snapshot->toMany[ri]) ? *o->m_snapshot->toMany[ri] : empty;
-            if (!o->m_inserted && !o->m_changed[e.attributes.size() + ri])
-                continue;
-            for (const auto& id2 : now->ids())
-                if (!before.contains(id2))
-                    delta.added.push_back(id2);
-            for (const auto& id2 : before.ids())
-                if (!now->contains(id2))
-                    delta.removed.push_back(id2);
-            if (!delta.added.empty() || !delta.removed.empty())
-                change.joins.push_back(std::move(delta));
-        }
-        request.changes.push_back(std::move(change));
-    }
-    if (request.changes.empty() && involved.empty())
-        return {};
-
-    SaveResult result;
-    if (!request.changes.empty()) {
-        auto saved = m_store->save(request);
-        if (!saved)
-            return std::unexpected(saved.error());
-        result = std::move(*saved);
-    }
-
-    // The save committed: bring the objects in line with the store.
-    SaveInfo info;
-    info.store = m_store.get();
-    info.contextName = m_name;
-    info.token = result.token;
-    ChangeInfo changeInfo;
-    auto permanent = [&](ObjectID id) {
-        auto it = result.permanentIDs.find(id);
-        return it == result.permanentIDs.end() ? id : it->second;
-    };
-    for (const auto& [temp, perm] : result.permanentIDs) {
-        auto node = m_registered.extract(temp);
-        if (node.empty())
-            continue;
-        node.key() = perm;
-        node.mapped()->m_id = perm;
-        m_registered.insert(std::move(node));
-        changeInfo.permanentIDs.emplace_back(temp, perm);
-    }
-    std::set<ObjectID> vanished(result.vanished.begin(), result.vanished.end());
-    std::map<ObjectID, Row> merged;
-    for (auto& [id, row] : result.merged)
-        merged.emplace(id, std::move(row));
-    for (const auto& o : involved) {
-        // References to objects that were temporary.
-        for (auto& t : o->m_state.toOne)
-            t = permanent(t);
-        for (auto& list : o->m_state.toMany)
-            if (list) {
-                std::vector<ObjectID> ids = list->ids();
-                bool renamed = false;
-                for (auto& t : ids)
-                    if (t.isTemporary()) {
-                        t = permanent(t);
-                        renamed = true;
-                    }
-                if (renamed)
-                    list = ObjectIDSet(std::move(ids));
-            }
-    }
-    // Member caches of unchanged objects that took in new objects.
-    for (const auto& [temp, perm] : result.permanentIDs) {
-        auto o = registeredObject(perm);
-        if (!o)
-            continue;
-        const auto& e = o->entityDescription();
-        for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
-            const auto& r = e.relationships[ri];
-            if (r.toMany || !o->m_state.toOne[ri].isValid())
-                continue;
-            auto owner = registeredObject(o->m_state.toOne[ri]);
-            const std::size_t iri =
-                r.inversePropertyIndex - model().entity(r.destinationIndex).attributes.size();
-            if (owner && owner->m_state.toMany.size() > iri && owner->m_state.toMany[iri] &&
-                owner->m_state.toMany[iri]->erase(temp))
-                owner->m_state.toMany[iri]->insert(perm);
-        }
-    }
-    for (const auto& o : involved) {
-        const auto& e = o->entityDescription();
-        const ObjectID original = [&] {
-            for (const auto& [temp, perm] : result.permanentIDs)
-                if (perm == o->m_id)
-                    return temp;
-            return o->m_id;
-        }();
-        if (o->m_deleted) {
-            if (!o->m_inserted)
-                info.deleted.push_back(o->m_id);
-            forget(o->m_id);
-            continue;
-        }
-        if (vanished.count(original)) {
-            o->m_deleted = true;
-            info.deleted.push_back(o->m_id);
-            forget(o->m_id);
-            continue;
-        }
-        if (o->m_inserted) {
-            info.inserted.push_back(o->m_id);
-        } else if (o->isUpdated()) {
-            UpdatedObject u{o->m_id, {}};
-            for (auto p : o->changedProperties())
-                u.changedProperties.push_back(e.propertyName(p));
-            info.updated.push_back(std::move(u));
-        }
-        if (auto it = merged.find(original); it != merged.end()) {
-            auto toMany = std::move(o->m_state.toMany);
-            applyRow(*o, std::move(it->second));
-            o->m_state.toMany = std::move(toMany);
-            changeInfo.updated.push_back({o->m_id, {}});
-        }
-        if (auto v = result.versions.find(original); v != result.versions.end())
-            o->m_version = v->second;
-        o->m_inserted = false;
-        o->m_snapshot.reset();
-        std::fill(o->m_changed.begin(), o->m_changed.end(), false);
-    }
-    m_changed.clear();
-    m_unprocessed = {};
-    m_unprocessedUpdated.clear();
-
-    auto& center = platform::NotificationCenter::defaultCenter();
-    if (!changeInfo.permanentIDs.empty() || !changeInfo.updated.empty())
-        center.post(kObjectsDidChangeNotification, this, std::move(changeInfo));
-    center.post(kContextDidSaveNotification, this, std::move(info));
-    return {};
-}
-
 void ObjectContext::rollback() {
-    ChangeInfo info;
+    ChangeSet info;
     for (const auto& id : std::set<ObjectID>(m_changed)) {
         ObjectPtr o = registeredObject(id);
         if (!o)
@@ -587,7 +400,7 @@ void ObjectContext::rollback() {
     invalidateInverseCaches(touched);
     if (!info.updated.empty() || !info.deleted.empty())
         platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this,
-                                                           std::move(info));
+                                                           info);
 }
 
 void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
@@ -606,9 +419,16 @@ void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
     if (!row || !*row)
         return; // deletion arrives through mergeChanges
     const auto& e = object->entityDescription();
+    // The stored values become the base for rollback.
+    std::optional<std::vector<Value>> stored;
+    if (object->m_snapshot)
+        stored = (**row).attributes;
     ManagedObject::State mine = std::move(object->m_state);
     const auto changed = object->m_changed;
-    applyRow(*object, std::move(**row));
+    if (!applyRow(*object, std::move(**row))) {
+        object->m_state = std::move(mine); // unreadable: keep what the context had
+        return;
+    }
     for (std::size_t p = 0; p < e.propertyCount(); ++p) {
         if (!changed[p])
             continue;
@@ -620,15 +440,10 @@ void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
             object->m_state.toMany[ri] = std::move(mine.toMany[ri]);
         }
     }
-    if (object->m_snapshot) {
-        // The committed state is now the store's; keep it as the base for rollback.
-        auto stored = m_store->loadRow(object->m_id);
-        if (stored && *stored) {
-            ManagedObject::State base = object->m_state;
-            for (std::size_t a = 0; a < e.attributes.size(); ++a)
-                base.attributes[a] = (**stored).attributes[a];
-            object->m_snapshot = std::move(base);
-        }
+    if (stored) {
+        ManagedObject::State base = object->m_state;
+        base.attributes = std::move(*stored);
+        object->m_snapshot = std::move(base);
     }
 }
 
@@ -689,32 +504,37 @@ void ObjectContext::invalidateInverseCaches(const std::vector<ObjectID>& changed
     }
 }
 
-void ObjectContext::mergeChanges(const SaveInfo& info) {
-    ChangeInfo out;
+void ObjectContext::mergeChanges(const ChangeSet& changes) {
     std::vector<ObjectID> all;
-    for (const auto& id : info.deleted) {
+    all.reserve(changes.deleted.size() + changes.updated.size() + changes.inserted.size());
+    for (const auto& id : changes.deleted) {
         all.push_back(id);
-        out.deleted.push_back(id);
         if (auto o = registeredObject(id)) {
             o->m_deleted = true;
             forget(id);
         }
     }
-    for (const auto& u : info.updated) {
+    for (const auto& u : changes.updated) {
         all.push_back(u.id);
-        out.updated.push_back(u);
         if (auto o = registeredObject(u.id); o && !o->isFault())
             refresh(o, true);
     }
-    for (const auto& id : info.inserted) {
+    for (const auto& id : changes.inserted) {
         all.push_back(id);
-        out.inserted.push_back(id);
         if (auto o = registeredObject(id); o && !o->isFault() && !o->hasChanges())
             refresh(o, false);
     }
     invalidateInverseCaches(all);
-    platform::NotificationCenter::defaultCenter().post(kObjectsDidChangeNotification, this,
-                                                       std::move(out));
+    // Observers hear the merged change set itself, provenance included;
+    // another context's identity renames mean nothing here.
+    auto& center = platform::NotificationCenter::defaultCenter();
+    if (changes.permanentIDs.empty()) {
+        center.post(kObjectsDidChangeNotification, this, changes);
+    } else {
+        ChangeSet withoutRenames = changes;
+        withoutRenames.permanentIDs.clear();
+        center.post(kObjectsDidChangeNotification, this, withoutRenames);
+    }
 }
 
 } // namespace tasket::objectstore

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "objectstore/batched_results.h"
+#include "objectstore/change.h"
 #include "objectstore/fetch_request.h"
 #include "objectstore/managed_object.h"
 #include "objectstore/persistent_store.h"
@@ -22,66 +23,47 @@
 
 namespace tasket::objectstore {
 
-/// Posted (sender = the context) after a save committed. userInfo: SaveInfo.
-inline constexpr const char* kContextDidSaveNotification = "ObjectContextDidSave";
+/// Posted (sender = the context) after a save committed: what it wrote,
+/// with the store, the history token (when tracked), context name and author.
+inline constexpr platform::NotificationName<ChangeSet> kContextDidSaveNotification{
+    "ObjectContextDidSave"};
 /// Posted (sender = the context) when the context's objects changed: local
-/// edits at processPendingChanges(), a save, a merge, a refresh. userInfo: ChangeInfo.
-inline constexpr const char* kObjectsDidChangeNotification = "ObjectContextObjectsDidChange";
-
-struct UpdatedObject {
-    ObjectID id;
-    std::vector<std::string> changedProperties;
-};
-
-/// What one save (or one history transaction) changed: enough for another
-/// context to merge it.
-struct SaveInfo {
-    std::vector<ObjectID> inserted;
-    std::vector<UpdatedObject> updated;
-    std::vector<ObjectID> deleted;
-    std::optional<HistoryToken> token;
-    std::string contextName;
-    const PersistentStore* store = nullptr;
-};
-
-/// A merge built from a history transaction.
-SaveInfo saveInfo(const HistoryTransaction& transaction, const Model& model);
-
-struct ChangeInfo {
-    std::vector<ObjectID> inserted;
-    std::vector<UpdatedObject> updated; // includes refreshed objects
-    std::vector<ObjectID> deleted;
-    std::vector<std::pair<ObjectID, ObjectID>> permanentIDs; // temporary -> permanent, after a save
-};
+/// edits at processPendingChanges(), a save (permanent identities, rows
+/// merged from the store), a rollback, and a merge (the merged change set
+/// itself, with its store, token, context name and author).
+inline constexpr platform::NotificationName<ChangeSet> kObjectsDidChangeNotification{
+    "ObjectContextObjectsDidChange"};
 
 enum class ConcurrencyType { mainQueue, privateQueue };
 
 class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
   public:
-    static std::shared_ptr<ObjectContext> make(std::shared_ptr<PersistentStore> store,
-                                               ConcurrencyType type);
+    [[nodiscard]] static std::shared_ptr<ObjectContext> make(std::shared_ptr<PersistentStore> store,
+                                                             ConcurrencyType type);
     ~ObjectContext();
     ObjectContext(const ObjectContext&) = delete;
     ObjectContext& operator=(const ObjectContext&) = delete;
 
     // Configuration
-    const std::string& name() const { return m_name; }
+    [[nodiscard]] const std::string& name() const { return m_name; }
     void setName(std::string name) { m_name = std::move(name); }
-    const std::string& transactionAuthor() const { return m_author; }
+    [[nodiscard]] const std::string& transactionAuthor() const { return m_author; }
     void setTransactionAuthor(std::string author) { m_author = std::move(author); }
-    MergePolicy mergePolicy() const { return m_mergePolicy; }
+    [[nodiscard]] MergePolicy mergePolicy() const { return m_mergePolicy; }
     void setMergePolicy(MergePolicy policy) { m_mergePolicy = policy; }
     /// Contexts keep no undo history; this is always false.
-    bool hasUndoManager() const { return false; }
-    bool automaticallyMergesChangesFromParent() const { return m_autoMerge; }
+    [[nodiscard]] bool hasUndoManager() const { return false; }
+    [[nodiscard]] bool automaticallyMergesChangesFromParent() const { return m_autoMerge; }
     /// When on, did-save notifications of other contexts on the same store
     /// are merged into this one on its queue.
     void setAutomaticallyMergesChangesFromParent(bool on);
-    bool shouldDeleteInaccessibleFaults() const { return m_deleteInaccessibleFaults; }
+    [[nodiscard]] bool shouldDeleteInaccessibleFaults() const { return m_deleteInaccessibleFaults; }
+    /// When off, a fault whose row is gone is an error (fireFaults) or, when
+    /// touched, a process stop (platform::fatal) instead of a deleted object.
     void setShouldDeleteInaccessibleFaults(bool on) { m_deleteInaccessibleFaults = on; }
-    ConcurrencyType concurrencyType() const { return m_type; }
-    PersistentStore& store() const { return *m_store; }
-    const Model& model() const { return m_store->model(); }
+    [[nodiscard]] ConcurrencyType concurrencyType() const { return m_type; }
+    [[nodiscard]] PersistentStore& store() const { return *m_store; }
+    [[nodiscard]] const Model& model() const { return m_store->model(); }
 
     // Queues
     /// Runs `work` on the context's queue, later.
@@ -90,18 +72,22 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     void performAndWait(const std::function<void()>& work);
 
     // Objects
+    /// A new object of the named entity; its context keeps it. An unknown
+    /// name is a programmer error: std::invalid_argument.
     ObjectPtr insertNewObject(std::string_view entityName);
     ObjectPtr insertNewObject(std::uint32_t entity);
     /// The registered object for `id`, or a new fault for it.
-    ObjectPtr objectWithID(ObjectID id);
+    [[nodiscard]] ObjectPtr objectWithID(ObjectID id);
     /// The object for `id`, loaded; notFound if its row does not exist.
-    Result<ObjectPtr> existingObject(ObjectID id);
+    [[nodiscard]] Result<ObjectPtr> existingObject(ObjectID id);
     /// The registered object, or nullptr.
-    ObjectPtr registeredObject(ObjectID id) const;
+    [[nodiscard]] ObjectPtr registeredObject(ObjectID id) const;
     /// Marks `object` deleted and applies its relationships' delete rules.
     void deleteObject(const ObjectPtr& object);
-    /// Loads the rows of the given faults with one query per entity.
-    Result<void> fireFaults(const std::vector<ObjectPtr>& objects);
+    /// Loads the rows of the given faults with one query per entity. A row
+    /// that is gone makes its object read as deleted, or fails with notFound
+    /// when inaccessible faults are kept.
+    [[nodiscard]] Result<void> fireFaults(const std::vector<ObjectPtr>& objects);
 
     // Fetching
     /// The matching objects in order, their rows loaded (in batches of
@@ -109,22 +95,22 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     /// says otherwise: deleted objects drop out, inserted and edited ones
     /// are judged by their in-memory values. Fails on a predicate or sort
     /// key that does not fit the entity.
-    Result<std::vector<ObjectPtr>> fetch(const FetchRequest& request);
+    [[nodiscard]] Result<std::vector<ObjectPtr>> fetch(const FetchRequest& request);
     /// The identities of the matching objects, in order.
-    Result<std::vector<ObjectID>> fetchObjectIDs(const FetchRequest& request);
+    [[nodiscard]] Result<std::vector<ObjectID>> fetchObjectIDs(const FetchRequest& request);
     /// The identities at once, the rows a batch at a time on access.
-    Result<BatchedResults> fetchBatched(const FetchRequest& request);
+    [[nodiscard]] Result<BatchedResults> fetchBatched(const FetchRequest& request);
     /// How many objects match.
-    Result<std::size_t> count(const FetchRequest& request);
+    [[nodiscard]] Result<std::size_t> count(const FetchRequest& request);
 
     // Changes
-    bool hasChanges() const;
-    std::vector<ObjectPtr> insertedObjects() const;
-    std::vector<ObjectPtr> updatedObjects() const;
-    std::vector<ObjectPtr> deletedObjects() const;
+    [[nodiscard]] bool hasChanges() const;
+    [[nodiscard]] std::vector<ObjectPtr> insertedObjects() const;
+    [[nodiscard]] std::vector<ObjectPtr> updatedObjects() const;
+    [[nodiscard]] std::vector<ObjectPtr> deletedObjects() const;
     /// Writes every change in one transaction. On failure nothing is written
     /// and the context keeps its changes.
-    Result<void> save();
+    [[nodiscard]] Result<void> save();
     /// Drops every unsaved change.
     void rollback();
     /// Turns `object` back into a fault (mergeChanges false), or re-reads
@@ -132,8 +118,9 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     void refresh(const ObjectPtr& object, bool mergeChanges);
     /// Forgets every registered object.
     void reset();
-    /// Brings a save of another context (or a history transaction) into this one.
-    void mergeChanges(const SaveInfo& info);
+    /// Brings another context's save (its did-save change set) or a history
+    /// transaction's changes into this one.
+    void mergeChanges(const ChangeSet& changes);
     /// Posts the objects-did-change notification for edits made since the
     /// last call. Runs by itself after edits, on the context's queue.
     void processPendingChanges();
@@ -142,9 +129,15 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     friend class ManagedObject;
     ObjectContext(std::shared_ptr<PersistentStore> store, ConcurrencyType type);
 
-    ObjectPtr makeObject(std::uint32_t entity, ObjectID id);
+    [[nodiscard]] ObjectPtr makeObject(std::uint32_t entity, ObjectID id);
+    // Fires a fault. Accessors have no error path, so a failure here (the
+    // store cannot be read, or the row is gone while inaccessible faults are
+    // kept) stops the process through platform::fatal; fireFaults() and
+    // existingObject() are the ways to meet those failures as errors.
     void load(ManagedObject& object);
-    void applyRow(ManagedObject& object, Row row);
+    [[nodiscard]] Result<void> loadStored(ManagedObject& object);
+    [[nodiscard]] Result<void> markVanished(ManagedObject& object);
+    [[nodiscard]] Result<void> applyRow(ManagedObject& object, Row row);
     void markChanged(ManagedObject& object);
     void schedulePendingChanges();
     void applyDeleteRules(ManagedObject& object, std::vector<ObjectPtr>& cascade);
@@ -153,11 +146,19 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     // read from the store.
     void overlayPendingMembers(ManagedObject& owner, std::size_t relationship);
     void forget(ObjectID id);
+    // Saving (object_context_save.cpp): the request from the pending
+    // changes, then the objects brought in line with what the store wrote.
+    [[nodiscard]] Result<SaveRequest> makeSaveRequest(std::vector<ObjectPtr>& involved) const;
+    [[nodiscard]] Result<void> checkDenyRules(const ManagedObject& object) const;
+    [[nodiscard]] Result<ObjectChange> describeWrite(const ManagedObject& object) const;
+    void didSave(const std::vector<ObjectPtr>& involved, SaveResult result);
+    [[nodiscard]] std::vector<std::pair<ObjectID, ObjectID>>
+    adoptPermanentIDs(const std::vector<ObjectPtr>& involved, const SaveResult& result);
     struct CompiledFetch;
-    Result<CompiledFetch> compile(const FetchRequest& request) const;
-    Result<std::vector<ObjectID>> storedIDs(const CompiledFetch& fetch, bool window);
-    Result<std::vector<ObjectID>> judgedInMemory(const CompiledFetch& fetch,
-                                                 const std::vector<ObjectPtr>& changed);
+    [[nodiscard]] Result<CompiledFetch> compile(const FetchRequest& request) const;
+    [[nodiscard]] Result<std::vector<ObjectID>> storedIDs(const CompiledFetch& fetch, bool window);
+    [[nodiscard]] Result<std::vector<ObjectID>>
+    judgedInMemory(const CompiledFetch& fetch, const std::vector<ObjectPtr>& changed);
 
     std::shared_ptr<PersistentStore> m_store;
     ConcurrencyType m_type;
@@ -172,7 +173,7 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     std::unordered_map<ObjectID, ObjectPtr, ObjectIDHash> m_registered;
     std::set<ObjectID> m_changed; // objects with pending changes (inserted, updated or deleted)
     // Edits not yet announced by processPendingChanges().
-    ChangeInfo m_unprocessed;
+    ChangeSet m_unprocessed;
     std::set<ObjectID> m_unprocessedUpdated;
     bool m_processScheduled = false;
     platform::ObserverToken m_autoMergeToken;

@@ -25,21 +25,26 @@ class PersistentContainer {
 
     PersistentContainer(std::string name, std::shared_ptr<const Model> model);
 
-    const std::string& name() const { return m_name; }
-    const Model& model() const { return *m_model; }
+    [[nodiscard]] const std::string& name() const { return m_name; }
+    [[nodiscard]] const Model& model() const { return *m_model; }
     /// The descriptions loadPersistentStores() opens; only the first one is
     /// used (one store per container).
-    std::vector<StoreDescription>& persistentStoreDescriptions() { return m_descriptions; }
+    [[nodiscard]] std::vector<StoreDescription>& persistentStoreDescriptions() {
+        return m_descriptions;
+    }
 
     /// Opens the described store and calls `completion` with the outcome.
     void loadPersistentStores(const LoadCompletion& completion);
-    bool isLoaded() const { return m_store != nullptr; }
-    std::shared_ptr<PersistentStore> store() const { return m_store; }
+    [[nodiscard]] bool isLoaded() const { return m_store != nullptr; }
+    [[nodiscard]] std::shared_ptr<PersistentStore> store() const { return m_store; }
 
     /// The main-queue context; created at load.
-    const std::shared_ptr<ObjectContext>& viewContext() const { return m_viewContext; }
-    /// A new private-queue context on the store.
-    std::shared_ptr<ObjectContext> newBackgroundContext() const;
+    [[nodiscard]] const std::shared_ptr<ObjectContext>& viewContext() const {
+        return m_viewContext;
+    }
+    /// A new private-queue context on the store. Asking before the store
+    /// loaded is a programmer error: std::logic_error.
+    [[nodiscard]] std::shared_ptr<ObjectContext> newBackgroundContext() const;
 
   private:
     std::string m_name;

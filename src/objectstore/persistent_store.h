@@ -6,9 +6,11 @@
 // shared by all contexts of a container and is thread-safe.
 #pragma once
 
+#include "objectstore/change.h"
 #include "objectstore/history.h"
 #include "objectstore/model/model.h"
 #include "platform/error.h"
+#include "platform/notification_center.h"
 
 #include <filesystem>
 #include <functional>
@@ -28,14 +30,15 @@ class Statement;
 class RemoteChangeMonitor;
 } // namespace detail
 
-/// Posted on the default notification centre, sender = the store, when
-/// another process committed to the store file. userInfo: RemoteChangeInfo.
-inline constexpr const char* kStoreRemoteChangeNotification = "ObjectStoreRemoteChange";
-
 struct RemoteChangeInfo {
     std::filesystem::path storePath;
     std::optional<HistoryToken> historyToken; // newest token after the change
 };
+
+/// Posted on the default notification centre, sender = the store, when
+/// another process committed to the store file.
+inline constexpr platform::NotificationName<RemoteChangeInfo> kStoreRemoteChangeNotification{
+    "ObjectStoreRemoteChange"};
 
 struct StoreOptions {
     bool historyTracking = false;
@@ -59,10 +62,10 @@ struct Row {
     std::vector<std::int64_t> toOne;
 };
 
-/// One object's part of a save, as the context hands it to the store.
+/// One object's part of a save, as the context hands it to the store: what
+/// to write, not only what changed.
 struct ObjectChange {
-    enum class Kind { insert, update, remove };
-    Kind kind = Kind::update;
+    ChangeKind kind = ChangeKind::update; // insert, update or remove
     ObjectID id;
     std::int64_t version = 0;      // the version this context read
     std::vector<Value> attributes; // every current attribute value
@@ -103,57 +106,71 @@ class PersistentStore {
     /// Opens or creates the store at `path` for `model` (finalized). A file
     /// that is not a store, is truncated or damaged, or was written by a
     /// newer schema fails with the file left untouched.
-    static Result<std::shared_ptr<PersistentStore>> open(const std::filesystem::path& path,
-                                                         std::shared_ptr<const Model> model,
-                                                         StoreOptions options = {});
+    [[nodiscard]] static Result<std::shared_ptr<PersistentStore>>
+    open(const std::filesystem::path& path, std::shared_ptr<const Model> model,
+         StoreOptions options = {});
 
-    const Model& model() const { return *m_model; }
-    std::shared_ptr<const Model> sharedModel() const { return m_model; }
-    const std::filesystem::path& path() const { return m_path; }
-    const StoreOptions& options() const { return m_options; }
+    [[nodiscard]] const Model& model() const { return *m_model; }
+    [[nodiscard]] std::shared_ptr<const Model> sharedModel() const { return m_model; }
+    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
+    [[nodiscard]] const StoreOptions& options() const { return m_options; }
     /// A UUID kept in the file; names this store in object URIs.
-    const std::string& identifier() const { return m_identifier; }
+    [[nodiscard]] const std::string& identifier() const { return m_identifier; }
 
     // Reading
     /// The row of `id`, or nullopt when it does not exist.
-    Result<std::optional<Row>> loadRow(ObjectID id);
+    [[nodiscard]] Result<std::optional<Row>> loadRow(ObjectID id);
     /// The rows of `keys` of one entity, in no particular order; missing
     /// keys are left out.
-    Result<std::vector<Row>> loadRows(std::uint32_t entity, std::span<const std::int64_t> keys);
+    [[nodiscard]] Result<std::vector<Row>> loadRows(std::uint32_t entity,
+                                                    std::span<const std::int64_t> keys);
     /// Keys of the objects a relationship of `id` points at.
-    Result<std::vector<std::int64_t>> relatedKeys(ObjectID id, std::size_t property);
+    [[nodiscard]] Result<std::vector<std::int64_t>> relatedKeys(ObjectID id, std::size_t property);
     /// Runs a read-only statement of the engine's own making. `bind` binds
     /// its parameters, `row` is called for each row. Internal to the engine.
-    Result<void> query(const std::string& sql, const std::function<void(detail::Statement&)>& bind,
-                       const std::function<void(const detail::Statement&)>& row);
+    [[nodiscard]] Result<void> query(const std::string& sql,
+                                     const std::function<void(detail::Statement&)>& bind,
+                                     const std::function<void(const detail::Statement&)>& row);
 
     /// The row columns of `entity` qualified by `alias` ("t0.pk, t0._version,
     /// t0.\"title\", ..."), to select whole rows in the engine's own queries.
-    const std::string& rowColumns(std::uint32_t entity) const { return m_qualifiedColumns[entity]; }
+    [[nodiscard]] const std::string& rowColumns(std::uint32_t entity) const {
+        return m_qualifiedColumns[entity];
+    }
     /// Runs a query of the engine's own making whose columns are
     /// rowColumns(entity), and returns its rows in order.
-    Result<std::vector<Row>> queryRows(const std::string& sql, std::uint32_t entity,
-                                       const std::function<void(detail::Statement&)>& bind);
+    [[nodiscard]] Result<std::vector<Row>>
+    queryRows(const std::string& sql, std::uint32_t entity,
+              const std::function<void(detail::Statement&)>& bind);
 
     // Writing
-    Result<SaveResult> save(const SaveRequest& request);
+    [[nodiscard]] Result<SaveResult> save(const SaveRequest& request);
 
     // History
-    Result<std::vector<HistoryTransaction>> historyAfter(std::optional<HistoryToken> token);
+    [[nodiscard]] Result<std::vector<HistoryTransaction>>
+    historyAfter(std::optional<HistoryToken> token);
     /// Deletes every transaction whose token is at or before `token`.
-    Result<void> deleteHistory(HistoryToken through);
-    Result<std::optional<HistoryToken>> currentHistoryToken();
+    [[nodiscard]] Result<void> deleteHistory(HistoryToken through);
+    [[nodiscard]] Result<std::optional<HistoryToken>> currentHistoryToken();
 
   private:
     PersistentStore() = default;
-    Result<void> prepareSchema(bool creating);
-    bool schemaIsCurrent(const std::string& fingerprint);
-    Result<void> updateSchema(std::int64_t version, const std::string& fingerprint);
+    // Schema and migration (persistent_store_schema.cpp)
+    [[nodiscard]] Result<void> prepareSchema(bool creating);
+    [[nodiscard]] bool schemaIsCurrent(const std::string& fingerprint);
+    [[nodiscard]] Result<void> updateSchema(std::int64_t version, const std::string& fingerprint);
     void prepareStatementTexts();
-    Result<void> writeRow(const ObjectChange& change, MergePolicy policy, SaveResult& result,
-                          bool& skipped);
-    Result<std::optional<Row>> loadRowLocked(ObjectID id);
-    Result<std::vector<std::int64_t>> relatedKeysLocked(ObjectID id, std::size_t property);
+    // Rows (persistent_store_rows.cpp); the *Locked ones expect m_mutex held
+    [[nodiscard]] Result<void> allocateKeys(const SaveRequest& request, SaveResult& result);
+    [[nodiscard]] Result<void> writeRow(const ObjectChange& change, MergePolicy policy,
+                                        SaveResult& result, bool& skipped);
+    [[nodiscard]] Result<std::optional<Row>> loadRowLocked(ObjectID id);
+    [[nodiscard]] Result<std::vector<std::int64_t>> relatedKeysLocked(ObjectID id,
+                                                                      std::size_t property);
+    // History (persistent_store_history.cpp)
+    [[nodiscard]] Result<void> recordHistory(const SaveRequest& request,
+                                             const std::vector<const ObjectChange*>& written,
+                                             SaveResult& result);
     void checkRemoteChange();
 
     std::filesystem::path m_path;

@@ -11,10 +11,10 @@ namespace tasket::platform {
 class Clock {
   public:
     virtual ~Clock() = default;
-    virtual Date now() const = 0;
+    [[nodiscard]] virtual Date now() const = 0;
 
     /// The process-wide clock (the system clock unless a test replaced it).
-    static const Clock& shared();
+    [[nodiscard]] static const Clock& shared();
     /// Replaces the process-wide clock; nullptr restores the system clock.
     /// The caller keeps `clock` alive while it is installed.
     static void setShared(const Clock* clock);
@@ -22,13 +22,13 @@ class Clock {
 
 class SystemClock final : public Clock {
   public:
-    Date now() const override;
+    [[nodiscard]] Date now() const override;
 };
 
 class ManualClock final : public Clock {
   public:
     explicit ManualClock(Date start = {}) : m_seconds(start.secondsSinceReference) {}
-    Date now() const override { return {m_seconds.load()}; }
+    [[nodiscard]] Date now() const override { return {m_seconds.load()}; }
     void set(Date d) { m_seconds = d.secondsSinceReference; }
     void advance(double seconds) { m_seconds = m_seconds.load() + seconds; }
 

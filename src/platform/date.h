@@ -12,12 +12,18 @@ struct Date {
 
     double secondsSinceReference = 0.0;
 
-    static constexpr Date fromUnix(double unixSeconds) { return {unixSeconds - kUnixOffset}; }
-    constexpr double unixSeconds() const { return secondsSinceReference + kUnixOffset; }
-    static Date fromSystem(std::chrono::system_clock::time_point tp) {
+    [[nodiscard]] static constexpr Date fromUnix(double unixSeconds) {
+        return {unixSeconds - kUnixOffset};
+    }
+    [[nodiscard]] constexpr double unixSeconds() const {
+        return secondsSinceReference + kUnixOffset;
+    }
+    [[nodiscard]] static Date fromSystem(std::chrono::system_clock::time_point tp) {
         return fromUnix(std::chrono::duration<double>(tp.time_since_epoch()).count());
     }
-    constexpr Date addingSeconds(double s) const { return {secondsSinceReference + s}; }
+    [[nodiscard]] constexpr Date addingSeconds(double s) const {
+        return {secondsSinceReference + s};
+    }
 
     friend constexpr auto operator<=>(const Date&, const Date&) = default;
 };

@@ -30,7 +30,7 @@ struct Error {
 
 template <class T = void> using Result = std::expected<T, Error>;
 
-inline std::unexpected<Error> fail(Errc code, std::string message) {
+[[nodiscard]] inline std::unexpected<Error> fail(Errc code, std::string message) {
     return std::unexpected(Error{code, std::move(message)});
 }
 

@@ -32,19 +32,19 @@ class MainQueue {
     void quit();
 
     /// Pumps until `done()` holds or `timeout` passes; true if it held.
-    bool runUntil(const std::function<bool()>& done,
-                  std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    [[nodiscard]] bool runUntil(const std::function<bool()>& done,
+                                std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
     /// Called (from any thread) after a post, so a foreign event loop can
     /// schedule a pump.
     void setWakeUp(std::function<void()> wakeUp);
 
     void claimCurrentThread();
-    bool isMainThread() const;
+    [[nodiscard]] bool isMainThread() const;
 
   private:
     MainQueue();
-    bool runOne(std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] bool runOne(std::unique_lock<std::mutex>& lock);
 
     mutable std::mutex m_mutex;
     std::condition_variable m_cv;

@@ -1,6 +1,7 @@
 #include "platform/notification_center.h"
 
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -8,10 +9,12 @@ namespace tasket::platform {
 namespace detail {
 
 struct ObserverEntry {
-    std::uint64_t id;
+    explicit ObserverEntry(std::type_index type) : payload(type) {}
+    std::uint64_t id = 0;
     std::string name;
-    const void* sender;
-    NotificationCenter::Handler handler;
+    std::type_index payload; // observers meet only posts of their payload type
+    const void* sender = nullptr;
+    ErasedHandler handler;
     std::recursive_mutex deliveryMutex; // held while the handler runs
     bool active = true;                 // guarded by deliveryMutex
 };
@@ -77,10 +80,10 @@ NotificationCenter& NotificationCenter::defaultCenter() {
     return *center;
 }
 
-ObserverToken NotificationCenter::addObserver(std::string name, const void* sender,
-                                              Handler handler) {
-    auto entry = std::make_shared<detail::ObserverEntry>();
-    entry->name = std::move(name);
+ObserverToken NotificationCenter::add(std::string_view name, std::type_index payload,
+                                      const void* sender, detail::ErasedHandler handler) {
+    auto entry = std::make_shared<detail::ObserverEntry>(payload);
+    entry->name = name;
     entry->sender = sender;
     entry->handler = std::move(handler);
     std::lock_guard lock(m_state->mutex);
@@ -89,25 +92,22 @@ ObserverToken NotificationCenter::addObserver(std::string name, const void* send
     return ObserverToken(m_state, entry->id);
 }
 
-void NotificationCenter::post(const Notification& notification) {
+void NotificationCenter::deliver(std::string_view name, std::type_index payloadType,
+                                 const void* sender, const void* payload) {
     std::vector<std::shared_ptr<detail::ObserverEntry>> matching;
     {
         std::lock_guard lock(m_state->mutex);
         for (const auto& e : m_state->entries) {
-            if ((e->name.empty() || e->name == notification.name) &&
-                (e->sender == nullptr || e->sender == notification.sender))
+            if (e->name == name && e->payload == payloadType &&
+                (e->sender == nullptr || e->sender == sender))
                 matching.push_back(e);
         }
     }
     for (const auto& e : matching) {
         std::lock_guard delivery(e->deliveryMutex);
         if (e->active)
-            e->handler(notification);
+            e->handler(payload, sender);
     }
-}
-
-void NotificationCenter::post(std::string name, const void* sender, std::any userInfo) {
-    post(Notification{std::move(name), sender, std::move(userInfo)});
 }
 
 } // namespace tasket::platform

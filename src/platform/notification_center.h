@@ -1,26 +1,41 @@
-// In-process notifications: named posts with a sender and a payload,
+// In-process notifications: posts with a sender and a typed payload,
 // delivered synchronously on the posting thread to every matching observer.
-// Observation is held by a move-only token that unregisters when destroyed;
-// once removal returns, the handler is never entered again.
+// A notification is declared once with its payload type,
+//     inline constexpr NotificationName<ChangeSet> kContextDidSave{"ObjectContextDidSave"};
+// and posting and observing go through that declaration, so a handler can
+// only ever receive the payload type the notification was declared with.
+// Observation is held by a move-only token that unregisters when
+// destroyed; once removal returns, the handler is never entered again.
 #pragma once
 
-#include <any>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
+#include <string_view>
+#include <type_traits>
+#include <typeindex>
+#include <typeinfo>
 
 namespace tasket::platform {
 
-struct Notification {
-    std::string name;
-    const void* sender = nullptr;
-    std::any userInfo;
+/// A notification and the type of what it carries (void: nothing). Two
+/// declarations with the same text but different payloads never meet.
+template <class Payload> struct NotificationName { std::string_view name; };
+
+/// What an observer of a NotificationName<Payload> is called with.
+template <class Payload> struct NotificationHandler {
+    using type = std::function<void(const Payload& payload, const void* sender)>;
+};
+template <> struct NotificationHandler<void> {
+    using type = std::function<void(const void* sender)>;
 };
 
 namespace detail {
 struct NotificationCenterState;
-}
+// A handler with its payload type erased; the centre only calls it with a
+// payload of the type it was registered for.
+using ErasedHandler = std::function<void(const void* payload, const void* sender)>;
+} // namespace detail
 
 class ObserverToken {
   public:
@@ -33,7 +48,7 @@ class ObserverToken {
 
     /// Unregisters now (waits for a delivery running on another thread).
     void reset();
-    bool isActive() const { return m_id != 0; }
+    [[nodiscard]] bool isActive() const { return m_id != 0; }
 
   private:
     friend class NotificationCenter;
@@ -45,27 +60,47 @@ class ObserverToken {
 
 class NotificationCenter {
   public:
-    using Handler = std::function<void(const Notification&)>;
-
     NotificationCenter();
     ~NotificationCenter();
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
     /// The process-wide centre.
-    static NotificationCenter& defaultCenter();
+    [[nodiscard]] static NotificationCenter& defaultCenter();
 
-    /// Observes posts named `name` (empty: every name) from `sender`
-    /// (nullptr: any sender). Thread-safe.
-    [[nodiscard]] ObserverToken addObserver(std::string name, const void* sender, Handler handler);
+    /// Observes posts of `name` from `sender` (nullptr: any sender).
+    /// Thread-safe; observation lasts as long as the returned token.
+    template <class Payload>
+    [[nodiscard]] ObserverToken addObserver(const NotificationName<Payload>& name,
+                                            const void* sender,
+                                            typename NotificationHandler<Payload>::type handler) {
+        detail::ErasedHandler erased;
+        if constexpr (std::is_void_v<Payload>)
+            erased = [h = std::move(handler)](const void*, const void* from) { h(from); };
+        else
+            erased = [h = std::move(handler)](const void* payload, const void* from) {
+                h(*static_cast<const Payload*>(payload), from);
+            };
+        return add(name.name, typeid(Payload), sender, std::move(erased));
+    }
 
-    /// Delivers to every matching observer on the calling thread, in the
-    /// order they registered. Thread-safe; handlers may add or remove
+    /// Delivers `payload` to every matching observer on the calling thread,
+    /// in the order they registered. Thread-safe; handlers may add or remove
     /// observers and post again.
-    void post(const Notification& notification);
-    void post(std::string name, const void* sender = nullptr, std::any userInfo = {});
+    template <class Payload>
+    void post(const NotificationName<Payload>& name, const void* sender, const Payload& payload) {
+        deliver(name.name, typeid(Payload), sender, &payload);
+    }
+    void post(const NotificationName<void>& name, const void* sender = nullptr) {
+        deliver(name.name, typeid(void), sender, nullptr);
+    }
 
   private:
+    ObserverToken add(std::string_view name, std::type_index payload, const void* sender,
+                      detail::ErasedHandler handler);
+    void deliver(std::string_view name, std::type_index payloadType, const void* sender,
+                 const void* payload);
+
     std::shared_ptr<detail::NotificationCenterState> m_state;
 };
 

@@ -6,10 +6,10 @@
 namespace tasket::platform {
 
 /// $XDG_DATA_HOME, else $HOME/.local/share.
-std::filesystem::path xdgDataHome();
+[[nodiscard]] std::filesystem::path xdgDataHome();
 /// $XDG_CONFIG_HOME, else $HOME/.config.
-std::filesystem::path xdgConfigHome();
+[[nodiscard]] std::filesystem::path xdgConfigHome();
 /// $XDG_RUNTIME_DIR, else the system temporary directory.
-std::filesystem::path xdgRuntimeDir();
+[[nodiscard]] std::filesystem::path xdgRuntimeDir();
 
 } // namespace tasket::platform

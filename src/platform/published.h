@@ -30,7 +30,7 @@ class Subscription {
 
     /// Unsubscribes now; a delivery already queued skips this subscriber.
     void reset();
-    bool isActive() const { return m_id != 0; }
+    [[nodiscard]] bool isActive() const { return m_id != 0; }
 
   private:
     template <class T> friend class Published;
@@ -50,7 +50,7 @@ class SubscriberList {
   public:
     using Deliver = std::function<void(const void* value)>;
 
-    std::uint64_t add(Deliver deliver);
+    [[nodiscard]] std::uint64_t add(Deliver deliver);
     void remove(std::uint64_t id);
     /// Posts a delivery of `value` to the main queue for the subscribers
     /// present now. When it runs, each of them that is still subscribed is
@@ -61,7 +61,7 @@ class SubscriberList {
   private:
     // Shared so a delivery can call them outside the lock.
     using Entry = std::pair<std::uint64_t, std::shared_ptr<const Deliver>>;
-    bool contains(std::uint64_t id) const;
+    [[nodiscard]] bool contains(std::uint64_t id) const;
 
     mutable std::mutex m_mutex;
     std::uint64_t m_nextID = 1;
@@ -80,7 +80,7 @@ template <class T> class Published {
     Published& operator=(const Published&) = delete;
 
     /// The current value. Use on the main queue.
-    const T& value() const { return m_value; }
+    [[nodiscard]] const T& value() const { return m_value; }
 
     /// Replaces the value and queues one notification of it for every
     /// subscriber. Use on the main queue.

@@ -28,8 +28,8 @@ class SerialQueue {
     /// it runs inline (no deadlock).
     void sync(const Task& task);
 
-    bool isCurrent() const { return std::this_thread::get_id() == m_thread.get_id(); }
-    const std::string& label() const { return m_label; }
+    [[nodiscard]] bool isCurrent() const { return std::this_thread::get_id() == m_thread.get_id(); }
+    [[nodiscard]] const std::string& label() const { return m_label; }
 
   private:
     // Shared with the worker, so a queue destroyed by one of its own tasks

@@ -18,13 +18,13 @@ class Uuid {
     explicit Uuid(const std::array<std::uint8_t, 16>& bytes) : m_bytes(bytes) {}
 
     /// A new random (version 4) UUID.
-    static Uuid generate();
+    [[nodiscard]] static Uuid generate();
     /// Parses the 36-character hyphenated form, either case; nullopt otherwise.
-    static std::optional<Uuid> parse(std::string_view text);
+    [[nodiscard]] static std::optional<Uuid> parse(std::string_view text);
 
-    std::string toString() const; // upper case
-    const std::array<std::uint8_t, 16>& bytes() const { return m_bytes; }
-    bool isNil() const;
+    [[nodiscard]] std::string toString() const; // upper case
+    [[nodiscard]] const std::array<std::uint8_t, 16>& bytes() const { return m_bytes; }
+    [[nodiscard]] bool isNil() const;
 
     friend auto operator<=>(const Uuid&, const Uuid&) = default;
 

@@ -2,12 +2,12 @@
 // controller answers it by completing the share request.
 #pragma once
 
-#include <string_view>
+#include "platform/notification_center.h"
 
 namespace tasket::share {
 
-inline constexpr std::string_view kDismissShareExtensionNotification =
-    "Lumenforge.QRX.Tasket.Dismiss.Share.Extension";
+inline constexpr platform::NotificationName<void> kDismissShareExtensionNotification{
+    "Lumenforge.QRX.Tasket.Dismiss.Share.Extension"};
 
 /// Posts the dismiss notification on the default centre, with no sender.
 void postDismissNotification();

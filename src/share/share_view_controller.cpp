@@ -14,8 +14,7 @@ ShareViewController::ShareViewController(
       m_customizationManager(std::move(customizationManager)),
       m_extensionContext(std::move(extensionContext)) {
     m_dismissObserver = platform::NotificationCenter::defaultCenter().addObserver(
-        std::string(kDismissShareExtensionNotification), nullptr,
-        [this](const platform::Notification&) { didDismiss(); });
+        kDismissShareExtensionNotification, nullptr, [this](const void*) { didDismiss(); });
 }
 
 void ShareViewController::didDismiss() {

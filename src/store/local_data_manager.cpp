@@ -46,7 +46,7 @@ void LocalDataManager::observeRemoteChanges() {
     std::weak_ptr<LocalDataManager> weakSelf = weak_from_this();
     m_notificationToken = platform::NotificationCenter::defaultCenter().addObserver(
         objectstore::kStoreRemoteChangeNotification, nullptr,
-        [weakSelf](const platform::Notification&) {
+        [weakSelf](const objectstore::RemoteChangeInfo&, const void*) {
             auto self = weakSelf.lock();
             if (!self)
                 return;

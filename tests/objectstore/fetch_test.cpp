@@ -1,69 +1,55 @@
-#include "objectstore/object_context.h"
-#include "support/saved.h"
-#include "support/temp_dir.h"
-#include "support/test_model.h"
-
-#include <gtest/gtest.h>
+#include "helpers/engine_fixture.h"
 
 using namespace tasket::objectstore;
 using tasket::platform::Errc;
-using tasket::testing::makeTestModel;
-using tasket::testing::TempDir;
+using V = std::vector<std::string>;
 
 namespace {
 
-class FetchTest : public ::testing::Test {
+// Six items in two lists: Alpha, Bravo, charlie, delta in Work; echo and
+// foxtrot in home. Every other one is done; scores 0 to 5.
+class FetchTest : public tasket::testing::EngineFixture {
   protected:
     void SetUp() override {
-        store = *PersistentStore::open(dir / "f.sqlite", makeTestModel());
-        context = ObjectContext::make(store, ConcurrencyType::mainQueue);
-        auto work = context->insertNewObject("List");
-        work->setValue("title", std::string("Work"));
-        auto home = context->insertNewObject("List");
-        home->setValue("title", std::string("home"));
+        EngineFixture::SetUp();
+        view = context();
+        auto work = make(*view, "List", "Work"), home = make(*view, "List", "home");
         const char* titles[] = {"delta", "Alpha", "charlie", "Bravo", "echo", "foxtrot"};
         for (int i = 0; i < 6; ++i) {
-            auto item = context->insertNewObject("Item");
-            item->setValue("title", std::string(titles[i]));
+            auto item = make(*view, "Item", titles[i]);
             item->setValue("done", i % 2 == 0);
             item->setValue("score", double(i));
             item->setToOne(item->propertyIndex("list"), i < 4 ? work : home);
         }
-        ASSERT_SAVED(context);
+        ASSERT_SAVED(view);
     }
 
-    FetchRequest
+    static FetchRequest
     request(const char* format, std::vector<PredicateArgument> args = {},
             std::vector<SortDescriptor> sort = {
                 {"title", true, SortDescriptor::Comparison::localizedCaseInsensitive}}) {
         FetchRequest r("Item");
-        if (format) {
-            auto p = Predicate::parse(format, args);
-            EXPECT_TRUE(p) << p.error().message;
-            r.predicate = *p;
-        }
+        if (format)
+            r.predicate = Predicate::parse(format, args).value();
         r.sortDescriptors = std::move(sort);
         return r;
     }
-
-    std::vector<std::string> titles(const FetchRequest& r) {
-        auto objects = context->fetch(r);
+    /// The titles `r` fetches, in order.
+    V titles(const FetchRequest& r) {
+        auto objects = view->fetch(r);
         EXPECT_TRUE(objects) << objects.error().message;
-        std::vector<std::string> out;
+        V out;
         for (const auto& o : objects.value_or(std::vector<ObjectPtr>{}))
-            out.push_back(std::get<std::string>(o->value("title")));
+            out.push_back(text(o));
         return out;
     }
 
-    TempDir dir;
-    std::shared_ptr<PersistentStore> store;
-    std::shared_ptr<ObjectContext> context;
+    std::shared_ptr<ObjectContext> view;
 };
 
 } // namespace
 
 TEST_F(FetchTest, PredicateSortWindowAndCount) {
-    using V = std::vector<std::string>;
     EXPECT_EQ(titles(request(nullptr)),
               (V{"Alpha", "Bravo", "charlie", "delta", "echo", "foxtrot"}));
     EXPECT_EQ(titles(request("done == %d", {true})), (V{"charlie", "delta", "echo"}));
@@ -75,38 +61,34 @@ TEST_F(FetchTest, PredicateSortWindowAndCount) {
     window.fetchOffset = 1;
     window.fetchLimit = 2;
     EXPECT_EQ(titles(window), (V{"Bravo", "charlie"}));
-    EXPECT_EQ(*context->count(request("done == NO")), 3u);
-    EXPECT_EQ(*context->count(window), 2u);
+    EXPECT_EQ(*view->count(request("done == NO")), 3u);
+    EXPECT_EQ(*view->count(window), 2u);
 
     FetchRequest lists("List");
     lists.predicate = *Predicate::parse("ANY items.title BEGINSWITH[c] %@", {"ECH"});
-    auto found = context->fetch(lists);
+    auto found = view->fetch(lists);
     ASSERT_TRUE(found);
-    ASSERT_EQ(found->size(), 1u);
-    EXPECT_EQ((*found)[0]->value("title"), Value(std::string("home")));
+    EXPECT_EQ(texts(*found), V{"home"});
 }
 
 TEST_F(FetchTest, UnsavedChangesCountUnlessAskedNotTo) {
-    using V = std::vector<std::string>;
-    auto all = context->fetch(request(nullptr));
+    auto all = view->fetch(request(nullptr));
     ASSERT_TRUE(all);
-    context->deleteObject((*all)[0]);                  // Alpha goes
+    view->deleteObject((*all)[0]);                     // Alpha goes
     (*all)[1]->setValue("title", std::string("zulu")); // Bravo moves to the end
     (*all)[2]->setValue("done", false);                // charlie stops matching done
-    auto added = context->insertNewObject("Item");
-    added->setValue("title", std::string("Dingo"));
-    added->setValue("done", true);
+    make(*view, "Item", "Dingo")->setValue("done", true);
     EXPECT_EQ(titles(request(nullptr)),
               (V{"charlie", "delta", "Dingo", "echo", "foxtrot", "zulu"}));
     EXPECT_EQ(titles(request("done == YES")), (V{"delta", "Dingo", "echo"}));
-    EXPECT_EQ(*context->count(request("done == YES")), 3u);
+    EXPECT_EQ(*view->count(request("done == YES")), 3u);
     auto stored = request("done == YES");
     stored.includesPendingChanges = false;
     EXPECT_EQ(titles(stored), (V{"charlie", "delta", "echo"}));
 }
 
 TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
-    auto fresh = ObjectContext::make(store, ConcurrencyType::mainQueue);
+    auto fresh = context();
     auto r = request(nullptr);
     r.fetchBatchSize = 2;
     auto results = fresh->fetchBatched(r);
@@ -134,11 +116,9 @@ TEST_F(FetchTest, BadRequestsAreErrorsNotCrashes) {
         if (c.predicate)
             r.predicate = *Predicate::parse(c.predicate);
         r.sortDescriptors = {{c.sortKey}};
-        auto result = context->fetch(r);
-        EXPECT_FALSE(result) << c.entity << " " << (c.predicate ? c.predicate : "") << " "
+        auto result = view->fetch(r);
+        ASSERT_FALSE(result) << c.entity << " " << (c.predicate ? c.predicate : "") << " "
                              << c.sortKey;
-        if (!result) {
-            EXPECT_EQ(result.error().code, Errc::invalidArgument);
-        }
+        EXPECT_EQ(result.error().code, Errc::invalidArgument);
     }
 }

@@ -1,15 +1,10 @@
+#include "helpers/engine_fixture.h"
 #include "objectstore/fetched_results_controller.h"
-#include "support/saved.h"
-#include "support/temp_dir.h"
-#include "support/test_model.h"
-
-#include <gtest/gtest.h>
 
 #include <random>
 
 using namespace tasket::objectstore;
-using tasket::testing::makeTestModel;
-using tasket::testing::TempDir;
+using FetchedResultsControllerTest = tasket::testing::EngineFixture;
 
 namespace {
 
@@ -24,18 +19,13 @@ FetchRequest openItems() {
 
 } // namespace
 
-TEST(FetchedResultsController, ReportsEachKindOfChange) {
-    TempDir dir;
-    auto store = *PersistentStore::open(dir / "c.sqlite", makeTestModel());
-    auto view = ObjectContext::make(store, ConcurrencyType::mainQueue);
-    auto list = view->insertNewObject("List");
-    list->setValue("title", std::string("Inbox"));
+TEST_F(FetchedResultsControllerTest, ReportsEachKindOfChange) {
+    auto view = context();
+    auto list = make(*view, "List", "Inbox");
     std::vector<ObjectPtr> items;
     for (const char* t : {"b", "d", "f"}) {
-        auto item = view->insertNewObject("Item");
-        item->setValue("title", std::string(t));
-        item->setToOne(item->propertyIndex("list"), list);
-        items.push_back(item);
+        items.push_back(make(*view, "Item", t));
+        items.back()->setToOne(items.back()->propertyIndex("list"), list);
     }
     ASSERT_SAVED(view);
     FetchedResultsController controller(view, openItems());
@@ -54,8 +44,7 @@ TEST(FetchedResultsController, ReportsEachKindOfChange) {
     EXPECT_EQ(seen.back().moved, (std::vector<std::pair<std::size_t, std::size_t>>{{0, 2}}));
 
     items[2]->setValue("done", true); // f leaves
-    auto added = view->insertNewObject("Item");
-    added->setValue("title", std::string("a"));
+    auto added = make(*view, "Item", "a");
     added->setToOne(added->propertyIndex("list"), list);
     view->processPendingChanges();
     EXPECT_EQ(seen.back().deleted, std::vector<std::size_t>{1});
@@ -76,11 +65,8 @@ TEST(FetchedResultsController, ReportsEachKindOfChange) {
 // Random transactions, local and merged; each reported change applied to the
 // previous order must give the new order, and that must be what a fresh
 // fetch returns.
-TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions) {
-    TempDir dir;
-    auto store = *PersistentStore::open(dir / "o.sqlite", makeTestModel());
-    auto view = ObjectContext::make(store, ConcurrencyType::mainQueue);
-    view->setMergePolicy(MergePolicy::mergeByPropertyObjectTrump);
+TEST_F(FetchedResultsControllerTest, ChangeSetsMatchAFreshFetchOverRandomTransactions) {
+    auto view = context(MergePolicy::mergeByPropertyObjectTrump);
     auto background = ObjectContext::make(store, ConcurrencyType::privateQueue);
     background->setMergePolicy(MergePolicy::mergeByPropertyObjectTrump);
     std::mt19937 random(7);
@@ -93,8 +79,7 @@ TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions)
 
     std::vector<ObjectID> lists;
     for (const char* t : {"Inbox", "Work", "Hidden"}) {
-        auto l = view->insertNewObject("List");
-        l->setValue("title", std::string(t));
+        auto l = make(*view, "List", t);
         ASSERT_SAVED(view);
         lists.push_back(l->objectID());
     }
@@ -118,8 +103,7 @@ TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions)
         switch (pick(6)) {
         case 0:
         case 1: {
-            auto item = c.insertNewObject("Item");
-            item->setValue("title", titles[pick(titles.size())]);
+            auto item = make(c, "Item", titles[pick(titles.size())]);
             item->setValue("done", pick(3) == 0);
             item->setValue("score", double(pick(5)));
             item->setToOne(item->propertyIndex("list"), c.objectWithID(lists[pick(lists.size())]));
@@ -159,12 +143,10 @@ TEST(FetchedResultsController, ChangeSetsMatchAFreshFetchOverRandomTransactions)
             edit(*view);
             ASSERT_SAVED(view);
         } else { // another context saves; the view merges it
-            SaveInfo info;
+            ChangeSet info;
             auto token = tasket::platform::NotificationCenter::defaultCenter().addObserver(
                 kContextDidSaveNotification, background.get(),
-                [&](const tasket::platform::Notification& n) {
-                    info = std::any_cast<SaveInfo>(n.userInfo);
-                });
+                [&](const ChangeSet& changes, const void*) { info = changes; });
             bool saved = true;
             background->performAndWait([&] {
                 edit(*background);

@@ -18,8 +18,11 @@ Model pair(const std::function<void(Model&)>& breakIt) {
     return m;
 }
 
-EntityDescription& entity(Model& m, const char* name) {
-    return const_cast<EntityDescription&>(*m.entity(name));
+EntityDescription& A(Model& m) {
+    return const_cast<EntityDescription&>(*m.entity("A"));
+}
+EntityDescription& B(Model& m) {
+    return const_cast<EntityDescription&>(*m.entity("B"));
 }
 
 } // namespace
@@ -31,40 +34,38 @@ TEST(Model, ValidationRejectsWhatDoesNotPairUp) {
         const char* message;
     };
     const std::vector<Case> cases = {
-        {"missing inverse", [](Model& m) { entity(m, "B").relationships.clear(); },
+        {"missing inverse", [](Model& m) { B(m).relationships.clear(); },
          "inverse 'B.a' does not exist"},
-        {"inverse names another",
-         [](Model& m) { entity(m, "B").relationships[0].inverse = "other"; },
+        {"inverse names another", [](Model& m) { B(m).relationships[0].inverse = "other"; },
          "does not point back"},
-        {"unknown destination", [](Model& m) { entity(m, "A").relationships[0].destination = "C"; },
+        {"unknown destination", [](Model& m) { A(m).relationships[0].destination = "C"; },
          "destination entity 'C' does not exist"},
-        {"inverse is an attribute",
-         [](Model& m) { entity(m, "B").relationships[0].inverse = "name"; }, "does not point back"},
+        {"inverse is an attribute", [](Model& m) { B(m).relationships[0].inverse = "name"; },
+         "does not point back"},
         {"property twice",
          [](Model& m) {
-             entity(m, "A").attributes.push_back({"bs", AttributeType::Bool});
+             A(m).attributes.push_back({"bs", AttributeType::Bool});
          },
          "used twice"},
         {"reserved name",
          [](Model& m) {
-             entity(m, "A").attributes.push_back({"pk", AttributeType::Bool});
+             A(m).attributes.push_back({"pk", AttributeType::Bool});
          },
          "reserved"},
         {"default of another type",
-         [](Model& m) { entity(m, "A").attributes[0].defaultValue = std::int64_t(1); },
+         [](Model& m) { A(m).attributes[0].defaultValue = std::int64_t(1); },
          "default value is not of type String"},
         {"sort index orders by nothing",
          [](Model& m) {
-             entity(m, "A").sortIndexes = {{{}, {"name"}}};
+             A(m).sortIndexes = {{{}, {"name"}}};
          },
          "orders by nothing"},
         {"sort index on a to-many",
          [](Model& m) {
-             entity(m, "A").sortIndexes = {{{"name"}, {"bs"}}};
+             A(m).sortIndexes = {{{"name"}, {"bs"}}};
          },
          "A.bs: a sort index names what is not a column"},
-        {"sort index on an unknown name",
-         [](Model& m) { entity(m, "B").sortIndexes = {{{"size"}}}; },
+        {"sort index on an unknown name", [](Model& m) { B(m).sortIndexes = {{{"size"}}}; },
          "B.size: a sort index names what is not a column"},
     };
     for (const auto& c : cases) {
@@ -74,7 +75,7 @@ TEST(Model, ValidationRejectsWhatDoesNotPairUp) {
         EXPECT_NE(ok.error().message.find(c.message), std::string::npos)
             << c.name << ": " << ok.error().message;
     }
-    Model good = pair([](Model& m) { entity(m, "B").sortIndexes = {{{"a"}}}; });
+    Model good = pair([](Model& m) { B(m).sortIndexes = {{{"a"}}}; });
     ASSERT_TRUE(good.finalize());
     EXPECT_EQ(good.entity("B")->storage[0], RelationshipStorage::ForeignKey);
     EXPECT_EQ(good.entity("A")->storage[0], RelationshipStorage::InverseColumn);

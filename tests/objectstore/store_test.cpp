@@ -1,20 +1,17 @@
-#include "objectstore/object_context.h"
+#include "helpers/engine_fixture.h"
 #include "objectstore/persistent_store.h"
-#include "support/saved.h"
-#include "support/temp_dir.h"
-#include "support/test_model.h"
 
-#include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 using namespace tasket::objectstore;
 using tasket::platform::Errc;
 using tasket::testing::makeTestModel;
+using tasket::testing::scalar;
 using tasket::testing::TempDir;
 
 namespace {
@@ -24,59 +21,22 @@ std::string readAll(const std::filesystem::path& p) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-void writeAll(const std::filesystem::path& p, const std::string& bytes) {
-    std::ofstream(p, std::ios::binary) << bytes;
-}
-
-std::int64_t scalar(const std::filesystem::path& file, const char* sql) {
-    sqlite3* db = nullptr;
-    sqlite3_open(file.c_str(), &db);
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db, sql, -1, &s, nullptr);
-    std::int64_t v = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    return v;
+// Saves `count` items with `title` into the store at `path`.
+void saveItems(const std::filesystem::path& path, std::shared_ptr<Model> model, int count,
+               const std::string& title) {
+    auto store = PersistentStore::open(path, std::move(model));
+    ASSERT_TRUE(store) << store.error().message;
+    auto ctx = ObjectContext::make(*store, ConcurrencyType::mainQueue);
+    for (int i = 0; i < count; ++i)
+        ctx->insertNewObject("Item")->setValue("title", title);
+    ASSERT_SAVED(ctx);
 }
 
 } // namespace
 
-TEST(PersistentStore, CreatesSchemaInWalModeWithUserVersion) {
-    TempDir dir;
-    auto store = PersistentStore::open(dir / "s.sqlite", makeTestModel(3));
-    ASSERT_TRUE(store) << store.error().message;
-    EXPECT_EQ(scalar(dir / "s.sqlite", "PRAGMA user_version"), 3);
-    EXPECT_EQ(scalar(dir / "s.sqlite", "SELECT count(*) FROM sqlite_master WHERE name IN "
-                                       "('List','Item','Label','Person','Note','_J_Item_labels')"),
-              6);
-    sqlite3* db = nullptr;
-    sqlite3_open((dir / "s.sqlite").c_str(), &db);
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &s, nullptr);
-    ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
-    EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)), "wal");
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    EXPECT_FALSE((*store)->identifier().empty());
-}
-
 TEST(PersistentStore, DamagedFilesFailWithSqliteMessageAndStayUntouched) {
-    struct Case {
-        const char* name;
-        std::function<std::string(const std::string& good)> make;
-        const char* message;
-    };
     TempDir dir;
-    {
-        auto store = PersistentStore::open(dir / "good.sqlite", makeTestModel());
-        ASSERT_TRUE(store);
-        auto ctx = ObjectContext::make(*store, ConcurrencyType::privateQueue);
-        ctx->performAndWait([&] {
-            for (int i = 0; i < 200; ++i)
-                ctx->insertNewObject("Item")->setValue("title", std::string(100, 'x'));
-            ASSERT_SAVED(ctx);
-        });
-    }
+    saveItems(dir / "good.sqlite", makeTestModel(), 200, std::string(100, 'x'));
     sqlite3* db = nullptr; // fold the journal in so the file alone is the database
     sqlite3_open((dir / "good.sqlite").c_str(), &db);
     sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode=DELETE", nullptr,
@@ -85,28 +45,27 @@ TEST(PersistentStore, DamagedFilesFailWithSqliteMessageAndStayUntouched) {
     const std::string good = readAll(dir / "good.sqlite");
     ASSERT_GT(good.size(), 8192u);
 
-    const std::vector<Case> cases = {
-        {"text",
-         [](const std::string&) { return std::string("this is a plain text file, not a store\n"); },
-         "file is not a database"},
-        {"short", [](const std::string& g) { return g.substr(0, 60); }, "file is not a database"},
-        {"truncated", [](const std::string& g) { return g.substr(0, g.size() / 2); }, "malformed"},
-        {"midpage", [](const std::string& g) { return g.substr(0, 4096 + 100); }, "malformed"},
-        {"garbage header",
-         [](const std::string& g) { return std::string(100, '\xff') + g.substr(100); },
-         "file is not a database"},
+    struct Case {
+        const char* name;
+        std::string bytes;
+        const char* message;
     };
-    for (const auto& c : cases) {
+    for (const auto& c :
+         {Case{"text", "this is a plain text file, not a store\n", "not a database"},
+          Case{"short", good.substr(0, 60), "not a database"},
+          Case{"truncated", good.substr(0, good.size() / 2), "malformed"},
+          Case{"midpage", good.substr(0, 4096 + 100), "malformed"},
+          Case{"garbage header", std::string(100, '\xff') + good.substr(100), "not a database"}}) {
+        SCOPED_TRACE(c.name);
         const auto path = dir / (std::string(c.name) + ".sqlite");
-        const std::string bytes = c.make(good);
-        writeAll(path, bytes);
+        std::ofstream(path, std::ios::binary) << c.bytes;
         auto store = PersistentStore::open(path, makeTestModel());
-        ASSERT_FALSE(store) << c.name;
-        EXPECT_EQ(store.error().code, Errc::storeCorrupt) << c.name;
+        ASSERT_FALSE(store);
+        EXPECT_EQ(store.error().code, Errc::storeCorrupt);
         EXPECT_NE(store.error().message.find(c.message), std::string::npos)
-            << c.name << ": " << store.error().message;
-        EXPECT_EQ(readAll(path), bytes) << c.name;
-        EXPECT_FALSE(std::filesystem::exists(path.string() + "-wal")) << c.name;
+            << store.error().message;
+        EXPECT_EQ(readAll(path), c.bytes);
+        EXPECT_FALSE(std::filesystem::exists(path.string() + "-wal"));
     }
 }
 
@@ -117,11 +76,11 @@ TEST(PersistentStore, FolderProblemsAreNamed) {
     EXPECT_NE(missing.error().message.find((dir / "nope").string()), std::string::npos);
 
     // Root may write anywhere, so the attempt runs in a child without privileges.
-    std::filesystem::permissions(dir.path(), std::filesystem::perms::all);
-    std::filesystem::create_directory(dir / "ro");
-    std::filesystem::permissions(
-        dir / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
-                        std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+    namespace fs = std::filesystem;
+    fs::permissions(dir.path(), fs::perms::all);
+    fs::create_directory(dir / "ro");
+    fs::permissions(dir / "ro", fs::perms::owner_read | fs::perms::owner_exec |
+                                    fs::perms::others_read | fs::perms::others_exec);
     int out[2];
     ASSERT_EQ(pipe(out), 0);
     const pid_t pid = fork();
@@ -139,8 +98,7 @@ TEST(PersistentStore, FolderProblemsAreNamed) {
     close(out[1]);
     std::string message;
     char buffer[512];
-    ssize_t n;
-    while ((n = read(out[0], buffer, sizeof buffer)) > 0)
+    for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;)
         message.append(buffer, static_cast<std::size_t>(n));
     close(out[0]);
     int status = 0;
@@ -148,45 +106,40 @@ TEST(PersistentStore, FolderProblemsAreNamed) {
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0) << message;
     EXPECT_NE(message.find((dir / "ro").string()), std::string::npos) << message;
-    EXPECT_FALSE(std::filesystem::exists(dir / "ro" / "s.sqlite"));
+    EXPECT_FALSE(fs::exists(dir / "ro" / "s.sqlite"));
 }
 
-TEST(PersistentStore, NewerSchemaIsRefusedUnchanged) {
+// Version 1 is created (write-ahead log, user_version, an identifier),
+// version 2 adds an attribute with a default and an entity in place, and a
+// program that knows only version 1 again leaves the file alone.
+TEST(PersistentStore, MigratesAdditivelyAndRefusesANewerSchema) {
     TempDir dir;
-    ASSERT_TRUE(PersistentStore::open(dir / "s.sqlite", makeTestModel(5)));
-    const std::string before = readAll(dir / "s.sqlite");
-    auto older = PersistentStore::open(dir / "s.sqlite", makeTestModel(4));
+    const auto file = dir / "s.sqlite";
+    saveItems(file, makeTestModel(1), 1, "kept");
+    EXPECT_EQ(scalar(file, "PRAGMA user_version"), 1);
+    EXPECT_EQ(scalar(file, "SELECT count(*) FROM pragma_journal_mode WHERE journal_mode='wal'"), 1);
+    const auto created = PersistentStore::open(file, makeTestModel(1));
+    ASSERT_TRUE(created);
+    EXPECT_FALSE((*created)->identifier().empty());
+
+    auto store = PersistentStore::open(file, makeTestModel(2, true));
+    ASSERT_TRUE(store) << store.error().message;
+    EXPECT_EQ(scalar(file, "PRAGMA user_version"), 2);
+    EXPECT_EQ((*store)->identifier(), (*created)->identifier());
+    auto ctx = ObjectContext::make(*store, ConcurrencyType::mainQueue);
+    auto items = ctx->fetch(FetchRequest("Item"));
+    ASSERT_TRUE(items);
+    ASSERT_EQ(items->size(), 1u);
+    EXPECT_EQ(items->front()->value("title"), Value(std::string("kept")));
+    EXPECT_EQ(items->front()->value("priority"), Value(std::int64_t(3)));
+    ctx->insertNewObject("Extra")->setValue("value", std::string("new entity"));
+    EXPECT_SAVED(ctx);
+
+    const std::string before = readAll(file);
+    auto older = PersistentStore::open(file, makeTestModel(1));
     ASSERT_FALSE(older);
     EXPECT_EQ(older.error().code, Errc::schemaTooNew);
-    EXPECT_EQ(readAll(dir / "s.sqlite"), before);
-}
-
-TEST(PersistentStore, AdditiveMigrationKeepsRowsAndFillsDefaults) {
-    TempDir dir;
-    ObjectID saved;
-    {
-        auto store = PersistentStore::open(dir / "s.sqlite", makeTestModel(1));
-        ASSERT_TRUE(store);
-        auto ctx = ObjectContext::make(*store, ConcurrencyType::privateQueue);
-        ctx->performAndWait([&] {
-            auto item = ctx->insertNewObject("Item");
-            item->setValue("title", std::string("kept"));
-            ASSERT_SAVED(ctx);
-            saved = item->objectID();
-        });
-    }
-    auto store = PersistentStore::open(dir / "s.sqlite", makeTestModel(2, true));
-    ASSERT_TRUE(store) << store.error().message;
-    EXPECT_EQ(scalar(dir / "s.sqlite", "PRAGMA user_version"), 2);
-    auto ctx = ObjectContext::make(*store, ConcurrencyType::privateQueue);
-    ctx->performAndWait([&] {
-        auto item = ctx->existingObject(saved);
-        ASSERT_TRUE(item);
-        EXPECT_EQ(std::get<std::string>((*item)->value("title")), "kept");
-        EXPECT_EQ(std::get<std::int64_t>((*item)->value("priority")), 3);
-        ctx->insertNewObject("Extra")->setValue("value", std::string("new entity"));
-        EXPECT_SAVED(ctx);
-    });
+    EXPECT_EQ(readAll(file), before);
 }
 
 // A store brought up to the model once opens without writing, so even while

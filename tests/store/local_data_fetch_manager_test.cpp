@@ -14,9 +14,9 @@
 #include <set>
 
 using namespace tasket::store;
+using tasket::objectstore::ChangeSet;
 using tasket::objectstore::kContextDidSaveNotification;
 using tasket::objectstore::ObjectContext;
-using tasket::objectstore::SaveInfo;
 using tasket::platform::Date;
 using tasket::platform::InMemoryPreferencesSuite;
 using tasket::platform::MainQueue;
@@ -477,10 +477,10 @@ TEST_F(LocalDataFetchManagerTest, MergedBackgroundSavesRepublishExactlyTheAffect
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         deliveries.clear();
-        SaveInfo saved;
+        ChangeSet saved;
         auto observer = NotificationCenter::defaultCenter().addObserver(
             kContextDidSaveNotification, background.get(),
-            [&](const auto& n) { saved = std::any_cast<SaveInfo>(n.userInfo); });
+            [&](const ChangeSet& changes, const void*) { saved = changes; });
         background->performAndWait([&] {
             c.change(*background);
             auto ok = background->save();

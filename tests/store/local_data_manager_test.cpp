@@ -63,7 +63,7 @@ class Runs {
 void postRemoteChange() {
     static const int sender = 0;
     NotificationCenter::defaultCenter().post(tasket::objectstore::kStoreRemoteChangeNotification,
-                                             &sender);
+                                             &sender, tasket::objectstore::RemoteChangeInfo{});
 }
 
 std::string contents(const fs::path& p) {

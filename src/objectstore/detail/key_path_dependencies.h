@@ -12,12 +12,13 @@
 
 namespace tasket::objectstore::detail {
 
-std::set<std::uint32_t> keyPathDependencies(const std::optional<BoundPredicate>& predicate,
-                                            const std::vector<SortDescriptor>& sort,
-                                            const Model& model, std::uint32_t entity);
+[[nodiscard]] std::set<std::uint32_t>
+keyPathDependencies(const std::optional<BoundPredicate>& predicate,
+                    const std::vector<SortDescriptor>& sort, const Model& model,
+                    std::uint32_t entity);
 
 /// The same, with the properties read on each of those entities, by name.
-std::map<std::uint32_t, std::set<std::string>>
+[[nodiscard]] std::map<std::uint32_t, std::set<std::string>>
 keyPathReads(const std::optional<BoundPredicate>& predicate,
              const std::vector<SortDescriptor>& sort, const Model& model, std::uint32_t entity);
 

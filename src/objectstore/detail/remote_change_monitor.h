@@ -18,7 +18,8 @@ namespace tasket::objectstore::detail {
 
 class RemoteChangeMonitor {
   public:
-    static platform::Result<std::unique_ptr<RemoteChangeMonitor>> start(PersistentStore& store);
+    [[nodiscard]] static platform::Result<std::unique_ptr<RemoteChangeMonitor>>
+    start(PersistentStore& store);
     ~RemoteChangeMonitor();
     RemoteChangeMonitor(const RemoteChangeMonitor&) = delete;
     RemoteChangeMonitor& operator=(const RemoteChangeMonitor&) = delete;

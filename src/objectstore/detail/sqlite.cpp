@@ -188,4 +188,15 @@ Result<void> Transaction::commit() {
     }
 }
 
+Result<std::int64_t> pragmaInt(Database& db, std::string_view pragma) {
+    auto stmt = db.prepareOnce(fmt::format("PRAGMA {}", pragma));
+    if (!stmt)
+        return std::unexpected(stmt.error());
+    int rc = sqlite3_step(stmt->get());
+    if (rc != SQLITE_ROW)
+        return std::unexpected(
+            db.error(fmt::format("{}: cannot read PRAGMA {}", db.path().string(), pragma), rc));
+    return sqlite3_column_int64(stmt->get(), 0);
+}
+
 } // namespace tasket::objectstore::detail

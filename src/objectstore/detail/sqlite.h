@@ -33,20 +33,24 @@ class Statement {
     }
 
     /// SQLITE_ROW, SQLITE_DONE or an error code.
-    int step() { return sqlite3_step(m_stmt); }
+    [[nodiscard]] int step() { return sqlite3_step(m_stmt); }
     void reset() {
         sqlite3_reset(m_stmt);
         sqlite3_clear_bindings(m_stmt);
     }
 
-    bool isNull(int col) const { return sqlite3_column_type(m_stmt, col) == SQLITE_NULL; }
-    std::int64_t columnInt(int col) const { return sqlite3_column_int64(m_stmt, col); }
-    double columnDouble(int col) const { return sqlite3_column_double(m_stmt, col); }
-    std::string columnText(int col) const;
+    [[nodiscard]] bool isNull(int col) const {
+        return sqlite3_column_type(m_stmt, col) == SQLITE_NULL;
+    }
+    [[nodiscard]] std::int64_t columnInt(int col) const {
+        return sqlite3_column_int64(m_stmt, col);
+    }
+    [[nodiscard]] double columnDouble(int col) const { return sqlite3_column_double(m_stmt, col); }
+    [[nodiscard]] std::string columnText(int col) const;
     /// Reads column `col` as a value of attribute type `type`.
-    Value column(int col, int attributeType) const;
+    [[nodiscard]] Value column(int col, int attributeType) const;
 
-    sqlite3_stmt* get() const { return m_stmt; }
+    [[nodiscard]] sqlite3_stmt* get() const { return m_stmt; }
 
   private:
     sqlite3_stmt* m_stmt = nullptr;
@@ -74,21 +78,23 @@ class Database {
     Database& operator=(const Database&) = delete;
 
     /// Opens (creating if `create`) the file at `path`.
-    static Result<std::unique_ptr<Database>> open(const std::filesystem::path& path, bool create);
+    [[nodiscard]] static Result<std::unique_ptr<Database>> open(const std::filesystem::path& path,
+                                                                bool create);
 
     /// Runs statements without results.
-    Result<void> exec(std::string_view sql);
+    [[nodiscard]] Result<void> exec(std::string_view sql);
     /// A cached prepared statement for `sql`; it stays owned by the database.
-    Result<Statement*> prepare(const std::string& sql);
+    [[nodiscard]] Result<Statement*> prepare(const std::string& sql);
     /// A one-off statement, finalized by the returned handle.
-    Result<std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>> prepareOnce(std::string_view sql);
+    [[nodiscard]] Result<std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>>
+    prepareOnce(std::string_view sql);
 
-    Error error(std::string_view what) const;
-    Error error(std::string_view what, int code) const;
-    std::int64_t changes() const { return sqlite3_changes64(m_db); }
-    std::int64_t lastInsertRowid() const { return sqlite3_last_insert_rowid(m_db); }
-    sqlite3* handle() const { return m_db; }
-    const std::filesystem::path& path() const { return m_path; }
+    [[nodiscard]] Error error(std::string_view what) const;
+    [[nodiscard]] Error error(std::string_view what, int code) const;
+    [[nodiscard]] std::int64_t changes() const { return sqlite3_changes64(m_db); }
+    [[nodiscard]] std::int64_t lastInsertRowid() const { return sqlite3_last_insert_rowid(m_db); }
+    [[nodiscard]] sqlite3* handle() const { return m_db; }
+    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
 
   private:
     sqlite3* m_db = nullptr;
@@ -100,17 +106,21 @@ class Database {
 /// the lock), ROLLBACK in the destructor unless commit() succeeded.
 class Transaction {
   public:
-    static Result<Transaction> begin(Database& db);
+    [[nodiscard]] static Result<Transaction> begin(Database& db);
     Transaction(Transaction&& other) noexcept : m_db(std::exchange(other.m_db, nullptr)) {}
     Transaction& operator=(Transaction&&) = delete;
     ~Transaction();
-    Result<void> commit();
+    [[nodiscard]] Result<void> commit();
 
   private:
     explicit Transaction(Database& db) : m_db(&db) {}
     Database* m_db;
 };
 
-std::string sqlName(std::string_view identifier);
+/// `identifier` quoted for SQL text.
+[[nodiscard]] std::string sqlName(std::string_view identifier);
+
+/// The integer a `PRAGMA <pragma>` reads.
+[[nodiscard]] Result<std::int64_t> pragmaInt(Database& db, std::string_view pragma);
 
 } // namespace tasket::objectstore::detail

@@ -25,7 +25,7 @@ enum class AttributeType { String, Date, Bool, Int16, Int32, Int64, Double, Bina
 
 enum class DeleteRule { Nullify, Cascade, Deny, NoAction };
 
-std::string_view toString(AttributeType type);
+[[nodiscard]] std::string_view toString(AttributeType type);
 
 struct AttributeDescription {
     std::string name{};
@@ -82,14 +82,18 @@ struct EntityDescription {
     std::vector<RelationshipStorage> storage; // per relationship
     std::vector<std::string> joinTables;      // per relationship; empty unless join
 
-    std::size_t propertyCount() const { return attributes.size() + relationships.size(); }
-    bool isAttribute(std::size_t property) const { return property < attributes.size(); }
-    const RelationshipDescription& relationship(std::size_t property) const {
+    [[nodiscard]] std::size_t propertyCount() const {
+        return attributes.size() + relationships.size();
+    }
+    [[nodiscard]] bool isAttribute(std::size_t property) const {
+        return property < attributes.size();
+    }
+    [[nodiscard]] const RelationshipDescription& relationship(std::size_t property) const {
         return relationships[property - attributes.size()];
     }
     /// The property index named `name`, or nullopt.
-    std::optional<std::size_t> propertyIndex(std::string_view property) const;
-    const std::string& propertyName(std::size_t property) const;
+    [[nodiscard]] std::optional<std::size_t> propertyIndex(std::string_view property) const;
+    [[nodiscard]] const std::string& propertyName(std::size_t property) const;
 };
 
 class Model {
@@ -101,17 +105,19 @@ class Model {
 
     /// Checks and resolves the description. A model must be finalized
     /// before a store uses it; errors name the entity and property.
-    Result<void> finalize();
-    bool isFinalized() const { return m_finalized; }
+    [[nodiscard]] Result<void> finalize();
+    [[nodiscard]] bool isFinalized() const { return m_finalized; }
 
-    const std::string& name() const { return m_name; }
+    [[nodiscard]] const std::string& name() const { return m_name; }
     /// The schema version written to PRAGMA user_version. Raise it when
     /// entities or attributes are added; a store with a higher version
     /// than the program's refuses to open.
-    std::int32_t version() const { return m_version; }
-    const std::vector<EntityDescription>& entities() const { return m_entities; }
-    const EntityDescription& entity(std::uint32_t index) const { return m_entities[index]; }
-    const EntityDescription* entity(std::string_view name) const;
+    [[nodiscard]] std::int32_t version() const { return m_version; }
+    [[nodiscard]] const std::vector<EntityDescription>& entities() const { return m_entities; }
+    [[nodiscard]] const EntityDescription& entity(std::uint32_t index) const {
+        return m_entities[index];
+    }
+    [[nodiscard]] const EntityDescription* entity(std::string_view name) const;
 
   private:
     std::string m_name;

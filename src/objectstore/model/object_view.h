@@ -16,15 +16,16 @@ class ObjectView {
   public:
     virtual ~ObjectView() = default;
 
-    virtual const EntityDescription& entityDescription() const = 0;
-    virtual ObjectID objectID() const = 0;
+    [[nodiscard]] virtual const EntityDescription& entityDescription() const = 0;
+    [[nodiscard]] virtual ObjectID objectID() const = 0;
 
     /// The value of attribute `property` (an attribute index of the entity).
-    virtual Value attributeValue(std::size_t property) const = 0;
+    [[nodiscard]] virtual Value attributeValue(std::size_t property) const = 0;
     /// The object a to-one relationship points at, or nullptr.
-    virtual std::shared_ptr<const ObjectView> relatedObject(std::size_t property) const = 0;
+    [[nodiscard]] virtual std::shared_ptr<const ObjectView>
+    relatedObject(std::size_t property) const = 0;
     /// The objects of a to-many relationship, in no particular order.
-    virtual std::vector<std::shared_ptr<const ObjectView>>
+    [[nodiscard]] virtual std::vector<std::shared_ptr<const ObjectView>>
     relatedObjects(std::size_t property) const = 0;
 };
 

@@ -24,7 +24,7 @@ using Bytes = std::vector<std::uint8_t>;
 using Value =
     std::variant<std::monostate, bool, std::int64_t, double, std::string, Date, Uuid, Bytes>;
 
-inline bool isNil(const Value& v) {
+[[nodiscard]] inline bool isNil(const Value& v) {
     return std::holds_alternative<std::monostate>(v);
 }
 
@@ -34,8 +34,8 @@ struct ObjectID {
     std::uint32_t entity = 0; // index into the model's entities
     std::int64_t key = 0;     // SQLite rowid; negative while temporary
 
-    bool isTemporary() const { return key < 0; }
-    bool isValid() const { return key != 0; }
+    [[nodiscard]] bool isTemporary() const { return key < 0; }
+    [[nodiscard]] bool isValid() const { return key != 0; }
     friend auto operator<=>(const ObjectID&, const ObjectID&) = default;
 };
 

@@ -34,7 +34,7 @@ struct BoundKeyPath {
     std::size_t position = 0;
 
     /// The path ends at a to-many relationship itself ("tags").
-    bool endsAtCollection() const {
+    [[nodiscard]] bool endsAtCollection() const {
         return toManyStep && *toManyStep + 1 == steps.size() && !count;
     }
 };
@@ -42,7 +42,8 @@ struct BoundKeyPath {
 /// Resolves `path` from `entity` through the model: attributes, to-one
 /// hops, at most one to-many step and a final @count. Fails with
 /// invalidArgument naming the key and its offset.
-Result<BoundKeyPath> resolveKeyPath(const Model& model, std::uint32_t entity, const KeyPath& path);
+[[nodiscard]] Result<BoundKeyPath> resolveKeyPath(const Model& model, std::uint32_t entity,
+                                                  const KeyPath& path);
 
 using BoundOperand = std::variant<BoundKeyPath, Scalar, ScalarList>;
 
@@ -71,12 +72,12 @@ class BoundPredicate {
     /// Binds `predicate` to entity `entityIndex` of the finalized `model`.
     /// Fails with invalidArgument on an unknown key, a type mismatch or a
     /// misuse of a to-many key path; the message names the offset.
-    static Result<BoundPredicate> bind(const Predicate& predicate, const Model& model,
-                                       std::uint32_t entityIndex);
+    [[nodiscard]] static Result<BoundPredicate> bind(const Predicate& predicate, const Model& model,
+                                                     std::uint32_t entityIndex);
 
-    const Model& model() const { return *m_model; }
-    std::uint32_t entityIndex() const { return m_entity; }
-    const BoundNode& root() const { return *m_root; }
+    [[nodiscard]] const Model& model() const { return *m_model; }
+    [[nodiscard]] std::uint32_t entityIndex() const { return m_entity; }
+    [[nodiscard]] const BoundNode& root() const { return *m_root; }
 
   private:
     BoundPredicate(std::shared_ptr<const BoundNode> root, const Model& model, std::uint32_t entity)

@@ -11,6 +11,6 @@
 namespace tasket::objectstore {
 
 /// Whether `object` (of the predicate's entity) satisfies `predicate`.
-bool evaluate(const BoundPredicate& predicate, const ObjectView& object);
+[[nodiscard]] bool evaluate(const BoundPredicate& predicate, const ObjectView& object);
 
 } // namespace tasket::objectstore

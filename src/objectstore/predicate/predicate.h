@@ -113,24 +113,24 @@ class Predicate {
     /// Parses `format`, substituting `arguments` for %@ %d %i %ld %f %K in
     /// order. Fails with parseError (malformed text) or invalidArgument
     /// (argument count or kind); the message names the character offset.
-    static Result<Predicate> parse(std::string_view format,
-                                   const std::vector<PredicateArgument>& arguments = {});
+    [[nodiscard]] static Result<Predicate>
+    parse(std::string_view format, const std::vector<PredicateArgument>& arguments = {});
 
-    static Predicate constant(bool value);
-    static Predicate comparison(Comparison comparison);
+    [[nodiscard]] static Predicate constant(bool value);
+    [[nodiscard]] static Predicate comparison(Comparison comparison);
 
-    Kind kind() const;
+    [[nodiscard]] Kind kind() const;
     /// For Kind::constant.
-    bool constantValue() const;
+    [[nodiscard]] bool constantValue() const;
     /// For Kind::comparison.
-    const Comparison& comparison() const;
+    [[nodiscard]] const Comparison& comparison() const;
     /// For conjunction, disjunction (any number) and negation (exactly one).
-    const std::vector<Predicate>& children() const;
+    [[nodiscard]] const std::vector<Predicate>& children() const;
 
     /// The predicate in the language, so that parse(toString()) gives the
     /// same tree back. Dates, UUIDs, bytes and object IDs print as typed
     /// literals: DATE(12.5), UUID("..."), BYTES("0aff"), OBJECT(entity, key).
-    std::string toString() const;
+    [[nodiscard]] std::string toString() const;
 
   private:
     struct Node;
@@ -145,14 +145,14 @@ class Predicate {
 // ---- Compound builders ----
 
 /// Matches when every child matches; the AND of nothing matches everything.
-Predicate andPredicate(std::vector<Predicate> children);
+[[nodiscard]] Predicate andPredicate(std::vector<Predicate> children);
 /// Matches when some child matches; the OR of nothing matches nothing.
-Predicate orPredicate(std::vector<Predicate> children);
-Predicate notPredicate(Predicate child);
+[[nodiscard]] Predicate orPredicate(std::vector<Predicate> children);
+[[nodiscard]] Predicate notPredicate(Predicate child);
 
 /// The text of one constant as toString() writes it.
-std::string toString(const Scalar& value);
+[[nodiscard]] std::string toString(const Scalar& value);
 /// The text of an operator as toString() writes it ("==", "CONTAINS").
-std::string_view toString(ComparisonOperator op);
+[[nodiscard]] std::string_view toString(ComparisonOperator op);
 
 } // namespace tasket::objectstore

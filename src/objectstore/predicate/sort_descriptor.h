@@ -33,19 +33,20 @@ struct SqlOrder {
 
 /// Compiles `descriptors` for entity `entityIndex`; invalidArgument names a
 /// key path that does not resolve or crosses a to-many relationship.
-Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors, const Model& model,
-                             std::uint32_t entityIndex);
+[[nodiscard]] Result<SqlOrder> compileSort(const std::vector<SortDescriptor>& descriptors,
+                                           const Model& model, std::uint32_t entityIndex);
 
 /// Orders ObjectViews of one entity as compileSort's ORDER BY orders rows.
 class ObjectComparator {
   public:
     /// Fails as compileSort does.
-    static Result<ObjectComparator> make(const std::vector<SortDescriptor>& descriptors,
-                                         const Model& model, std::uint32_t entityIndex);
+    [[nodiscard]] static Result<ObjectComparator>
+    make(const std::vector<SortDescriptor>& descriptors, const Model& model,
+         std::uint32_t entityIndex);
 
     /// Negative, zero or positive as `a` sorts before, with or after `b`;
     /// zero only for objects with the same key.
-    int compare(const ObjectView& a, const ObjectView& b) const;
+    [[nodiscard]] int compare(const ObjectView& a, const ObjectView& b) const;
     /// Strict weak order for std::sort.
     bool operator()(const ObjectView& a, const ObjectView& b) const { return compare(a, b) < 0; }
 

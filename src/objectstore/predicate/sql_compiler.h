@@ -26,10 +26,10 @@ struct SqlPredicate {
 
 /// Binds `predicate` to entity `entityIndex` and compiles it; fails as
 /// BoundPredicate::bind does.
-Result<SqlPredicate> compileToSql(const Predicate& predicate, const Model& model,
-                                  std::uint32_t entityIndex);
+[[nodiscard]] Result<SqlPredicate> compileToSql(const Predicate& predicate, const Model& model,
+                                                std::uint32_t entityIndex);
 
 /// Compiles an already bound predicate.
-SqlPredicate compileToSql(const BoundPredicate& predicate);
+[[nodiscard]] SqlPredicate compileToSql(const BoundPredicate& predicate);
 
 } // namespace tasket::objectstore

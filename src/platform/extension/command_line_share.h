@@ -74,7 +74,7 @@ struct CommandLineShare {
 
 /// Checks and reads the arguments; never fails as a whole. Reads standard
 /// input at most once: a second "-" is skipped.
-CommandLineShare readCommandLineShare(std::span<const ShareArgumentGroup> groups,
-                                      const CommandLineShareOptions& options = {});
+[[nodiscard]] CommandLineShare readCommandLineShare(std::span<const ShareArgumentGroup> groups,
+                                                    const CommandLineShareOptions& options = {});
 
 } // namespace tasket::platform

@@ -25,7 +25,7 @@ class ExtensionContext {
     ExtensionContext& operator=(const ExtensionContext&) = delete;
 
     /// The items shared, in order.
-    const std::vector<ExtensionItem>& inputItems() const { return m_inputItems; }
+    [[nodiscard]] const std::vector<ExtensionItem>& inputItems() const { return m_inputItems; }
 
     /// Completes the request: the first call hands `returningItems` to the
     /// host's handler, then calls `completion` (if any) with false; later
@@ -34,7 +34,7 @@ class ExtensionContext {
     bool completeRequest(std::vector<ExtensionItem> returningItems,
                          const CompletionHandler& completion = nullptr);
 
-    bool isRequestCompleted() const { return m_completed.load(); }
+    [[nodiscard]] bool isRequestCompleted() const { return m_completed.load(); }
 
   private:
     std::vector<ExtensionItem> m_inputItems;

@@ -19,9 +19,10 @@ class InMemoryItemProvider final : public ItemProvider {
     InMemoryItemProvider() = default;
 
     /// A provider with nothing registered yet.
-    static std::shared_ptr<InMemoryItemProvider> make();
+    [[nodiscard]] static std::shared_ptr<InMemoryItemProvider> make();
     /// A provider offering `value` (or failing with its error) as `type`.
-    static std::shared_ptr<InMemoryItemProvider> make(std::string type, Result<LoadedItem> value);
+    [[nodiscard]] static std::shared_ptr<InMemoryItemProvider> make(std::string type,
+                                                                    Result<LoadedItem> value);
 
     /// Offers `value` as `type`, after the types registered so far; a type
     /// registered again keeps its place and takes the new value. Register
@@ -29,10 +30,11 @@ class InMemoryItemProvider final : public ItemProvider {
     /// with loads.
     void registerItem(std::string type, Result<LoadedItem> value);
 
-    std::vector<std::string> registeredTypeIdentifiers() const override;
+    [[nodiscard]] std::vector<std::string> registeredTypeIdentifiers() const override;
 
   protected:
-    Result<LoadedItem> loadRepresentation(std::string_view registeredType) const override;
+    [[nodiscard]] Result<LoadedItem>
+    loadRepresentation(std::string_view registeredType) const override;
 
   private:
     std::vector<std::pair<std::string, Result<LoadedItem>>> m_representations;

@@ -46,11 +46,11 @@ class ItemProvider : public std::enable_shared_from_this<ItemProvider> {
     virtual ~ItemProvider();
 
     /// The types this provider offers, most preferred first.
-    virtual std::vector<std::string> registeredTypeIdentifiers() const = 0;
+    [[nodiscard]] virtual std::vector<std::string> registeredTypeIdentifiers() const = 0;
 
     /// True when one of the registered types conforms to `type` (a provider
     /// of public.file-url has an item conforming to public.url).
-    bool hasItemConformingTo(std::string_view type) const;
+    [[nodiscard]] bool hasItemConformingTo(std::string_view type) const;
 
     /// Loads the representation of the first registered type that conforms
     /// to `type` and hands it to `completion` on the item-loading thread.
@@ -59,12 +59,13 @@ class ItemProvider : public std::enable_shared_from_this<ItemProvider> {
 
     /// The same load for a caller that waits (never on the item-loading
     /// thread itself): the future holds its result.
-    std::future<Result<LoadedItem>> loadItem(std::string_view type) const;
+    [[nodiscard]] std::future<Result<LoadedItem>> loadItem(std::string_view type) const;
 
   protected:
     /// The representation offered as `registeredType`, one of
     /// registeredTypeIdentifiers(). Runs on the item-loading thread.
-    virtual Result<LoadedItem> loadRepresentation(std::string_view registeredType) const = 0;
+    [[nodiscard]] virtual Result<LoadedItem>
+    loadRepresentation(std::string_view registeredType) const = 0;
 };
 
 } // namespace tasket::platform

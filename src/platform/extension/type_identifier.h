@@ -32,17 +32,17 @@ inline constexpr std::string_view kTypeWebP = "org.webmproject.webp";
 /// True when `type` is `to` or descends from it (public.file-url conforms to
 /// public.url and public.data; public.png to public.image). An unknown type
 /// conforms only to itself.
-bool typeConforms(std::string_view type, std::string_view to);
+[[nodiscard]] bool typeConforms(std::string_view type, std::string_view to);
 
 // ---- Recognising images ----------------------------------------------------------
 
 /// The image type whose file-name extension is `extension` (any case, no
 /// dot: "jpg" gives public.jpeg); empty when it names no known image type.
-std::string_view imageTypeForFileExtension(std::string_view extension);
+[[nodiscard]] std::string_view imageTypeForFileExtension(std::string_view extension);
 
 /// The image type whose signature starts `bytes` (PNG, JPEG, GIF, WebP, BMP,
 /// TIFF, HEIC); empty when none matches. Says nothing about whether the rest
 /// of the bytes decode.
-std::string_view imageTypeForContents(std::span<const std::uint8_t> bytes);
+[[nodiscard]] std::string_view imageTypeForContents(std::span<const std::uint8_t> bytes);
 
 } // namespace tasket::platform

@@ -39,29 +39,29 @@ class Url {
     // ---- Reading them ----------------------------------------------------------------
 
     /// The whole URL as text.
-    const std::string& absoluteString() const { return m_text; }
+    [[nodiscard]] const std::string& absoluteString() const { return m_text; }
     /// Lower case, without the colon.
-    const std::string& scheme() const { return m_scheme; }
+    [[nodiscard]] const std::string& scheme() const { return m_scheme; }
     /// As written (percent escapes kept); empty when there is none.
-    const std::string& host() const { return m_host; }
+    [[nodiscard]] const std::string& host() const { return m_host; }
     /// As written (percent escapes kept).
-    const std::string& path() const { return m_path; }
+    [[nodiscard]] const std::string& path() const { return m_path; }
 
     /// True for the file scheme, whatever the host.
-    bool isFileURL() const { return m_scheme == "file"; }
+    [[nodiscard]] bool isFileURL() const { return m_scheme == "file"; }
     /// The decoded local path of a file URL whose host is empty or
     /// "localhost"; nullopt for any other URL or a path holding %00.
-    std::optional<std::filesystem::path> filePath() const;
+    [[nodiscard]] std::optional<std::filesystem::path> filePath() const;
 
     /// The last segment of the path, decoded ("a b.png"); "/" for the root
     /// alone, empty for no path.
-    std::string lastPathComponent() const;
+    [[nodiscard]] std::string lastPathComponent() const;
     /// What follows the last dot of the last segment ("png"); empty when the
     /// segment has no dot, starts with its only dot (".bashrc") or ends in one.
-    std::string pathExtension() const;
+    [[nodiscard]] std::string pathExtension() const;
     /// The last segment without its extension and that dot ("a b"); the
     /// whole segment when it has no extension.
-    std::string lastPathComponentDeletingExtension() const;
+    [[nodiscard]] std::string lastPathComponentDeletingExtension() const;
 
     friend bool operator==(const Url& a, const Url& b) { return a.m_text == b.m_text; }
 

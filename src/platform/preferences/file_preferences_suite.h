@@ -31,16 +31,17 @@ class FilePreferencesSuite final : public PreferencesSuite {
     /// written, or `name` cannot be a file name.
     FilePreferencesSuite(std::filesystem::path directory, std::string name);
     /// The suite `name` in $XDG_CONFIG_HOME.
-    static std::shared_ptr<FilePreferencesSuite> inConfigHome(std::string name);
+    [[nodiscard]] static std::shared_ptr<FilePreferencesSuite> inConfigHome(std::string name);
 
-    const std::string& name() const override { return m_name; }
-    bool isAvailable() const override { return m_available; }
-    std::optional<PreferenceValue> value(std::string_view key) const override;
-    PreferenceDictionary dictionaryRepresentation() const override;
-    Result<> update(const std::function<void(PreferenceDictionary&)>& change) override;
+    [[nodiscard]] const std::string& name() const override { return m_name; }
+    [[nodiscard]] bool isAvailable() const override { return m_available; }
+    [[nodiscard]] std::optional<PreferenceValue> value(std::string_view key) const override;
+    [[nodiscard]] PreferenceDictionary dictionaryRepresentation() const override;
+    [[nodiscard]] Result<>
+    update(const std::function<void(PreferenceDictionary&)>& change) override;
 
     /// The document's path.
-    const std::filesystem::path& path() const { return m_path; }
+    [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
 
   private:
     struct FileIdentity {
@@ -55,8 +56,8 @@ class FilePreferencesSuite final : public PreferencesSuite {
     /// Brings m_values up to date with the file. Caller holds m_mutex.
     void refreshLocked() const;
     /// Reads and parses the file as it is now (no cache).
-    Loaded load() const;
-    Result<> moveAside(const std::string& reason) const;
+    [[nodiscard]] Loaded load() const;
+    [[nodiscard]] Result<> moveAside(const std::string& reason) const;
 
     const std::filesystem::path m_directory;
     const std::string m_name;

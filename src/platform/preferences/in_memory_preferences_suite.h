@@ -14,16 +14,17 @@ class InMemoryPreferencesSuite final : public PreferencesSuite {
   public:
     explicit InMemoryPreferencesSuite(std::string name, PreferenceDictionary initial = {});
 
-    const std::string& name() const override { return m_name; }
-    bool isAvailable() const override;
-    std::optional<PreferenceValue> value(std::string_view key) const override;
-    PreferenceDictionary dictionaryRepresentation() const override;
-    Result<> update(const std::function<void(PreferenceDictionary&)>& change) override;
+    [[nodiscard]] const std::string& name() const override { return m_name; }
+    [[nodiscard]] bool isAvailable() const override;
+    [[nodiscard]] std::optional<PreferenceValue> value(std::string_view key) const override;
+    [[nodiscard]] PreferenceDictionary dictionaryRepresentation() const override;
+    [[nodiscard]] Result<>
+    update(const std::function<void(PreferenceDictionary&)>& change) override;
 
     /// Makes the suite reachable or not; the values are kept either way.
     void setAvailable(bool available);
     /// How many updates have been stored (a test's view of "was anything written").
-    std::size_t writeCount() const;
+    [[nodiscard]] std::size_t writeCount() const;
 
   private:
     const std::string m_name;

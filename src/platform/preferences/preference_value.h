@@ -46,10 +46,10 @@ class PreferenceValue {
     /// The stored alternative of type T, or nullptr when another type is stored.
     template <class T> const T* getIf() const { return std::get_if<T>(&m_storage); }
     template <class T> bool holds() const { return std::holds_alternative<T>(m_storage); }
-    const Storage& storage() const { return m_storage; }
+    [[nodiscard]] const Storage& storage() const { return m_storage; }
 
     /// A word naming the stored type ("boolean", "integer", …) for messages.
-    std::string_view typeName() const;
+    [[nodiscard]] std::string_view typeName() const;
 
     friend bool operator==(const PreferenceValue&, const PreferenceValue&) = default;
 
@@ -59,10 +59,10 @@ class PreferenceValue {
 
 /// Whether `value` can be stored: doubles and dates finite, every string
 /// (dictionary keys included) valid UTF-8. Fails with invalidArgument.
-Result<> validatePreferenceValue(const PreferenceValue& value);
+[[nodiscard]] Result<> validatePreferenceValue(const PreferenceValue& value);
 /// Whether `key` can name a stored value: non-empty, valid UTF-8.
-Result<> validatePreferenceKey(std::string_view key);
+[[nodiscard]] Result<> validatePreferenceKey(std::string_view key);
 /// Checks every key and value of a dictionary about to be stored.
-Result<> validatePreferenceDictionary(const PreferenceDictionary& values);
+[[nodiscard]] Result<> validatePreferenceDictionary(const PreferenceDictionary& values);
 
 } // namespace tasket::platform

@@ -26,35 +26,36 @@ class PreferencesSuite {
     virtual ~PreferencesSuite() = default;
 
     /// The suite's name, as given when it was opened.
-    virtual const std::string& name() const = 0;
+    [[nodiscard]] virtual const std::string& name() const = 0;
     /// False when the suite's storage cannot be reached.
-    virtual bool isAvailable() const = 0;
+    [[nodiscard]] virtual bool isAvailable() const = 0;
 
     /// The value under `key`; nullopt when absent or the suite is unavailable.
-    virtual std::optional<PreferenceValue> value(std::string_view key) const = 0;
+    [[nodiscard]] virtual std::optional<PreferenceValue> value(std::string_view key) const = 0;
     /// Every stored value; empty when the suite is unavailable.
-    virtual PreferenceDictionary dictionaryRepresentation() const = 0;
+    [[nodiscard]] virtual PreferenceDictionary dictionaryRepresentation() const = 0;
 
     /// Applies `change` to the current contents and stores the result as one
     /// write: no other writer's change is lost in between. Fails with
     /// unavailable, invalidArgument (a value `validatePreferenceValue`
     /// refuses; nothing is written) or ioError.
-    virtual Result<> update(const std::function<void(PreferenceDictionary&)>& change) = 0;
+    [[nodiscard]] virtual Result<>
+    update(const std::function<void(PreferenceDictionary&)>& change) = 0;
 
     // ---- Conveniences over the above ---------------------------------------------
 
-    Result<> setValue(std::string_view key, PreferenceValue value);
-    Result<> removeValue(std::string_view key);
+    [[nodiscard]] Result<> setValue(std::string_view key, PreferenceValue value);
+    [[nodiscard]] Result<> removeValue(std::string_view key);
 
     /// Typed reads: nullopt when absent or of another type.
-    std::optional<bool> boolValue(std::string_view key) const;
-    std::optional<std::int64_t> integerValue(std::string_view key) const;
-    std::optional<double> doubleValue(std::string_view key) const;
-    std::optional<std::string> stringValue(std::string_view key) const;
-    std::optional<Date> dateValue(std::string_view key) const;
-    std::optional<PreferenceData> dataValue(std::string_view key) const;
-    std::optional<PreferenceStringList> stringListValue(std::string_view key) const;
-    std::optional<PreferenceDictionary> dictionaryValue(std::string_view key) const;
+    [[nodiscard]] std::optional<bool> boolValue(std::string_view key) const;
+    [[nodiscard]] std::optional<std::int64_t> integerValue(std::string_view key) const;
+    [[nodiscard]] std::optional<double> doubleValue(std::string_view key) const;
+    [[nodiscard]] std::optional<std::string> stringValue(std::string_view key) const;
+    [[nodiscard]] std::optional<Date> dateValue(std::string_view key) const;
+    [[nodiscard]] std::optional<PreferenceData> dataValue(std::string_view key) const;
+    [[nodiscard]] std::optional<PreferenceStringList> stringListValue(std::string_view key) const;
+    [[nodiscard]] std::optional<PreferenceDictionary> dictionaryValue(std::string_view key) const;
 };
 
 } // namespace tasket::platform

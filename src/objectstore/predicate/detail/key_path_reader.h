@@ -17,11 +17,12 @@ class KeyPathReader {
 
     /// The value of a path without a to-many step, or its @count (0 when a
     /// hop before the counted relationship is missing).
-    Scalar value(const BoundKeyPath& path, const ObjectView& object) const;
+    [[nodiscard]] Scalar value(const BoundKeyPath& path, const ObjectView& object) const;
 
     /// How many objects the path's to-many relationship holds (0 when a hop
     /// before it is missing).
-    std::size_t collectionSize(const BoundKeyPath& path, const ObjectView& object) const;
+    [[nodiscard]] std::size_t collectionSize(const BoundKeyPath& path,
+                                             const ObjectView& object) const;
 
     /// Calls `visit` with the value reached from each element of the to-many
     /// step (the element's ID when the path ends there) until it returns false.
@@ -30,11 +31,11 @@ class KeyPathReader {
 
   private:
     // Follows steps [from, to), all to-one; nullptr when a hop is missing.
-    std::shared_ptr<const ObjectView> follow(const BoundKeyPath& path, std::size_t from,
-                                             std::size_t to,
-                                             std::shared_ptr<const ObjectView> start) const;
-    Scalar tail(const BoundKeyPath& path, std::size_t from,
-                std::shared_ptr<const ObjectView> start) const;
+    [[nodiscard]] std::shared_ptr<const ObjectView>
+    follow(const BoundKeyPath& path, std::size_t from, std::size_t to,
+           std::shared_ptr<const ObjectView> start) const;
+    [[nodiscard]] Scalar tail(const BoundKeyPath& path, std::size_t from,
+                              std::shared_ptr<const ObjectView> start) const;
 
     const Model& m_model;
 };

@@ -37,15 +37,15 @@ struct Token {
 
 /// The tokens of `text`, ending with one TokenKind::end; parseError names
 /// the offset of the first character that fits no token.
-platform::Result<std::vector<Token>> tokenize(std::string_view text);
+[[nodiscard]] platform::Result<std::vector<Token>> tokenize(std::string_view text);
 
 /// Whether `name` is a reserved word of the language, in any letter case.
-bool isKeyword(std::string_view name);
+[[nodiscard]] bool isKeyword(std::string_view name);
 
 /// Case-insensitive ASCII equality, for keywords.
-bool equalsKeyword(std::string_view name, std::string_view keyword);
+[[nodiscard]] bool equalsKeyword(std::string_view name, std::string_view keyword);
 
 /// A short description of a token for error messages ("'title'", "the end").
-std::string describe(const Token& token);
+[[nodiscard]] std::string describe(const Token& token);
 
 } // namespace tasket::objectstore::detail

@@ -14,13 +14,14 @@ namespace tasket::objectstore::detail {
 /// An attribute value as the comparisons see it: NaN reads as nil (SQLite
 /// stores it as NULL), integers of a Double attribute as doubles, UUID text
 /// of a UUID attribute as a UUID.
-Scalar scalarFromValue(const Value& value, AttributeType type);
+[[nodiscard]] Scalar scalarFromValue(const Value& value, AttributeType type);
 
 /// Orders two non-nil scalars of the same kind; text after folding with
 /// `options`. nullopt when either is nil or their kinds differ.
-std::optional<int> compareScalars(const Scalar& a, const Scalar& b, std::uint8_t options);
+[[nodiscard]] std::optional<int> compareScalars(const Scalar& a, const Scalar& b,
+                                                std::uint8_t options);
 
 /// Equality with nil equal only to nil.
-bool equalScalars(const Scalar& a, const Scalar& b, std::uint8_t options);
+[[nodiscard]] bool equalScalars(const Scalar& a, const Scalar& b, std::uint8_t options);
 
 } // namespace tasket::objectstore::detail

@@ -24,11 +24,11 @@ struct Fragment {
 };
 
 /// "name" with inner quotes doubled.
-std::string quoteIdentifier(std::string_view name);
+[[nodiscard]] std::string quoteIdentifier(std::string_view name);
 
 /// The value bound for a constant: nil, int64 (bools, object keys), double
 /// (dates), text (UUIDs upper-case) or bytes.
-Value bindingFor(const Scalar& constant);
+[[nodiscard]] Value bindingFor(const Scalar& constant);
 
 class SqlBuilder {
   public:
@@ -55,17 +55,18 @@ class SqlBuilder {
     SqlBuilder(const Model& model, std::string prefix)
         : m_model(model), m_prefix(std::move(prefix)) {}
 
-    std::string nextAlias();
+    [[nodiscard]] std::string nextAlias();
 
     /// The alias reached by the to-one steps [from, to) of `path` from the
     /// scope's own alias, adding LEFT JOINs to the scope as needed.
-    std::string hops(Scope& scope, const BoundKeyPath& path, std::size_t from, std::size_t to);
+    [[nodiscard]] std::string hops(Scope& scope, const BoundKeyPath& path, std::size_t from,
+                                   std::size_t to);
 
     /// The SQL value of `path` from step `from` on, in `scope`: a column, a
     /// related pk, an element's own pk (from == steps.size()) or a count.
-    std::string valueOf(Scope& scope, const BoundKeyPath& path, std::size_t from);
+    [[nodiscard]] std::string valueOf(Scope& scope, const BoundKeyPath& path, std::size_t from);
 
-    ToMany toMany(const std::string& ownerAlias, const PropertyStep& step);
+    [[nodiscard]] ToMany toMany(const std::string& ownerAlias, const PropertyStep& step);
 
   private:
     const Model& m_model;

@@ -13,19 +13,20 @@ namespace tasket::objectstore::detail {
 /// `text` with the [c] (ICU full case folding) and [d] (canonical
 /// decomposition with nonspacing marks removed, then recomposition) options
 /// applied; unchanged when `options` is 0. Invalid UTF-8 reads as U+FFFD.
-std::string foldText(std::string_view text, std::uint8_t options);
+[[nodiscard]] std::string foldText(std::string_view text, std::uint8_t options);
 
 /// CONTAINS, BEGINSWITH and ENDSWITH after folding both sides.
-bool textContains(std::string_view text, std::string_view part, std::uint8_t options);
-bool textBeginsWith(std::string_view text, std::string_view part, std::uint8_t options);
-bool textEndsWith(std::string_view text, std::string_view part, std::uint8_t options);
+[[nodiscard]] bool textContains(std::string_view text, std::string_view part, std::uint8_t options);
+[[nodiscard]] bool textBeginsWith(std::string_view text, std::string_view part,
+                                  std::uint8_t options);
+[[nodiscard]] bool textEndsWith(std::string_view text, std::string_view part, std::uint8_t options);
 
 /// LIKE after folding: '*' matches any run of code points, '?' exactly one,
 /// a backslash makes the next character literal.
-bool textLike(std::string_view text, std::string_view pattern, std::uint8_t options);
+[[nodiscard]] bool textLike(std::string_view text, std::string_view pattern, std::uint8_t options);
 
 /// Localized, case-insensitive order (ICU collator of the default locale at
 /// secondary strength): negative, zero or positive.
-int collateLocalized(std::string_view a, std::string_view b);
+[[nodiscard]] int collateLocalized(std::string_view a, std::string_view b);
 
 } // namespace tasket::objectstore::detail

@@ -15,10 +15,10 @@
 namespace tasket::platform::detail {
 
 /// Parses a document; fails with parseError naming the first problem.
-Result<PreferenceDictionary> parsePreferencesDocument(std::string_view text);
+[[nodiscard]] Result<PreferenceDictionary> parsePreferencesDocument(std::string_view text);
 
 /// Writes `values` as a document (pretty-printed, ending in a newline).
 /// The values must have passed validatePreferenceDictionary.
-std::string writePreferencesDocument(const PreferenceDictionary& values);
+[[nodiscard]] std::string writePreferencesDocument(const PreferenceDictionary& values);
 
 } // namespace tasket::platform::detail

@@ -1,0 +1,239 @@
+#include "objectstore/detail/schema_sql.h"
+
+#include "objectstore/detail/sqlite.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <fstream>
+
+namespace tasket::objectstore::detail {
+
+using platform::Errc;
+using platform::fail;
+
+namespace {
+
+std::string_view sqlType(AttributeType t) {
+    switch (t) {
+    case AttributeType::String:
+    case AttributeType::UUID: return "TEXT";
+    case AttributeType::Date:
+    case AttributeType::Double: return "REAL";
+    case AttributeType::Bool:
+    case AttributeType::Int16:
+    case AttributeType::Int32:
+    case AttributeType::Int64: return "INTEGER";
+    case AttributeType::Binary: return "BLOB";
+    }
+    return "BLOB";
+}
+
+// A default as an SQL literal, so rows that predate a column read it.
+std::string sqlLiteral(const Value& v) {
+    return std::visit(
+        [](const auto& x) -> std::string {
+            using T = std::decay_t<decltype(x)>;
+            if constexpr (std::is_same_v<T, std::monostate>)
+                return "NULL";
+            else if constexpr (std::is_same_v<T, bool>)
+                return x ? "1" : "0";
+            else if constexpr (std::is_same_v<T, std::int64_t>)
+                return std::to_string(x);
+            else if constexpr (std::is_same_v<T, double>)
+                return fmt::format("{:.17g}", x);
+            else if constexpr (std::is_same_v<T, Date>)
+                return fmt::format("{:.17g}", x.secondsSinceReference);
+            else if constexpr (std::is_same_v<T, std::string>) {
+                std::string out = "'";
+                for (char c : x) {
+                    if (c == '\'')
+                        out += '\'';
+                    out += c;
+                }
+                return out + "'";
+            } else if constexpr (std::is_same_v<T, Uuid>)
+                return "'" + x.toString() + "'";
+            else {
+                std::string out = "X'";
+                for (auto b : x)
+                    out += fmt::format("{:02X}", b);
+                return out + "'";
+            }
+        },
+        v);
+}
+
+std::string columnDefinition(const AttributeDescription& a) {
+    std::string def = fmt::format("{} {}", sqlName(a.name), sqlType(a.type));
+    if (!isNil(a.defaultValue))
+        def += " DEFAULT " + sqlLiteral(a.defaultValue);
+    return def;
+}
+
+std::string foreignKeyDefinition(const RelationshipDescription& r) {
+    return fmt::format(
+        "{} INTEGER REFERENCES {}(pk) ON DELETE SET NULL DEFERRABLE INITIALLY DEFERRED",
+        sqlName(r.name), sqlName(r.destination));
+}
+
+// Rows ordered by the keys, then by pk (the sorts' tie-break), then the
+// carried columns; named after the keys.
+std::string sortIndexDefinition(const EntityDescription& e, const SortIndexDescription& index) {
+    std::string name = "_s_" + e.name;
+    std::string columns;
+    for (const auto& key : index.orderedBy) {
+        name += "_" + key;
+        columns += sqlName(key) + ", ";
+    }
+    columns += "pk";
+    for (const auto& column : index.carried)
+        columns += ", " + sqlName(column);
+    return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", sqlName(name), sqlName(e.name),
+                       columns);
+}
+
+} // namespace
+
+const std::string_view kEngineTables = R"(
+    CREATE TABLE IF NOT EXISTS _meta(key TEXT PRIMARY KEY, value);
+    CREATE TABLE IF NOT EXISTS _keys(entity TEXT PRIMARY KEY, maxKey INTEGER NOT NULL);
+    CREATE TABLE IF NOT EXISTS _history_transaction(
+        token INTEGER PRIMARY KEY AUTOINCREMENT, timestamp REAL NOT NULL, contextName TEXT, author TEXT);
+    CREATE TABLE IF NOT EXISTS _history_change(
+        id INTEGER PRIMARY KEY,
+        token INTEGER NOT NULL REFERENCES _history_transaction(token) ON DELETE CASCADE,
+        entity TEXT NOT NULL, key INTEGER NOT NULL, type INTEGER NOT NULL, properties TEXT);
+    CREATE INDEX IF NOT EXISTS _history_change_token ON _history_change(token);
+    INSERT OR IGNORE INTO _meta(key, value) VALUES('identifier', NULL);
+)";
+
+std::vector<std::string> entityStatements(const EntityDescription& e,
+                                          const std::vector<std::string>& existing) {
+    std::vector<std::string> statements;
+    if (existing.empty()) {
+        std::string ddl = fmt::format(
+            "CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL DEFAULT 1",
+            sqlName(e.name));
+        for (const auto& a : e.attributes)
+            ddl += ", " + columnDefinition(a);
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey)
+                ddl += ", " + foreignKeyDefinition(e.relationships[i]);
+        statements.push_back(ddl + ")");
+    } else {
+        auto has = [&](const std::string& n) {
+            return std::find(existing.begin(), existing.end(), n) != existing.end();
+        };
+        for (const auto& a : e.attributes)
+            if (!has(a.name))
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
+                                                 columnDefinition(a)));
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey && !has(e.relationships[i].name))
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
+                                                 foreignKeyDefinition(e.relationships[i])));
+    }
+    for (std::size_t i = 0; i < e.relationships.size(); ++i) {
+        const auto& r = e.relationships[i];
+        if (e.storage[i] == RelationshipStorage::ForeignKey)
+            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
+                                             sqlName(fmt::format("_i_{}_{}", e.name, r.name)),
+                                             sqlName(e.name), sqlName(r.name)));
+        if (e.storage[i] == RelationshipStorage::JoinTable) {
+            statements.push_back(
+                fmt::format("CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES "
+                            "{1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
+                            "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE "
+                            "INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
+                            sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
+            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}(dst, src)",
+                                             sqlName(e.joinTables[i] + "_dst"),
+                                             sqlName(e.joinTables[i])));
+        }
+    }
+    for (const auto& a : e.attributes)
+        if (a.indexed)
+            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
+                                             sqlName(fmt::format("_i_{}_{}", e.name, a.name)),
+                                             sqlName(e.name), sqlName(a.name)));
+    for (const auto& index : e.sortIndexes)
+        statements.push_back(sortIndexDefinition(e, index));
+    return statements;
+}
+
+std::string schemaFingerprint(const Model& model) {
+    std::uint64_t hash = 14695981039346656037ull; // FNV-1a
+    auto add = [&](std::string_view text) {
+        for (const unsigned char c : text) {
+            hash ^= c;
+            hash *= 1099511628211ull;
+        }
+        hash ^= 0xff;
+        hash *= 1099511628211ull;
+    };
+    add(kEngineTables);
+    for (const auto& e : model.entities())
+        for (const auto& statement : entityStatements(e, {}))
+            add(statement);
+    return fmt::format("{}:{:016x}", model.version(), hash);
+}
+
+namespace {
+
+std::uint32_t readBigEndian(const unsigned char* p, int bytes) {
+    std::uint32_t v = 0;
+    for (int i = 0; i < bytes; ++i)
+        v = (v << 8) | p[i];
+    return v;
+}
+
+} // namespace
+
+platform::Result<void> checkExistingFile(const std::filesystem::path& path) {
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(path, ec);
+    if (ec)
+        return fail(Errc::ioError, fmt::format("cannot read {}: {}", path.string(), ec.message()));
+    if (size == 0)
+        return {};
+    auto notADatabase = [&] {
+        return fail(Errc::storeCorrupt, fmt::format("{}: {} (SQLite code {})", path.string(),
+                                                    sqlite3_errstr(SQLITE_NOTADB), SQLITE_NOTADB));
+    };
+    auto malformed = [&] {
+        return fail(Errc::storeCorrupt,
+                    fmt::format("{}: {} (SQLite code {})", path.string(),
+                                sqlite3_errstr(SQLITE_CORRUPT), SQLITE_CORRUPT));
+    };
+    std::array<unsigned char, 100> header{};
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return fail(Errc::permissionDenied, fmt::format("cannot read {}", path.string()));
+    in.read(reinterpret_cast<char*>(header.data()), header.size());
+    if (in.gcount() < 100 || std::string_view(reinterpret_cast<const char*>(header.data()), 16) !=
+                                 std::string_view("SQLite format 3\0", 16))
+        return notADatabase();
+    std::uint32_t pageSize = readBigEndian(&header[16], 2);
+    if (pageSize == 1)
+        pageSize = 65536;
+    if (pageSize < 512 || pageSize > 65536 || (pageSize & (pageSize - 1)) != 0)
+        return notADatabase();
+    // With a write-ahead log beside it the file alone is not the database:
+    // committed pages may still be in the log, and SQLite's recovery finishes
+    // a checkpoint that a killed process left half done.
+    const auto wal = path.string() + "-wal";
+    if (std::error_code walError;
+        std::filesystem::exists(wal, walError) && std::filesystem::file_size(wal, walError) > 0)
+        return {};
+    if (size % pageSize != 0)
+        return malformed();
+    const std::uint32_t changeCounter = readBigEndian(&header[24], 4);
+    const std::uint32_t pageCount = readBigEndian(&header[28], 4);
+    const std::uint32_t validFor = readBigEndian(&header[92], 4);
+    if (pageCount != 0 && validFor == changeCounter && size < std::uint64_t(pageCount) * pageSize)
+        return malformed();
+    return {};
+}
+
+} // namespace tasket::objectstore::detail

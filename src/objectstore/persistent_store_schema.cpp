@@ -1,0 +1,169 @@
+// PersistentStore: opening checks, the schema and its additive migration.
+#include "objectstore/detail/schema_sql.h"
+#include "objectstore/detail/sqlite.h"
+#include "objectstore/persistent_store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace tasket::objectstore {
+
+using detail::Database;
+using detail::entityStatements;
+using detail::kEngineTables;
+using detail::pragmaInt;
+using detail::schemaFingerprint;
+using detail::sqlName;
+using detail::Transaction;
+using platform::Errc;
+using platform::fail;
+
+Result<void> PersistentStore::prepareSchema(bool creating) {
+    Database& db = *m_db;
+    // Read before anything writes: a file that is not a database or was
+    // written by a newer program must stay exactly as it is.
+    auto version = pragmaInt(db, "user_version");
+    if (!version)
+        return std::unexpected(version.error());
+    if (*version > m_model->version())
+        return fail(
+            Errc::schemaTooNew,
+            fmt::format("{} was written by a newer version of the program (schema {}, this program "
+                        "knows {}); it was not changed",
+                        m_path.string(), *version, m_model->version()));
+    if (!creating) {
+        // A database file whose contents are damaged fails here, still unwritten.
+        if (auto tables = pragmaInt(db, "schema_version"); !tables)
+            return std::unexpected(tables.error());
+    }
+
+    auto journal = db.prepareOnce("PRAGMA journal_mode=WAL");
+    if (!journal)
+        return std::unexpected(journal.error());
+    if (int rc = sqlite3_step(journal->get()); rc != SQLITE_ROW)
+        return std::unexpected(
+            db.error(fmt::format("{}: cannot switch to write-ahead logging", m_path.string()), rc));
+    journal->reset();
+    if (auto ok = db.exec("PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;"); !ok)
+        return ok;
+
+    const std::string fingerprint = schemaFingerprint(*m_model);
+    if (creating || !schemaIsCurrent(fingerprint)) {
+        if (auto ok = updateSchema(*version, fingerprint); !ok)
+            return ok;
+    }
+    prepareStatementTexts();
+    return {};
+}
+
+// Whether the store was last brought up to this very schema (its fingerprint
+// is in _meta) and has its identifier; reads only.
+bool PersistentStore::schemaIsCurrent(const std::string& fingerprint) {
+    auto stmt =
+        m_db->prepareOnce("SELECT key, value FROM _meta WHERE key IN ('identifier', 'schema')");
+    if (!stmt)
+        return false; // no _meta yet
+    std::string identifier, stored;
+    while (sqlite3_step(stmt->get()) == SQLITE_ROW) {
+        if (sqlite3_column_type(stmt->get(), 1) != SQLITE_TEXT)
+            continue;
+        const std::string_view key =
+            reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
+        (key == "identifier" ? identifier : stored) =
+            reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 1));
+    }
+    if (stored != fingerprint || identifier.empty())
+        return false;
+    m_identifier = std::move(identifier);
+    return true;
+}
+
+// Creates what is missing (tables, columns, indexes), in one transaction,
+// and records the schema's fingerprint.
+Result<void> PersistentStore::updateSchema(std::int64_t version, const std::string& fingerprint) {
+    Database& db = *m_db;
+    auto tx = Transaction::begin(db);
+    if (!tx)
+        return std::unexpected(tx.error());
+    if (auto ok = db.exec(kEngineTables); !ok)
+        return ok;
+
+    // Existing columns per table, for additive migration.
+    auto columnsOf = [&](const std::string& table) -> Result<std::vector<std::string>> {
+        auto stmt = db.prepareOnce(fmt::format("PRAGMA table_info({})", sqlName(table)));
+        if (!stmt)
+            return std::unexpected(stmt.error());
+        std::vector<std::string> names;
+        while (sqlite3_step(stmt->get()) == SQLITE_ROW)
+            names.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 1)));
+        return names;
+    };
+
+    std::vector<std::string> statements;
+    for (const auto& e : m_model->entities()) {
+        auto existing = columnsOf(e.name);
+        if (!existing)
+            return std::unexpected(existing.error());
+        auto more = entityStatements(e, *existing);
+        statements.insert(statements.end(), more.begin(), more.end());
+    }
+    for (const auto& s : statements)
+        if (auto ok = db.exec(s); !ok)
+            return fail(ok.error().code, fmt::format("{}: cannot update the schema ({}): {}",
+                                                     m_path.string(), s, ok.error().message));
+    if (version != m_model->version())
+        if (auto ok = db.exec(fmt::format("PRAGMA user_version={}", m_model->version())); !ok)
+            return ok;
+
+    {
+        auto stmt = db.prepareOnce("SELECT value FROM _meta WHERE key='identifier'");
+        if (!stmt)
+            return std::unexpected(stmt.error());
+        if (sqlite3_step(stmt->get()) == SQLITE_ROW &&
+            sqlite3_column_type(stmt->get(), 0) == SQLITE_TEXT)
+            m_identifier = reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
+    }
+    if (m_identifier.empty()) {
+        m_identifier = Uuid::generate().toString();
+        if (auto ok = db.exec(
+                fmt::format("UPDATE _meta SET value='{}' WHERE key='identifier'", m_identifier));
+            !ok)
+            return ok;
+    }
+    if (auto ok = db.exec(fmt::format(
+            "INSERT OR REPLACE INTO _meta(key, value) VALUES('schema', '{}')", fingerprint));
+        !ok)
+        return ok;
+    return tx->commit();
+}
+
+// The column lists and INSERT texts of every entity.
+void PersistentStore::prepareStatementTexts() {
+    for (const auto& e : m_model->entities()) {
+        std::string cols = "pk, _version";
+        for (const auto& a : e.attributes)
+            cols += ", " + sqlName(a.name);
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey)
+                cols += ", " + sqlName(e.relationships[i].name);
+        m_selectColumns.push_back(cols);
+        std::string qualified = "t0.pk, t0._version";
+        for (const auto& a : e.attributes)
+            qualified += ", t0." + sqlName(a.name);
+        for (std::size_t i = 0; i < e.relationships.size(); ++i)
+            if (e.storage[i] == RelationshipStorage::ForeignKey)
+                qualified += ", t0." + sqlName(e.relationships[i].name);
+        m_qualifiedColumns.push_back(std::move(qualified));
+        std::string params = "?, 1";
+        const auto foreignKeys =
+            std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);
+        for (std::size_t i = 0; i < e.attributes.size() + static_cast<std::size_t>(foreignKeys);
+             ++i)
+            params += ", ?";
+        m_insertSql.push_back(
+            fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
+    }
+}
+
+} // namespace tasket::objectstore
