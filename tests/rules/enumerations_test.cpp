@@ -10,6 +10,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 
 using namespace tasket::rules;
@@ -55,11 +56,7 @@ TYPED_TEST(EveryEnumeration, EveryCaseRoundTripsAndAnythingElseIsRefused) {
 
 TEST(Enumerations, DuplicationTitlesNameTheObjectAndItsChildren) {
     using enum TK_DuplicationType;
-    const struct {
-        TK_DuplicationType type;
-        TK_ObjectType object;
-        std::optional<std::string> title;
-    } cases[] = {
+    const std::tuple<TK_DuplicationType, TK_ObjectType, std::optional<std::string>> cases[] = {
         {only, TK_ObjectType::category, "Duplicate Category"},
         {with, TK_ObjectType::category, "Category with Tasks"},
         {with, TK_ObjectType::attribute, "Attribute with Values"},
@@ -67,7 +64,7 @@ TEST(Enumerations, DuplicationTitlesNameTheObjectAndItsChildren) {
         {none, TK_ObjectType::task, std::nullopt},
         {only, TK_ObjectType::none, std::nullopt},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(duplicationTitle(c.type, c.object), c.title)
-            << caseName(c.type) << " " << caseName(c.object);
+    for (const auto& [type, object, title] : cases)
+        EXPECT_EQ(duplicationTitle(type, object), title)
+            << caseName(type) << " " << caseName(object);
 }

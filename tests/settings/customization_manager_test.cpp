@@ -67,11 +67,7 @@ TEST_F(CustomizationManagerTest, UnavailableSuitesReadDefaultsAndSettersSkip) {
 TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
     using P = TK_UnassignedSectionPlacement;
     using R = TK_RemindersDatabaseType;
-    const struct {
-        std::optional<PreferenceValue> stored;
-        P placement;
-        R databaseType;
-    } cases[] = {
+    const std::tuple<std::optional<PreferenceValue>, P, R> cases[] = {
         {std::nullopt, P::last, R::all}, {0, P::none, R::all},   {1, P::first, R::exact},
         {2, P::last, R::addOnly},        {3, P::last, R::exact}, {-1, P::last, R::exact},
         {2.0, P::last, R::addOnly}, // a whole double is that number
@@ -79,13 +75,13 @@ TEST_F(CustomizationManagerTest, EnumerationsReadWithTheirOutOfRangeRules) {
         {"1", P::last, R::all},     // not a number
         {true, P::last, R::all},
     };
-    for (const auto& c : cases) {
+    for (const auto& [stored, placement, databaseType] : cases) {
         for (auto key :
              {keys::kUnassignedSectionPlacement.full(), keys::kRemindersDatabaseType.full()})
-            ASSERT_TRUE(c.stored ? m_group->setValue(key, *c.stored) : m_group->removeValue(key));
-        const std::string shown = c.stored ? std::string(c.stored->typeName()) : "absent";
-        EXPECT_EQ(m_manager.unassignedSectionPlacement(), c.placement) << shown;
-        EXPECT_EQ(m_manager.remindersDatabaseType(), c.databaseType) << shown;
+            ASSERT_TRUE(stored ? m_group->setValue(key, *stored) : m_group->removeValue(key));
+        const std::string shown = stored ? std::string(stored->typeName()) : "absent";
+        EXPECT_EQ(m_manager.unassignedSectionPlacement(), placement) << shown;
+        EXPECT_EQ(m_manager.remindersDatabaseType(), databaseType) << shown;
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <tuple>
 
 using namespace tasket::platform;
 using tasket::testing::TempDir;
@@ -45,11 +46,8 @@ TEST_F(CommandLineShareTest, MapsEachArgumentToOneProviderInOrder) {
     for (const char* name : {"a b.txt", "notes:2024.txt", "photo.JPG"})
         writeFile(m_dir / name, "x");
     using Types = std::vector<std::string>;
-    const struct {
-        std::string argument;
-        Types types;
-        std::string url;
-    } cases[] = {
+    // The argument, the types its provider offers and the URL it loads.
+    const std::tuple<std::string, Types, std::string> cases[] = {
         {"https://example.com/page?id=1", {"public.url"}, "https://example.com/page?id=1"},
         {"a b.txt", {"public.file-url"}, fileLink("a b.txt")},
         {fileLink("a b.txt"), {"public.file-url"}, fileLink("a b.txt")},
@@ -59,18 +57,17 @@ TEST_F(CommandLineShareTest, MapsEachArgumentToOneProviderInOrder) {
     };
     ShareArgumentGroup first;
     for (const auto& c : cases)
-        first.push_back(LinkOrPathArgument{c.argument});
+        first.push_back(LinkOrPathArgument{std::get<0>(c)});
     const CommandLineShare share =
         read({first, {ImageArgument{"-"}}, {ImageArgument{"-"}}}, kPngBytes);
     ASSERT_EQ(share.inputItems.size(), 3u);
     EXPECT_TRUE(share.textArguments.empty());
     ASSERT_EQ(share.inputItems[0].attachments.size(), std::size(cases));
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        SCOPED_TRACE(cases[i].argument);
-        const auto& provider = *share.inputItems[0].attachments[i];
-        EXPECT_EQ(provider.registeredTypeIdentifiers(), cases[i].types);
-        EXPECT_EQ(std::get<Url>(load(provider, cases[i].types.back())).absoluteString(),
-                  cases[i].url);
+    for (std::size_t i = 0; const auto& [argument, types, url] : cases) {
+        SCOPED_TRACE(argument);
+        const auto& provider = *share.inputItems[0].attachments[i++];
+        EXPECT_EQ(provider.registeredTypeIdentifiers(), types);
+        EXPECT_EQ(std::get<Url>(load(provider, types.back())).absoluteString(), url);
     }
     // Standard input is read once: for the first picture, not the second.
     ASSERT_EQ(share.inputItems[1].attachments.size(), 1u);
@@ -113,12 +110,8 @@ TEST_F(CommandLineShareTest, SkipsBadArgumentsWithAMessageNamingThem) {
     writeFile(m_dir / "fits.bin", std::string(64, 'x'));
     writeFile(m_dir / "big.png", kPngBytes + std::string(49, 'x'));
     const std::string nul("fits.bin\0.txt", 13);
-    const struct {
-        ShareArgument argument;
-        std::string shown; // how the message names it
-        Errc code;
-        std::string phrase;
-    } cases[] = {
+    // The argument, how the message names it, the error and a phrase of it.
+    const std::tuple<ShareArgument, std::string, Errc, std::string> cases[] = {
         {LinkOrPathArgument{"missing \xf0\x9f\x98\x80.txt"}, "missing \xf0\x9f\x98\x80.txt",
          Errc::notFound, "no such file"},
         {LinkOrPathArgument{""}, "", Errc::invalidArgument, "names nothing"},
@@ -129,15 +122,15 @@ TEST_F(CommandLineShareTest, SkipsBadArgumentsWithAMessageNamingThem) {
          Errc::invalidArgument, "no file on this computer"},
         {ImageArgument{"big.png"}, "big.png", Errc::invalidArgument, "larger than the 64 bytes"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.shown);
-        const CommandLineShare share = read({{c.argument, LinkOrPathArgument{"fits.bin"}}});
+    for (const auto& [argument, shown, code, phrase] : cases) {
+        SCOPED_TRACE(shown);
+        const CommandLineShare share = read({{argument, LinkOrPathArgument{"fits.bin"}}});
         ASSERT_EQ(share.skipped.size(), 1u);
         const auto& message = share.skipped[0].error.message;
-        EXPECT_EQ(share.skipped[0].argument, c.shown);
-        EXPECT_EQ(share.skipped[0].error.code, c.code);
-        EXPECT_NE(message.find("\"" + c.shown + "\": "), std::string::npos) << message;
-        EXPECT_NE(message.find(c.phrase), std::string::npos) << message;
+        EXPECT_EQ(share.skipped[0].argument, shown);
+        EXPECT_EQ(share.skipped[0].error.code, code);
+        EXPECT_NE(message.find("\"" + shown + "\": "), std::string::npos) << message;
+        EXPECT_NE(message.find(phrase), std::string::npos) << message;
         // The rest of the item is still there.
         ASSERT_EQ(share.inputItems.at(0).attachments.size(), 1u);
     }
