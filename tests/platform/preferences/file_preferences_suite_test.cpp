@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -23,15 +24,6 @@ std::string readFile(const std::filesystem::path& path) {
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
-}
-
-std::vector<std::filesystem::path> filesNamed(const std::filesystem::path& dir,
-                                              std::string_view part) {
-    std::vector<std::filesystem::path> found;
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
-        if (entry.path().filename().string().find(part) != std::string::npos)
-            found.push_back(entry.path());
-    return found;
 }
 
 } // namespace
@@ -52,7 +44,10 @@ TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentThatAnotherReaderSeesChange
     ASSERT_EQ(::stat((dir / "config").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
     EXPECT_EQ(readFile(writer.path()), "{\n  \"k\": true\n}\n");
-    EXPECT_TRUE(filesNamed(dir / "config", ".tmp-").empty());
+    EXPECT_TRUE(std::ranges::none_of(
+        std::filesystem::directory_iterator(dir / "config"),
+        [](const auto& entry) { return entry.path().string().contains(".tmp-"); }))
+        << "a temporary file was left";
     for (int i = 10; i < 100; ++i) {
         ASSERT_TRUE(writer.setValue("n", i));
         ASSERT_EQ(reader.integerValue("n"), i);
