@@ -59,6 +59,7 @@ TEST(Enumerations, DuplicationTitlesNameTheObjectAndItsChildren) {
     const std::tuple<TK_DuplicationType, TK_ObjectType, std::optional<std::string>> cases[] = {
         {only, TK_ObjectType::category, "Duplicate Category"},
         {with, TK_ObjectType::category, "Category with Tasks"},
+        {with, TK_ObjectType::task, "Task with Subtasks"},
         {with, TK_ObjectType::attribute, "Attribute with Values"},
         {with, TK_ObjectType::subtask, std::nullopt},
         {none, TK_ObjectType::task, std::nullopt},

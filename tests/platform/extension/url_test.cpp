@@ -49,6 +49,7 @@ TEST(Url, ParsesValidUrlsAndGivesLocalFilesTheirPath) {
 TEST(Url, RefusesTextThatIsNoUrl) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "does not start with a scheme"},
+        {"example.com", "does not start with a scheme"},
         {"1http://x", "does not start with a scheme"},
         {"http:///path", "needs a host"},
         {"https:example.com", "needs a host"},
