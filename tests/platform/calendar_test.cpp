@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <string>
+#include <tuple>
 
 using tasket::platform::Calendar;
 using tasket::platform::Date;
@@ -36,12 +37,7 @@ std::string text(Date date) {
 } // namespace
 
 TEST(Calendar, ComponentsNameTheInstantInTheZone) {
-    struct Case {
-        const char* zone;
-        Date date;
-        DateComponents local;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, Date, DateComponents> cases[] = {
         {"UTC", Date{0}, {2001, 1, 1, 0, 0, 0, 2}},
         {"UTC", Date{-0.5}, {2000, 12, 31, 23, 59, 59, 1}}, // fractions drop toward the past
         {"Europe/Berlin", utc(2024, 10, 27, 0, 30), {2024, 10, 27, 2, 30, 0, 1}},
@@ -49,20 +45,12 @@ TEST(Calendar, ComponentsNameTheInstantInTheZone) {
         {"Pacific/Apia", utc(2011, 12, 30, 9, 59, 59), {2011, 12, 29, 23, 59, 59, 5}},
         {"Pacific/Apia", utc(2011, 12, 30, 10), {2011, 12, 31, 0, 0, 0, 7}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.zone) + " " + text(c.date));
-        EXPECT_EQ(in(c.zone).components(c.date), c.local);
-    }
+    for (const auto& [zone, date, local] : cases)
+        EXPECT_EQ(in(zone).components(date), local) << zone << " " << text(date);
 }
 
 TEST(Calendar, ADateFromComponentsTakesTheFirstValidInstant) {
-    struct Case {
-        const char* what;
-        const char* zone;
-        DateComponents local;
-        Date expected;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, const char*, DateComponents, Date> cases[] = {
         {"plain", "Europe/Berlin", {2024, 1, 15, 9, 30, 45}, utc(2024, 1, 15, 8, 30, 45)},
         {"in the spring gap", "Europe/Berlin", {2024, 3, 31, 2, 30}, utc(2024, 3, 31, 1)},
         {"repeated: the first", "Europe/Berlin", {2024, 10, 27, 2, 30}, utc(2024, 10, 27, 0, 30)},
@@ -71,40 +59,24 @@ TEST(Calendar, ADateFromComponentsTakesTheFirstValidInstant) {
         {"skipped midnight", "America/Sao_Paulo", {2018, 11, 4}, utc(2018, 11, 4, 3)},
         {"skipped day", "Pacific/Apia", {2011, 12, 30, 12}, utc(2011, 12, 30, 10)},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(text(in(c.zone).date(c.local)), text(c.expected));
-    }
+    for (const auto& [what, zone, local, expected] : cases)
+        EXPECT_EQ(text(in(zone).date(local)), text(expected)) << what;
 }
 
 TEST(Calendar, StartOfDayIsTheDaysFirstInstant) {
-    struct Case {
-        const char* zone;
-        Date date;
-        Date expected;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, Date, Date> cases[] = {
         {"Europe/Berlin", utc(2024, 3, 31, 13), utc(2024, 3, 30, 23)},    // a 23-hour day
         {"Europe/Berlin", utc(2024, 3, 30, 23), utc(2024, 3, 30, 23)},    // already there
         {"America/Sao_Paulo", utc(2018, 11, 4, 14), utc(2018, 11, 4, 3)}, // 01:00, not 00:00
         {"Pacific/Apia", utc(2011, 12, 30, 22), utc(2011, 12, 30, 10)},   // the 31st
         {"Pacific/Apia", utc(2011, 12, 29, 22), utc(2011, 12, 29, 10)},   // the 29th
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.zone) + " " + text(c.date));
-        EXPECT_EQ(text(in(c.zone).startOfDay(c.date)), text(c.expected));
-    }
+    for (const auto& [zone, date, expected] : cases)
+        EXPECT_EQ(text(in(zone).startOfDay(date)), text(expected)) << zone << " " << text(date);
 }
 
 TEST(Calendar, AddingDaysKeepsTheLocalTimeAcrossShortAndLongDays) {
-    struct Case {
-        const char* what;
-        const char* zone;
-        Date date;
-        int days;
-        Date expected;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, const char*, Date, int, Date> cases[] = {
         {"over a 23-hour day", "Europe/Berlin", utc(2024, 3, 30, 11), 1, utc(2024, 3, 31, 10)},
         {"over a 25-hour day", "Europe/Berlin", utc(2024, 10, 26, 10), 1, utc(2024, 10, 27, 11)},
         {"backwards", "Europe/Berlin", utc(2024, 4, 1, 10), -2, utc(2024, 3, 30, 11)},
@@ -116,10 +88,8 @@ TEST(Calendar, AddingDaysKeepsTheLocalTimeAcrossShortAndLongDays) {
         {"onto the skipped day", "Pacific/Apia", utc(2011, 12, 29, 20), 1, utc(2011, 12, 30, 10)},
         {"over the skipped day", "Pacific/Apia", utc(2011, 12, 29, 20), 2, utc(2011, 12, 30, 20)},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(text(in(c.zone).addingDays(c.date, c.days)), text(c.expected));
-    }
+    for (const auto& [what, zone, date, days, expected] : cases)
+        EXPECT_EQ(text(in(zone).addingDays(date, days)), text(expected)) << what;
 }
 
 TEST(Calendar, ZonesComeFromTheirNameOrTheEnvironment) {

@@ -10,52 +10,50 @@
 
 using tasket::platform::JsonWriter;
 using Form = JsonWriter::Form;
+using namespace std::string_view_literals;
 
 namespace {
 
-TEST(JsonWriter, WritesPrettyAndCompactDocuments) {
+// One document in each form: members in the order given, data as Base64,
+// and in the record form "/" escaped, in keys as in values.
+TEST(JsonWriter, WritesOneDocumentInEachForm) {
+    const std::vector<std::uint8_t> png = {0x89, 'P', 'N', 'G', 0xff};
     // clang-format off
-    const auto write = [](JsonWriter writer) {
-        return writer.beginObject()
-            .key("title").string("Buy milk")
+    const auto write = [&](Form form) {
+        return JsonWriter(form).beginObject()
+            .key("zeta/z").string("Caf\xc3\xa9")
             .key("count").integer(-3)
-            .key("ratio").number(0.25)
             .key("done").boolean(false)
             .key("link").null()
-            .key("tags").beginArray().string("a").integer(1).beginObject().endObject().endArray()
+            .key("tags").beginArray().data(png).number(0.25).beginObject().endObject().endArray()
             .key("empty").beginArray().endArray()
-            .endObject()
-            .finish()
-            .value();
+            .key("none").data({})
+            .endObject().finish().value();
     };
     // clang-format on
-    EXPECT_EQ(write(JsonWriter(Form::compact)),
-              R"({"title":"Buy milk","count":-3,"ratio":0.25,"done":false,"link":null,)"
-              R"("tags":["a",1,{}],"empty":[]})");
-    EXPECT_EQ(write(JsonWriter()), R"({
-  "title": "Buy milk",
-  "count": -3,
-  "ratio": 0.25,
+    EXPECT_EQ(write(Form::compact),
+              "{\"zeta/z\":\"Caf\xc3\xa9\",\"count\":-3,\"done\":false,"
+              R"("link":null,"tags":["iVBOR/8=",0.25,{}],"empty":[],"none":""})");
+    EXPECT_EQ(write(Form::record),
+              "{\"zeta\\/z\":\"Caf\xc3\xa9\",\"count\":-3,\"done\":false,"
+              R"("link":null,"tags":["iVBOR\/8=",0.25,{}],"empty":[],"none":""})");
+    EXPECT_EQ(write(Form::pretty), "{\n  \"zeta/z\": \"Caf\xc3\xa9\",\n"
+                                   R"(  "count": -3,
   "done": false,
   "link": null,
   "tags": [
-    "a",
-    1,
+    "iVBOR/8=",
+    0.25,
     {}
   ],
-  "empty": []
+  "empty": [],
+  "none": ""
 }
 )");
 }
 
 TEST(JsonWriter, EscapesStringsAndKeepsAnyUnicode) {
-    using namespace std::string_view_literals;
-    struct Case {
-        std::string_view text;
-        std::string_view json;
-        std::string_view record = {}; // the record form, where it differs
-    };
-    const Case cases[] = {
+    const std::pair<std::string_view, std::string_view> cases[] = {
         {"say \"hi\"\\", R"("say \"hi\"\\")"},
         {"line\nbreak\ttab\r\b\f", R"("line\nbreak\ttab\r\b\f")"},
         {"nul\0byte\x1f"sv, R"("nul\u0000byte\u001f")"},
@@ -63,16 +61,11 @@ TEST(JsonWriter, EscapesStringsAndKeepsAnyUnicode) {
          "\"\xf0\x9f\x98\x80 \xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d \xe2\x80\x8f\""},
         {"bad \xff byte, cut \xe2\x9c", "\"bad \xef\xbf\xbd byte, cut \xef\xbf\xbd\xef\xbf\xbd\""},
         {"surrogate \xed\xa0\x80", "\"surrogate \xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\""},
-        {"https://a.example/b", R"("https://a.example/b")", R"("https:\/\/a.example\/b")"},
     };
-    for (const auto& [text, json, record] : cases) {
+    for (const auto& [text, json] : cases) {
         SCOPED_TRACE(json);
         EXPECT_EQ(JsonWriter(Form::compact).string(text).finish(), json);
-        EXPECT_EQ(JsonWriter(Form::record).string(text).finish(), record.empty() ? json : record);
     }
-    // A key is a string like any other.
-    EXPECT_EQ(JsonWriter(Form::record).beginObject().key("a/b").null().endObject().finish(),
-              R"({"a\/b":null})");
 }
 
 TEST(JsonWriter, WritesNumbersInTheirShortestRoundTripForm) {
@@ -95,45 +88,26 @@ TEST(JsonWriter, WritesNumbersInTheirShortestRoundTripForm) {
 }
 
 TEST(JsonWriter, ANonFiniteNumberIsNullForPeopleAndFailsARecord) {
-    for (const double value :
-         {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-          -std::numeric_limits<double>::infinity()}) {
+    using Limits = std::numeric_limits<double>;
+    for (const double value : {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity()}) {
         SCOPED_TRACE(value);
         const auto write = [value](Form form) {
             return JsonWriter(form)
                 .beginObject()
-                .key("dueDate")
+                .key("due")
                 .number(value)
-                .key("tags")
-                .beginArray()
-                .endArray()
+                .key("n")
+                .null()
                 .endObject()
                 .finish();
         };
-        EXPECT_EQ(write(Form::compact), R"({"dueDate":null,"tags":[]})");
+        EXPECT_EQ(write(Form::compact), R"({"due":null,"n":null})");
         const auto record = write(Form::record);
         ASSERT_FALSE(record);
         EXPECT_EQ(record.error().code, tasket::platform::Errc::invalidArgument);
-        EXPECT_NE(record.error().message.find("\"dueDate\""), std::string::npos)
+        EXPECT_NE(record.error().message.find("\"due\""), std::string::npos)
             << record.error().message;
     }
-}
-
-TEST(JsonWriter, WritesARecordCompactInTheOrderGivenWithDataAsBase64) {
-    const std::vector<std::uint8_t> png = {0x89, 'P', 'N', 'G', 0xff};
-    // clang-format off
-    const auto record = JsonWriter(Form::record)
-        .beginObject()
-        .key("zeta").string("Caf\xc3\xa9 \xe2\x9c\x93")
-        .key("alpha").null()
-        .key("data").data(png)
-        .key("empty").data({})
-        .key("dates").beginArray().number(0).number(-978307200).endArray()
-        .endObject()
-        .finish();
-    // clang-format on
-    EXPECT_EQ(record, "{\"zeta\":\"Caf\xc3\xa9 \xe2\x9c\x93\",\"alpha\":null,"
-                      "\"data\":\"iVBOR\\/8=\",\"empty\":\"\",\"dates\":[0,-978307200]}");
 }
 
 TEST(JsonWriter, RefusesMisuse) {

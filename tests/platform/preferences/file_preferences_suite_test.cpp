@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -25,48 +26,38 @@ std::string readFile(const std::filesystem::path& path) {
     return text.str();
 }
 
-std::vector<std::filesystem::path> filesNamed(const std::filesystem::path& dir,
-                                              std::string_view part) {
-    std::vector<std::filesystem::path> found;
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
-        if (entry.path().filename().string().find(part) != std::string::npos)
-            found.push_back(entry.path());
-    return found;
-}
-
 } // namespace
 
-TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentNamedAfterTheSuite) {
+// One owner-only document named after the suite, and two suites over it:
+// each write, even one that leaves the size unchanged a moment after the
+// last, is seen at the other's next read.
+TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentThatAnotherReaderSeesChange) {
     TempDir dir;
-    FilePreferencesSuite suite(dir / "config", "group.QRX-Lumenforge.Tasket");
-    ASSERT_TRUE(suite.setValue("k", true));
-    EXPECT_EQ(suite.path(), dir / "config" / "group.QRX-Lumenforge.Tasket.json");
+    FilePreferencesSuite writer(dir / "config", "group.QRX-Lumenforge.Tasket");
+    FilePreferencesSuite reader(dir / "config", "group.QRX-Lumenforge.Tasket");
+    EXPECT_FALSE(reader.value("k"));
+    ASSERT_TRUE(writer.setValue("k", true));
+    EXPECT_EQ(writer.path(), dir / "config" / "group.QRX-Lumenforge.Tasket.json");
     struct stat st {};
-    ASSERT_EQ(::stat(suite.path().c_str(), &st), 0);
+    ASSERT_EQ(::stat(writer.path().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     ASSERT_EQ(::stat((dir / "config").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
-    EXPECT_EQ(readFile(suite.path()), "{\n  \"k\": true\n}\n");
-    EXPECT_TRUE(filesNamed(dir / "config", ".tmp-").empty());
-
-    tasket::testing::ScopedEnv config("XDG_CONFIG_HOME", dir / "xdg");
-    EXPECT_EQ(FilePreferencesSuite::inConfigHome("Lumenforge.QRX.Tasket")->path(),
-              dir / "xdg" / "Lumenforge.QRX.Tasket.json");
-}
-
-// Two readers over one file: each write, even one that leaves the size
-// unchanged a moment after the last, is seen at the next read.
-TEST(FilePreferencesSuite, AReaderSeesEveryWriteOfAnotherWriter) {
-    TempDir dir;
-    FilePreferencesSuite writer(dir.path(), "s");
-    FilePreferencesSuite reader(dir.path(), "s");
-    EXPECT_FALSE(reader.value("n"));
+    EXPECT_EQ(readFile(writer.path()), "{\n  \"k\": true\n}\n");
+    EXPECT_TRUE(std::ranges::none_of(
+        std::filesystem::directory_iterator(dir / "config"),
+        [](const auto& entry) { return entry.path().string().contains(".tmp-"); }))
+        << "a temporary file was left";
     for (int i = 10; i < 100; ++i) {
         ASSERT_TRUE(writer.setValue("n", i));
         ASSERT_EQ(reader.integerValue("n"), i);
     }
     ASSERT_TRUE(std::filesystem::remove(writer.path()));
     EXPECT_FALSE(reader.value("n"));
+
+    tasket::testing::ScopedEnv config("XDG_CONFIG_HOME", dir / "xdg");
+    EXPECT_EQ(FilePreferencesSuite::inConfigHome("Lumenforge.QRX.Tasket")->path(),
+              dir / "xdg" / "Lumenforge.QRX.Tasket.json");
 }
 
 TEST(FilePreferencesSuite, AnUnreadableFileReadsAsEmptyAndIsMovedAsideBeforeTheNextWrite) {
