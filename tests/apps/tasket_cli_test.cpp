@@ -154,4 +154,6 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsAndStopsOnADamagedOne) {
         << damaged.err;
     EXPECT_TRUE(contains(damaged.err, "file is not a database")) << damaged.err;
     EXPECT_EQ(std::filesystem::file_size(store), 12u);
+    for (const auto& entry : std::filesystem::directory_iterator(store.parent_path()))
+        EXPECT_EQ(entry.path(), store); // no journal or write-ahead log beside it
 }
