@@ -13,8 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
+#include <tuple>
 
 using namespace tasket::store;
 namespace predicates = tasket::rules::predicates;
@@ -62,15 +62,6 @@ class Records : public tasket::testing::StoreFixture {
     std::shared_ptr<ObjectContext> reader;
 };
 
-template <class R> void checkRecordClass(ObjectContext& writer, ObjectContext& reader) {
-    SCOPED_TRACE(std::string(R::entityName));
-    auto inserted = R::insertNew(writer);
-    ASSERT_TRUE(inserted);
-    EXPECT_EQ(inserted->entityDescription().name, R::entityName);
-    ASSERT_TRUE(writer.save());
-    EXPECT_TRUE(std::dynamic_pointer_cast<R>(reader.objectWithID(inserted->objectID())));
-}
-
 template <class Record> std::string found(ObjectContext& context, std::string_view id) {
     auto record = findByIdentifier<Record>(context, id);
     if (!record)
@@ -80,20 +71,16 @@ template <class Record> std::string found(ObjectContext& context, std::string_vi
 
 } // namespace
 
-TEST_F(Records, EveryEntityIsMadeAsTheRecordClassOfItsName) {
-    auto readerContext = newContext();
-#define TK_TEST_CHECK(Class) checkRecordClass<Class>(*writer, *readerContext);
-    TK_DATA_ENTITIES(TK_TEST_CHECK)
-#undef TK_TEST_CHECK
-}
-
-// The compile-time property indexes the accessors use are the engine's.
-TEST(RecordSchema, PropertyIndexesAreTheEngines) {
+// Every entity makes objects of the record class of its name, and the
+// compile-time property indexes the accessors use are the engine's.
+TEST(RecordSchema, EntitiesMakeTheirRecordClassWithTheEnginesPropertyIndexes) {
     using tasket::store::detail::Schema;
 #define TK_TEST_INDEX(C, kind, name, ...)                                                          \
     EXPECT_EQ(tkDataModel()->entity(#C)->propertyIndex(#name), Schema<C>::Property::name)          \
         << #C "." #name;
-#define TK_TEST_ENTITY(C) TK_DATA_##C(TK_TEST_INDEX, C)
+#define TK_TEST_ENTITY(C)                                                                          \
+    EXPECT_TRUE(std::dynamic_pointer_cast<C>(tkDataModel()->entity(#C)->makeObject())) << #C;      \
+    TK_DATA_##C(TK_TEST_INDEX, C)
     TK_DATA_ENTITIES(TK_TEST_ENTITY)
 #undef TK_TEST_ENTITY
 #undef TK_TEST_INDEX
@@ -204,10 +191,6 @@ TEST_F(Records, RelationshipsKeepBothSidesAndPersist) {
 
     task->removeFromTags(tag);
     EXPECT_TRUE(tag->tasks().empty());
-    ASSERT_SAVED(writer);
-    EXPECT_TRUE(std::dynamic_pointer_cast<TK_Tag>(newContext()->objectWithID(tag->objectID()))
-                    ->tasks()
-                    .empty());
 }
 
 TEST_F(Records, DeletingAListOrAnAttributeTakesWhatItOwns) {
@@ -297,12 +280,13 @@ TEST_F(Records, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
          true},
         {"both", std::nullopt, std::nullopt, Bytes{1}, 1, false, false, true},
     };
-    const std::pair<const Predicate*, bool Case::*> predicates[] = {
-        {&predicates::hasNotes(), &Case::notes},
-        {&predicates::hasLink(), &Case::link},
-        {&predicates::hasAttachments(), &Case::attachments},
+    // Each rule, the field that says whether it holds, and when.
+    const std::tuple<const Predicate*, bool Case::*, bool> predicates[] = {
+        {&predicates::hasNotes(), &Case::notes, true},
+        {&predicates::hasLink(), &Case::link, true},
+        {&predicates::hasAttachments(), &Case::attachments, true},
+        {&predicates::hasNoAttachments(), &Case::attachments, false},
     };
-    std::map<std::pair<std::string, const Predicate*>, std::set<ObjectID>> expected;
     std::vector<std::pair<const Case*, ObjectPtr>> items;
     for (const auto& c : cases) {
         auto task = TK_Task::insertNew(*writer);
@@ -320,27 +304,17 @@ TEST_F(Records, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
         items.emplace_back(&c, task);
         items.emplace_back(&c, subtask);
     }
-    for (const auto& [c, item] : items) {
-        SCOPED_TRACE(std::string(c->name) + " on " + item->entityDescription().name);
-        for (const auto& [predicate, holds] : predicates)
-            EXPECT_EQ(satisfies(*item, *predicate), c->*holds);
-        EXPECT_EQ(satisfies(*item, predicates::hasNoAttachments()), !c->attachments);
-    }
+    for (const auto& [c, item] : items)
+        for (const auto& [predicate, field, when] : predicates)
+            EXPECT_EQ(satisfies(*item, *predicate), c->*field == when)
+                << c->name << " " << predicate->toString();
     ASSERT_SAVED(writer);
-    for (const auto& [c, item] : items) {
-        for (const auto& [predicate, holds] : predicates)
-            if (c->*holds)
-                expected[{item->entityDescription().name, predicate}].insert(item->objectID());
-        if (!c->attachments)
-            expected[{item->entityDescription().name, &predicates::hasNoAttachments()}].insert(
-                item->objectID());
-    }
-    for (const std::string_view entity : {TK_Task::entityName, TK_Subtask::entityName})
-        for (const Predicate* predicate :
-             {&predicates::hasNotes(), &predicates::hasLink(), &predicates::hasAttachments(),
-              &predicates::hasNoAttachments()})
-            EXPECT_EQ(fetched(entity, *predicate), (expected[{std::string(entity), predicate}]))
-                << entity << " " << predicate->toString();
+    for (const auto& [c, item] : items)
+        for (const auto& [predicate, field, when] : predicates)
+            EXPECT_EQ(fetched(item->entityDescription().name, *predicate).count(item->objectID()),
+                      c->*field == when ? 1u : 0u)
+                << c->name << " on " << item->entityDescription().name << " "
+                << predicate->toString();
 }
 
 // nil is no identifier; the empty text is one.
