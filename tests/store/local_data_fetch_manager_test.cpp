@@ -252,24 +252,19 @@ TEST_F(LocalDataFetchManagerTest, LargeCollectionsReadTheirSortIndexInOrder) {
 
 // ---- Sort settings ----------------------------------------------------------------------
 
+// (That each kind reads its own keys is the golden test's.)
 TEST_F(LocalDataFetchManagerTest, UnusableStoredSortSettingsReadAsTheDefaults) {
-    const std::string regularFolderDirection =
-        std::string(keys::kStoragePrefix) + "Folders.Sort.Direction";
-    struct Case {
-        const char* name;
-        std::string key;
-        PreferenceValue stored;
+    const std::vector<std::pair<const char*, PreferenceValue>> cases = {
+        {"a code that is no case", std::int64_t{2}},
+        {"a negative code", std::int64_t{-1}},
+        {"a text", "descending"},
+        {"a double", 1.0},
     };
-    const std::vector<Case> cases = {
-        {"a folder direction under the regular key", regularFolderDirection, std::int64_t{1}},
-        {"a code that is no case", std::string(keys::kFoldersSortOrderDirection), std::int64_t{2}},
-        {"a negative code", std::string(keys::kFoldersSortOrderDirection), std::int64_t{-1}},
-        {"a text", std::string(keys::kFoldersSortOrderDirection), "descending"},
-        {"a double", std::string(keys::kFoldersSortOrderDirection), 1.0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        ASSERT_TRUE(group->update([&](auto& values) { values = {{c.key, c.stored}}; }));
+    for (const auto& [name, stored] : cases) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(group->update([&](auto& values) {
+            values = {{std::string(keys::kFoldersSortOrderDirection), stored}};
+        }));
         auto manager = start();
         EXPECT_EQ(manager->foldersSortOrderDirection().value(), kDefaultObjectsSortOrderDirection);
         EXPECT_EQ(manager->foldersSortOrder().value(), kDefaultObjectsSortOrder);
