@@ -46,10 +46,6 @@ class QtEnvironment final : public ::testing::Environment {
 
 [[maybe_unused]] const auto* const kQt = ::testing::AddGlobalTestEnvironment(new QtEnvironment);
 
-QString qs(std::string_view text) {
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
-
 class ShareFormTest : public ShareFixture {
   protected:
     void TearDown() override {
@@ -142,27 +138,6 @@ TEST(ShareFormModel, SizesReadAsFileManagersShowThem) {
         EXPECT_EQ(describeSize(bytes), expected) << bytes;
 }
 
-TEST(ShareFormModel, AttachmentsAreNamedWithTheirExtensionAndSize) {
-    struct Case {
-        std::string title;
-        std::string fileExtension;
-        std::size_t size;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
-        {"Report 2024.final", "pdf", 2345, "Report 2024.final.pdf (2.3 kB)"},
-        {"Makefile", "", 5, "Makefile (5 bytes)"},
-        {"", "png", 1, "Picture.png (1 byte)"}, // a picture held in memory
-    };
-    for (const Case& c : cases) {
-        tasket::share::AttachmentPayload attachment;
-        attachment.title = c.title;
-        attachment.fileExtension = c.fileExtension;
-        attachment.content.resize(c.size);
-        EXPECT_EQ(tasket::apps::describeAttachment(attachment), c.expected);
-    }
-}
-
 TEST_F(ShareFormTest, TypedTextGoesIntoTheListPickedByKeyboardOnEnter) {
     addList("Errands", 0);
     addList("Work", 1, 1);
@@ -194,8 +169,6 @@ TEST_F(ShareFormTest, TypedTextGoesIntoTheListPickedByKeyboardOnEnter) {
 TEST_F(ShareFormTest, EscapeAndClosingTheWindowCancelAndWriteNothing) {
     for (const bool byEscape : {true, false}) {
         SCOPED_TRACE(byEscape ? "Esc" : "window closed");
-        TempDir caseDir;
-        data = LocalDataManager::make(caseDir.path());
         completions = 0;
         open({webLink("https://example.org/")});
         QTest::keyClicks(child<QPlainTextEdit>("text"), "Not wanted");
@@ -207,8 +180,7 @@ TEST_F(ShareFormTest, EscapeAndClosingTheWindowCancelAndWriteNothing) {
         EXPECT_EQ(completions, 1);
         EXPECT_TRUE(controller->pendingSaves()->outcomes().empty());
         EXPECT_TRUE(window->isVisible()); // until the program quits
-        readers.push_back(LocalDataManager::make(caseDir.path()));
-        EXPECT_EQ(*readers.back()->viewContext()->count(TK_Task::fetchRequest()), 0u);
+        EXPECT_TRUE(ShareFixture::storedTasks().empty());
         EXPECT_EQ(*readers.back()->viewContext()->count(TK_Category::fetchRequest()), 0u);
         window.reset();
         model.reset();
@@ -266,7 +238,8 @@ TEST_F(ShareFormTest, FilesWithoutThePaidTierShowTheNoticeThenSaveWithoutThem) {
     addList("Errands", 0);
     writeFile(dir / "notes.txt", "notes");
     open({fileLink(dir / "notes.txt")});
-    EXPECT_EQ(child<QLabel>("files")->text(), qs(tasket::rules::texts::kFilesNeedPremium.english));
+    EXPECT_EQ(child<QLabel>("files")->text(),
+              QString::fromUtf8(tasket::rules::texts::kFilesNeedPremium.english));
 
     auto* text = child<QPlainTextEdit>("text");
     QTest::keyClicks(text, "With notes");
@@ -295,8 +268,11 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     ASSERT_TRUE(group->setValue(tasket::settings::keys::kIsSuccessfulPurchase, true));
     writeFile(dir / "notes.txt", "notes");
     writeFile(dir / "Makefile", std::string(1500, 'x'));
-    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile")});
-    EXPECT_EQ(child<QLabel>("files")->text(), "notes.txt (5 bytes)\nMakefile (1.5 kB)");
+    // Named with their extension, or as a picture when held in memory.
+    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile"),
+          pictureInMemory(pngBytes(), "public.png")});
+    EXPECT_EQ(child<QLabel>("files")->text(),
+              "notes.txt (5 bytes)\nMakefile (1.5 kB)\nPicture.png (33 bytes)");
     // An empty store: the task goes into a list made for it.
     EXPECT_EQ(listLabels(), QStringList({"New Category (0 tasks)", "New List…"}));
     QTest::keyClicks(child<QPlainTextEdit>("text"), "Two files");
@@ -304,5 +280,5 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     waitForSaves();
     const auto tasks = storedTasks("Two files");
     ASSERT_EQ(tasks.size(), 1u);
-    EXPECT_EQ(tasks.front()->attachmentsArray().size(), 2u);
+    EXPECT_EQ(tasks.front()->attachmentsArray().size(), 3u);
 }

@@ -39,59 +39,52 @@ std::string lower(std::string text) {
 
 } // namespace
 
-TEST(TasketCli, HelpAndVersionAnswerOnStandardOutput) {
+// Help and version answer on standard output; a wrong command line gets
+// the usage status and a pointer to --help on standard error only.
+TEST(TasketCli, HelpVersionAndWrongCommandLines) {
     struct Case {
         std::vector<std::string> arguments;
-        std::vector<std::string> expected;
+        int status;
+        std::vector<std::string> expected; // on the stream the status implies
     };
     const std::string version(kTasketVersion);
     const Case cases[] = {
         {{"version", "--json"},
+         0,
          {"{\n  \"name\": \"tasket\",\n  \"version\": \"" + version + "\"\n}\n"}},
-        {{"--help"},
-         {"Usage: tasket [--help] COMMAND", "Print the program's version", "Exit status:"}},
-        {{"-h"}, {"Usage: tasket [--help] COMMAND"}},
+        {{"--help"}, 0, {"Usage: tasket [--help] COMMAND", "Print the program's version"}},
+        {{"-h"}, 0, {"Usage: tasket [--help] COMMAND", "Exit status:"}},
         {{"version", "--help"},
+         0,
          {"Usage: tasket version [--json]", "Prints \"tasket\" and the version"}},
+        {{}, kExitUsage, {"tasket: no command given"}},
+        {{"bogus"}, kExitUsage, {"tasket: unknown command \"bogus\""}},
+        {{"demo"}, kExitUsage, {"tasket: unknown command \"demo\""}},
+        {{"version", "extra"}, kExitUsage, {"tasket: "}},
+        {{"version", "--nope"}, kExitUsage, {"tasket: "}},
+        {{"--nope"}, kExitUsage, {"tasket: "}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
         const ProgramRun run = runFrame(c.arguments);
-        EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.err, "");
-        if (c.expected.size() == 1 && c.expected.front().ends_with("\n")) {
-            EXPECT_EQ(run.out, c.expected.front());
+        EXPECT_EQ(run.status, c.status);
+        const std::string& shown = c.status == 0 ? run.out : run.err;
+        EXPECT_EQ(c.status == 0 ? run.err : run.out, "");
+        if (c.arguments.size() == 2 && c.arguments[1] == "--json") {
+            EXPECT_EQ(shown, c.expected.front());
         }
         for (const auto& part : c.expected)
-            EXPECT_TRUE(contains(run.out, part)) << run.out;
+            EXPECT_TRUE(contains(shown, part)) << shown;
+        if (c.status != 0) {
+            EXPECT_TRUE(shown.starts_with(c.expected.front())) << shown;
+            EXPECT_TRUE(contains(shown, "tasket --help")) << shown;
+        }
     }
 }
 
-TEST(TasketCli, WrongCommandLinesExitWithUsageStatus) {
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string message;
-    };
-    const Case cases[] = {
-        {{}, "tasket: no command given"},
-        {{"bogus"}, "tasket: unknown command \"bogus\""},
-        {{"demo"}, "tasket: unknown command \"demo\""},
-        {{"version", "extra"}, "tasket: "},
-        {{"version", "--nope"}, "tasket: "},
-        {{"--nope"}, "tasket: "},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.arguments));
-        const ProgramRun run = runFrame(c.arguments);
-        EXPECT_EQ(run.status, kExitUsage);
-        EXPECT_EQ(run.out, "");
-        EXPECT_TRUE(run.err.starts_with(c.message)) << run.err;
-        EXPECT_TRUE(contains(run.err, "tasket --help")) << run.err;
-    }
-}
-
-// The real program (main() and its streams) over a seeded store.
-TEST(TasketProgram, PrintsWhatTheStoreHolds) {
+// The real program (main() and its streams) over a seeded store, then over
+// a damaged one.
+TEST(TasketProgram, PrintsWhatTheStoreHoldsAndStopsOnADamagedOne) {
     tasket::testing::TempDir dir;
     std::ofstream(dir / "notes.txt") << std::string(1234, 'x');
     const ProgramRun seeded = runProgram(
@@ -136,7 +129,6 @@ TEST(TasketProgram, PrintsWhatTheStoreHolds) {
           "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"},
          {}},
         {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}, {}},
-        {{"bogus"}, kExitUsage, {"unknown command \"bogus\""}, {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
@@ -152,17 +144,16 @@ TEST(TasketProgram, PrintsWhatTheStoreHolds) {
         for (const auto& text : c.absent)
             EXPECT_FALSE(contains(output, text)) << output;
     }
-}
 
-TEST(TasketProgram, AStoreThatIsNotADatabaseStopsWithTheMessageAndStaysUntouched) {
-    tasket::testing::TempDir dir;
+    // A store that is not a database stops it with the reason, untouched.
     const auto store = tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite";
-    std::filesystem::create_directories(store.parent_path());
-    std::ofstream(store) << "not a store\n";
-    const ProgramRun run = runProgram(TASKET_BINARY, {"lists"}, {.home = dir.path()});
-    EXPECT_EQ(run.status, kExitSoftware);
-    EXPECT_TRUE(run.err.starts_with("There was an error loading the persistent store: "))
-        << run.err;
-    EXPECT_TRUE(contains(run.err, "file is not a database")) << run.err;
+    std::ofstream(store, std::ios::trunc) << "not a store\n";
+    const ProgramRun damaged = runProgram(TASKET_BINARY, {"lists"}, {.home = dir.path()});
+    EXPECT_EQ(damaged.status, kExitSoftware);
+    EXPECT_TRUE(damaged.err.starts_with("There was an error loading the persistent store: "))
+        << damaged.err;
+    EXPECT_TRUE(contains(damaged.err, "file is not a database")) << damaged.err;
     EXPECT_EQ(std::filesystem::file_size(store), 12u);
+    for (const auto& entry : std::filesystem::directory_iterator(store.parent_path()))
+        EXPECT_EQ(entry.path(), store); // no journal or write-ahead log beside it
 }

@@ -113,9 +113,10 @@ TEST(ApplicationGroupDeathTest, RefusesAFolderItCannotWrite) {
     EXPECT_EXIT(std::exit(refused() ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }
 
-// The process-wide container is fixed at the first use, so these run in a
-// child process of their own.
-TEST(ApplicationGroupDeathTest, IsFoundOncePerProcessUnderTheDataHome) {
+// The process-wide container is fixed at the first use, under the data
+// home of that moment, and the process stops when there is none; each runs
+// in a child process of its own.
+TEST(ApplicationGroupDeathTest, IsFoundOncePerProcessUnderTheDataHomeOrStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto firstUseFixesIt = [] {
         TempDir first;
@@ -130,10 +131,6 @@ TEST(ApplicationGroupDeathTest, IsFoundOncePerProcessUnderTheDataHome) {
                applicationGroupContainerURL() == url && fs::is_empty(second.path());
     };
     EXPECT_EXIT(std::exit(firstUseFixesIt() ? 0 : 1), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(ApplicationGroupDeathTest, StopsTheProcessWhenThereIsNone) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     ScopedEnv home("XDG_DATA_HOME", "/dev/null/data");
     EXPECT_EXIT(LocalDataManager::make(), ::testing::ExitedWithCode(70),
                 "The application group container /dev/null/data/group.QRX-Lumenforge.Tasket cannot "

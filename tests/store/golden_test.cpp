@@ -124,40 +124,41 @@ TEST(Golden, TheSharedTextsAndCodesAreKeptByteForByte) {
 }
 
 // The sort settings are read from the keys the main application writes:
-// each kind gets a different stored pair under the golden key texts.
+// a non-default pair stored under one kind's golden key texts is read by
+// that kind alone, every other kind reading the defaults.
 TEST(Golden, TheSortSettingsAreReadFromTheSharedKeys) {
     using Kind = store::CollectionKind;
-    const std::map<std::string, Kind> kinds = {
-        {"folders", Kind::folders},       {"smartCategories", Kind::smartCategories},
-        {"categories", Kind::categories}, {"tags", Kind::tags},
-        {"priorities", Kind::priorities}, {"statuses", Kind::statuses},
-        {"attributes", Kind::attributes}, {"values", Kind::values}};
-    auto group = std::make_shared<platform::InMemoryPreferencesSuite>(
-        std::string(settings::keys::kAppGroupSuite));
-    std::map<Kind, std::pair<std::int64_t, std::int64_t>> stored;
-    std::int64_t n = 0;
-    for (const auto& [key, value] : goldenRows()) {
-        if (!key.starts_with("sortKey "))
-            continue;
-        const Kind kind = kinds.at(key.substr(8));
-        const auto bar = value.find('|');
-        stored[kind] = {n % 4, (n / 4) % 2};
-        ASSERT_TRUE(group->setValue(value.substr(0, bar), stored[kind].first));
-        ASSERT_TRUE(group->setValue(value.substr(bar + 1), stored[kind].second));
-        ++n;
+    const std::vector<std::string> names = {"folders",    "smartCategories", "categories",
+                                            "tags",       "priorities",      "statuses",
+                                            "attributes", "values"};
+    const auto golden = goldenRows();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        SCOPED_TRACE(names[i]);
+        const std::string& keys = golden.at("sortKey " + names[i]);
+        const auto bar = keys.find('|');
+        auto group = std::make_shared<platform::InMemoryPreferencesSuite>(
+            std::string(settings::keys::kAppGroupSuite));
+        ASSERT_TRUE(group->setValue(keys.substr(0, bar), std::int64_t{0}));  // alphabetical
+        ASSERT_TRUE(group->setValue(keys.substr(bar + 1), std::int64_t{1})); // descending
+        tasket::testing::TempDir dir;
+        auto manager = store::LocalDataFetchManager::make(
+            store::LocalDataManager::make(dir.path()),
+            std::make_shared<settings::CustomizationManager>(
+                group, std::make_shared<platform::InMemoryPreferencesSuite>(
+                           std::string(settings::keys::kStandardSuite))),
+            std::make_shared<settings::FocusManager>());
+        ASSERT_TRUE(manager) << manager.error().message;
+        for (std::size_t k = 0; k < names.size(); ++k) {
+            const Kind kind = static_cast<Kind>(k);
+            EXPECT_EQ((*manager)->sortOrder(kind).value(),
+                      k == i ? rules::TK_ObjectsSortOrder::alphabetical
+                             : store::kDefaultObjectsSortOrder)
+                << names[k];
+            EXPECT_EQ((*manager)->sortOrderDirection(kind).value(),
+                      k == i ? rules::TK_ObjectsSortOrderDirection::descending
+                             : store::kDefaultObjectsSortOrderDirection)
+                << names[k];
+        }
+        platform::MainQueue::shared().pump();
     }
-    ASSERT_EQ(stored.size(), kinds.size());
-    tasket::testing::TempDir dir;
-    auto manager = store::LocalDataFetchManager::make(
-        store::LocalDataManager::make(dir.path()),
-        std::make_shared<settings::CustomizationManager>(
-            group, std::make_shared<platform::InMemoryPreferencesSuite>(
-                       std::string(settings::keys::kStandardSuite))),
-        std::make_shared<settings::FocusManager>());
-    ASSERT_TRUE(manager) << manager.error().message;
-    for (const auto& [kind, pair] : stored) {
-        EXPECT_EQ(rules::toStored((*manager)->sortOrder(kind).value()), pair.first);
-        EXPECT_EQ(rules::toStored((*manager)->sortOrderDirection(kind).value()), pair.second);
-    }
-    platform::MainQueue::shared().pump();
 }
