@@ -109,6 +109,30 @@ TEST(PersistentStore, FolderProblemsAreNamed) {
     EXPECT_FALSE(fs::exists(dir / "ro" / "s.sqlite"));
 }
 
+// Whatever the umask, the store and its log are the user's alone, and a
+// link planted where the store should be is not followed.
+TEST(PersistentStore, FilesAreTheUsersAloneAndNoLinkIsFollowed) {
+    namespace fs = std::filesystem;
+    TempDir dir;
+    const mode_t previous = umask(0);
+    {
+        auto store = PersistentStore::open(dir / "s.sqlite", makeTestModel());
+        ASSERT_TRUE(store) << store.error().message;
+        auto context = ObjectContext::make(*store, ConcurrencyType::mainQueue);
+        context->insertNewObject("Label");
+        ASSERT_SAVED(context);
+        for (const char* suffix : {"", "-wal", "-shm"})
+            EXPECT_EQ(fs::status(dir.path() / (std::string("s.sqlite") + suffix)).permissions(),
+                      fs::perms::owner_read | fs::perms::owner_write)
+                << suffix;
+    }
+    umask(previous);
+
+    fs::create_symlink(dir / "elsewhere.sqlite", dir / "planted.sqlite");
+    EXPECT_FALSE(PersistentStore::open(dir / "planted.sqlite", makeTestModel()));
+    EXPECT_FALSE(fs::exists(dir / "elsewhere.sqlite"));
+}
+
 // Version 1 is created (write-ahead log, user_version, an identifier),
 // version 2 adds an attribute with a default and an entity in place, and a
 // program that knows only version 1 again leaves the file alone.

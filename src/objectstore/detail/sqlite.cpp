@@ -2,7 +2,10 @@
 
 #include "objectstore/model/model.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -92,7 +95,17 @@ Database::~Database() {
 Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& path, bool create) {
     auto db = std::make_unique<Database>();
     db->m_path = path;
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    // The store is the user's alone: made 0600 whatever the umask (SQLite
+    // gives its log and shared-memory files the store's mode), and never
+    // opened through a symbolic link someone could plant in its folder.
+    if (create) {
+        const int fd =
+            ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd >= 0)
+            ::close(fd);
+    }
+    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW |
+                (create ? SQLITE_OPEN_CREATE : 0);
     int rc = sqlite3_open_v2(path.c_str(), &db->m_db, flags, nullptr);
     if (rc != SQLITE_OK) {
         auto err = db->error(fmt::format("cannot open {}", path.string()), rc);
