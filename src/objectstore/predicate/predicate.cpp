@@ -8,6 +8,19 @@
 
 namespace tasket::objectstore {
 
+KeyPath KeyPath::split(std::string_view dotted, std::size_t position) {
+    KeyPath path;
+    path.position = position;
+    while (true) {
+        const auto dot = dotted.find('.');
+        path.components.emplace_back(dotted.substr(0, dot));
+        if (dot == std::string_view::npos)
+            return path;
+        dotted.remove_prefix(dot + 1);
+    }
+}
+
+
 struct Predicate::Node {
     Kind kind = Kind::constant;
     bool value = true;

@@ -69,6 +69,9 @@ inline constexpr std::uint8_t kDiacriticInsensitive = 2;
 struct KeyPath {
     std::vector<std::string> components;
     std::size_t position = 0; // character offset in the text it was parsed from
+
+    /// The components of `dotted`, split at every dot, unchecked.
+    [[nodiscard]] static KeyPath split(std::string_view dotted, std::size_t position = 0);
 };
 
 /// One side of a comparison: a key path, a constant, or a list of constants.

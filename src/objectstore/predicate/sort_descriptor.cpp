@@ -16,16 +16,7 @@ namespace {
 
 Result<BoundKeyPath> resolveSortKey(const SortDescriptor& d, const Model& model,
                                     std::uint32_t entity) {
-    KeyPath path;
-    std::string_view rest = d.keyPath;
-    while (true) {
-        const auto dot = rest.find('.');
-        path.components.emplace_back(rest.substr(0, dot));
-        if (dot == std::string_view::npos)
-            break;
-        rest.remove_prefix(dot + 1);
-    }
-    auto bound = resolveKeyPath(model, entity, path);
+    auto bound = resolveKeyPath(model, entity, KeyPath::split(d.keyPath));
     if (!bound)
         return bound;
     if (bound->toManyStep && !bound->count)

@@ -390,16 +390,7 @@ class Parser {
         if (!text)
             return failAt(Errc::invalidArgument, t.position,
                           "argument for %K must be a key path text");
-        KeyPath path;
-        path.position = t.position;
-        std::string_view rest = *text;
-        while (true) {
-            const auto dot = rest.find('.');
-            path.components.emplace_back(rest.substr(0, dot));
-            if (dot == std::string_view::npos)
-                break;
-            rest.remove_prefix(dot + 1);
-        }
+        KeyPath path = KeyPath::split(*text, t.position);
         for (std::size_t i = 0; i < path.components.size(); ++i)
             if (!validKeyComponent(path.components[i]) ||
                 (path.components[i] == "@count" && (i == 0 || i + 1 != path.components.size())))
