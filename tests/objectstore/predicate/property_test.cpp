@@ -87,37 +87,33 @@ Value draw(Random& rng, AttributeType type) {
 // tags, steps on the first half of the tasks only (so that many have none),
 // details on random tasks; some of each left unrelated.
 void fill(testing::TwoWayStore& store, Random& rng) {
-    struct Link {
-        const char* relationship;
-        const char* target;
-        double chance;
-        int most;    // objects added to a to-many
-        int firstOf; // targets drawn from the first this many; 0: those made before
-    };
-    const std::tuple<const char*, int, std::vector<Link>> entities[] = {
-        {"Folder", kFolders, {{"parent", "Folder", 0.4, 1, 0}}},
-        {"Tag", kTags, {}},
-        {"Task", kTasks, {{"folder", "Folder", 0.8, 1, kFolders}, {"tags", "Tag", 0.6, 4, kTags}}},
-        {"Step", kSteps, {{"task", "Task", 0.95, 1, kTasks / 2 + 1}}},
-        {"Detail", kDetails, {{"task", "Task", 0.9, 1, kTasks}}},
-    };
-    std::map<std::string, std::vector<ObjectPtr>> made;
-    for (const auto& [entity, count, links] : entities) {
-        for (int i = 0; i < count; ++i) {
-            auto o = store.insert(entity);
-            for (const auto& a : o->entityDescription().attributes)
+    const std::pair<const char*, int> counts[] = {{"Folder", kFolders},
+                                                  {"Tag", kTags},
+                                                  {"Task", kTasks},
+                                                  {"Step", kSteps},
+                                                  {"Detail", kDetails}};
+    for (const auto& [entity, count] : counts)
+        for (int i = 0; i < count; ++i)
+            for (auto o = store.insert(entity); const auto& a : o->entityDescription().attributes)
                 o->setValue(a.name, draw(rng, a.type));
-            for (const auto& l : links) {
-                const auto& targets = made[l.target];
-                const int last = static_cast<int>(l.firstOf ? l.firstOf : targets.size()) - 1;
-                if (last >= 0 && chance(rng, l.chance))
-                    for (int n = between(rng, 1, l.most); n > 0; --n)
-                        testing::TwoWayStore::relate(
-                            *o, l.relationship,
-                            targets[static_cast<std::size_t>(between(rng, 0, last))]);
-            }
-            made[entity].push_back(o);
-        }
+    // Of each object, with a chance, up to `most` targets drawn from the first `of` (0: the
+    // objects of the same entity before it).
+    const std::tuple<const char*, const char*, const char*, double, int, int> links[] = {
+        {"Folder", "parent", "Folder", 0.4, 1, 0},
+        {"Task", "folder", "Folder", 0.8, 1, kFolders},
+        {"Task", "tags", "Tag", 0.6, 4, kTags},
+        {"Step", "task", "Task", 0.95, 1, kTasks / 2 + 1},
+        {"Detail", "task", "Task", 0.9, 1, kTasks},
+    };
+    for (const auto& [entity, relationship, target, p, most, of] : links) {
+        const auto& objects = store.objects(testing::entityIndex(entity));
+        const auto& targets = store.objects(testing::entityIndex(target));
+        for (int i = 0; i < static_cast<int>(objects.size()); ++i)
+            if ((of || i) && chance(rng, p))
+                for (int n = between(rng, 1, most); n > 0; --n)
+                    testing::TwoWayStore::relate(
+                        *objects[static_cast<std::size_t>(i)], relationship,
+                        targets[static_cast<std::size_t>(between(rng, 0, (of ? of : i) - 1))]);
     }
     store.save();
 }
@@ -156,10 +152,8 @@ const std::vector<Path>& paths(const std::string& entity) {
         for (const auto& [name, list] : texts) {
             std::istringstream words(list);
             for (std::string text; words >> text;) {
-                KeyPath keyPath;
-                std::istringstream parts(text);
-                for (std::string part; std::getline(parts, part, '.');)
-                    keyPath.components.push_back(part);
+                const auto keyPath =
+                    std::get<KeyPath>(Predicate::parse(text + " = nil")->comparison().lhs);
                 const auto b =
                     *resolveKeyPath(testing::testModel(), testing::entityIndex(name), keyPath);
                 out[name].push_back({text, b.kind, b.toManyStep && !b.count, b.endsAtCollection(),
@@ -182,11 +176,9 @@ struct Operator {
     bool mirrors = false;
 };
 const std::set<K> kOrdered = {K::text, K::number, K::date};
+const std::set<K> kAll = {K::text, K::number, K::date, K::uuid, K::binary, K::object};
 const std::vector<Operator> kOperators = {
-    {{"=", "==", "!=", "<>"},
-     {K::text, K::number, K::date, K::uuid, K::binary, K::object},
-     0,
-     true},
+    {{"=", "==", "!=", "<>"}, kAll, 0, true},
     {{"<", "<=", "=<", ">", ">=", "=>"}, kOrdered, 0, true},
     {{"CONTAINS", "BEGINSWITH", "ENDSWITH"}, {K::text}},
     {{"LIKE"}, {K::text}},
@@ -194,20 +186,12 @@ const std::vector<Operator> kOperators = {
     {{"BETWEEN"}, kOrdered, 2},
 };
 
-struct Generated {
-    std::string format;
-    std::vector<PredicateArgument> arguments;
-};
-
 class Generator {
   public:
     Generator(Random& rng, std::string entity) : m_rng(rng), m_entity(std::move(entity)) {}
 
-    Generated next() {
-        Generated g;
-        g.format = predicate(g.arguments, 0);
-        return g;
-    }
+    /// A random predicate, its arguments appended to `args`.
+    std::string next(std::vector<PredicateArgument>& args) { return predicate(args, 0); }
 
   private:
     // A keyword in a random letter case.
@@ -404,9 +388,10 @@ TEST_F(RandomStore, SqlAndMemorySelectTheSameObjects) {
         Generator generator(rng, entity);
         const auto index = testing::entityIndex(entity);
         for (int i = 0; i < count * percent / 100 && failures < 10; ++i, ++drawn) {
-            const Generated g = generator.next();
-            auto parsed = Predicate::parse(g.format, g.arguments);
-            ASSERT_TRUE(parsed) << g.format << ": " << parsed.error().message;
+            std::vector<PredicateArgument> args;
+            const std::string format = generator.next(args);
+            auto parsed = Predicate::parse(format, args);
+            ASSERT_TRUE(parsed) << format << ": " << parsed.error().message;
             auto bound = BoundPredicate::bind(*parsed, testing::testModel(), index);
             ASSERT_TRUE(bound) << parsed->toString() << ": " << bound.error().message;
             const auto [memory, stored, sql] = s_store->select(index, *bound);
