@@ -38,6 +38,7 @@ TEST(PredicateLanguage, MalformedTextAndWrongArgumentsNameTheOffset) {
         {"title IN {1, title}", "expected a constant inside '{...}' at offset 13"},
         {"title = %x", "unsupported format specifier at offset 8"},
         {"title = AND", "expected a key path or a value, found 'AND' at offset 8"},
+        {"'x' CONTAINS ANY", "found 'ANY'"},
     };
     for (const auto& [format, message] : malformed) {
         auto parsed = Predicate::parse(format);
