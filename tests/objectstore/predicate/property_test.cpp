@@ -280,21 +280,6 @@ class Generator {
         }
     }
 
-    // A constant as written in the text.
-    std::string literal(const Scalar& v) {
-        if (const auto* b = std::get_if<bool>(&v))
-            return anyWord(*b ? std::vector<std::string>{"true", "YES"}
-                              : std::vector<std::string>{"false", "NO"});
-        const auto* text = std::get_if<std::string>(&v);
-        if (!text)
-            return toString(v);
-        const char quote = chance(m_rng, 0.5) ? '\'' : '"';
-        std::string out(1, quote);
-        for (char c : *text)
-            out += (c == quote || c == '\\' ? "\\" : "") + std::string(1, c);
-        return out + quote;
-    }
-
     // nil, a literal, or a format argument with a specifier its type takes.
     std::string constant(std::vector<PredicateArgument>& args, const Path& path,
                          const std::vector<std::string>* texts = nullptr) {
@@ -302,7 +287,7 @@ class Generator {
             return nil();
         const Scalar v = value(path, texts);
         if (chance(m_rng, 0.5))
-            return literal(v);
+            return toString(v);
         args.emplace_back(v);
         if (std::holds_alternative<bool>(v))
             return "%d";
@@ -322,7 +307,7 @@ class Generator {
         }
         std::string out = "{";
         for (std::size_t i = 0; i < items.size(); ++i)
-            out += (i ? ", " : "") + (items[i].index() ? literal(items[i]) : nil());
+            out += (i ? ", " : "") + (items[i].index() ? toString(items[i]) : nil());
         return out + "}";
     }
 
