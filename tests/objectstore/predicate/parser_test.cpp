@@ -1,9 +1,10 @@
 // The language itself: malformed text and wrong arguments fail with the
 // offset; printing gives canonical text that parses back to the same
 // predicate; empty compounds compile to constants.
+#include "objectstore/predicate/bound_predicate.h"
 #include "objectstore/predicate/predicate.h"
 #include "objectstore/predicate/sql_compiler.h"
-#include "two_way_store.h"
+#include "support/predicate_model.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,9 +17,11 @@ using ::testing::HasSubstr;
 
 const Uuid kValueID = *Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
 
-// Malformed text is a parse error, a wrong argument an invalid one; both name the offset.
-TEST(PredicateLanguage, MalformedTextAndWrongArgumentsNameTheOffset) {
+// Malformed text is a parse error; a wrong argument, and an unknown key or a
+// type mismatch when bound to Task, are invalid arguments. Each names its offset.
+TEST(PredicateLanguage, MalformedTextWrongArgumentsAndTypeMismatchesAreRefused) {
     const auto P = Errc::parseError, A = Errc::invalidArgument;
+    const auto model = tasket::testing::predicateTestModel();
     const std::string deep = "a = 1";
     const std::tuple<std::string, std::vector<PredicateArgument>, Errc, const char*> cases[] = {
         {"", {}, P, "expected a key path or a value, found the end of the predicate at offset 0"},
@@ -50,12 +53,40 @@ TEST(PredicateLanguage, MalformedTextAndWrongArgumentsNameTheOffset) {
         {"%K = 1", {"a b"}, A, "argument for %K is not a key path"},
         {"%K = 1", {3}, A, "argument for %K must be a key path text at offset 0"},
         {"score = %@", {std::nan("")}, A, "NaN"},
+        {"titel = 'x'", {}, A, "unknown key 'titel': Task has no property 'titel' (at offset 0)"},
+        {"flag = 1 AND folder.nam = 'x'", {}, A, "Folder has no property 'nam' (at offset 13)"},
+        {"title > 3", {}, A, "type mismatch: 'title' is text, compared with a number"},
+        {"due = 3", {}, A, "'due' is a date, compared with a number"},
+        {"folder.name.x = 1", {}, A, "Folder.name is an attribute and has no properties"},
+        {"tags.label = 'x'", {}, A, "'tags.label' is a to-many key path and needs ANY, ALL, NONE"},
+        {"ANY title = 'x'", {}, A, "need a key path through a to-many relationship"},
+        {"ANY tags.tasks.title = 'x'", {}, A, "crosses more than one to-many relationship"},
+        {"ANY tags.label = steps.label", {}, A, "one to-many key path only"},
+        {"count CONTAINS 'a'", {}, A, "'count' is a number, compared with text"},
+        {"title CONTAINS 3", {}, A, "compared with a number"},
+        {"count ==[c] 1", {}, A, "[c]/[d] applies to text only"},
+        {"ident = 'not a uuid'", {}, A, "\"not a uuid\" is not a UUID"},
+        {"folder = %@",
+         {ObjectID{model->entity("Tag")->index, 1}},
+         A,
+         "an object of Folder, compared with an object of Tag"},
+        {"blob < BYTES('00')", {}, A, "binary data cannot be ordered"},
+        {"ident > %@", {Uuid()}, A, "a UUID cannot be ordered"},
+        {"title IN 'a'", {}, A, "IN needs a list {...} on the right"},
+        {"title = {'a'}", {}, A, "a list can only follow IN or BETWEEN"},
+        {"count BETWEEN {1}", {}, A, "BETWEEN needs a list of two values"},
+        {"ANY tags.@count > 1", {}, A, "@count takes no ANY"},
+        {"title.@count > 1", {}, A, "Task.title is an attribute"},
+        {"folder.@count > 1", {}, A, "@count must follow a to-many relationship"},
+        {"tags CONTAINS 'x'", {}, A, "type mismatch"},
     };
     for (const auto& [format, arguments, code, message] : cases) {
         auto parsed = Predicate::parse(format, arguments);
-        ASSERT_FALSE(parsed) << format;
-        EXPECT_EQ(parsed.error().code, code) << format;
-        EXPECT_THAT(parsed.error().message, HasSubstr(message)) << format;
+        auto bound = parsed ? BoundPredicate::bind(*parsed, *model, model->entity("Task")->index)
+                            : std::unexpected(parsed.error());
+        ASSERT_FALSE(bound) << format;
+        EXPECT_EQ(bound.error().code, code) << format;
+        EXPECT_THAT(bound.error().message, HasSubstr(message)) << format;
     }
 }
 
@@ -103,9 +134,10 @@ TEST(PredicateLanguage, EmptyCompoundsMatchEverythingOrNothing) {
         {notPredicate(orPredicate({})), "NOT FALSEPREDICATE", "(NOT 0)"},
         {andPredicate({orPredicate({})}), "FALSEPREDICATE", "0"},
     };
+    const auto model = tasket::testing::predicateTestModel();
     for (const auto& [predicate, text, where] : cases) {
         EXPECT_EQ(predicate.toString(), text);
-        auto sql = compileToSql(predicate, testing::testModel(), testing::entityIndex("Task"));
+        auto sql = compileToSql(predicate, *model, model->entity("Task")->index);
         EXPECT_EQ(sql ? sql->joins + sql->where : "refused", where) << text; // and no joins
     }
 }
