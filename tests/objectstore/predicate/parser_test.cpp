@@ -1,6 +1,5 @@
-// The language itself: malformed text and wrong arguments fail with the
-// offset; printing gives canonical text that parses back to the same
-// predicate; empty compounds compile to constants.
+// The language itself: refusals name the offset; printing gives canonical text that parses
+// back to the same predicate; empty compounds compile to constants.
 #include "objectstore/predicate/bound_predicate.h"
 #include "objectstore/predicate/predicate.h"
 #include "objectstore/predicate/sql_compiler.h"

@@ -112,8 +112,7 @@ class TwoWayStore {
     }
 
   private:
-    // The keys of the rows of `entity` that a query selects, in order, its
-    // values bound as the engine's fetches bind them.
+    // The keys of `entity` a query selects, in order, bound as the engine's fetches bind.
     std::vector<std::int64_t> keys(std::uint32_t entity, const std::string& joins,
                                    const std::string& clause,
                                    const std::vector<Value>& bindings = {}) const {
@@ -333,11 +332,9 @@ TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
     }
 }
 
-// Values go to bindings, never into the text. ANY = / IN on the elements or
-// an indexed column of theirs draws the owners from the matching elements,
-// without the COALESCE that would keep SQLite from the index (the table
-// above checks that an element without an owner, like step 5, changes no
-// answer); unindexed columns, folded text and other operators keep EXISTS.
+// Values go to bindings, never into the text. ANY = / IN on an indexed column draws the owners
+// from the matching elements without a COALESCE that would hide the index (the table above checks
+// that step 5, without an owner, changes no answer); anything else keeps EXISTS.
 TEST_F(SmallStore, SqlTextHoldsNoValuesAndReachesIndexes) {
     auto where = [](const char* format, const std::vector<PredicateArgument>& arguments = {}) {
         auto sql = compileToSql(*Predicate::parse(format, arguments), kModel, entityIndex("Task"));
@@ -391,12 +388,10 @@ const std::vector<std::string> kTexts = {
     "A",       "ab",      "aB",       "b",        "ß",           "ss",       "ǅ",
     "ǆ",       "Zoë",     "zoe",      "naïve",    "NAIVE",       "a*b",      "x?y",
     "日本",    "Ω",       "ω",        "ﬁle",      "FILE",        "\xff\xfe", "tab\there",
-    "it's",    "Home",    "home",
-};
-const std::vector<std::string> kPatterns = {
-    "*mile", "?mile", "É*", "*ss*", "*",     "?",   "a\\*b", "st*e",
-    "*i*",   "",      "??", "*ß",   "x\\?y", "*Ω*", "e*e",
-};
+    "it's",    "Home",    "home"};
+const std::vector<std::string> kPatterns = {"*mile", "?mile", "É*",    "*ss*", "*",
+                                            "?",     "a\\*b", "st*e",  "*i*",  "",
+                                            "??",    "*ß",    "x\\?y", "*Ω*",  "e*e"};
 const std::vector<std::int64_t> kIntegers = {-32768, -3, -1, 0, 1, 2, 3, 7, 100, 32767};
 const std::vector<double> kDoubles = {-2.5, -1.0, 0.0, 0.5, 1.0, 2.0, 2.5, 3.0000001, 1e10, -1e300};
 const std::vector<std::int64_t> kBigs = {
@@ -446,8 +441,7 @@ void fill(TwoWayStore& store, Random& rng) {
         for (int i = 0; i < count; ++i)
             for (auto o = store.insert(entity); const auto& a : o->entityDescription().attributes)
                 o->setValue(a.name, draw(rng, a.type));
-    // Of each object, with a chance, up to `most` targets drawn from the first `of` (0: the
-    // objects of the same entity before it).
+    // Each object, with chance p, gets 1 to `most` of the first `of` targets (0: those before it).
     const std::tuple<const char*, const char*, const char*, double, int, int> links[] = {
         {"Folder", "parent", "Folder", 0.4, 1, 0},
         {"Task", "folder", "Folder", 0.8, 1, 60},
@@ -475,9 +469,8 @@ struct Path {
     bool toMany = false, collection = false; // needs a quantifier; ends at a to-many
 };
 
-// The key paths the generator compares, per entity: every hop the SQL
-// compiler treats differently (to-one chains, to-many with and without a
-// to-one after it, @count behind a to-one). The model says what they are.
+// The key paths compared, per entity: every hop the SQL compiler treats differently (to-one
+// chains, to-many with and without a to-one after it, @count behind a to-one).
 const std::vector<Path>& paths(const std::string& entity) {
     static const std::map<std::string, std::string> texts = {
         {"Task", "title note folder.name folder.parent.name detail.text count score flag big "
@@ -511,10 +504,9 @@ const std::vector<Path>& paths(const std::string& entity) {
     return table.at(entity);
 }
 
-// The operators by the kinds of value they take, in every spelling the
-// parser knows. `list`: the size of the {...} on the right, -1 for 0 to 4;
-// `mirrors`: a constant may stand on the left of a to-many key path, and
-// a second key path on the right.
+// The operators by the kinds of value they take, in every spelling. `list`: the size of the
+// {...} on the right, -1 for 0 to 4; `mirrors`: a constant may stand on the left of a to-many
+// key path, and a second key path on the right.
 struct Operator {
     std::vector<std::string> spellings;
     std::set<K> kinds;
@@ -654,12 +646,9 @@ class Generator {
     std::string m_entity;
 };
 
-// How a run is drawn, from the environment so that long runs can be
-// scripted: TASKET_PROPERTY_COUNT predicates (10,000) from
-// TASKET_PROPERTY_SEED (7) on the store drawn from
-// TASKET_PROPERTY_STORE_SEED (20261121). A disagreement is reported in full
-// and, when TASKET_PROPERTY_CASES names a folder, saved there with a copy of
-// the store so that it can be replayed.
+// A run draws TASKET_PROPERTY_COUNT predicates (10,000) from TASKET_PROPERTY_SEED (7) on the
+// store drawn from TASKET_PROPERTY_STORE_SEED (20261121). A disagreement is reported in full and,
+// when TASKET_PROPERTY_CASES names a folder, kept there with a copy of the store to replay it.
 std::uint64_t fromEnvironment(const char* name, std::uint64_t fallback) {
     const char* text = std::getenv(name);
     return text && *text ? std::stoull(text) : fallback;
