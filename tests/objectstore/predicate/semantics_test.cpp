@@ -1,9 +1,9 @@
 // The meaning of predicates, through both evaluators at once: in memory over
 // the objects an ObjectContext hands out, and in SQL over the rows the engine
-// saved. On a small hand-made store each predicate gets its defined answer,
-// bad ones fail to bind and sorts keep their order; on a random store (every
-// attribute and relationship type, tricky text, random nils) both sides agree
-// on random predicates from the whole grammar and on random sorts.
+// saved. On a small hand-made store each predicate gets its defined answer and
+// each sort its defined order; on a random store (every attribute and
+// relationship type, tricky text, random nils) both sides agree on random
+// predicates from the whole grammar and on random sorts.
 #include "objectstore/detail/sqlite.h"
 #include "objectstore/object_context.h"
 #include "objectstore/persistent_store.h"
