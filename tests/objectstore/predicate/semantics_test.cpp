@@ -518,8 +518,7 @@ const std::set<K> kAll = {K::text, K::number, K::date, K::uuid, K::binary, K::ob
 const std::vector<Operator> kOperators = {
     {{"=", "==", "!=", "<>"}, kAll, 0, true},
     {{"<", "<=", "=<", ">", ">=", "=>"}, kOrdered, 0, true},
-    {{"CONTAINS", "BEGINSWITH", "ENDSWITH"}, {K::text}},
-    {{"LIKE"}, {K::text}},
+    {{"CONTAINS", "BEGINSWITH", "ENDSWITH", "LIKE"}, {K::text}},
     {{"IN"}, {K::text, K::number, K::date, K::uuid, K::object}, -1},
     {{"BETWEEN"}, kOrdered, 2},
 };
@@ -741,7 +740,8 @@ TEST_F(RandomStore, SqlAndMemorySortAlike) {
         const std::string entity = pick(rng, std::vector<std::string>{"Task", "Folder", "Step"});
         std::vector<std::string> keys;
         for (const Path& path : paths(entity))
-            if (!path.toMany && !path.collection)
+            if (!path.toMany && !path.collection &&
+                (!path.text.ends_with("@count") || std::ranges::count(path.text, '.') < 2))
                 keys.push_back(path.text);
         std::vector<SortDescriptor> descriptors;
         for (int n = between(rng, 1, 3); n > 0; --n)
