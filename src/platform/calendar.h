@@ -35,29 +35,29 @@ struct DateComponents {
 class Calendar {
   public:
     /// The calendar of the zone this process runs in (TZ, else the system's).
-    static Calendar current();
+    [[nodiscard]] static Calendar current();
     /// The calendar of the ICU zone `zoneID` ("Europe/Berlin"); fails with
     /// invalidArgument for a zone ICU does not know.
     [[nodiscard]] static Result<Calendar> inZone(std::string_view zoneID);
 
     /// The zone's ICU identifier.
-    std::string zoneID() const;
+    [[nodiscard]] std::string zoneID() const;
 
     // ---- Days ----------------------------------------------------------------------
     /// The first instant of the day that holds `date`: local midnight, or
     /// the first instant after it when midnight was skipped.
-    Date startOfDay(Date date) const;
+    [[nodiscard]] Date startOfDay(Date date) const;
     /// The same local time `days` calendar days later (earlier when
     /// negative), whatever the length of the days between; see the file
     /// comment for a time that does not exist on the day reached.
-    Date addingDays(Date date, int days) const;
+    [[nodiscard]] Date addingDays(Date date, int days) const;
 
     // ---- Components ------------------------------------------------------------------
     /// `date` as year, month, day, hour, minute, second (fractions dropped)
     /// and weekday in this zone.
-    DateComponents components(Date date) const;
+    [[nodiscard]] DateComponents components(Date date) const;
     /// The instant that `components` name in this zone (weekday ignored).
-    Date date(const DateComponents& components) const;
+    [[nodiscard]] Date date(const DateComponents& components) const;
 
   private:
     struct Zone;

@@ -17,7 +17,7 @@ struct Text {
     const char* english;
 
     /// The text in the user's language; valid for the life of the process.
-    std::string_view translated() const;
+    [[nodiscard]] std::string_view translated() const;
 };
 
 /// Marks `english` as a text of the catalogue: xgettext extracts every

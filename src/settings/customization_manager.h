@@ -218,7 +218,7 @@ class CustomizationManager {
     /// them, false when they had been moved already. Fails (and leaves the
     /// flag unset, to try again later) when either suite is unavailable or
     /// the write fails.
-    platform::Result<bool> migrateUserDefaultsToAppGroup();
+    [[nodiscard]] platform::Result<bool> migrateUserDefaultsToAppGroup();
 
     /// The suites, for the bookkeeping of other subsystems (settings_keys.h).
     const std::shared_ptr<platform::PreferencesSuite>& appGroupSuite() const { return m_appGroup; }

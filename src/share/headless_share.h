@@ -47,7 +47,7 @@ doneWithoutAsking(ShareViewController& controller,
 
 /// One entry per finished save, in order: the saved task read back on the
 /// view context, or why the save failed or the task cannot be read back.
-std::vector<platform::Result<std::shared_ptr<store::TK_Task>>>
+[[nodiscard]] std::vector<platform::Result<std::shared_ptr<store::TK_Task>>>
 savedTasks(const ShareViewController& controller);
 
 } // namespace tasket::share

@@ -16,7 +16,7 @@ inline constexpr std::string_view kApplicationGroup = "group.QRX-Lumenforge.Task
 /// creating it (and missing parents) when absent; the container itself is
 /// created with mode 0700, an existing one is left as it is. Returns its
 /// path; fails with a message naming the folder and the reason.
-platform::Result<std::filesystem::path>
+[[nodiscard]] platform::Result<std::filesystem::path>
 prepareApplicationGroupContainer(const std::filesystem::path& dataHome);
 
 /// The group container of this process under $XDG_DATA_HOME, prepared on the

@@ -77,7 +77,7 @@ class LocalDataFetchManager {
     /// performs them through controllers on the view context and publishes
     /// every collection; only the `kept` ones when given. Fails when a fetch
     /// fails. Collaborators must not be null.
-    static platform::Result<std::unique_ptr<LocalDataFetchManager>>
+    [[nodiscard]] static platform::Result<std::unique_ptr<LocalDataFetchManager>>
     make(std::shared_ptr<LocalDataManager> localDataManager,
          std::shared_ptr<settings::CustomizationManager> customizationManager,
          std::shared_ptr<settings::FocusManager> focusManager,
@@ -116,11 +116,11 @@ class LocalDataFetchManager {
     /// Narrows the eight organising collections to titles containing `text`
     /// (ignoring case); an empty text restores them. Fails when a fetch
     /// fails; the collections that were fetched again stay updated.
-    platform::Result<void> setObjectsSearchText(std::string text);
+    [[nodiscard]] platform::Result<void> setObjectsSearchText(std::string text);
     /// The same for tasks.
-    platform::Result<void> setTasksSearchText(std::string text);
+    [[nodiscard]] platform::Result<void> setTasksSearchText(std::string text);
     /// The same for subtasks.
-    platform::Result<void> setSubtasksSearchText(std::string text);
+    [[nodiscard]] platform::Result<void> setSubtasksSearchText(std::string text);
 
     // ---- Sort settings ------------------------------------------------------------------------
 
@@ -175,10 +175,11 @@ class LocalDataFetchManager {
     /// current one, publishes it and sorts the collection again. Fails when
     /// the suite refuses the write or the fetch fails. Throws
     /// std::invalid_argument for a kind without sort settings.
-    platform::Result<void> setSortOrder(CollectionKind kind, TK_ObjectsSortOrder order);
+    [[nodiscard]] platform::Result<void> setSortOrder(CollectionKind kind,
+                                                      TK_ObjectsSortOrder order);
     /// The same for the direction.
-    platform::Result<void> setSortOrderDirection(CollectionKind kind,
-                                                 TK_ObjectsSortOrderDirection direction);
+    [[nodiscard]] platform::Result<void>
+    setSortOrderDirection(CollectionKind kind, TK_ObjectsSortOrderDirection direction);
 
     // ---- Collaborators -----------------------------------------------------------------------
 
@@ -205,10 +206,11 @@ class LocalDataFetchManager {
     void readSortSettings();
     objectstore::FetchRequest fetchRequest(CollectionKind kind) const;
     /// A new controller for `kind` with its current request, fetched and published.
-    platform::Result<void> rebuild(CollectionKind kind);
+    [[nodiscard]] platform::Result<void> rebuild(CollectionKind kind);
     void publish(CollectionKind kind);
-    platform::Result<void> setSearchText(Published<std::string>& field, std::string text,
-                                         CollectionKind first, CollectionKind last);
+    [[nodiscard]] platform::Result<void> setSearchText(Published<std::string>& field,
+                                                       std::string text, CollectionKind first,
+                                                       CollectionKind last);
     /// The lists the tasks are narrowed to; nullopt when they are not.
     std::optional<std::vector<std::string>> effectiveFocus() const;
     void focusDidChange();
