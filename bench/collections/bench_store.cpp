@@ -148,8 +148,9 @@ std::uint64_t fnv1a(std::string_view text) {
 std::uint64_t schemaHash(const BenchStoreSize& size) {
     const testing::TempDir scratch;
     {
-        auto opened = objectstore::PersistentStore::open(
-            scratch / "schema.sqlite", store::tkDataModel(), objectstore::StoreOptions{true, false});
+        auto opened =
+            objectstore::PersistentStore::open(scratch / "schema.sqlite", store::tkDataModel(),
+                                               objectstore::StoreOptions{true, false});
         if (!opened)
             throw std::runtime_error(opened.error().message);
     }

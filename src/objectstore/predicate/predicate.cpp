@@ -20,7 +20,6 @@ KeyPath KeyPath::split(std::string_view dotted, std::size_t position) {
     }
 }
 
-
 struct Predicate::Node {
     Kind kind = Kind::constant;
     bool value = true;
