@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 namespace tasket::store {
 
@@ -28,10 +29,20 @@ platform::Error unusable(const std::filesystem::path& folder, std::string_view r
 platform::Result<std::filesystem::path>
 prepareApplicationGroupContainer(const std::filesystem::path& dataHome) {
     const auto folder = dataHome / kApplicationGroup;
+    // Missing folders on the way are made 0700, as the XDG base directories
+    // should be, whatever the umask lets through.
     std::error_code ec;
-    std::filesystem::create_directories(dataHome, ec);
-    if (ec)
-        return std::unexpected(unusable(folder, ec.message()));
+    std::vector<std::filesystem::path> missing;
+    for (auto p = dataHome; !p.empty() && !std::filesystem::exists(p, ec); p = p.parent_path()) {
+        missing.push_back(p);
+        if (p == p.parent_path())
+            break;
+    }
+    for (auto it = missing.rbegin(); it != missing.rend(); ++it)
+        if (::mkdir(it->c_str(), 0700) != 0 && errno != EEXIST)
+            return std::unexpected(unusable(folder, std::strerror(errno)));
+    if (!std::filesystem::is_directory(dataHome, ec))
+        return std::unexpected(unusable(folder, std::strerror(ENOTDIR)));
     if (::mkdir(folder.c_str(), 0700) == 0) {
         // The umask may have taken bits away; the folder is the user's alone.
         if (::chmod(folder.c_str(), 0700) != 0)
@@ -39,11 +50,16 @@ prepareApplicationGroupContainer(const std::filesystem::path& dataHome) {
     } else if (errno != EEXIST) {
         return std::unexpected(unusable(folder, std::strerror(errno)));
     }
+    // Someone else's folder, or a link to one, is never written into.
     struct stat info {};
-    if (::stat(folder.c_str(), &info) != 0)
+    if (::lstat(folder.c_str(), &info) != 0)
         return std::unexpected(unusable(folder, std::strerror(errno)));
+    if (S_ISLNK(info.st_mode))
+        return std::unexpected(unusable(folder, "it is a symbolic link"));
     if (!S_ISDIR(info.st_mode))
         return std::unexpected(unusable(folder, "it is not a directory"));
+    if (info.st_uid != ::geteuid())
+        return std::unexpected(unusable(folder, "it belongs to another user"));
     if (::access(folder.c_str(), R_OK | W_OK | X_OK) != 0)
         return std::unexpected(unusable(folder, std::strerror(errno)));
     return folder;

@@ -45,7 +45,8 @@ TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
     };
     const std::string group = "group.QRX-Lumenforge.Tasket";
     const Case cases[] = {
-        {"missing, with missing parents", [](const TempDir& d) { return d / "a/b"; }, ""},
+        {"missing, with missing parents made private under any umask",
+         [](const TempDir& d) { return d / "a/b"; }, "", fs::perms::owner_all, 0},
         {"missing, under a umask that takes owner bits",
          [](const TempDir& d) {
              fs::create_directories(d / "home");
@@ -72,6 +73,22 @@ TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
              return d / "home";
          },
          "it is not a directory"},
+        {"group folder is a link to a folder elsewhere",
+         [&](const TempDir& d) {
+             fs::create_directories(d / "home");
+             fs::create_directories(d / "elsewhere");
+             fs::create_directory_symlink(d / "elsewhere", d / "home" / group);
+             return d / "home";
+         },
+         "it is a symbolic link"},
+        {"group folder belongs to another user",
+         [&](const TempDir& d) {
+             fs::create_directories(d / "home" / group);
+             if (::geteuid() == 0 && ::chown((d / "home" / group).c_str(), 65534, 65534) != 0)
+                 ADD_FAILURE() << "chown failed";
+             return d / "home";
+         },
+         ::geteuid() == 0 ? "it belongs to another user" : ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -85,6 +102,11 @@ TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
             ASSERT_TRUE(folder) << folder.error().message;
             EXPECT_EQ(*folder, home / group);
             EXPECT_EQ(permissions(*folder), c.mode);
+            if (c.umask == 0) {
+                for (auto p = home; p != dir.path(); p = p.parent_path()) {
+                    EXPECT_EQ(permissions(p), fs::perms::owner_all) << p;
+                }
+            }
         } else {
             ASSERT_FALSE(folder);
             EXPECT_EQ(folder.error().message, "The application group container " +
@@ -101,9 +123,12 @@ TEST(ApplicationGroupDeathTest, RefusesAFolderItCannotWrite) {
     fs::permissions(dir.path(), fs::perms(0755));
     fs::permissions(dir / "home", fs::perms(0755));
     fs::permissions(dir / "home/group.QRX-Lumenforge.Tasket", fs::perms(0555));
-    // Permission bits do not bind root, so the attempt runs without privileges.
+    // Permission bits do not bind root, so the attempt runs without
+    // privileges, as the folder's owner.
     auto refused = [&] {
-        if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
+        if (::geteuid() == 0 &&
+            (::chown((dir / "home/group.QRX-Lumenforge.Tasket").c_str(), 65534, 65534) != 0 ||
+             ::setgid(65534) != 0 || ::setuid(65534) != 0))
             return false;
         auto folder = prepareApplicationGroupContainer(dir / "home");
         return !folder && folder.error().message.find("Permission denied") != std::string::npos &&
