@@ -346,28 +346,25 @@ bool ObjectContext::hasChanges() const {
     return false;
 }
 
-std::vector<ObjectPtr> ObjectContext::insertedObjects() const {
+std::vector<ObjectPtr>
+ObjectContext::changedObjects(const std::function<bool(const ManagedObject&)>& which) const {
     std::vector<ObjectPtr> out;
     for (const auto& id : m_changed)
-        if (auto o = registeredObject(id); o && o->m_inserted && !o->m_deleted)
+        if (auto o = registeredObject(id); o && which(*o))
             out.push_back(o);
     return out;
+}
+
+std::vector<ObjectPtr> ObjectContext::insertedObjects() const {
+    return changedObjects([](const ManagedObject& o) { return o.m_inserted && !o.m_deleted; });
 }
 
 std::vector<ObjectPtr> ObjectContext::updatedObjects() const {
-    std::vector<ObjectPtr> out;
-    for (const auto& id : m_changed)
-        if (auto o = registeredObject(id); o && o->isUpdated())
-            out.push_back(o);
-    return out;
+    return changedObjects([](const ManagedObject& o) { return o.isUpdated(); });
 }
 
 std::vector<ObjectPtr> ObjectContext::deletedObjects() const {
-    std::vector<ObjectPtr> out;
-    for (const auto& id : m_changed)
-        if (auto o = registeredObject(id); o && o->m_deleted && !o->m_inserted)
-            out.push_back(o);
-    return out;
+    return changedObjects([](const ManagedObject& o) { return o.m_deleted && !o.m_inserted; });
 }
 
 void ObjectContext::rollback() {

@@ -126,6 +126,9 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     void processPendingChanges();
 
   private:
+    /// The registered objects among the changed ones that `which` accepts.
+    std::vector<ObjectPtr>
+    changedObjects(const std::function<bool(const ManagedObject&)>& which) const;
     friend class ManagedObject;
     ObjectContext(std::shared_ptr<PersistentStore> store, ConcurrencyType type);
 

@@ -16,34 +16,33 @@ Predicate parsed(std::string_view format,
     return std::move(*predicate);
 }
 
+namespace {
+
+// A fixed text, parsed once on first use.
+template <const std::string_view& Text> const Predicate& parsedOnce() {
+    static const auto predicate = parsed(Text);
+    return predicate;
+}
+
+} // namespace
+
 const Predicate& validTask() {
-    static const auto predicate = parsed(kValidTask);
-    return predicate;
+    return parsedOnce<kValidTask>();
 }
-
 const Predicate& listedSubtask() {
-    static const auto predicate = parsed(kListedSubtask);
-    return predicate;
+    return parsedOnce<kListedSubtask>();
 }
-
 const Predicate& hasNotes() {
-    static const auto predicate = parsed(kHasNotes);
-    return predicate;
+    return parsedOnce<kHasNotes>();
 }
-
 const Predicate& hasLink() {
-    static const auto predicate = parsed(kHasLink);
-    return predicate;
+    return parsedOnce<kHasLink>();
 }
-
 const Predicate& hasAttachments() {
-    static const auto predicate = parsed(kHasAttachments);
-    return predicate;
+    return parsedOnce<kHasAttachments>();
 }
-
 const Predicate& hasNoAttachments() {
-    static const auto predicate = parsed(kHasNoAttachments);
-    return predicate;
+    return parsedOnce<kHasNoAttachments>();
 }
 
 Predicate titleContains(std::string_view text) {
