@@ -86,8 +86,9 @@ savedTasks(const ShareViewController& controller) {
         }
         auto found = store::findByIdentifier<store::TK_Task>(view, *outcome);
         if (!found)
-            tasks.push_back(
-                platform::fail(Errc::storeError, "the saved task could not be read back"));
+            tasks.push_back(platform::fail(
+                Errc::storeError,
+                fmt::format("the saved task could not be read back: {}", found.error().message)));
         else
             tasks.push_back(std::move(*found));
     }
