@@ -74,8 +74,10 @@ Result<> validatePreferenceKey(std::string_view key) {
 }
 
 Result<> validatePreferenceDictionary(const PreferenceDictionary& values) {
+    // A stored document may hold any text as a key, even an empty one that
+    // another program wrote: only the keys given to setters must not be empty.
     for (const auto& [key, value] : values) {
-        if (auto ok = validatePreferenceKey(key); !ok)
+        if (auto ok = checkText(key, "a preferences key"); !ok)
             return ok;
         if (auto ok = validatePreferenceValue(value); !ok)
             return fail(ok.error().code, fmt::format("{} (key \"{}\")", ok.error().message, key));

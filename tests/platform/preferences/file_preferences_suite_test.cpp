@@ -26,6 +26,10 @@ std::string readFile(const std::filesystem::path& path) {
     return text.str();
 }
 
+void writeFile(const std::filesystem::path& path, std::string_view text) {
+    std::ofstream(path) << text;
+}
+
 } // namespace
 
 // One owner-only document named after the suite, and two suites over it:
@@ -52,6 +56,11 @@ TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentThatAnotherReaderSeesChange
         ASSERT_TRUE(writer.setValue("n", i));
         ASSERT_EQ(reader.integerValue("n"), i);
     }
+    // A key this program would never write (an empty one) does not stop
+    // its writes, and survives them.
+    writeFile(writer.path(), R"({"": "theirs", "n": 1})");
+    ASSERT_TRUE(writer.setValue("n", 2));
+    EXPECT_EQ(reader.stringValue(""), "theirs");
     ASSERT_TRUE(std::filesystem::remove(writer.path()));
     EXPECT_FALSE(reader.value("n"));
 
