@@ -55,8 +55,10 @@ Result<std::shared_ptr<PersistentStore>> PersistentStore::open(const std::filesy
     if (!db)
         return std::unexpected(db.error());
     store->m_db = std::move(*db);
-    if (auto ok = store->prepareSchema(!exists); !ok)
+    if (auto ok = store->prepareSchema(!exists); !ok) {
+        store->m_db->leaveFileAsIs();
         return std::unexpected(ok.error());
+    }
     detail::registerSqlFunctions(store->m_db->handle());
     if (auto v = pragmaInt(*store->m_db, "data_version"); v)
         store->m_dataVersion = *v;

@@ -36,6 +36,47 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
         // A database file whose contents are damaged fails here, still unwritten.
         if (auto tables = pragmaInt(db, "schema_version"); !tables)
             return std::unexpected(tables.error());
+        // Tables without the engine's own are another program's database,
+        // or a write-ahead log left by another database was read into this
+        // one: making a schema beside them would hide the user's data.
+        auto foreign = db.prepareOnce(
+            "SELECT EXISTS (SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name NOT LIKE "
+            "'sqlite_%') AND NOT EXISTS (SELECT 1 FROM sqlite_schema WHERE name = '_meta')");
+        if (!foreign)
+            return std::unexpected(foreign.error());
+        if (int rc = sqlite3_step(foreign->get()); rc != SQLITE_ROW)
+            return std::unexpected(
+                db.error(fmt::format("{}: cannot read the schema", m_path.string()), rc));
+        if (sqlite3_column_int(foreign->get(), 0) != 0)
+            return fail(Errc::storeCorrupt,
+                        fmt::format("{} holds tables that are not a store's (another program's "
+                                    "database, or a write-ahead log from another database beside "
+                                    "it); it was not changed",
+                                    m_path.string()));
+        // A log left beside a file restored from elsewhere, or copied from
+        // another store, would be read into it: the store's identifier then
+        // differs from the one the file records. (The identifier is written
+        // once, so a read racing another process's checkpoint sees it whole
+        // or not as an identifier at all.)
+        std::error_code ec;
+        const auto log = std::filesystem::path(m_path.string() + "-wal");
+        const auto alone = std::filesystem::file_size(log, ec) > 0 && !ec
+                               ? detail::identifierInFileAlone(m_path)
+                               : std::nullopt;
+        if (alone && Uuid::parse(*alone)) {
+            auto stmt = db.prepareOnce("SELECT value FROM _meta WHERE key = 'identifier'");
+            if (!stmt)
+                return std::unexpected(stmt.error());
+            const bool same =
+                sqlite3_step(stmt->get()) == SQLITE_ROW &&
+                sqlite3_column_type(stmt->get(), 0) == SQLITE_TEXT &&
+                *alone == reinterpret_cast<const char*>(sqlite3_column_text(stmt->get(), 0));
+            if (!same)
+                return fail(Errc::storeCorrupt,
+                            fmt::format("{}: the write-ahead log beside it belongs to another "
+                                        "store; it was not changed",
+                                        m_path.string()));
+        }
     }
 
     auto journal = db.prepareOnce("PRAGMA journal_mode=WAL");

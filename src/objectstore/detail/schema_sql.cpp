@@ -236,4 +236,29 @@ platform::Result<void> checkExistingFile(const std::filesystem::path& path) {
     return {};
 }
 
+std::optional<std::string> identifierInFileAlone(const std::filesystem::path& path) {
+    // immutable=1 reads the file as it stands: no log, no locks, no writes.
+    std::string uri = "file:";
+    for (const char c : path.string()) {
+        if (c == '%' || c == '?' || c == '#')
+            uri += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+        else
+            uri += c;
+    }
+    uri += "?immutable=1";
+    sqlite3* db = nullptr;
+    std::optional<std::string> identifier;
+    if (sqlite3_open_v2(uri.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) ==
+        SQLITE_OK) {
+        sqlite3_stmt* stmt = nullptr;
+        if (sqlite3_prepare_v2(db, "SELECT value FROM _meta WHERE key = 'identifier'", -1, &stmt,
+                               nullptr) == SQLITE_OK &&
+            sqlite3_step(stmt) == SQLITE_ROW && sqlite3_column_type(stmt, 0) == SQLITE_TEXT)
+            identifier = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
+        sqlite3_finalize(stmt);
+    }
+    sqlite3_close_v2(db);
+    return identifier;
+}
+
 } // namespace tasket::objectstore::detail

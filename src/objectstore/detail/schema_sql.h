@@ -7,6 +7,7 @@
 #include "platform/error.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,5 +29,9 @@ extern const std::string_view kEngineTables;
 /// Checks an existing file's header without writing anything, so a damaged
 /// or foreign file fails (Errc::storeCorrupt) before SQLite could touch it.
 [[nodiscard]] platform::Result<void> checkExistingFile(const std::filesystem::path& path);
+
+/// The store identifier recorded in the file itself, read without its
+/// write-ahead log (none when the file does not hold one yet).
+[[nodiscard]] std::optional<std::string> identifierInFileAlone(const std::filesystem::path& path);
 
 } // namespace tasket::objectstore::detail

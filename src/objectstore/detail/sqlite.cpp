@@ -92,6 +92,11 @@ Database::~Database() {
         sqlite3_close_v2(m_db);
 }
 
+void Database::leaveFileAsIs() {
+    if (m_db)
+        sqlite3_db_config(m_db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
 Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& path, bool create) {
     auto db = std::make_unique<Database>();
     db->m_path = path;

@@ -94,6 +94,9 @@ class Database {
     [[nodiscard]] std::int64_t changes() const { return sqlite3_changes64(m_db); }
     [[nodiscard]] std::int64_t lastInsertRowid() const { return sqlite3_last_insert_rowid(m_db); }
     [[nodiscard]] sqlite3* handle() const { return m_db; }
+    /// Closing will not move the write-ahead log into the file: a store that
+    /// failed to open is left exactly as it was found.
+    void leaveFileAsIs();
     [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
 
   private:
