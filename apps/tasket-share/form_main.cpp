@@ -2,14 +2,14 @@
 // its place when the form is wanted or a picture must be decoded. Wires the
 // standard streams, Qt's image decoders and the form (when a display is
 // present) into the program.
+#include "common/program_start.h"
 #include "common/qt_image_converter.h"
-#include "platform/text_catalogue.h"
 #include "tasket-share/share_program.h"
 
 #include <QLoggingCategory>
 
 int main(int argc, char** argv) {
-    tasket::platform::startTextCatalogue();
+    tasket::apps::startProgram();
     // A picture that cannot be decoded is reported once, in our words; the
     // decoders' own warnings would only repeat it.
     QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio*=false"));

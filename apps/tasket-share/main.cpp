@@ -4,7 +4,7 @@
 // tasket-share-form, the same program with Qt, in its place: the arguments
 // and the unread standard input pass on untouched.
 #include "common/exit_code.h"
-#include "platform/text_catalogue.h"
+#include "common/program_start.h"
 #include "tasket-share/share_program.h"
 
 #include <unistd.h>
@@ -51,7 +51,7 @@ std::filesystem::path formProgram() {
 } // namespace
 
 int main(int argc, char** argv) {
-    tasket::platform::startTextCatalogue();
+    tasket::apps::startProgram();
     const NoPictureDecoder converter;
     return tasket::apps::runShareProgramMain(
         argc, argv, converter, nullptr, [argv](const ShareOptions& options) -> std::optional<int> {

@@ -1,6 +1,6 @@
 // tasket: the command-line companion over the task store.
 #include "common/exit_code.h"
-#include "platform/text_catalogue.h"
+#include "common/program_start.h"
 #include "tasket/tasket_cli.h"
 
 #include <exception>
@@ -9,7 +9,7 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-    tasket::platform::startTextCatalogue();
+    tasket::apps::startProgram();
     try {
         const std::vector<std::string> arguments(argv + 1, argv + argc);
         return tasket::apps::runTasket(arguments, std::cout, std::cerr);

@@ -2,6 +2,7 @@
 
 #include "platform/fatal.h"
 #include "platform/serial_queue.h"
+#include "platform/text_catalogue.h"
 #include "store/application_group.h"
 #include "store/tk_data_model.h"
 
@@ -76,6 +77,36 @@ const std::shared_ptr<objectstore::PersistentContainer>& LocalDataManager::conta
     return m_container;
 }
 
+namespace {
+
+// Second line under the store's load failure: what the user can do. The
+// first line, and the store file, stay as they are.
+// Advice after a store that is damaged or not a store could not be opened.
+constexpr platform::Text kDamagedStoreAdvice = platform::catalogueText(
+    "Nothing was changed. Restore the file from a backup, or move it (and any file beside it "
+    "whose name ends in -wal) aside to start with an empty store.");
+// Advice after a store written by a newer version could not be opened.
+constexpr platform::Text kNewerStoreAdvice =
+    platform::catalogueText("Nothing was changed. Open it with the newer version of Tasket.");
+// Advice after the store or its folder could not be read or written.
+constexpr platform::Text kStoreAccessAdvice = platform::catalogueText(
+    "Make sure the file and its folder belong to you and can be read and written.");
+// Advice after the store failed to open for any other reason (a full disk, say).
+constexpr platform::Text kStoreTroubleAdvice = platform::catalogueText(
+    "Make sure the disk is not full and the folder can be written, then try again.");
+
+std::string_view adviceFor(platform::Errc code) {
+    using platform::Errc;
+    switch (code) {
+    case Errc::storeCorrupt: return kDamagedStoreAdvice.translated();
+    case Errc::schemaTooNew: return kNewerStoreAdvice.translated();
+    case Errc::permissionDenied: return kStoreAccessAdvice.translated();
+    default: return kStoreTroubleAdvice.translated();
+    }
+}
+
+} // namespace
+
 std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContainer() const {
     auto container =
         std::make_shared<objectstore::PersistentContainer>(std::string(kModelName), tkDataModel());
@@ -88,7 +119,8 @@ std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContaine
     container->loadPersistentStores(
         [](const objectstore::StoreDescription&, const std::optional<platform::Error>& error) {
             if (error)
-                platform::fatal(fmt::format("{}{}.", kStoreLoadFailurePrefix, error->message));
+                platform::fatal(fmt::format("{}{}.\n{}", kStoreLoadFailurePrefix, error->message,
+                                            adviceFor(error->code)));
         });
 
     auto& view = *container->viewContext();

@@ -145,6 +145,9 @@ int renameNoReplace(const std::filesystem::path& from, const std::filesystem::pa
 
 } // namespace
 
+// A settings document is a few kilobytes; one far larger is not read.
+constexpr std::uint64_t kMaxDocumentBytes = 16u << 20;
+
 struct FilePreferencesSuite::Loaded {
     enum class State { absent, parsed, unparsable, unreadable } state = State::absent;
     FileIdentity identity;
@@ -164,7 +167,8 @@ std::shared_ptr<FilePreferencesSuite> FilePreferencesSuite::inConfigHome(std::st
 
 FilePreferencesSuite::Loaded FilePreferencesSuite::load() const {
     Loaded loaded;
-    UniqueFd fd(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
+    // O_NONBLOCK: a FIFO planted under the document's name must not hang us.
+    UniqueFd fd(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat st {};
     if (!fd) {
         if (errno != ENOENT) {
@@ -179,6 +183,17 @@ FilePreferencesSuite::Loaded FilePreferencesSuite::load() const {
         return loaded;
     }
     loaded.identity = {st.st_dev, st.st_ino, nanoseconds(st.st_mtim), st.st_size};
+    if (!S_ISREG(st.st_mode)) {
+        loaded.state = Loaded::State::unreadable;
+        loaded.problem = "it is not a regular file";
+        return loaded;
+    }
+    if (static_cast<std::uint64_t>(st.st_size) > kMaxDocumentBytes) {
+        loaded.state = Loaded::State::unparsable;
+        loaded.problem = fmt::format("it is {} bytes, more than a document may hold ({})",
+                                     st.st_size, kMaxDocumentBytes);
+        return loaded;
+    }
     auto text = readAll(fd.get(), m_path, static_cast<std::size_t>(st.st_size));
     if (!text) {
         loaded.state = Loaded::State::unreadable;
@@ -210,12 +225,17 @@ void FilePreferencesSuite::refreshLocked() const {
 
     Loaded loaded = load();
     m_values = std::move(loaded.values);
-    m_cacheValid =
-        loaded.state == Loaded::State::parsed || loaded.state == Loaded::State::unparsable;
+    // Whatever was found is remembered by its identity, so each problem is
+    // reported once, not at every read.
+    m_cacheValid = loaded.state != Loaded::State::absent;
     m_cachedIdentity = loaded.identity;
     if (loaded.state == Loaded::State::unparsable)
         warn(fmt::format("preferences file {} is not a valid preferences document ({}); using "
                          "defaults, and the next write moves it aside",
+                         m_path.string(), loaded.problem));
+    else if (loaded.state == Loaded::State::unreadable)
+        warn(fmt::format("preferences file {} cannot be read ({}); using defaults, and settings "
+                         "cannot be saved until it is removed or made readable",
                          m_path.string(), loaded.problem));
 }
 
