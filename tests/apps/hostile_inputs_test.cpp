@@ -1,0 +1,240 @@
+// Hostile inputs through the real programs: a damaged or foreign store, a
+// group folder that points elsewhere, a settings file that is garbage, huge
+// or not a file, a file-size limit that stops the save, and absurd command
+// lines. Each must end with a message saying what is wrong (and, for the
+// store, what to do), the documented exit status, and the user's files
+// exactly as they were.
+#include "common/exit_code.h"
+#include "support/program_run.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+
+namespace fs = std::filesystem;
+using namespace tasket::apps;
+using tasket::testing::ProgramRun;
+
+namespace {
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void writeFile(const fs::path& path, std::string_view content) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
+
+// Every non-empty regular file under `folder` (the shared-memory index is
+// SQLite's, not the user's), by name.
+std::map<std::string, std::string> filesIn(const fs::path& folder) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+        if (entry.is_regular_file() && entry.file_size() > 0 &&
+            !entry.path().string().ends_with("-shm"))
+            files[fs::relative(entry.path(), folder)] = readFile(entry.path());
+    return files;
+}
+
+struct Case {
+    std::string name;
+    std::function<void(const fs::path& home)> spoil;
+    std::vector<std::string> command; // the program, then its arguments
+    int status;
+    std::vector<std::string> says; // in standard error, in this order
+};
+
+class HostileInputs : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        // One small store, written by the program and checkpointed.
+        s_store = new tasket::testing::TempDir;
+        for (const char* link : {"https://example.org/a", "https://example.org/b"})
+            ASSERT_EQ(run({TASKET_SHARE_BINARY, "--yes", link}, s_store->path()).status, 0);
+        ASSERT_EQ(run({TASKET_BINARY, "lists"}, s_store->path()).status, 0);
+    }
+    static void TearDownTestSuite() { delete s_store; }
+
+    static ProgramRun run(std::vector<std::string> command, const fs::path& home) {
+        const std::string program = command.front();
+        command.erase(command.begin());
+        return tasket::testing::runProgram(program, command, {.home = home});
+    }
+
+    static fs::path storeFile(const fs::path& home) {
+        return tasket::testing::groupFolder(home) / "TK_Data.sqlite";
+    }
+
+    // Runs each case in a fresh copy of the store: the status, the messages,
+    // and the home folder's files untouched.
+    void check(const std::vector<Case>& cases) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.name);
+            tasket::testing::TempDir home;
+            fs::copy(s_store->path(), home.path(), fs::copy_options::recursive);
+            c.spoil(home.path());
+            const auto before = filesIn(home.path());
+            const ProgramRun ran = run(c.command, home.path());
+            EXPECT_EQ(ran.status, c.status) << ran.err;
+            std::size_t from = 0;
+            for (const auto& text : c.says) {
+                const auto found = ran.err.find(text, from);
+                EXPECT_NE(found, std::string::npos) << "\"" << text << "\" in\n" << ran.err;
+                from = found == std::string::npos ? from : found;
+            }
+            EXPECT_TRUE(filesIn(home.path()) == before) << "a file of the user's changed";
+        }
+    }
+
+    static inline tasket::testing::TempDir* s_store = nullptr;
+};
+
+const std::vector<std::string> kLists = {TASKET_BINARY, "lists"};
+const std::vector<std::string> kShare = {TASKET_SHARE_BINARY, "--yes", "https://example.org/c"};
+const std::string kLoadFailure = "There was an error loading the persistent store: ";
+
+} // namespace
+
+TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
+    std::vector<Case> cases = {
+        {"a zeroed header",
+         [](const fs::path& home) {
+             auto bytes = readFile(storeFile(home));
+             std::fill_n(bytes.begin(), 100, '\0');
+             writeFile(storeFile(home), bytes);
+         },
+         kShare,
+         kExitSoftware,
+         {kLoadFailure, "file is not a database", "Nothing was changed."}},
+        {"a write-ahead log from another database",
+         [](const fs::path& home) {
+             // Another store's log: its first page describes other tables.
+             tasket::testing::TempDir other;
+             ASSERT_EQ(
+                 run({TASKET_SHARE_BINARY, "--yes", "https://example.org/x"}, other.path()).status,
+                 0);
+             const auto log = storeFile(other.path()).string() + "-wal";
+             ASSERT_GT(fs::file_size(log), 0u);
+             writeFile(storeFile(home).string() + "-wal", readFile(log));
+         },
+         kLists,
+         kExitSoftware,
+         {kLoadFailure, "Nothing was changed."}},
+        {"a group folder that is a link to somewhere else",
+         [](const fs::path& home) {
+             const auto group = tasket::testing::groupFolder(home);
+             fs::rename(group, home / "elsewhere");
+             fs::create_directory_symlink(home / "elsewhere", group);
+         },
+         kShare,
+         kExitSoftware,
+         {"link"}},
+        {"a file-size limit the save would pass",
+         [](const fs::path&) {},
+         {"/usr/bin/prlimit", "--fsize=4096", TASKET_SHARE_BINARY, "--yes", "https://e.org/d"},
+         kExitSoftware,
+         {kLoadFailure, "disk is not full"}},
+    };
+    // The store cut short at every page boundary.
+    const auto size = fs::file_size(storeFile(s_store->path()));
+    for (std::uintmax_t cut = 4096; cut < size; cut += 4096)
+        cases.push_back({"cut at byte " + std::to_string(cut),
+                         [cut](const fs::path& home) { fs::resize_file(storeFile(home), cut); },
+                         kLists,
+                         kExitSoftware,
+                         {kLoadFailure, "malformed", "Nothing was changed."}});
+    check(cases);
+}
+
+TEST_F(HostileInputs, AnUnusableSettingsFileIsReportedAndTheProgramsGoOnWithDefaults) {
+    auto settings = [](auto&& make) {
+        return [make](const fs::path& home) {
+            fs::create_directories(home / "config");
+            make(home / "config" / "group.QRX-Lumenforge.Tasket.json");
+        };
+    };
+    const std::string garbage = [] {
+        std::string bytes(4096, '\0');
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = static_cast<char>((i * 7919u + 13u) % 256u);
+        return bytes;
+    }();
+    check({
+        {"binary garbage",
+         settings([&](const fs::path& f) { writeFile(f, garbage); }),
+         kLists,
+         kExitSuccess,
+         {"not a valid preferences document", "using defaults"}},
+        {"huge",
+         settings([](const fs::path& f) {
+             writeFile(f, "{");
+             fs::resize_file(f, 40u << 20);
+         }),
+         kLists,
+         kExitSuccess,
+         {"more than a document may hold", "using defaults"}},
+        {"a folder",
+         settings([](const fs::path& f) { fs::create_directory(f); }),
+         kLists,
+         kExitSuccess,
+         {"cannot be read (it is not a regular file)"}},
+        {"a named pipe",
+         settings([](const fs::path& f) { ::mkfifo(f.c_str(), 0600); }),
+         kLists,
+         kExitSuccess,
+         {"cannot be read (it is not a regular file)"}},
+    });
+}
+
+TEST_F(HostileInputs, SpecialFilesAndAbsurdCommandLinesAreRefusedOrBounded) {
+    auto share = [](std::vector<std::string> items) {
+        items.insert(items.begin(), {TASKET_SHARE_BINARY, "--yes"});
+        return items;
+    };
+    const auto socketAt = [](const fs::path& home) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const auto path = (home / "socket").string();
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        ::close(fd);
+    };
+    const auto nothing = [](const fs::path&) {};
+    std::vector<std::string> thousand = share({});
+    for (int i = 0; i < 1000; ++i)
+        thousand.push_back("--bogus" + std::to_string(i));
+    // Each refusal leaves the store as it was: with nothing else to share,
+    // nothing is saved.
+    check({
+        {"a device",
+         nothing,
+         share({"/dev/zero"}),
+         kExitDataError,
+         {"\"/dev/zero\": it is a device"}},
+        {"a named pipe",
+         [](const fs::path& h) { ::mkfifo((h / "pipe").c_str(), 0600); },
+         share({"pipe"}),
+         kExitDataError,
+         {"pipe"}},
+        {"a socket", socketAt, share({"socket"}), kExitDataError, {"socket"}},
+        {"a folder", nothing, share({"/"}), kExitDataError, {"\"/\""}},
+        {"a thousand unknown options", nothing, thousand, kExitUsage, {"--bogus0"}},
+        {"a text longer than the store takes",
+         nothing,
+         {TASKET_SHARE_BINARY, "--yes", "--text", std::string(120'000, 'x') + '\xff'},
+         kExitDataError,
+         {"UTF-8"}},
+    });
+}
