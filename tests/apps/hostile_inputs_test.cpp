@@ -9,6 +9,7 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -131,6 +132,18 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
          kLists,
          kExitSoftware,
          {kLoadFailure, "Nothing was changed."}},
+        {"another program's database",
+         [](const fs::path& home) {
+             fs::remove(storeFile(home));
+             sqlite3* db = nullptr;
+             sqlite3_open(storeFile(home).c_str(), &db);
+             sqlite3_exec(db, "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')", nullptr,
+                          nullptr, nullptr);
+             sqlite3_close(db);
+         },
+         kShare,
+         kExitSoftware,
+         {kLoadFailure, "holds tables that are not a store's"}},
         {"a group folder that is a link to somewhere else",
          [](const fs::path& home) {
              const auto group = tasket::testing::groupFolder(home);
