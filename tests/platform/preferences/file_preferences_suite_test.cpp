@@ -37,6 +37,7 @@ void writeFile(const std::filesystem::path& path, std::string_view text) {
 // last, is seen at the other's next read.
 TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentThatAnotherReaderSeesChange) {
     TempDir dir;
+    const mode_t umaskBefore = ::umask(0); // owner-only whatever the umask
     FilePreferencesSuite writer(dir / "config", "group.QRX-Lumenforge.Tasket");
     FilePreferencesSuite reader(dir / "config", "group.QRX-Lumenforge.Tasket");
     EXPECT_FALSE(reader.value("k"));
@@ -47,6 +48,7 @@ TEST(FilePreferencesSuite, WritesOneOwnerOnlyDocumentThatAnotherReaderSeesChange
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     ASSERT_EQ(::stat((dir / "config").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
+    ::umask(umaskBefore);
     EXPECT_EQ(readFile(writer.path()), "{\n  \"k\": true\n}\n");
     EXPECT_TRUE(std::ranges::none_of(
         std::filesystem::directory_iterator(dir / "config"),
