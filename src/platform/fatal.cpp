@@ -1,5 +1,8 @@
 #include "platform/fatal.h"
 
+#include <fmt/format.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -17,6 +20,10 @@ void defaultFatalHandler(const std::string& message) {
     std::fprintf(stderr, "%s\n", message.c_str());
     std::fflush(stderr);
     std::_Exit(70);
+}
+
+void warn(std::string_view message) {
+    fmt::print(stderr, "{}: {}\n", program_invocation_short_name, message);
 }
 
 FatalHandler setFatalHandler(FatalHandler handler) {

@@ -22,4 +22,8 @@ FatalHandler setFatalHandler(FatalHandler handler);
 /// The default: message and a newline on standard error, exit status 70.
 void defaultFatalHandler(const std::string& message);
 
+/// A problem the program works around: "<program>: message" on standard
+/// error, named after the running program.
+void warn(std::string_view message);
+
 } // namespace tasket::platform

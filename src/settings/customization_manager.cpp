@@ -1,5 +1,6 @@
 #include "settings/customization_manager.h"
 
+#include "platform/fatal.h"
 #include "platform/preferences/file_preferences_suite.h"
 
 #include <fmt/core.h>
@@ -51,8 +52,8 @@ void CustomizationManager::store(const SettingInfo& setting, PreferenceValue val
     if (!suite.isAvailable())
         return;
     if (auto written = suite.setValue(setting.key, std::move(value)); !written)
-        fmt::print(stderr, "tasket: could not save the setting {}: {}\n", setting.name,
-                   written.error().message);
+        platform::warn(fmt::format("could not save the setting {}: {}", setting.name,
+                                   written.error().message));
 }
 
 void CustomizationManager::resetValue(const SettingInfo& setting) {
@@ -60,8 +61,8 @@ void CustomizationManager::resetValue(const SettingInfo& setting) {
     if (!suite.isAvailable())
         return;
     if (auto removed = suite.removeValue(setting.key); !removed)
-        fmt::print(stderr, "tasket: could not reset the setting {}: {}\n", setting.name,
-                   removed.error().message);
+        platform::warn(fmt::format("could not reset the setting {}: {}", setting.name,
+                                   removed.error().message));
 }
 
 platform::Result<bool> CustomizationManager::migrateUserDefaultsToAppGroup() {

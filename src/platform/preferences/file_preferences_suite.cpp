@@ -1,6 +1,7 @@
 #include "platform/preferences/file_preferences_suite.h"
 
 #include "platform/clock.h"
+#include "platform/fatal.h"
 #include "platform/paths.h"
 #include "platform/preferences/detail/preferences_document.h"
 
@@ -57,10 +58,6 @@ std::unexpected<Error> failErrno(std::string_view what, const std::filesystem::p
     const int error = errno;
     return fail(errcFor(error),
                 fmt::format("{} {}: {}", what, path.string(), std::strerror(error)));
-}
-
-void warn(const std::string& message) {
-    fmt::print(stderr, "tasket: {}\n", message);
 }
 
 bool isUsableFileName(std::string_view name) {
