@@ -2,8 +2,10 @@
 // driven from the keyboard under Qt's offscreen platform over a controller
 // on a store in a temporary folder. Each case reads the outcome back from
 // the store file through a fresh owner, as the next program would.
+#include "cloud/persistent_history_processor.h"
 #include "share/share_test_support.h"
 #include "share/shared_task.h"
+#include "support/program_run.h"
 #include "tasket-share/share_form_model.h"
 #include "tasket-share/share_form_window.h"
 
@@ -268,11 +270,14 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     ASSERT_TRUE(group->setValue(tasket::settings::keys::kIsSuccessfulPurchase, true));
     writeFile(dir / "notes.txt", "notes");
     writeFile(dir / "Makefile", std::string(1500, 'x'));
-    // Named with their extension, or as a picture when held in memory.
-    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile"),
+    // Named with their extension, or as a picture when held in memory; a
+    // file that cannot be read is shown as left out, with the reason.
+    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile"), fileLink(dir / "gone.txt"),
           pictureInMemory(pngBytes(), "public.png")});
-    EXPECT_EQ(child<QLabel>("files")->text(),
-              "notes.txt (5 bytes)\nMakefile (1.5 kB)\nPicture.png (33 bytes)");
+    EXPECT_EQ(child<QLabel>("files")->text().toStdString(),
+              "notes.txt (5 bytes)\nMakefile (1.5 kB)\nPicture.png (33 bytes)\n"
+              "Not attached: cannot share \"" +
+                  (dir / "gone.txt").string() + "\": no such file or directory");
     // An empty store: the task goes into a list made for it.
     EXPECT_EQ(listLabels(), QStringList({"New Category (0 tasks)", "New List…"}));
     QTest::keyClicks(child<QPlainTextEdit>("text"), "Two files");
@@ -281,4 +286,53 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     const auto tasks = storedTasks("Two files");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(tasks.front()->attachmentsArray().size(), 3u);
+}
+
+TEST_F(ShareFormTest, TheListsFollowAnotherProgramAndDoneExplainsAChosenListItDeleted) {
+    addList("Errands", 0);
+    addList("Work", 1);
+    open({webLink("https://example.org/")});
+    tasket::cloud::installHistoryProcessing(*data, "share_form_test", nullptr);
+    QTest::keyClicks(child<QPlainTextEdit>("text"), "Read later");
+    TempDir home;
+    const auto otherProgram = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), dir.path().string());
+        const auto run = runProgram(SEED_STORE_BINARY, arguments, {.home = home.path()});
+        ASSERT_EQ(run.status, 0) << run.err;
+    };
+    const auto follows = [&](const QStringList& labels) {
+        return MainQueue::shared().runUntil([&] {
+            QApplication::processEvents();
+            return listLabels() == labels;
+        });
+    };
+    const std::vector<std::pair<std::vector<std::string>, QStringList>> steps = {
+        {{"--list", "Home"},
+         {"Errands (0 tasks)", "Home (0 tasks)", "Work (0 tasks)", "New List…"}},
+        {{"--rename", "Work=Office"},
+         {"Errands (0 tasks)", "Home (0 tasks)", "Office (0 tasks)", "New List…"}},
+        {{"--delete", "Errands"}, {"Home (0 tasks)", "Office (0 tasks)", "New List…"}},
+    };
+    for (const auto& [arguments, labels] : steps) {
+        otherProgram(arguments);
+        EXPECT_TRUE(follows(labels)) << listLabels().join(", ").toStdString();
+    }
+
+    // Errands was the chosen list: Done explains and the form stays open.
+    QTest::mouseClick(child<QPushButton>("done"), Qt::LeftButton);
+    settle();
+    EXPECT_FALSE(child<QLabel>("problem")->isHidden());
+    EXPECT_TRUE(child<QLabel>("problem")->text().contains("deleted in another program"));
+    EXPECT_TRUE(child<QPushButton>("done")->isEnabled());
+    EXPECT_TRUE(controller->pendingSaves()->outcomes().empty());
+    EXPECT_EQ(completions, 0);
+
+    model->chooseRow(1);
+    settle();
+    EXPECT_TRUE(child<QLabel>("problem")->isHidden());
+    QTest::mouseClick(child<QPushButton>("done"), Qt::LeftButton);
+    waitForSaves();
+    const auto tasks = storedTasks("Read later");
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_EQ(tasks.front()->category()->title(), "Office");
 }
