@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <future>
 #include <thread>
 
 using namespace tasket::cloud;
@@ -235,6 +236,22 @@ TEST_F(HistoryTest, ReleasingTheProcessorDuringAPassEndsItQuietly) {
             ASSERT_TRUE(view.save());
         }
     }
+    // Released while its pass waits on the history queue: it ends at once.
+    {
+        auto reader = processor("released");
+        std::promise<void> go;
+        reader->historyContext()->perform([wait = go.get_future().share()] { wait.wait(); });
+        auto pending = reader->start();
+        reader.reset();
+        go.set_value();
+        const auto pass = pending.get();
+        ASSERT_TRUE(pass);
+        EXPECT_TRUE(pass->ownerReleased);
+        EXPECT_FALSE(fs::exists(tokenFilePath(dir.path(), "released")));
+        MainQueue::shared().pump();
+        EXPECT_TRUE(lists->categories().value().empty());
+    }
+    // Released at some point of its pass: it ends without an error.
     for (const auto delay : {0us, 300us, 3000us, 30000us}) {
         auto reader = processor("released");
         auto pending = reader->start();
