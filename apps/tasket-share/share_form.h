@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace tasket::apps {
 
@@ -32,6 +34,9 @@ struct ShareFormSettings {
     /// Set (--screenshot): once shown, the form is drawn into this PNG file
     /// and cancelled, so nothing is written to the store.
     std::optional<std::filesystem::path> screenshot;
+    /// Why shared files or pictures were refused before the form was made
+    /// (one message each, naming it); the form shows them as not attached.
+    std::vector<std::string> notAttached = {};
 };
 
 /// The form compiled into this program, ready to show on the display; null

@@ -51,9 +51,15 @@ std::string describeAttachment(const share::AttachmentPayload& attachment) {
     return fmt::format("{} ({})", name, describeSize(attachment.content.size()));
 }
 
-ShareFormModel::ShareFormModel(share::ShareViewController& controller) : m_controller(controller) {
+ShareFormModel::ShareFormModel(share::ShareViewController& controller,
+                               std::vector<std::string> notAttached)
+    : m_controller(controller) {
     for (const auto& attachment : controller.toolbar().attachments())
         m_attachments.push_back(describeAttachment(attachment));
+    for (const auto& refused : controller.input().refused)
+        notAttached.push_back(refused.message);
+    for (const auto& why : notAttached)
+        m_attachments.push_back(fmt::format("Not attached: {}", why));
     auto& picker = controller.picker();
     m_subscriptions.push_back(
         picker.selectedCategory().subscribe([this](const auto&) { notify(); }));
@@ -73,10 +79,17 @@ const std::string& ShareFormModel::text() const {
     return m_controller.shareManager()->text().value();
 }
 
+std::shared_ptr<store::TK_Category> ShareFormModel::selectedList() const {
+    const auto& selected = m_controller.picker().selectedCategory().value();
+    if (!selected || selected->isDeleted() || !selected->context())
+        return nullptr;
+    return selected;
+}
+
 std::vector<ShareFormModel::ListRow> ShareFormModel::lists() const {
     auto& picker = m_controller.picker();
     auto categories = picker.categories();
-    const auto& selected = picker.selectedCategory().value();
+    const auto selected = selectedList();
     if (selected && std::ranges::find(categories, selected) == categories.end())
         categories.push_back(selected);
     std::vector<ListRow> rows;
@@ -90,7 +103,7 @@ std::vector<ShareFormModel::ListRow> ShareFormModel::lists() const {
 
 std::size_t ShareFormModel::selectedRow() const {
     const auto rows = lists();
-    const auto& selected = m_controller.picker().selectedCategory().value();
+    const auto selected = selectedList();
     const auto found = std::ranges::find_if(
         rows, [&](const ListRow& row) { return row.category && row.category == selected; });
     return static_cast<std::size_t>(found - rows.begin());
@@ -127,9 +140,10 @@ void ShareFormModel::chooseRow(std::size_t row) {
     auto rows = lists();
     if (row >= rows.size())
         return;
-    if (rows[row].category)
+    if (rows[row].category) {
+        m_problem.clear();
         m_controller.picker().select(std::move(rows[row].category));
-    else
+    } else
         m_controller.picker().present(TK_ShareCategoryPickerSheet::newCategory);
 }
 
@@ -158,6 +172,13 @@ void ShareFormModel::closePremiumRequired() {
 void ShareFormModel::done() {
     if (m_isFinished)
         return;
+    if (m_controller.picker().selectedCategory().value() && !selectedList()) {
+        // Saving into a list another program deleted would fail after the
+        // form is gone; say so while the user can still choose.
+        m_problem = "The chosen list was deleted in another program. Choose another list.";
+        notify();
+        return;
+    }
     using Outcome = share::ShareToolbarModel::DoneOutcome;
     m_isFinished = m_controller.toolbar().done() != Outcome::premiumRequiredShown;
     notify();

@@ -34,8 +34,11 @@ class ShareFormModel {
 
     enum class Sheet { none, newList, premiumRequired };
 
-    /// Follows `controller`, whose form is loaded and which outlives the model.
-    explicit ShareFormModel(share::ShareViewController& controller);
+    /// Follows `controller`, whose form is loaded and which outlives the
+    /// model. `notAttached` says why shared files never reached the
+    /// controller (refused before it was made), one message each.
+    explicit ShareFormModel(share::ShareViewController& controller,
+                            std::vector<std::string> notAttached = {});
     ShareFormModel(const ShareFormModel&) = delete;
     ShareFormModel& operator=(const ShareFormModel&) = delete;
 
@@ -50,7 +53,8 @@ class ShareFormModel {
     std::vector<ListRow> lists() const;
     /// The entry of lists() that is selected: the chosen list's.
     std::size_t selectedRow() const;
-    /// "name.ext (size)" for each file or picture that goes with the task.
+    /// "name.ext (size)" for each file or picture that goes with the task,
+    /// then "Not attached: why" for each one that was refused.
     const std::vector<std::string>& attachments() const { return m_attachments; }
     /// Set when files or pictures were shared but are left out.
     std::string_view filesNote() const;
@@ -58,6 +62,9 @@ class ShareFormModel {
     Sheet sheet() const;
     /// Done or Cancel has ended the form: it takes no more input.
     bool isFinished() const { return m_isFinished; }
+    /// Why the last Done did not save (the chosen list is gone); empty
+    /// once another list is chosen.
+    const std::string& problem() const { return m_problem; }
 
     // ---- What the user does -----------------------------------------------------------
 
@@ -76,10 +83,13 @@ class ShareFormModel {
 
   private:
     void notify();
+    /// The selected list, unless another program deleted it.
+    std::shared_ptr<store::TK_Category> selectedList() const;
 
     share::ShareViewController& m_controller;
     std::vector<std::string> m_attachments;
     bool m_isFinished = false;
+    std::string m_problem;
     std::function<void()> m_changed;
     std::vector<platform::Subscription> m_subscriptions;
 };

@@ -36,7 +36,7 @@ class QtShareForm final : public ShareForm {
     ~QtShareForm() override { MainQueue::shared().setWakeUp(nullptr); }
 
     void present(share::ShareViewController& controller) override {
-        m_model = std::make_unique<ShareFormModel>(controller);
+        m_model = std::make_unique<ShareFormModel>(controller, m_settings.notAttached);
         m_window = std::make_unique<ShareFormWindow>(*m_model);
         m_window->show();
         m_window->activateWindow();

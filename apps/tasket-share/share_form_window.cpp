@@ -56,11 +56,17 @@ ShareFormWindow::ShareFormWindow(ShareFormModel& model, QWidget* parent)
     m_files->setTextFormat(Qt::PlainText);
     m_files->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
+    m_problem = new QLabel(this);
+    m_problem->setObjectName(QStringLiteral("problem"));
+    m_problem->setTextFormat(Qt::PlainText);
+    m_problem->setWordWrap(true);
+
     m_form = new QFormLayout;
     m_form->addRow(tr("&Text:"), m_text);
     m_form->addRow(tr("&List:"), m_lists);
     m_form->addRow(tr("Link:"), m_link);
     m_form->addRow(tr("Files:"), m_files);
+    m_form->addRow(m_problem);
 
     m_buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
     m_done = m_buttons->addButton(tr("&Done"), QDialogButtonBox::AcceptRole);
@@ -125,6 +131,9 @@ void ShareFormWindow::redraw() {
         files.append(fromUtf8(m_model.filesNote()));
     m_files->setText(files.join(QLatin1Char('\n')));
     m_form->setRowVisible(m_files, !files.isEmpty());
+
+    m_problem->setText(fromUtf8(m_model.problem()));
+    m_form->setRowVisible(m_problem, !m_model.problem().empty());
 
     const bool takesInput = !m_model.isFinished();
     m_text->setReadOnly(!takesInput);

@@ -48,6 +48,7 @@ class ShareFormWindow final : public QDialog {
     QComboBox* m_lists = nullptr;
     QLabel* m_link = nullptr;
     QLabel* m_files = nullptr;
+    QLabel* m_problem = nullptr;
     QDialogButtonBox* m_buttons = nullptr;
     QPushButton* m_done = nullptr;
     QPointer<QDialog> m_newListSheet;

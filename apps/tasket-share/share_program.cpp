@@ -1,5 +1,6 @@
 #include "tasket-share/share_program.h"
 
+#include "cloud/persistent_history_processor.h"
 #include "common/exit_code.h"
 #include "common/task_report.h"
 #include "platform/extension/command_line_share.h"
@@ -47,6 +48,12 @@ class ShareSession {
         // Without a form nothing shows the lists live; watching the store
         // for other processes' saves would only slow a headless share.
         localDataManager->setWatchesOtherProcesses(m_form != nullptr);
+        if (m_form)
+            cloud::installHistoryProcessing(
+                *localDataManager, "tasket-share", [&err = m_environment.err](const auto& error) {
+                    report(err, fmt::format("the lists may not show other programs' changes: {}",
+                                            error.message));
+                });
         auto customizationManager = std::make_shared<settings::CustomizationManager>(
             platform::FilePreferencesSuite::inConfigHome(
                 std::string(settings::keys::kAppGroupSuite)),
@@ -200,7 +207,23 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
         report(environment.err, checked.error().message);
         return kExitDataError;
     }
-    if (auto something = share::checkSomethingToShare(share, text); !something) {
+    // The form opens even with nothing to save: it shows what was refused,
+    // and the user may still type a task.
+    std::unique_ptr<ShareForm> form;
+    if (!options.yes && environment.makeForm) {
+        ShareFormSettings settings{options.screenshot};
+        for (const auto& skipped : share.skipped)
+            if (skipped.itemIndex == 0)
+                settings.notAttached.push_back(skipped.error.message);
+        form = environment.makeForm(settings);
+    }
+    if (options.screenshot && !form) {
+        report(environment.err, options.yes ? "--screenshot draws the form, which --yes leaves out"
+                                            : "--screenshot needs the form: run it on a display "
+                                              "or with QT_QPA_PLATFORM=offscreen");
+        return kExitUsage;
+    }
+    if (auto something = share::checkSomethingToShare(share, text); !something && !form) {
         const bool gaveNothing =
             std::ranges::all_of(options.groups, [](const auto& group) { return group.empty(); });
         if (gaveNothing) {
@@ -210,16 +233,6 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
         }
         report(environment.err, something.error().message);
         return exitCodeFor(something.error().code);
-    }
-
-    std::unique_ptr<ShareForm> form;
-    if (!options.yes && environment.makeForm)
-        form = environment.makeForm(ShareFormSettings{options.screenshot});
-    if (options.screenshot && !form) {
-        report(environment.err, options.yes ? "--screenshot draws the form, which --yes leaves out"
-                                            : "--screenshot needs the form: run it on a display "
-                                              "or with QT_QPA_PLATFORM=offscreen");
-        return kExitUsage;
     }
     std::istream* promptInput = &environment.in;
     std::ifstream terminal;

@@ -247,7 +247,11 @@ void FetchedResultsController::contextDidChange(const ChangeSet& info) {
             continue;
         if (o->isDeleted()) // the row vanished while being read
             continue;
-        m_ids.insert(lowerBound(*o), id);
+        const auto at = lowerBound(*o);
+        // An insertion merged again (history read twice) is already there.
+        if (allNew && at != m_ids.end() && *at == id)
+            continue;
+        m_ids.insert(at, id);
         placed.push_back(std::move(o));
     }
     if (m_request.fetchLimit > 0 && m_ids.size() > m_request.fetchLimit) {

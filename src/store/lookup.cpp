@@ -16,16 +16,19 @@ namespace {
 template <class Record> struct Lookup;
 template <> struct Lookup<TK_Task> {
     static constexpr std::string_view kind = "task";
+    static constexpr std::string_view exactly = "taskID == %@";
     static objectstore::Predicate with(std::string_view id) { return predicates::taskWithID(id); }
 };
 template <> struct Lookup<TK_Subtask> {
     static constexpr std::string_view kind = "subtask";
+    static constexpr std::string_view exactly = "subtaskID == %@";
     static objectstore::Predicate with(std::string_view id) {
         return predicates::subtaskWithID(id);
     }
 };
 template <> struct Lookup<TK_Category> {
     static constexpr std::string_view kind = "list";
+    static constexpr std::string_view exactly = "categoryID == %@";
     static objectstore::Predicate with(std::string_view id) {
         return predicates::categoryWithID(id);
     }
@@ -37,9 +40,18 @@ template <class Record>
 platform::Result<std::shared_ptr<Record>> findByIdentifier(objectstore::ObjectContext& context,
                                                            std::string_view identifier) {
     auto request = Record::fetchRequest();
-    request.predicate = Lookup<Record>::with(identifier);
     request.fetchLimit = 1;
+    // The identifier as stored is found through the index; only a match
+    // that differs in case needs every identifier folded.
+    auto exactly = objectstore::Predicate::parse(Lookup<Record>::exactly, {identifier});
+    if (!exactly)
+        return std::unexpected(exactly.error());
+    request.predicate = std::move(*exactly);
     auto found = context.fetch(request);
+    if (found && found->empty()) {
+        request.predicate = Lookup<Record>::with(identifier);
+        found = context.fetch(request);
+    }
     if (!found)
         return std::unexpected(found.error());
     if (found->empty())

@@ -2,8 +2,10 @@
 // driven from the keyboard under Qt's offscreen platform over a controller
 // on a store in a temporary folder. Each case reads the outcome back from
 // the store file through a fresh owner, as the next program would.
+#include "cloud/persistent_history_processor.h"
 #include "share/share_test_support.h"
 #include "share/shared_task.h"
+#include "support/program_run.h"
 #include "tasket-share/share_form_model.h"
 #include "tasket-share/share_form_window.h"
 
@@ -15,6 +17,7 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 
 using namespace tasket::testing;
@@ -268,11 +271,14 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     ASSERT_TRUE(group->setValue(tasket::settings::keys::kIsSuccessfulPurchase, true));
     writeFile(dir / "notes.txt", "notes");
     writeFile(dir / "Makefile", std::string(1500, 'x'));
-    // Named with their extension, or as a picture when held in memory.
-    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile"),
+    // Named with their extension, or as a picture when held in memory; a
+    // file that cannot be read is shown as left out, with the reason.
+    open({fileLink(dir / "notes.txt"), fileLink(dir / "Makefile"), fileLink(dir / "gone.txt"),
           pictureInMemory(pngBytes(), "public.png")});
-    EXPECT_EQ(child<QLabel>("files")->text(),
-              "notes.txt (5 bytes)\nMakefile (1.5 kB)\nPicture.png (33 bytes)");
+    EXPECT_EQ(child<QLabel>("files")->text().toStdString(),
+              "notes.txt (5 bytes)\nMakefile (1.5 kB)\nPicture.png (33 bytes)\n"
+              "Not attached: cannot share \"" +
+                  (dir / "gone.txt").string() + "\": no such file or directory");
     // An empty store: the task goes into a list made for it.
     EXPECT_EQ(listLabels(), QStringList({"New Category (0 tasks)", "New List…"}));
     QTest::keyClicks(child<QPlainTextEdit>("text"), "Two files");
@@ -281,4 +287,42 @@ TEST_F(ShareFormTest, WithThePaidTierTheFilesAreListedAndAttached) {
     const auto tasks = storedTasks("Two files");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(tasks.front()->attachmentsArray().size(), 3u);
+}
+
+TEST_F(ShareFormTest, TheListsFollowAnotherProgramAndDoneExplainsAChosenListItDeleted) {
+    addList("Errands", 0);
+    addList("Work", 1);
+    open({webLink("https://example.org/")});
+    tasket::cloud::installHistoryProcessing(*data, "share_form_test", nullptr);
+    QTest::keyClicks(child<QPlainTextEdit>("text"), "Read later");
+    // seed_store changes the lists in another process; the picker follows.
+    for (const auto& [change, labels] : {std::pair{"--list=Home", "Errands,Home,Work"},
+                                         {"--rename=Work=Office", "Errands,Home,Office"},
+                                         {"--delete=Errands", "Home,Office"}}) {
+        const auto option = QString(change).section('=', 0, 0).toStdString();
+        const auto value = QString(change).section('=', 1).toStdString();
+        ASSERT_EQ(runProgram(SEED_STORE_BINARY, {dir.path().string(), option, value},
+                             {.home = dir.path()})
+                      .status,
+                  0);
+        QStringList expected =
+            QString(labels).split(',').replaceInStrings(QRegularExpression("$"), " (0 tasks)");
+        expected.append("New List…");
+        EXPECT_TRUE(MainQueue::shared().runUntil([&] {
+            QApplication::processEvents();
+            return listLabels() == expected;
+        })) << listLabels().join(", ").toStdString();
+    }
+    // Errands was the chosen list: Done explains and the form stays open.
+    QTest::mouseClick(child<QPushButton>("done"), Qt::LeftButton);
+    settle();
+    EXPECT_TRUE(child<QLabel>("problem")->text().contains("deleted in another program"));
+    EXPECT_TRUE(child<QPushButton>("done")->isEnabled());
+    EXPECT_EQ(completions, 0);
+    model->chooseRow(1);
+    QTest::mouseClick(child<QPushButton>("done"), Qt::LeftButton);
+    waitForSaves();
+    const auto tasks = storedTasks("Read later");
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_EQ(tasks.front()->category()->title(), "Office");
 }

@@ -260,6 +260,16 @@ TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
     EXPECT_GE(shot.height(), 150);
     ASSERT_EQ(storedTasks().size(), 1u);
     EXPECT_EQ(storedTasks().front()->title(), "seed");
+
+    // Nothing shared at all: the form opens empty; without one it is refused.
+    std::filesystem::remove(png);
+    const ProgramRun empty = share({"--screenshot", png.string()});
+    EXPECT_EQ(empty.status, 0) << empty.err;
+    EXPECT_TRUE(std::filesystem::exists(png));
+    offscreen = false;
+    const ProgramRun nothing = share({});
+    EXPECT_EQ(nothing.status, 64);
+    EXPECT_TRUE(contains(nothing.err, "nothing to share")) << nothing.err;
 }
 
 TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {

@@ -3,11 +3,13 @@
 // programs under test.
 //
 //   seed_store FOLDER [--list TITLE [--task TITLE [--url URL] [--attach FILE]...]...]...
+//                     [--rename TITLE=NEW]... [--delete TITLE]...
 //
 // FOLDER is the application-group folder (made 0700 when missing). Lists
 // take the user's order in which they are named; a task goes into the list
-// named last, and a later task is newer. Prints one line per record made:
-// "list<TAB>ID<TAB>TITLE" or "task<TAB>ID<TAB>TITLE".
+// named last, and a later task is newer. --rename and --delete change the
+// stored lists of that title, as another program would. Prints one line per
+// record made: "list<TAB>ID<TAB>TITLE" or "task<TAB>ID<TAB>TITLE".
 #include "platform/date.h"
 #include "platform/uuid.h"
 #include "store/local_data_manager.h"
@@ -27,7 +29,7 @@ namespace {
 int usage(std::string_view problem) {
     std::cerr << "seed_store: " << problem
               << "\nusage: seed_store FOLDER [--list TITLE [--task TITLE [--url URL] "
-                 "[--attach FILE]...]...]...\n";
+                 "[--attach FILE]...]...]... [--rename TITLE=NEW]... [--delete TITLE]...\n";
     return 64;
 }
 
@@ -59,6 +61,19 @@ int main(int argc, char** argv) {
             list->setSortIndex(lists++);
             list->setWhenCreated(platform::Date{++created});
             std::cout << "list\t" << *list->categoryID() << '\t' << value << '\n';
+        } else if (option == "--rename" || option == "--delete") {
+            const auto equals = value.find('=');
+            const std::string title = option == "--rename" ? value.substr(0, equals) : value;
+            const auto stored = view.fetch(store::TK_Category::fetchRequest());
+            for (const auto& object : *stored) {
+                auto named = std::static_pointer_cast<store::TK_Category>(object);
+                if (named->title() != title)
+                    continue;
+                if (option == "--delete")
+                    view.deleteObject(named);
+                else if (equals != std::string::npos)
+                    named->setTitle(value.substr(equals + 1));
+            }
         } else if (option == "--task" && list) {
             task = store::TK_Task::insertNew(view);
             task->setTaskID(platform::Uuid::generate().toString());
