@@ -6,6 +6,7 @@
 #pragma once
 
 #include "platform/error.h"
+#include "services/authentication_manager.h"
 #include "share/share_view_controller.h"
 
 #include <filesystem>
@@ -32,6 +33,9 @@ struct ShareFormSettings {
     /// Set (--screenshot): once shown, the form is drawn into this PNG file
     /// and cancelled, so nothing is written to the store.
     std::optional<std::filesystem::path> screenshot;
+    /// The app lock: while it is locked the form shows the locked screen,
+    /// and nothing of the store, until the user unlocks.
+    std::shared_ptr<services::AuthenticationManager> lock = nullptr;
 };
 
 /// The form compiled into this program, ready to show on the display; null
