@@ -36,7 +36,7 @@ LockedScreen::LockedScreen(services::AuthenticationManager& lock, std::function<
     m_problem->setWordWrap(true);
     m_problem->setAlignment(Qt::AlignCenter);
     m_problem->hide();
-    m_unlock = new QPushButton(tr("Unlock"), this);
+    m_unlock = new QPushButton(qt(texts::kUnlock.translated()), this);
     m_unlock->setDefault(true);
     layout->addWidget(title);
     layout->addWidget(m_problem);
