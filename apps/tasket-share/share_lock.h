@@ -10,13 +10,9 @@
 #include "platform/error.h"
 #include "services/authentication_manager.h"
 
-#include <memory>
 #include <string_view>
 
 namespace tasket::apps {
-
-/// The user's lock: their settings and the PAM service "tasket".
-std::shared_ptr<services::AuthenticationManager> openShareLock();
 
 /// Why a locked share does not ask on the terminal.
 inline constexpr std::string_view kLockedPromptMessage =

@@ -222,7 +222,7 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
         return exitCodeFor(something.error().code);
     }
 
-    const auto lock = openShareLock();
+    const auto lock = services::AuthenticationManager::openUserLock();
     std::unique_ptr<ShareForm> form;
     if (!options.yes && environment.makeForm)
         form = environment.makeForm(ShareFormSettings{options.screenshot, lock});

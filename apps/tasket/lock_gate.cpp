@@ -1,9 +1,6 @@
 #include "tasket/lock_gate.h"
 
 #include "common/exit_code.h"
-#include "platform/auth/pam_authenticator.h"
-#include "platform/preferences/file_preferences_suite.h"
-#include "settings/settings_keys.h"
 #include "rules/texts.h"
 #include "tasket/terminal_password.h"
 
@@ -29,15 +26,6 @@ platform::Result<> onTerminal(
 
 } // namespace
 
-std::unique_ptr<services::AuthenticationManager> openUserLock() {
-    namespace keys = settings::keys;
-    return std::make_unique<services::AuthenticationManager>(
-        std::make_shared<settings::CustomizationManager>(
-            platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
-            platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite))),
-        std::make_shared<platform::PamAuthenticator>());
-}
-
 platform::Result<> unlockOnTerminal(services::AuthenticationManager& lock) {
     return onTerminal(
         [&](const auto& answer, const auto& inform) { return lock.unlock(answer, inform); });
@@ -50,7 +38,7 @@ platform::Result<> switchOnTerminal(services::AuthenticationManager& lock, bool 
 }
 
 std::optional<int> requireUnlocked(std::ostream& err) {
-    const auto lock = openUserLock();
+    const auto lock = services::AuthenticationManager::openUserLock();
     if (!lock->isLocked())
         return std::nullopt;
     auto unlocked = unlockOnTerminal(*lock);

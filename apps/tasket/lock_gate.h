@@ -12,9 +12,6 @@
 
 namespace tasket::apps {
 
-/// The user's lock: their settings and the PAM service "tasket".
-std::unique_ptr<services::AuthenticationManager> openUserLock();
-
 /// Asks through the terminal, when there is one. Fails (unavailable) without
 /// a terminal.
 [[nodiscard]] platform::Result<> unlockOnTerminal(services::AuthenticationManager& lock);

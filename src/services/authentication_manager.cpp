@@ -1,5 +1,7 @@
 #include "services/authentication_manager.h"
 
+#include "platform/auth/pam_authenticator.h"
+#include "platform/preferences/file_preferences_suite.h"
 #include "rules/texts.h"
 #include "settings/settings_keys.h"
 
@@ -17,6 +19,15 @@ AuthenticationManager::AuthenticationManager(
     if (!m_customizationManager || !m_authenticator)
         throw std::invalid_argument("AuthenticationManager needs its settings and authenticator");
     m_isEnabled.set(m_customizationManager->value(settings::catalog::isAuthenticationEnabled));
+}
+
+std::shared_ptr<AuthenticationManager> AuthenticationManager::openUserLock() {
+    namespace keys = settings::keys;
+    return std::make_shared<AuthenticationManager>(
+        std::make_shared<settings::CustomizationManager>(
+            platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
+            platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite))),
+        std::make_shared<platform::PamAuthenticator>());
 }
 
 platform::Result<> AuthenticationManager::canAuthenticate() const {

@@ -30,6 +30,10 @@ class AuthenticationManager {
     /// locked when the switch is on.
     AuthenticationManager(std::shared_ptr<settings::CustomizationManager> customizationManager,
                           std::shared_ptr<platform::Authenticator> authenticator);
+    /// The user's lock: their settings suites in $XDG_CONFIG_HOME and the
+    /// PAM service "tasket".
+    static std::shared_ptr<AuthenticationManager> openUserLock();
+
     AuthenticationManager(const AuthenticationManager&) = delete;
     AuthenticationManager& operator=(const AuthenticationManager&) = delete;
 

@@ -31,7 +31,7 @@ void LockCommand::addOptions(CLI::App& command) {
 }
 
 platform::Result<void> LockCommand::run(CommandContext& context) {
-    const auto lock = openUserLock();
+    const auto lock = services::AuthenticationManager::openUserLock();
     if (m_action != "status") {
         const bool enable = m_action == "enable";
         if (auto switched = switchOnTerminal(*lock, enable); !switched)
