@@ -1,7 +1,7 @@
-// The authentication port: the PAM adapter over the tests' own service
+// The PAM adapter of the authentication port, over the tests' own service
 // files (pam_start_confdir) and through pam_wrapper with a real password
-// check, and the in-memory adapter, held to the same contract.
-#include "platform/auth/in_memory_authenticator.h"
+// check. The in-memory adapter is driven through AuthenticationManager's
+// tests.
 #include "platform/auth/pam_authenticator.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
@@ -52,30 +52,6 @@ TEST(PamAuthenticator, FollowsTheServiceFile) {
         const auto result = pam.evaluate(answering("anything", asked));
         EXPECT_EQ(result ? std::nullopt : std::optional(result.error().code), c.failure)
             << (result ? "" : result.error().message);
-    }
-}
-
-TEST(InMemoryAuthenticator, ChecksTheOneAnswerItAsksFor) {
-    struct Case {
-        std::optional<std::string> password;
-        std::optional<std::string> answer;
-        std::optional<Errc> failure;
-        int asked;
-    };
-    const Case cases[] = {
-        {"secret", "secret", std::nullopt, 1},
-        {"secret", "Secret", Errc::permissionDenied, 1},
-        {"secret", std::nullopt, Errc::cancelled, 1},
-        {std::nullopt, "secret", Errc::unavailable, 0},
-    };
-    for (const auto& c : cases) {
-        InMemoryAuthenticator authenticator(c.password);
-        int asked = 0;
-        const auto result = authenticator.evaluate(answering(c.answer, asked));
-        EXPECT_EQ(result ? std::nullopt : std::optional(result.error().code), c.failure)
-            << (result ? "" : result.error().message);
-        EXPECT_EQ(asked, c.asked);
-        EXPECT_EQ(authenticator.canEvaluate().has_value(), c.password.has_value());
     }
 }
 
