@@ -18,6 +18,7 @@ enum ExitCode : int {
     kExitIOError = 74,      // reading or writing failed
     kExitTemporary = 75,    // try again: a concurrent change won
     kExitNoPermission = 77, // the system refused access
+    kExitLocked = 79,       // the app lock is on and cannot be opened here
 };
 
 /// The exit status for a failure with `code`.

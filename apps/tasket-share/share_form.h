@@ -6,6 +6,7 @@
 #pragma once
 
 #include "platform/error.h"
+#include "services/authentication_manager.h"
 #include "share/share_view_controller.h"
 
 #include <filesystem>
@@ -37,6 +38,9 @@ struct ShareFormSettings {
     /// Why shared files or pictures were refused before the form was made
     /// (one message each, naming it); the form shows them as not attached.
     std::vector<std::string> notAttached = {};
+    /// The app lock: while it is locked the form shows the locked screen,
+    /// and nothing of the store, until the user unlocks.
+    std::shared_ptr<services::AuthenticationManager> lock = nullptr;
 };
 
 /// The form compiled into this program, ready to show on the display; null

@@ -6,6 +6,8 @@
 #include "tasket-share/share_form.h"
 #include "tasket-share/share_form_model.h"
 #include "tasket-share/share_form_window.h"
+// After the library's headers, which Qt's "slots" macro would break.
+#include "tasket-share/locked_screen.h"
 
 #include <QApplication>
 #include <QPixmap>
@@ -36,12 +38,16 @@ class QtShareForm final : public ShareForm {
     ~QtShareForm() override { MainQueue::shared().setWakeUp(nullptr); }
 
     void present(share::ShareViewController& controller) override {
+        if (m_settings.lock && m_settings.lock->isLocked()) {
+            m_lockedScreen = std::make_unique<LockedScreen>(
+                *m_settings.lock, [this, &controller] { present(controller); },
+                [&controller] { controller.toolbar().cancel(); });
+            showWindow(*m_lockedScreen);
+            return;
+        }
         m_model = std::make_unique<ShareFormModel>(controller, m_settings.notAttached);
         m_window = std::make_unique<ShareFormWindow>(*m_model);
-        m_window->show();
-        m_window->activateWindow();
-        if (m_settings.screenshot)
-            QTimer::singleShot(0, m_window.get(), [this] { takeScreenshot(); });
+        showWindow(*m_window);
     }
 
     void exec() override {
@@ -60,13 +66,20 @@ class QtShareForm final : public ShareForm {
     platform::Result<void> outcome() const override { return m_outcome; }
 
   private:
-    void takeScreenshot() {
+    void showWindow(QDialog& window) {
+        window.show();
+        window.activateWindow();
+        if (m_settings.screenshot)
+            QTimer::singleShot(0, &window, [this, &window] { takeScreenshot(window); });
+    }
+
+    void takeScreenshot(QDialog& window) {
         const std::filesystem::path& path = *m_settings.screenshot;
-        if (!m_window->grab().save(QString::fromStdString(path.string()), "PNG"))
+        if (!window.grab().save(QString::fromStdString(path.string()), "PNG"))
             m_outcome =
                 platform::fail(platform::Errc::ioError,
                                fmt::format("cannot write the screenshot \"{}\"", path.string()));
-        m_model->cancel();
+        window.reject();
     }
 
     ShareFormSettings m_settings;
@@ -74,6 +87,7 @@ class QtShareForm final : public ShareForm {
     int m_argc = 1;
     std::array<char*, 2> m_argv{m_programName.data(), nullptr};
     QApplication m_application{m_argc, m_argv.data()};
+    std::unique_ptr<LockedScreen> m_lockedScreen;
     std::unique_ptr<ShareFormModel> m_model;
     std::unique_ptr<ShareFormWindow> m_window;
     bool m_quitRequested = false;

@@ -13,6 +13,7 @@
 #include "share/share_view_controller.h"
 #include "share/shared_task.h"
 #include "store/lookup.h"
+#include "tasket-share/share_lock.h"
 #include "tasket-share/share_options.h"
 #include "tasket-share/terminal_prompt.h"
 
@@ -39,9 +40,9 @@ void report(std::ostream& err, std::string_view message) {
 class ShareSession {
   public:
     ShareSession(const ShareOptions& options, ShareProgramEnvironment& environment,
-                 std::unique_ptr<ShareForm> form, std::istream* promptInput)
+                 std::unique_ptr<ShareForm> form, std::istream* promptInput, bool locked)
         : m_options(options), m_environment(environment), m_form(std::move(form)),
-          m_promptInput(promptInput) {}
+          m_promptInput(promptInput), m_locked(locked) {}
 
     int run(platform::CommandLineShare share, std::string text) {
         auto localDataManager = store::LocalDataManager::make();
@@ -103,10 +104,17 @@ class ShareSession {
             m_form->present(*m_controller);
             return;
         }
+        if (m_locked && !m_options.yes) {
+            report(m_environment.err, kLockedPromptMessage);
+            m_status = kExitLocked;
+            m_controller->toolbar().cancel();
+            return;
+        }
         if (m_options.list) {
             auto found = store::findList(m_controller->picker().categories(), *m_options.list);
             if (!found)
-                return cancelWith(found.error());
+                return cancelWith(m_locked ? withoutLists(found.error(), *m_options.list)
+                                           : found.error());
             m_controller->picker().select(*found);
         }
         if (!m_options.yes && askOnTerminal(*m_controller, *m_promptInput, m_environment.err) ==
@@ -143,7 +151,8 @@ class ShareSession {
                 fail(saved.error());
                 continue;
             }
-            const TaskReport task = reportTask(**saved);
+            const TaskReport task =
+                m_locked ? withoutList(reportTask(**saved)) : reportTask(**saved);
             if (m_options.json) {
                 platform::JsonWriter json;
                 json.beginObject();
@@ -165,6 +174,7 @@ class ShareSession {
     std::unique_ptr<ShareForm> m_form;
     std::istream* m_promptInput;
     std::unique_ptr<ShareViewController> m_controller;
+    bool m_locked;
     int m_status = kExitSuccess;
 };
 
@@ -209,9 +219,11 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
     }
     // The form opens even with nothing to save: it shows what was refused,
     // and the user may still type a task.
+    const auto lock = services::AuthenticationManager::openUserLock();
     std::unique_ptr<ShareForm> form;
     if (!options.yes && environment.makeForm) {
         ShareFormSettings settings{options.screenshot};
+        settings.lock = lock;
         for (const auto& skipped : share.skipped)
             if (skipped.itemIndex == 0)
                 settings.notAttached.push_back(skipped.error.message);
@@ -247,7 +259,7 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
         promptInput = &terminal;
     }
 
-    ShareSession session(options, environment, std::move(form), promptInput);
+    ShareSession session(options, environment, std::move(form), promptInput, lock->isLocked());
     return session.run(std::move(share), std::move(text));
 }
 

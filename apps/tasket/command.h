@@ -21,6 +21,9 @@ struct CommandInfo {
     std::string_view usage;   // "tasket tasks [--list NAME] [--search TEXT] [--json]"
     std::string_view summary; // one line for the command list
     std::string_view help;    // what `tasket KEYWORD --help` explains below the options
+    // Whether the command shows anything of the store; while the app lock is
+    // on, such a command runs only after the user authenticated.
+    bool showsStoredData = true;
 };
 
 /// Where a command writes, and how.

@@ -1,6 +1,9 @@
 #include "tasket/command_registry.h"
 
+#include "tasket/commands/entities_command.h"
+#include "tasket/commands/focus_command.h"
 #include "tasket/commands/lists_command.h"
+#include "tasket/commands/lock_command.h"
 #include "tasket/commands/show_command.h"
 #include "tasket/commands/tasks_command.h"
 #include "tasket/commands/version_command.h"
@@ -16,10 +19,8 @@ template <class C> std::unique_ptr<Command> make() {
 
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
-    &make<ListsCommand>,
-    &make<TasksCommand>,
-    &make<ShowCommand>,
-    &make<VersionCommand>,
+    &make<ListsCommand>, &make<TasksCommand>, &make<ShowCommand>,     &make<VersionCommand>,
+    &make<LockCommand>,  &make<FocusCommand>, &make<EntitiesCommand>,
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "tasket/store_view.h"
 
 #include "platform/preferences/file_preferences_suite.h"
+#include "settings/focus_filter.h"
 #include "settings/settings_keys.h"
 
 namespace tasket::apps {
@@ -19,6 +20,8 @@ platform::Result<StoreView> openStoreView() {
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite)));
     view.focusManager = std::make_shared<settings::FocusManager>();
+    if (auto focus = settings::storedFocus(*view.customizationManager->appGroupSuite()))
+        view.focusManager->focus(std::move(*focus));
     auto fetchManager = store::LocalDataFetchManager::make(
         view.localDataManager, view.customizationManager, view.focusManager);
     if (!fetchManager)

@@ -2,6 +2,7 @@
 
 #include "common/exit_code.h"
 #include "tasket/command_registry.h"
+#include "tasket/lock_gate.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -26,7 +27,9 @@ constexpr std::string_view kFooter =
     "Exit status: 0 success; 64 wrong command line; 65 unusable input or store;\n"
     "66 no such file, list or task; 69 service unavailable; 70 internal error,\n"
     "or the store or its folder cannot be opened; 74 read or write failed;\n"
-    "75 a concurrent change won, try again; 77 permission denied; 1 anything else.";
+    "75 a concurrent change won, try again; 77 permission denied (or the app lock's\n"
+    "authentication failed); 79 the app lock is on and cannot be opened (no terminal\n"
+    "to ask for the password on, or authentication cannot be used); 1 anything else.";
 
 // Shows each command's own usage line instead of the one CLI11 derives.
 class UsageFormatter final : public CLI::Formatter {
@@ -94,6 +97,10 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
         std::ranges::find_if(subcommands, [](const auto& entry) { return entry.first->parsed(); });
     CommandContext context{out, err, json};
     try {
+        if (chosen->second->info().showsStoredData) {
+            if (const auto locked = requireUnlocked(err))
+                return *locked;
+        }
         if (auto result = chosen->second->run(context); !result) {
             err << fmt::format("tasket: {}\n", result.error().message);
             return exitCodeFor(result.error().code);

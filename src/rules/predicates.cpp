@@ -65,4 +65,12 @@ Predicate categoryWithID(std::string_view categoryID) {
     return parsed(kCategoryWithID, {categoryID});
 }
 
+Predicate identifierIn(std::string_view key, objectstore::PredicateArgument identifiers) {
+    return parsed(kIdentifierIn, {key, std::move(identifiers)});
+}
+
+Predicate notCompleted() {
+    return parsed(kNotCompleted, {true});
+}
+
 } // namespace tasket::rules::predicates

@@ -54,6 +54,11 @@ inline constexpr std::string_view kInCategories = "category.categoryID IN %@";
 inline constexpr std::string_view kTaskWithID = "taskID ==[c] %@";
 inline constexpr std::string_view kSubtaskWithID = "subtaskID ==[c] %@";
 inline constexpr std::string_view kCategoryWithID = "categoryID ==[c] %@";
+/// The records whose identifier, under the key the first argument names
+/// (taskID, categoryID, tagID, …), is one of the second argument's.
+inline constexpr std::string_view kIdentifierIn = "%K IN %@";
+/// A task still to do. (TK_Task: suggestions)
+inline constexpr std::string_view kNotCompleted = "isCompleted != %@";
 
 // ---- Parsed -------------------------------------------------------------------------
 
@@ -76,5 +81,8 @@ objectstore::Predicate inCategories(const std::vector<std::string>& categoryIDs)
 objectstore::Predicate taskWithID(std::string_view taskID);
 objectstore::Predicate subtaskWithID(std::string_view subtaskID);
 objectstore::Predicate categoryWithID(std::string_view categoryID);
+objectstore::Predicate identifierIn(std::string_view key,
+                                    objectstore::PredicateArgument identifiers);
+objectstore::Predicate notCompleted();
 
 } // namespace tasket::rules::predicates

@@ -42,6 +42,8 @@ inline constexpr Text kEnterYourPassword = catalogueText("Enter your password");
 inline constexpr Text kUnlockReason = catalogueText("unlock your secured data");
 // Title of the screen that replaces the content while the app lock is engaged.
 inline constexpr Text kTasketIsLocked = catalogueText("Tasket is Locked");
+// Button of the locked screen that asks for the user's authentication.
+inline constexpr Text kUnlock = catalogueText("Unlock");
 
 // Title of the notice shown when a feature needs the paid tier.
 inline constexpr Text kPremiumRequired = catalogueText("Tasket Premium is Required");

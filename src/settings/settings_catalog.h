@@ -134,6 +134,11 @@ inline constexpr Setting<bool> isShowingProgress{
 inline constexpr Setting<bool> isAssistEnabled{
     {"isAssistEnabled", keys::kIsAssistEnabled, appGroup}, false};
 
+/// The app lock's switch, kept beside the 34 settings of CustomizationManager
+/// (AuthenticationManager owns it).
+inline constexpr Setting<bool> isAuthenticationEnabled{
+    {"isAuthenticationEnabled", keys::kIsAuthenticationEnabled, appGroup}, false};
+
 /// All 34 settings in order, for code that visits each (std::apply).
 inline constexpr auto kAllSettings = std::tie(
     tintColor, appearance, isHapticFeedbacksEnabled, timelineType, unassignedSectionTitle,

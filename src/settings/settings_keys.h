@@ -89,6 +89,10 @@ inline constexpr StorageKey kDidMigrateUserDefaultsToAppGroup{
 inline constexpr StorageKey kDefaultCategory{"Default.Category"};
 /// The paid-tier flag.
 inline constexpr StorageKey kIsSuccessfulPurchase{"Is.Successful.Purchase"};
+/// The app lock is switched on (AuthenticationManager).
+inline constexpr StorageKey kIsAuthenticationEnabled{"Is.Authentication.Enabled"};
+/// The lists (categoryID) the active focus filter selects; absent: no focus.
+inline constexpr StorageKey kFocusFilterCategories{"Focus.Filter.Categories"};
 /// The history position processed last.
 inline constexpr StorageKey kPersistentHistoryToken{"Persistent.History.Token"};
 

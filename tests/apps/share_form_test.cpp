@@ -3,15 +3,20 @@
 // on a store in a temporary folder. Each case reads the outcome back from
 // the store file through a fresh owner, as the next program would.
 #include "cloud/persistent_history_processor.h"
+#include "platform/auth/in_memory_authenticator.h"
+#include "platform/preferences/in_memory_preferences_suite.h"
+#include "settings/settings_keys.h"
 #include "share/share_test_support.h"
 #include "share/shared_task.h"
 #include "support/program_run.h"
+#include "tasket-share/locked_screen.h"
 #include "tasket-share/share_form_model.h"
 #include "tasket-share/share_form_window.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -19,6 +24,7 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
+#include <QTimer>
 
 using namespace tasket::testing;
 using tasket::apps::describeSize;
@@ -325,4 +331,50 @@ TEST_F(ShareFormTest, TheListsFollowAnotherProgramAndDoneExplainsAChosenListItDe
     const auto tasks = storedTasks("Read later");
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(tasks.front()->category()->title(), "Office");
+}
+
+// The locked screen asks through the password dialog; a cancelled or wrong
+// answer keeps it locked and says why, the right one opens the form.
+TEST(LockedScreen, UnlocksOnlyWithTheRightPassword) {
+    auto group = std::make_shared<tasket::platform::InMemoryPreferencesSuite>("group");
+    ASSERT_TRUE(group->setValue(tasket::settings::keys::kIsAuthenticationEnabled, true));
+    tasket::services::AuthenticationManager lock(
+        std::make_shared<tasket::settings::CustomizationManager>(
+            group, std::make_shared<tasket::platform::InMemoryPreferencesSuite>("standard")),
+        std::make_shared<tasket::platform::InMemoryAuthenticator>("pw"));
+    int unlocked = 0;
+    int cancelled = 0;
+    tasket::apps::LockedScreen screen(
+        lock, [&] { ++unlocked; }, [&] { ++cancelled; });
+    screen.show();
+    struct Case {
+        std::optional<QString> answer; // nullopt: the dialog is closed
+        std::string problem;
+        int unlockedAfter;
+    };
+    const Case cases[] = {
+        {std::nullopt, "authentication was cancelled", 0},
+        {QStringLiteral("PW"), "authentication failed", 0},
+        {QStringLiteral("pw"), "", 1},
+    };
+    for (const auto& c : cases) {
+        QTimer::singleShot(0, [&] {
+            auto* dialog = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
+            ASSERT_NE(dialog, nullptr);
+            EXPECT_EQ(dialog->windowTitle(), "Enter your password");
+            EXPECT_EQ(dialog->textEchoMode(), QLineEdit::Password);
+            if (c.answer) {
+                dialog->setTextValue(*c.answer);
+                dialog->accept();
+            } else {
+                dialog->reject();
+            }
+        });
+        QTest::mouseClick(screen.findChild<QPushButton*>(), Qt::LeftButton);
+        EXPECT_EQ(unlocked, c.unlockedAfter);
+        EXPECT_EQ(lock.isLocked(), c.unlockedAfter == 0);
+        const std::string shown = screen.findChildren<QLabel*>().back()->text().toStdString();
+        EXPECT_NE(shown.find(c.problem), std::string::npos) << shown;
+    }
+    EXPECT_EQ(cancelled, 0);
 }

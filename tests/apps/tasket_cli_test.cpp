@@ -2,12 +2,18 @@
 // and the real program over a store seeded in a private data folder.
 #include "common/exit_code.h"
 #include "common/version.h"
+#include "platform/main_queue.h"
+#include "platform/preferences/file_preferences_suite.h"
+#include "settings/focus_filter.h"
+#include "settings/settings_keys.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
+#include "tasket/command_registry.h"
 #include "tasket/tasket_cli.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <sstream>
@@ -29,6 +35,24 @@ ProgramRun runFrame(std::vector<std::string> arguments) {
 
 bool contains(const std::string& text, std::string_view part) {
     return text.find(part) != std::string::npos;
+}
+
+// Seeds two lists with a task each under `home`; returns what it printed
+// (one line per record: kind, identifier, title).
+std::string seedTwoLists(const std::filesystem::path& home) {
+    const ProgramRun seeded =
+        runProgram(SEED_STORE_BINARY,
+                   {tasket::testing::groupFolder(home).string(), "--list", "Home", "--task",
+                    "Water plants", "--list", "Work", "--task", "Write report"},
+                   {.home = home});
+    EXPECT_EQ(seeded.status, 0) << seeded.err;
+    return seeded.out;
+}
+
+std::shared_ptr<tasket::platform::FilePreferencesSuite>
+groupSuite(const std::filesystem::path& home) {
+    return std::make_shared<tasket::platform::FilePreferencesSuite>(
+        home / "config", std::string(tasket::settings::keys::kAppGroupSuite));
 }
 
 std::string lower(std::string text) {
@@ -129,6 +153,11 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
           "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"},
          {}},
         {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}, {}},
+        {{"entities", "tasks", "--id", sharedID, "--json"},
+         0,
+         {"\"title\": \"Read article\"", "\"category\": {", "\"title\": \"Home\""},
+         {"Water plants"}},
+        {{"entities", "focus-lists", "--search", "OR"}, 0, {"\tWork\n"}, {"Home"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
@@ -144,4 +173,75 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
         for (const auto& text : c.absent)
             EXPECT_FALSE(contains(output, text)) << output;
     }
+}
+
+// While the lock is on, no command that shows stored data runs without a
+// terminal to authenticate on: every such command of the program's own
+// table is tried with arguments that would make it print, and nothing of
+// the store (titles, identifiers) comes out.
+TEST(TasketProgram, ShowsNothingStoredWhileLocked) {
+    tasket::testing::TempDir dir;
+    const std::string seeded = seedTwoLists(dir.path());
+    std::vector<std::string> secrets;
+    std::istringstream lines(seeded);
+    for (std::string kind, id, title;
+         lines >> kind >> id && std::getline(lines >> std::ws, title);) {
+        secrets.push_back(id);
+        secrets.push_back(title);
+    }
+    ASSERT_EQ(secrets.size(), 8u);
+    ASSERT_TRUE(
+        groupSuite(dir.path())->setValue(tasket::settings::keys::kIsAuthenticationEnabled, true));
+
+    const std::vector<std::vector<std::string>> argumentSets = {
+        {}, {"--json"}, {secrets[2]}, {"Home"}, {"status"}, {"tasks"}, {"lists"}, {"set", "Home"}};
+    for (const auto& command : makeCommands()) {
+        const CommandInfo& info = command->info();
+        if (!info.showsStoredData)
+            continue;
+        int gated = 0;
+        for (const auto& extra : argumentSets) {
+            std::vector<std::string> arguments = {std::string(info.keyword)};
+            arguments.insert(arguments.end(), extra.begin(), extra.end());
+            SCOPED_TRACE(::testing::PrintToString(arguments));
+            const ProgramRun run = runProgram(TASKET_BINARY, arguments, {.home = dir.path()});
+            for (const auto& secret : secrets) {
+                const bool echoed = std::ranges::find(extra, secret) != extra.end();
+                EXPECT_TRUE(echoed || !contains(run.out + run.err, secret)) << run.out << run.err;
+            }
+            if (run.status == kExitLocked) {
+                ++gated;
+                EXPECT_TRUE(contains(run.err, "Tasket is Locked")) << run.err;
+            } else {
+                EXPECT_EQ(run.status, kExitUsage) << run.err;
+            }
+        }
+        EXPECT_GT(gated, 0) << info.keyword << " never got past its command line";
+    }
+}
+
+// A focus set by one process is followed by another that watches the
+// settings, and narrows the tasks the program prints.
+TEST(TasketProgram, FocusSetByOneProcessIsFollowedByAnother) {
+    tasket::testing::TempDir dir;
+    const std::string seeded = seedTwoLists(dir.path());
+    const auto at = seeded.find("\tWork\n");
+    ASSERT_NE(at, std::string::npos);
+    const std::string workID = seeded.substr(at - 36, 36);
+
+    auto suite = groupSuite(dir.path());
+    auto focus = std::make_shared<tasket::settings::FocusManager>();
+    auto following = tasket::settings::followStoredFocus(focus, suite);
+    ASSERT_TRUE(following) << following.error().message;
+    auto& mainQueue = tasket::platform::MainQueue::shared();
+
+    ASSERT_EQ(runProgram(TASKET_BINARY, {"focus", "set", "Work"}, {.home = dir.path()}).status, 0);
+    EXPECT_TRUE(mainQueue.runUntil(
+        [&] { return focus->categories().value() == std::vector<std::string>{workID}; }));
+    const ProgramRun tasks = runProgram(TASKET_BINARY, {"tasks"}, {.home = dir.path()});
+    EXPECT_TRUE(contains(tasks.out, "Write report") && !contains(tasks.out, "Water plants"))
+        << tasks.out;
+
+    ASSERT_EQ(runProgram(TASKET_BINARY, {"focus", "clear"}, {.home = dir.path()}).status, 0);
+    EXPECT_TRUE(mainQueue.runUntil([&] { return !focus->isFocused().value(); }));
 }

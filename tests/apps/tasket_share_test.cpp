@@ -351,3 +351,47 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
     EXPECT_TRUE(contains(run.err, "refusing to read picture bytes from a terminal")) << run.err;
     EXPECT_FALSE(std::filesystem::exists(storeFile()));
 }
+
+// While the app lock is on a share may still be saved, but nothing printed
+// names a list of the store, the prompt that would list them is refused,
+// and the form draws only the locked screen.
+TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
+    ASSERT_EQ(tasket::testing::runProgram(SEED_STORE_BINARY,
+                                          {tasket::testing::groupFolder(dir.path()).string(),
+                                           "--list", "Home", "--list", "Work"},
+                                          {.home = dir.path()})
+                  .status,
+              0);
+    tasket::platform::FilePreferencesSuite suite(dir / "config", std::string(keys::kAppGroupSuite));
+    ASSERT_TRUE(suite.setValue(keys::kIsAuthenticationEnabled, true));
+    const std::filesystem::path png = dir / "locked.png";
+    struct Case {
+        std::vector<std::string> arguments;
+        std::optional<std::string> input;
+        bool offscreen;
+        int status;
+        std::size_t tasksAfter;
+    };
+    const Case cases[] = {
+        {{"--yes", "--list", "Work", "--text", "Saved blind", "https://a.example"},
+         {},
+         false,
+         0,
+         1},
+        {{"--yes", "--json", "--text", "Default list", "https://b.example"}, {}, false, 0, 2},
+        {{"--yes", "--list", "Nowhere", "https://c.example"}, {}, false, 66, 2},
+        {{"https://d.example"}, "Typed\n1\ny\n", false, 79, 2},
+        {{"--screenshot", png.string(), "https://e.example"}, {}, true, 0, 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.arguments));
+        offscreen = c.offscreen;
+        const ProgramRun run = share(c.arguments, c.input);
+        EXPECT_EQ(run.status, c.status) << run.err;
+        for (const char* list : {"Home", "Work"})
+            EXPECT_FALSE(contains(run.out + run.err, list)) << run.out << run.err;
+        EXPECT_EQ(storedTasks().size(), c.tasksAfter);
+    }
+    const QImage shot(QString::fromStdString(png.string()), "PNG");
+    EXPECT_FALSE(shot.isNull());
+}

@@ -19,7 +19,7 @@ lintian --fail-on error --tag-display-limit 0 "$deb" 2>&1 | grep -v 'running wit
 lintian --fail-on error "$deb" >/dev/null 2>&1
 
 dpkg-deb -x "$deb" "$tmp/root"
-for f in usr/bin/tasket usr/bin/tasket-share usr/libexec/tasket-share-form \
+for f in usr/bin/tasket usr/bin/tasket-share usr/libexec/tasket-share-form etc/pam.d/tasket \
          usr/share/applications/tasket-share.desktop usr/share/man/man1/tasket.1.gz \
          usr/share/man/man1/tasket-share.1.gz usr/share/bash-completion/completions/tasket \
          usr/share/doc/tasket/copyright; do

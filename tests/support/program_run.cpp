@@ -78,6 +78,9 @@ pid_t spawn(const std::filesystem::path& program, const std::vector<std::string>
     if (child < 0)
         throw std::runtime_error("fork failed");
     if (child == 0) {
+        // A session of its own, without a controlling terminal: a program
+        // under test never asks on the terminal the tests were started from.
+        ::setsid();
         if (::chdir(directory.c_str()) != 0 || ::dup2(in, STDIN_FILENO) < 0 ||
             ::dup2(out, STDOUT_FILENO) < 0 || ::dup2(err, STDERR_FILENO) < 0)
             ::_exit(127);

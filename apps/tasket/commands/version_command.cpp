@@ -14,6 +14,7 @@ const CommandInfo& VersionCommand::info() const {
         .summary = "Print the program's version",
         .help = "Prints \"tasket\" and the version, for example \"tasket 1.2.0\".\n"
                 "With --json: {\"name\": \"tasket\", \"version\": \"1.2.0\"}.",
+        .showsStoredData = false,
     };
     return kInfo;
 }

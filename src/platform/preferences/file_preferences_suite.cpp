@@ -3,6 +3,7 @@
 #include "platform/clock.h"
 #include "platform/fatal.h"
 #include "platform/paths.h"
+#include "platform/preferences/detail/file_watch.h"
 #include "platform/preferences/detail/preferences_document.h"
 
 #include <fcntl.h>
@@ -344,6 +345,17 @@ Result<> FilePreferencesSuite::update(const std::function<void(PreferenceDiction
         m_cacheValid = false;
     }
     return {};
+}
+
+Result<std::unique_ptr<PreferencesObservation>>
+FilePreferencesSuite::observeChanges(std::function<void()> changed) {
+    if (!m_available)
+        return fail(Errc::unavailable,
+                    fmt::format("preferences suite \"{}\" is unavailable", m_name));
+    auto watch = detail::FileWatch::start(m_path, std::move(changed));
+    if (!watch)
+        return std::unexpected(watch.error());
+    return std::unique_ptr<PreferencesObservation>(std::move(*watch));
 }
 
 } // namespace tasket::platform

@@ -39,6 +39,8 @@ class FilePreferencesSuite final : public PreferencesSuite {
     [[nodiscard]] PreferenceDictionary dictionaryRepresentation() const override;
     [[nodiscard]] Result<>
     update(const std::function<void(PreferenceDictionary&)>& change) override;
+    [[nodiscard]] Result<std::unique_ptr<PreferencesObservation>>
+    observeChanges(std::function<void()> changed) override;
 
     /// The document's path.
     [[nodiscard]] const std::filesystem::path& path() const { return m_path; }

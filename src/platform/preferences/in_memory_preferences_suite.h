@@ -6,6 +6,7 @@
 
 #include "platform/preferences/preferences_suite.h"
 
+#include <memory>
 #include <mutex>
 
 namespace tasket::platform {
@@ -21,13 +22,18 @@ class InMemoryPreferencesSuite final : public PreferencesSuite {
     [[nodiscard]] Result<>
     update(const std::function<void(PreferenceDictionary&)>& change) override;
 
+    [[nodiscard]] Result<std::unique_ptr<PreferencesObservation>>
+    observeChanges(std::function<void()> changed) override;
+
     /// Makes the suite reachable or not; the values are kept either way.
     void setAvailable(bool available);
     /// How many updates have been stored (a test's view of "was anything written").
     [[nodiscard]] std::size_t writeCount() const;
 
   private:
+    struct Observers; // shared with the observations, which may outlive the suite
     const std::string m_name;
+    std::shared_ptr<Observers> m_observers;
     mutable std::mutex m_mutex;
     PreferenceDictionary m_values;
     bool m_available = true;

@@ -15,11 +15,18 @@
 #include "platform/preferences/preference_value.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace tasket::platform {
+
+/// Keeps an observation of a suite's changes alive; destroying it ends it.
+class PreferencesObservation {
+  public:
+    virtual ~PreferencesObservation() = default;
+};
 
 class PreferencesSuite {
   public:
@@ -41,6 +48,15 @@ class PreferencesSuite {
     /// refuses; nothing is written) or ioError.
     [[nodiscard]] virtual Result<>
     update(const std::function<void(PreferenceDictionary&)>& change) = 0;
+
+    /// Calls `changed` whenever the contents may have changed, whoever wrote
+    /// them (the file adapter watches its file, so another process's writes
+    /// count). It runs on a thread of the suite's or inside update(), never
+    /// with a lock of the suite held: an observer posts its work to where
+    /// it belongs and reads the values afresh. Fails when the suite cannot
+    /// be watched.
+    [[nodiscard]] virtual Result<std::unique_ptr<PreferencesObservation>>
+    observeChanges(std::function<void()> changed) = 0;
 
     // ---- Conveniences over the above ---------------------------------------------
 

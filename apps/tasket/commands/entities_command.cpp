@@ -1,0 +1,134 @@
+#include "tasket/commands/entities_command.h"
+
+#include "platform/json_writer.h"
+#include "services/automation_entities.h"
+#include "tasket/store_view.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace tasket::apps {
+namespace {
+
+using platform::JsonWriter;
+using namespace services;
+
+void write(JsonWriter& json, const TK_TasksListAppEntity& e) {
+    json.beginObject()
+        .key("id")
+        .string(e.id)
+        .key("title")
+        .string(e.title)
+        .key("notes")
+        .string(e.notes)
+        .key("color")
+        .string(e.color)
+        .key("icon")
+        .string(e.icon)
+        .key("type")
+        .string(e.type)
+        .endObject();
+}
+
+void write(JsonWriter& json, const TK_TaskAppEntity& e) {
+    json.beginObject()
+        .key("id")
+        .string(e.id)
+        .key("title")
+        .string(e.title)
+        .key("notes")
+        .string(e.notes)
+        .key("color")
+        .string(e.color)
+        .key("isCompleted")
+        .boolean(e.isCompleted)
+        .key("category");
+    if (e.category)
+        write(json, *e.category);
+    else
+        json.null();
+    json.endObject();
+}
+
+void write(JsonWriter& json, const TK_FocusFilterCategoryAppEntity& e) {
+    json.beginObject()
+        .key("id")
+        .string(e.id)
+        .key("title")
+        .string(e.title)
+        .key("notes")
+        .string(e.notes)
+        .key("icon")
+        .string(e.icon)
+        .endObject();
+}
+
+// Asks `query` as the options say and prints what it found.
+template <class Query>
+platform::Result<void> answer(Query query, const std::vector<std::string>& identifiers,
+                              const std::optional<std::string>& search, CommandContext& context) {
+    auto found = search                ? query.entities(std::string_view(*search))
+                 : identifiers.empty() ? query.suggestedEntities()
+                                       : query.entities(std::span<const std::string>(identifiers));
+    if (!found)
+        return std::unexpected(found.error());
+    JsonWriter json;
+    json.beginArray();
+    for (const auto& entity : *found) {
+        if (context.json)
+            write(json, entity);
+        else
+            context.out << fmt::format("{}\t{}\n", entity.id, entity.title);
+    }
+    if (context.json)
+        context.out << json.endArray().finish().value();
+    return {};
+}
+
+} // namespace
+
+const CommandInfo& EntitiesCommand::info() const {
+    static constexpr CommandInfo kInfo{
+        .keyword = "entities",
+        .usage = "tasket entities tasks|lists|focus-lists [--id ID]... [--search TEXT]\n"
+                 "       [--excluding-lists] [--json]",
+        .summary = "Print tasks, lists or focus lists as automation entities",
+        .help = "Prints the entities that shortcuts and focus filters name: with --id, those\n"
+                "with these identifiers; with --search, those whose title holds the text\n"
+                "(ignoring case); else the suggestions (tasks still to do, newest first;\n"
+                "every list that is not archived). \"lists\" are all kinds of task list\n"
+                "(lists, tags, priorities, statuses, values); --excluding-lists leaves the\n"
+                "lists proper out. One line per entity (identifier and title); with --json,\n"
+                "an array of objects keyed by the entities' field names: tasks {id, title,\n"
+                "notes, color, isCompleted, category}, lists {id, title, notes, color, icon,\n"
+                "type}, focus lists {id, title, notes, icon}.",
+    };
+    return kInfo;
+}
+
+void EntitiesCommand::addOptions(CLI::App& command) {
+    command.add_option("kind", m_kind, "tasks, lists or focus-lists")
+        ->required()
+        ->check(CLI::IsMember({"tasks", "lists", "focus-lists"}));
+    command.add_option("--id", m_identifiers, "An identifier to resolve (repeatable)");
+    command.add_option("--search", m_search, "Text the titles hold");
+    command.add_flag("--excluding-lists", m_excludingLists, "Lists: leave the lists proper out");
+}
+
+platform::Result<void> EntitiesCommand::run(CommandContext& context) {
+    if (m_search && !m_identifiers.empty())
+        return platform::fail(platform::Errc::invalidArgument,
+                              "--id and --search cannot be used together");
+    auto view = openStoreView();
+    if (!view)
+        return std::unexpected(view.error());
+    auto& store = *view->localDataManager->viewContext();
+    if (m_kind == "tasks")
+        return answer(TK_TasksAppEntityQuery(store), m_identifiers, m_search, context);
+    if (m_kind == "lists")
+        return answer(TK_TasksListAppEntityQuery(store, !m_excludingLists), m_identifiers, m_search,
+                      context);
+    return answer(TK_FocusFilterCategoryAppEntityQuery(store), m_identifiers, m_search, context);
+}
+
+} // namespace tasket::apps
