@@ -5,9 +5,11 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
+#include <iostream>
 #include <map>
 #include <vector>
 
@@ -15,7 +17,7 @@ namespace tasket::apps {
 namespace {
 
 constexpr std::string_view kDescription =
-    "tasket: look at Tasket's task store from the command line.\n"
+    "tasket: look at and change Tasket's task store from the command line.\n"
     "It reads the same store as the share program and the main application,\n"
     "in the application-group folder under $XDG_DATA_HOME.\n";
 
@@ -92,7 +94,7 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
 
     const auto chosen =
         std::ranges::find_if(subcommands, [](const auto& entry) { return entry.first->parsed(); });
-    CommandContext context{out, err, json};
+    CommandContext context{out, err, json, &out == &std::cout && isatty(STDOUT_FILENO) == 1};
     try {
         if (auto result = chosen->second->run(context); !result) {
             err << fmt::format("tasket: {}\n", result.error().message);
