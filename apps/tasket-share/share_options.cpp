@@ -57,6 +57,8 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     auto* listOption =
         app.add_option("--list", list, "The list to save into, by title or identifier")
             ->type_name("NAME|ID");
+    app.add_flag("--create-list", options.createList, "Make the --list list when there is none")
+        ->needs(listOption);
     auto* textOption = app.add_option("--text", text, "The task's text");
     app.add_flag("--yes,-y", options.yes, "Save without the form and without asking");
     app.add_flag("--json", options.json, "Print the saved task as JSON");

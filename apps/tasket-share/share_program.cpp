@@ -98,9 +98,18 @@ class ShareSession {
         }
         if (m_options.list) {
             auto found = store::findList(m_controller->picker().categories(), *m_options.list);
-            if (!found)
+            const bool missing = !found && found.error().code == platform::Errc::notFound;
+            if (missing && m_options.createList) {
+                if (auto created = m_controller->picker().createCategory(*m_options.list); !created)
+                    return cancelWith(created.error());
+            } else if (missing) {
+                return cancelWith(
+                    {found.error().code, found.error().message + "; add --create-list to make it"});
+            } else if (!found) {
                 return cancelWith(found.error());
-            m_controller->picker().select(*found);
+            } else {
+                m_controller->picker().select(*found);
+            }
         }
         if (!m_options.yes && askOnTerminal(*m_controller, *m_promptInput, m_environment.err) ==
                                   PromptOutcome::cancel) {

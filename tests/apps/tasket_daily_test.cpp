@@ -135,3 +135,26 @@ TEST(TasketDaily, ParallelAddsLoseNothing) {
     const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
     EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
 }
+
+// tasket-share into a list that does not exist says so and offers
+// --create-list, which makes it.
+TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
+    tasket::testing::TempDir dir;
+    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Work"}, options).status,
+              0);
+    const std::vector<std::string> share = {
+        "https://example.com", "--text", "Read", "--list", "Later", "--yes"};
+    const ProgramRun refused = tasket::testing::runProgram(TASKET_SHARE_BINARY, share, options);
+    EXPECT_EQ(refused.status, kExitNoInput);
+    EXPECT_NE(refused.err.find("there is no list \"Later\"; the lists are \"Work\"; add "
+                               "--create-list to make it"),
+              std::string::npos)
+        << refused.err;
+    auto creating = share;
+    creating.push_back("--create-list");
+    EXPECT_EQ(tasket::testing::runProgram(TASKET_SHARE_BINARY, creating, options).status, 0);
+    const ProgramRun listed =
+        tasket::testing::runProgram(TASKET_BINARY, {"tasks", "--list", "Later"}, options);
+    EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
+}
