@@ -1,6 +1,8 @@
 #include "tasket/tasket_cli.h"
 
+#include "common/command_line_docs.h"
 #include "common/exit_code.h"
+#include "common/version.h"
 #include "tasket/command_registry.h"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +22,9 @@ constexpr std::string_view kDescription =
     "tasket: look at and change Tasket's task store from the command line.\n"
     "It reads the same store as the share program and the main application,\n"
     "in the application-group folder under $XDG_DATA_HOME.\n";
+
+constexpr ProgramDocs kDocs{
+    "tasket", "look at and change Tasket's task store from the command line", kTasketVersion};
 
 constexpr std::string_view kFooter =
     "Run \"tasket COMMAND --help\" for what a command prints and takes.\n"
@@ -73,6 +78,17 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
     app.formatter(formatter);
     for (const auto& [sub, command] : subcommands)
         sub->formatter(formatter);
+
+    // Hidden: the completions and manual page, written from this command line.
+    if (arguments.size() == 2 && arguments[0] == "--docs") {
+        const auto docs = commandLineDocs(arguments[1], app, kDocs);
+        if (!docs) {
+            err << fmt::format("tasket: --docs takes {}\n", kCommandLineDocKinds);
+            return kExitUsage;
+        }
+        out << *docs;
+        return kExitSuccess;
+    }
 
     // CLI11 parses from the last argument backwards.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
