@@ -84,12 +84,12 @@ void BM_SmartFetchHandWritten(benchmark::State& state) {
     if (sqlite3_open_v2(kStore.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
         throw std::runtime_error("cannot open the store");
     objectstore::registerSqlFunctions(db);
+    // The tag's rows first (its join-table key), then each task by key.
     const char* sql =
-        "SELECT t.pk, t.title, t.dueDateAndTime FROM TK_Task t JOIN TK_Category c ON "
-        "c.pk = t.category WHERE t.taskID != '' AND c.categoryID != '' AND c.title != '' AND "
-        "t.isCompleted = 0 AND t.isRemindEnabled = 1 AND t.dueDateAndTime < ?1 AND EXISTS "
-        "(SELECT 1 FROM _J_TK_Tag_tasks j JOIN TK_Tag g ON g.pk = j.src WHERE j.dst = t.pk AND "
-        "g.title = ?2) ORDER BY t.whenCreated DESC";
+        "SELECT t.pk, t.title, t.dueDateAndTime FROM _J_TK_Tag_tasks j JOIN TK_Task t ON "
+        "t.pk = j.dst WHERE j.src = (SELECT pk FROM TK_Tag WHERE title = ?2) AND "
+        "t.isCompleted = 0 AND t.isRemindEnabled = 1 AND t.dueDateAndTime < ?1 "
+        "ORDER BY t.whenCreated DESC";
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) != SQLITE_OK)
         throw std::runtime_error(sqlite3_errmsg(db));
