@@ -54,6 +54,11 @@ inline constexpr std::string_view kInCategories = "category.categoryID IN %@";
 inline constexpr std::string_view kTaskWithID = "taskID ==[c] %@";
 inline constexpr std::string_view kSubtaskWithID = "subtaskID ==[c] %@";
 inline constexpr std::string_view kCategoryWithID = "categoryID ==[c] %@";
+/// The same, spelled exactly as stored (upper case): answered from the
+/// identifier's index.
+inline constexpr std::string_view kTaskWithExactID = "taskID == %@";
+inline constexpr std::string_view kSubtaskWithExactID = "subtaskID == %@";
+inline constexpr std::string_view kCategoryWithExactID = "categoryID == %@";
 
 // ---- Smart-list dimensions -----------------------------------------------------------
 // One sub-predicate each (two for a date filter: its switch, then its day or
