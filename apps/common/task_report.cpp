@@ -1,15 +1,35 @@
 #include "common/task_report.h"
 
+#include "platform/date_text.h"
 #include "rules/enum_table.h"
 #include "rules/texts.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
 namespace tasket::apps {
 
-TaskReport reportTask(const store::TK_Task& task) {
+namespace {
+
+// The date as people read it: the day alone for an all-day date.
+std::string dateText(const std::optional<platform::Date>& date, bool allDay,
+                     const platform::Calendar& calendar) {
+    if (!date)
+        return {};
+    return allDay ? platform::isoDay(*date, calendar) : platform::isoDateTime(*date, calendar);
+}
+
+} // namespace
+
+const platform::Calendar& localCalendar() {
+    static const platform::Calendar calendar = platform::Calendar::current();
+    return calendar;
+}
+
+TaskReport reportTask(const store::TK_Task& task, const platform::Calendar& calendar,
+                      platform::Date now) {
     TaskReport report{
         .taskID = task.taskID().value_or(""),
         .title = task.title().value_or(""),
@@ -17,9 +37,34 @@ TaskReport reportTask(const store::TK_Task& task) {
         .list = {},
         .listID = {},
         .isCompleted = task.isCompleted(),
-        .whenCreated = task.whenCreated().value_or(platform::Date{}).secondsSinceReference,
+        .isPinned = task.isPinned(),
+        .whenCreated = task.whenCreated() ? platform::isoDateTime(*task.whenCreated(), calendar)
+                                          : std::string(),
+        .note = task.note().value_or(""),
+        .due = {},
+        .start = {},
+        .isOverdue = false,
+        .tags = {},
+        .priority = {},
+        .status = {},
         .attachments = {},
     };
+    if (task.isRemindEnabled()) {
+        const auto due = task.dueDateAndTime() ? task.dueDateAndTime() : task.dueDate();
+        report.due = dateText(due, task.isAllDay(), calendar);
+        report.isOverdue = due && *due < now && !task.isCompleted();
+    }
+    if (task.isStartDateRemindEnabled())
+        report.start =
+            dateText(task.startDateAndTime() ? task.startDateAndTime() : task.startDate(),
+                     task.isStartDateAllDay(), calendar);
+    for (const auto& tag : task.tags())
+        report.tags.push_back(tag->title().value_or(""));
+    std::ranges::sort(report.tags);
+    if (const auto priority = task.customPriority())
+        report.priority = priority->title().value_or("");
+    if (const auto status = task.customStatus())
+        report.status = status->title().value_or("");
     if (const auto list = task.category()) {
         report.list = list->title().value_or("");
         report.listID = list->categoryID().value_or("");
@@ -50,7 +95,24 @@ void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task) {
     json.key("list").string(task.list);
     json.key("listID").string(task.listID);
     json.key("isCompleted").boolean(task.isCompleted);
-    json.key("whenCreated").number(task.whenCreated);
+    json.key("isPinned").boolean(task.isPinned);
+    json.key("whenCreated").string(task.whenCreated);
+    const auto optionalText = [&json](std::string_view key, const std::string& text) {
+        json.key(key);
+        if (text.empty())
+            json.null();
+        else
+            json.string(text);
+    };
+    optionalText("note", task.note);
+    optionalText("due", task.due);
+    optionalText("start", task.start);
+    json.key("tags").beginArray();
+    for (const auto& tag : task.tags)
+        json.string(tag);
+    json.endArray();
+    optionalText("priority", task.priority);
+    optionalText("status", task.status);
     json.key("attachments").beginArray();
     for (const AttachmentReport& attachment : task.attachments) {
         json.beginObject()
@@ -80,8 +142,19 @@ std::string describeTask(const TaskReport& task) {
         fmt::format("{}\n  id:    {}\n  list:  {}\n",
                     task.title.empty() ? rules::texts::kNewTask.translated() : task.title,
                     task.taskID, task.list);
-    if (!task.url.empty())
-        text += fmt::format("  link:  {}\n", task.url);
+    const auto line = [&text](std::string_view label, const std::string& value) {
+        if (!value.empty())
+            text += fmt::format("  {:<6} {}\n", label, value);
+    };
+    line("link:", task.url);
+    line("due:", task.due);
+    line("start:", task.start);
+    line("tags:", fmt::format("{}", fmt::join(task.tags, ", ")));
+    line("prio:", task.priority);
+    line("status:", task.status);
+    line("note:", task.note);
+    if (task.isCompleted)
+        text += "  done\n";
     for (const AttachmentReport& attachment : task.attachments) {
         const std::string name =
             attachment.fileExtension.empty()

@@ -1,8 +1,10 @@
-// A task as both programs print it: identifier, title, link, list and
-// attachments (name, extension, size), as text for people or as members
-// of a JSON object for --json.
+// A task as both programs print it: identifier, title, link, list, dates,
+// tags, priority, status and attachments (name, extension, size), as text
+// for people or as members of a JSON object for --json. Dates are ISO 8601
+// in the local zone (a day alone for an all-day date).
 #pragma once
 
+#include "platform/calendar.h"
 #include "platform/json_writer.h"
 #include "store/records.h"
 
@@ -27,13 +29,27 @@ struct TaskReport {
     std::string list;
     std::string listID;
     bool isCompleted = false;
-    double whenCreated = 0; // seconds since 2001-01-01 UTC
+    bool isPinned = false;
+    std::string whenCreated; // ISO 8601, local zone
+    std::string note;
+    std::string due;   // empty: no due date
+    std::string start; // empty: no start date
+    bool isOverdue = false;
+    std::vector<std::string> tags; // titles
+    std::string priority;
+    std::string status;
     std::vector<AttachmentReport> attachments;
 };
 
-/// What `task` holds now (read on its context's queue); attachments in
-/// sort order.
-TaskReport reportTask(const store::TK_Task& task);
+/// The calendar of the zone this process runs in, made once.
+const platform::Calendar& localCalendar();
+
+/// What `task` holds now (read on its context's queue), its dates in
+/// `calendar`'s zone and judged overdue against `now`; attachments in sort
+/// order.
+TaskReport
+reportTask(const store::TK_Task& task, const platform::Calendar& calendar = localCalendar(),
+           platform::Date now = platform::Date::fromSystem(std::chrono::system_clock::now()));
 
 /// The report's members, into an object the caller has opened.
 void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task);

@@ -1,6 +1,8 @@
 #include "tasket-share/share_options.h"
 
+#include "common/command_line_docs.h"
 #include "common/exit_code.h"
+#include "common/version.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -57,6 +59,8 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     auto* listOption =
         app.add_option("--list", list, "The list to save into, by title or identifier")
             ->type_name("NAME|ID");
+    app.add_flag("--create-list", options.createList, "Make the --list list when there is none")
+        ->needs(listOption);
     auto* textOption = app.add_option("--text", text, "The task's text");
     app.add_flag("--yes,-y", options.yes, "Save without the form and without asking");
     app.add_flag("--json", options.json, "Print the saved task as JSON");
@@ -64,6 +68,19 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     std::string screenshot;
     auto* screenshotOption =
         app.add_option("--screenshot", screenshot)->type_name("FILE.png")->group("");
+
+    // Hidden: the completions and manual page, written from this command line.
+    if (arguments.size() == 2 && arguments[0] == "--docs") {
+        const auto docs = commandLineDocs(
+            arguments[1], app,
+            {"tasket-share", "save what you share as a new task in Tasket", kTasketVersion});
+        if (!docs) {
+            err << fmt::format("tasket-share: --docs takes {}\n", kCommandLineDocKinds);
+            return {std::nullopt, kExitUsage};
+        }
+        out << *docs;
+        return {std::nullopt, kExitSuccess};
+    }
 
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {

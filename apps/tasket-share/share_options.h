@@ -20,6 +20,7 @@ namespace tasket::apps {
 struct ShareOptions {
     std::vector<platform::ShareArgumentGroup> groups;
     std::optional<std::string> list;       // --list NAME|ID
+    bool createList = false;               // --create-list: make the --list list when missing
     std::optional<std::string> text;       // --text TEXT
     bool yes = false;                      // --yes: save without asking
     bool json = false;                     // --json: print the saved task as JSON

@@ -112,10 +112,20 @@ class ShareSession {
         }
         if (m_options.list) {
             auto found = store::findList(m_controller->picker().categories(), *m_options.list);
-            if (!found)
-                return cancelWith(m_locked ? withoutLists(found.error(), *m_options.list)
-                                           : found.error());
-            m_controller->picker().select(*found);
+            const bool missing = !found && found.error().code == platform::Errc::notFound;
+            if (missing && m_options.createList) {
+                if (auto created = m_controller->picker().createCategory(*m_options.list); !created)
+                    return cancelWith(created.error());
+            } else if (!found) {
+                const platform::Error error =
+                    m_locked ? withoutLists(found.error(), *m_options.list) : found.error();
+                return cancelWith(missing ? platform::Error{error.code,
+                                                            error.message +
+                                                                "; add --create-list to make it"}
+                                          : error);
+            } else {
+                m_controller->picker().select(*found);
+            }
         }
         if (!m_options.yes && askOnTerminal(*m_controller, *m_promptInput, m_environment.err) ==
                                   PromptOutcome::cancel) {

@@ -30,7 +30,8 @@ struct CommandInfo {
 struct CommandContext {
     std::ostream& out;
     std::ostream& err;
-    bool json = false; // --json: machine-readable output on `out`
+    bool json = false;       // --json: machine-readable output on `out`
+    bool isTerminal = false; // `out` is standard output and that is a terminal
 };
 
 class Command {

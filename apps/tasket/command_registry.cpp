@@ -1,10 +1,16 @@
 #include "tasket/command_registry.h"
 
+#include "tasket/commands/add_command.h"
+#include "tasket/commands/count_command.h"
+#include "tasket/commands/delete_command.h"
+#include "tasket/commands/done_command.h"
+#include "tasket/commands/edit_command.h"
 #include "tasket/commands/entities_command.h"
 #include "tasket/commands/focus_command.h"
 #include "tasket/commands/lists_command.h"
 #include "tasket/commands/lock_command.h"
 #include "tasket/commands/show_command.h"
+#include "tasket/commands/smart_lists_command.h"
 #include "tasket/commands/tasks_command.h"
 #include "tasket/commands/version_command.h"
 
@@ -19,8 +25,10 @@ template <class C> std::unique_ptr<Command> make() {
 
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
-    &make<ListsCommand>, &make<TasksCommand>, &make<ShowCommand>,     &make<VersionCommand>,
-    &make<LockCommand>,  &make<FocusCommand>, &make<EntitiesCommand>,
+    &make<ListsCommand>,      &make<TasksCommand>,  &make<CountCommand>,   &make<AddCommand>,
+    &make<DoneCommand>,       &make<UndoneCommand>, &make<EditCommand>,    &make<DeleteCommand>,
+    &make<SmartListsCommand>, &make<ShowCommand>,   &make<VersionCommand>, &make<LockCommand>,
+    &make<FocusCommand>,      &make<EntitiesCommand>,
 };
 
 } // namespace

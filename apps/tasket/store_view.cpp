@@ -12,18 +12,22 @@ std::shared_ptr<store::LocalDataManager> openStoreForOneCommand() {
     return manager;
 }
 
-platform::Result<StoreView> openStoreView() {
+std::shared_ptr<settings::CustomizationManager> openSettings() {
     namespace keys = settings::keys;
-    StoreView view;
-    view.localDataManager = openStoreForOneCommand();
-    view.customizationManager = std::make_shared<settings::CustomizationManager>(
+    return std::make_shared<settings::CustomizationManager>(
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite)));
+}
+
+platform::Result<StoreView> openStoreView(store::CollectionKinds kept) {
+    StoreView view;
+    view.localDataManager = openStoreForOneCommand();
+    view.customizationManager = openSettings();
     view.focusManager = std::make_shared<settings::FocusManager>();
     if (auto focus = settings::storedFocus(*view.customizationManager->appGroupSuite()))
         view.focusManager->focus(std::move(*focus));
     auto fetchManager = store::LocalDataFetchManager::make(
-        view.localDataManager, view.customizationManager, view.focusManager);
+        view.localDataManager, view.customizationManager, view.focusManager, kept);
     if (!fetchManager)
         return std::unexpected(fetchManager.error());
     view.fetchManager = std::move(*fetchManager);

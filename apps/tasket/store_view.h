@@ -21,8 +21,12 @@ struct StoreView {
 /// processes' saves, since the command ends before any could matter.
 std::shared_ptr<store::LocalDataManager> openStoreForOneCommand();
 
+/// The user's settings (the application group's suite and the standard one).
+std::shared_ptr<settings::CustomizationManager> openSettings();
+
 /// Opens the user's store (the process stops when it cannot) and settings
 /// and fetches the collections. Fails when a fetch fails.
-[[nodiscard]] platform::Result<StoreView> openStoreView();
+[[nodiscard]] platform::Result<StoreView>
+openStoreView(store::CollectionKinds kept = store::kAllCollectionKinds);
 
 } // namespace tasket::apps

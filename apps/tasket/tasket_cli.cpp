@@ -1,14 +1,18 @@
 #include "tasket/tasket_cli.h"
 
+#include "common/command_line_docs.h"
 #include "common/exit_code.h"
+#include "common/version.h"
 #include "tasket/command_registry.h"
 #include "tasket/lock_gate.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
+#include <iostream>
 #include <map>
 #include <vector>
 
@@ -16,9 +20,12 @@ namespace tasket::apps {
 namespace {
 
 constexpr std::string_view kDescription =
-    "tasket: look at Tasket's task store from the command line.\n"
+    "tasket: look at and change Tasket's task store from the command line.\n"
     "It reads the same store as the share program and the main application,\n"
     "in the application-group folder under $XDG_DATA_HOME.\n";
+
+constexpr ProgramDocs kDocs{
+    "tasket", "look at and change Tasket's task store from the command line", kTasketVersion};
 
 constexpr std::string_view kFooter =
     "Run \"tasket COMMAND --help\" for what a command prints and takes.\n"
@@ -75,6 +82,17 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
     for (const auto& [sub, command] : subcommands)
         sub->formatter(formatter);
 
+    // Hidden: the completions and manual page, written from this command line.
+    if (arguments.size() == 2 && arguments[0] == "--docs") {
+        const auto docs = commandLineDocs(arguments[1], app, kDocs);
+        if (!docs) {
+            err << fmt::format("tasket: --docs takes {}\n", kCommandLineDocKinds);
+            return kExitUsage;
+        }
+        out << *docs;
+        return kExitSuccess;
+    }
+
     // CLI11 parses from the last argument backwards.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
@@ -95,7 +113,7 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
 
     const auto chosen =
         std::ranges::find_if(subcommands, [](const auto& entry) { return entry.first->parsed(); });
-    CommandContext context{out, err, json};
+    CommandContext context{out, err, json, &out == &std::cout && isatty(STDOUT_FILENO) == 1};
     try {
         if (chosen->second->info().showsStoredData) {
             if (const auto locked = requireUnlocked(err))

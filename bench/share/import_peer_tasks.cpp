@@ -2,13 +2,15 @@
 // array of tasks with uuid, description, entry, project, tags, due, status)
 // into a new Tasket store through the store library, so that benchmarks run
 // the same tasks on both sides. Projects become lists, tags become tags, due
-// becomes the due date and time, completed becomes isCompleted; a list named
-// "Inbox" is added when the data has none. Afterwards it counts the rows
-// through the store and compares them with the counts in OUT.json.meta.json.
+// becomes the due reminder (its day and its moment), completed becomes
+// isCompleted; a list named "Inbox" is added when the data has none.
+// Afterwards it counts the rows through the store and compares them with the
+// counts in OUT.json.meta.json.
 //
 //   import_peer_tasks TASKS_JSON DATA_HOME [--batch N]
 #include "objectstore/object_context.h"
 #include "objectstore/predicate/predicate.h"
+#include "platform/calendar.h"
 #include "platform/date.h"
 #include "platform/uuid.h"
 #include "store/application_group.h"
@@ -192,6 +194,7 @@ void importTasks(ObjectContext& context, const std::vector<PeerTask>& tasks, std
         context.reset();
     }
 
+    const auto calendar = tasket::platform::Calendar::current();
     std::size_t done = 0;
     while (done < tasks.size()) {
         const std::size_t end = std::min(tasks.size(), done + batch);
@@ -201,8 +204,14 @@ void importTasks(ObjectContext& context, const std::vector<PeerTask>& tasks, std
             task->setTaskID(peer.uuid);
             task->setTitle(peer.description);
             task->setWhenCreated(Date::fromUnix(peer.entry));
-            if (peer.due)
-                task->setDueDateAndTime(Date::fromUnix(*peer.due));
+            if (peer.due) {
+                // A due date is a due reminder: the switch, the day and the moment.
+                const Date due = Date::fromUnix(*peer.due);
+                task->setIsRemindEnabled(true);
+                task->setIsAllDay(false);
+                task->setDueDate(calendar.startOfDay(due));
+                task->setDueDateAndTime(due);
+            }
             task->setIsCompleted(peer.completed);
             const auto list = lists.find(peer.project.empty() ? kInbox : peer.project);
             task->setCategory(

@@ -58,6 +58,9 @@ class Calendar {
     [[nodiscard]] DateComponents components(Date date) const;
     /// The instant that `components` name in this zone (weekday ignored).
     [[nodiscard]] Date date(const DateComponents& components) const;
+    /// How far this zone's clocks are ahead of UTC at `date`, in seconds
+    /// (daylight saving included); negative west of Greenwich.
+    [[nodiscard]] int utcOffsetSeconds(Date date) const;
 
   private:
     struct Zone;

@@ -59,6 +59,66 @@ inline constexpr std::string_view kCategoryWithID = "categoryID ==[c] %@";
 inline constexpr std::string_view kIdentifierIn = "%K IN %@";
 /// A task still to do. (TK_Task: suggestions)
 inline constexpr std::string_view kNotCompleted = "isCompleted != %@";
+/// The same, spelled exactly as stored (upper case): answered from the
+/// identifier's index.
+inline constexpr std::string_view kTaskWithExactID = "taskID == %@";
+inline constexpr std::string_view kSubtaskWithExactID = "subtaskID == %@";
+inline constexpr std::string_view kCategoryWithExactID = "categoryID == %@";
+
+// ---- Smart-list dimensions -----------------------------------------------------------
+// One sub-predicate each (two for a date filter: its switch, then its day or
+// moment); a smart list is the AND of those its filters choose, each parsed
+// on its own so that a disjunction inside one keeps its grouping.
+
+inline constexpr std::string_view kIsCompleted = "isCompleted = %d";
+inline constexpr std::string_view kHasNoNotes = "note = nil OR note = ''";
+inline constexpr std::string_view kHasNoLink = "url = nil OR url = ''";
+inline constexpr std::string_view kStartReminderEnabled = "isStartDateRemindEnabled = %d";
+inline constexpr std::string_view kStartDayBetween = "startDate BETWEEN {%@, %@}";
+inline constexpr std::string_view kStartDayIs = "startDate = %@";
+inline constexpr std::string_view kStartBefore = "startDateAndTime < %@";
+inline constexpr std::string_view kStartAfter = "startDateAndTime > %@";
+inline constexpr std::string_view kDueReminderEnabled = "isRemindEnabled = %d";
+inline constexpr std::string_view kDueDayBetween = "dueDate BETWEEN {%@, %@}";
+inline constexpr std::string_view kDueDayIs = "dueDate = %@";
+inline constexpr std::string_view kDueBefore = "dueDateAndTime < %@";
+inline constexpr std::string_view kDueAfter = "dueDateAndTime > %@";
+inline constexpr std::string_view kInAnyCategory = "category != nil";
+inline constexpr std::string_view kHasSubtasks = "ANY subtasks != nil";
+inline constexpr std::string_view kHasNoSubtasks = "ANY subtasks = nil";
+inline constexpr std::string_view kHasTags = "ANY tags != nil";
+inline constexpr std::string_view kHasNoTags = "ANY tags = nil";
+inline constexpr std::string_view kHasAnyOfTags = "ANY tags.tagID IN %@";
+inline constexpr std::string_view kHasPriority = "customPriority != nil";
+inline constexpr std::string_view kHasNoPriority = "customPriority = nil";
+inline constexpr std::string_view kHasAnyOfPriorities = "customPriority.priorityID IN %@";
+inline constexpr std::string_view kHasStatus = "customStatus != nil";
+inline constexpr std::string_view kHasNoStatus = "customStatus = nil";
+inline constexpr std::string_view kHasAnyOfStatuses = "customStatus.statusID IN %@";
+inline constexpr std::string_view kHasValues = "ANY values != nil";
+inline constexpr std::string_view kHasNoValues = "ANY values = nil";
+inline constexpr std::string_view kHasAnyOfValues = "ANY values.identifier IN %@";
+inline constexpr std::string_view kIsPinned = "isPinned = %d";
+
+// ---- Quick filters of a list (TK_TasksFilter) -------------------------------------------
+
+inline constexpr std::string_view kWithReminder =
+    "isStartDateRemindEnabled = true OR isRemindEnabled = true";
+inline constexpr std::string_view kPinned = "isPinned = true";
+
+// ---- Membership of one list ----------------------------------------------------------
+
+inline constexpr std::string_view kInCategory = "category.categoryID = %@";
+inline constexpr std::string_view kHasPriorityWithID = "customPriority.priorityID = %@";
+inline constexpr std::string_view kHasStatusWithID = "customStatus.statusID = %@";
+
+// ---- Views around the fetches ------------------------------------------------------------
+
+/// Hides the tasks of archived lists.
+inline constexpr std::string_view kInUnarchivedCategory = "category.isArchived = false";
+/// A reminder is on and the start day is not after the due day.
+inline constexpr std::string_view kRemindedInOrder =
+    "(isStartDateRemindEnabled = true OR isRemindEnabled = true) AND startDate <= dueDate";
 
 // ---- Parsed -------------------------------------------------------------------------
 

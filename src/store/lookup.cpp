@@ -1,5 +1,6 @@
 #include "store/lookup.h"
 
+#include "platform/uuid.h"
 #include "rules/predicates.h"
 
 #include <fmt/format.h>
@@ -16,21 +17,27 @@ namespace {
 template <class Record> struct Lookup;
 template <> struct Lookup<TK_Task> {
     static constexpr std::string_view kind = "task";
-    static constexpr std::string_view exactly = "taskID == %@";
     static objectstore::Predicate with(std::string_view id) { return predicates::taskWithID(id); }
+    static objectstore::Predicate exactly(std::string_view id) {
+        return predicates::parsed(predicates::kTaskWithExactID, {id});
+    }
 };
 template <> struct Lookup<TK_Subtask> {
     static constexpr std::string_view kind = "subtask";
-    static constexpr std::string_view exactly = "subtaskID == %@";
     static objectstore::Predicate with(std::string_view id) {
         return predicates::subtaskWithID(id);
+    }
+    static objectstore::Predicate exactly(std::string_view id) {
+        return predicates::parsed(predicates::kSubtaskWithExactID, {id});
     }
 };
 template <> struct Lookup<TK_Category> {
     static constexpr std::string_view kind = "list";
-    static constexpr std::string_view exactly = "categoryID == %@";
     static objectstore::Predicate with(std::string_view id) {
         return predicates::categoryWithID(id);
+    }
+    static objectstore::Predicate exactly(std::string_view id) {
+        return predicates::parsed(predicates::kCategoryWithExactID, {id});
     }
 };
 
@@ -41,17 +48,18 @@ platform::Result<std::shared_ptr<Record>> findByIdentifier(objectstore::ObjectCo
                                                            std::string_view identifier) {
     auto request = Record::fetchRequest();
     request.fetchLimit = 1;
-    // The identifier as stored is found through the index; only a match
-    // that differs in case needs every identifier folded.
-    auto exactly = objectstore::Predicate::parse(Lookup<Record>::exactly, {identifier});
-    if (!exactly)
-        return std::unexpected(exactly.error());
-    request.predicate = std::move(*exactly);
-    auto found = context.fetch(request);
-    if (found && found->empty()) {
-        request.predicate = Lookup<Record>::with(identifier);
-        found = context.fetch(request);
+    // Identifiers are stored as upper-case UUIDs: an exact match on that
+    // form uses the identifier's index, where ignoring case reads every row.
+    if (const auto uuid = platform::Uuid::parse(identifier)) {
+        request.predicate = Lookup<Record>::exactly(uuid->toString());
+        auto found = context.fetch(request);
+        if (!found)
+            return std::unexpected(found.error());
+        if (!found->empty())
+            return std::static_pointer_cast<Record>(found->front());
     }
+    request.predicate = Lookup<Record>::with(identifier);
+    auto found = context.fetch(request);
     if (!found)
         return std::unexpected(found.error());
     if (found->empty())

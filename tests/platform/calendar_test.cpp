@@ -2,6 +2,7 @@
 // one-hour gap at 02:00 and a repeated hour), Sao Paulo on 2018-11-04
 // (midnight skipped) and Apia, which skipped 2011-12-30 altogether.
 #include "platform/calendar.h"
+#include "platform/date_text.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -100,4 +101,46 @@ TEST(Calendar, ZonesComeFromTheirNameOrTheEnvironment) {
 
     const tasket::testing::ScopedEnv zone("TZ", "Pacific/Apia");
     EXPECT_EQ(Calendar::current().zoneID(), "Pacific/Apia");
+}
+
+// What a person types, read in Berlin at 23:30 on Saturday 28 March 2026,
+// the night the clocks go forward; and the ISO text written back.
+TEST(DateText, ReadsTypedDatesAndWritesIsoInTheZone) {
+    using tasket::platform::parseWhen;
+    const Calendar berlin = in("Europe/Berlin");
+    const Date now = utc(2026, 3, 28, 22, 30);
+    const std::tuple<const char*, std::string> cases[] = {
+        {"today", "2026-03-28"},
+        {"Tomorrow", "2026-03-29"}, // a 23-hour day: not now + 24 h
+        {"yesterday", "2026-03-27"},
+        {"+3d", "2026-03-31"},
+        {"+2w", "2026-04-11"},
+        {"-1d", "2026-03-27"},
+        {"saturday", "2026-04-04"}, // today's weekday is a week ahead
+        {"mon", "2026-03-30"},
+        {"2026-02-28", "2026-02-28"},
+        {"2026-03-29T02:30", "2026-03-29T03:00:00+02:00"}, // skipped: the first instant after
+        {"2026-03-29 12:00:05", "2026-03-29T12:00:05+02:00"},
+        {"2026-03-29T10:00Z", "2026-03-29T12:00:00+02:00"},
+        {"2026-01-10T10:00-05:00", "2026-01-10T16:00:00+01:00"},
+    };
+    for (const auto& [typed, expected] : cases) {
+        SCOPED_TRACE(typed);
+        const auto when = parseWhen(typed, now, berlin);
+        ASSERT_TRUE(when) << when.error().message;
+        const bool hasTime = expected.size() > 10;
+        EXPECT_EQ(when->hasTime, hasTime);
+        EXPECT_EQ(hasTime ? tasket::platform::isoDateTime(when->date, berlin)
+                          : tasket::platform::isoDay(when->date, berlin),
+                  expected);
+        if (!hasTime) {
+            EXPECT_EQ(when->date, berlin.startOfDay(when->date));
+        }
+    }
+    for (const char* bad : {"", "2026-02-30", "2026-13-01", "2026-03-28T24:00", "+d", "+3y",
+                            "someday", "2026-03-28T10:00+", "28/03/2026"}) {
+        const auto when = parseWhen(bad, now, berlin);
+        ASSERT_FALSE(when) << bad;
+        EXPECT_NE(when.error().message.find("is not a date"), std::string::npos);
+    }
 }

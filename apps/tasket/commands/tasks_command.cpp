@@ -1,68 +1,52 @@
 #include "tasket/commands/tasks_command.h"
 
 #include "common/task_report.h"
-#include "platform/json_writer.h"
-#include "rules/texts.h"
-#include "store/lookup.h"
+#include "platform/clock.h"
 #include "tasket/store_view.h"
+#include "tasket/task_listing.h"
 
 #include <CLI/CLI.hpp>
-#include <fmt/format.h>
 
 namespace tasket::apps {
 
 const CommandInfo& TasksCommand::info() const {
     static constexpr CommandInfo kInfo{
         .keyword = "tasks",
-        .usage = "tasket tasks [--list NAME] [--search TEXT] [--json]",
-        .summary = "Print the tasks, of one list or holding a text",
-        .help = "Prints one line per task: its identifier, title and list. --list takes a\n"
-                "list's title or identifier; --search keeps the tasks whose titles hold TEXT,\n"
-                "ignoring case. With --json, an array of tasks as \"tasket show\" prints them.",
+        .usage = "tasket tasks [--list NAME] [--smart NAME] [--filter FILTER] [--tag TAG]\n"
+                 "                    [--priority P] [--status S] [--completed|--pending]\n"
+                 "                    [--search TEXT] [--json]",
+        .summary = "Print the tasks, all or those the selectors choose",
+        .help = "Prints one line per task, newest first: its identifier, title, list, due date\n"
+                "and whether it is done (on a terminal, fitted to its width and coloured\n"
+                "unless NO_COLOR is set). The selectors combine: every one must hold. Names\n"
+                "are titles or identifiers. Dates are ISO 8601 in the local zone. With --json,\n"
+                "an array of tasks as \"tasket show\" prints them.",
     };
     return kInfo;
 }
 
 void TasksCommand::addOptions(CLI::App& command) {
-    command.add_option("--list", m_list, "Only the tasks of this list (title or identifier)")
-        ->type_name("NAME");
-    command.add_option("--search", m_search, "Only tasks whose titles hold TEXT")
-        ->type_name("TEXT");
+    m_selection.addOptions(command);
 }
 
 platform::Result<void> TasksCommand::run(CommandContext& context) {
-    auto view = openStoreView();
-    if (!view)
-        return std::unexpected(view.error());
-    std::string listID;
-    if (!m_list.empty()) {
-        auto found = store::findList(
-            store::offeredCategories(view->fetchManager->categories().value()), m_list);
-        if (!found)
-            return std::unexpected(found.error());
-        listID = (*found)->categoryID().value_or("");
+    auto manager = openStoreForOneCommand();
+    auto& viewContext = *manager->viewContext();
+    const rules::PredicateTime time{platform::Clock::shared().now(), localCalendar()};
+    auto request = m_selection.request(viewContext, time);
+    if (!request)
+        return std::unexpected(request.error());
+    auto tasks = viewContext.fetchBatched(*request);
+    if (!tasks)
+        return std::unexpected(tasks.error());
+    TaskListing listing(context.out, context.json, TerminalStyle::forOutput(context.isTerminal));
+    for (std::size_t i = 0; i < tasks->size(); ++i) {
+        const auto task = std::static_pointer_cast<store::TK_Task>(tasks->at(i));
+        listing.add(reportTask(*task, time.calendar, time.now));
+        if ((i + 1) % TaskSelection::kBatchSize == 0)
+            viewContext.reset(); // let the batch go: only the identities stay
     }
-    if (!m_search.empty()) {
-        if (auto searched = view->fetchManager->setTasksSearchText(m_search); !searched)
-            return searched;
-    }
-    platform::JsonWriter json;
-    json.beginArray();
-    for (const auto& task : view->fetchManager->tasks().value()) {
-        const TaskReport report = reportTask(*task);
-        if (!listID.empty() && report.listID != listID)
-            continue;
-        if (context.json)
-            writeTask(json, report);
-        else
-            context.out << fmt::format("{}\t{}\t{}\n", report.taskID,
-                                       report.title.empty() ? rules::texts::kNewTask.translated()
-                                                            : report.title,
-                                       report.list);
-    }
-    json.endArray();
-    if (context.json)
-        context.out << json.finish().value();
+    listing.finish();
     return {};
 }
 

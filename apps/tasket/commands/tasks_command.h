@@ -1,10 +1,8 @@
-// `tasket tasks`: the tasks, newest first in the application's order,
-// narrowed to one list and to titles holding a text.
+// `tasket tasks`: the tasks the selectors choose, newest first, streamed.
 #pragma once
 
 #include "tasket/command.h"
-
-#include <string>
+#include "tasket/task_selection.h"
 
 namespace tasket::apps {
 
@@ -15,8 +13,7 @@ class TasksCommand final : public Command {
     [[nodiscard]] platform::Result<void> run(CommandContext& context) override;
 
   private:
-    std::string m_list;
-    std::string m_search;
+    TaskSelection m_selection;
 };
 
 } // namespace tasket::apps

@@ -1,0 +1,31 @@
+// Shell completions (bash, zsh, fish) and a manual page written from a
+// program's own CLI11 command line, so that they name exactly the commands
+// and options the program accepts. Hidden commands and options (those in
+// the empty group) are left out.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace CLI {
+class App;
+}
+
+namespace tasket::apps {
+
+struct ProgramDocs {
+    std::string_view name;    // "tasket"
+    std::string_view summary; // one line, for the manual page's NAME
+    std::string_view version;
+};
+
+/// The completion script for `kind` ("bash", "zsh" or "fish") or the
+/// manual page in roff ("man") of `app`; nullopt for another kind.
+std::optional<std::string> commandLineDocs(std::string_view kind, const CLI::App& app,
+                                           const ProgramDocs& program);
+
+/// The kinds commandLineDocs writes, for help texts.
+inline constexpr std::string_view kCommandLineDocKinds = "bash, zsh, fish or man";
+
+} // namespace tasket::apps

@@ -1,0 +1,121 @@
+#include "tasket/commands/add_command.h"
+
+#include "common/task_report.h"
+#include "platform/clock.h"
+#include "platform/json_writer.h"
+#include "platform/uuid.h"
+#include "share/category_choice.h"
+#include "share/shared_task.h"
+#include "store/lookup.h"
+#include "tasket/named_objects.h"
+#include "tasket/store_view.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace tasket::apps {
+
+namespace {
+
+// The offered lists in the user's own order.
+platform::Result<std::vector<std::shared_ptr<store::TK_Category>>>
+offeredLists(objectstore::ObjectContext& context) {
+    auto request = store::TK_Category::fetchRequest();
+    request.sortDescriptors = {{"sortIndex", true}, {"whenCreated", false}};
+    auto lists = context.fetch(request);
+    if (!lists)
+        return std::unexpected(lists.error());
+    std::vector<std::shared_ptr<store::TK_Category>> offered;
+    for (const auto& object : *lists) {
+        auto list = std::static_pointer_cast<store::TK_Category>(object);
+        if (store::isOfferedCategory(*list))
+            offered.push_back(std::move(list));
+    }
+    return offered;
+}
+
+} // namespace
+
+const CommandInfo& AddCommand::info() const {
+    static constexpr CommandInfo kInfo{
+        .keyword = "add",
+        .usage = "tasket add TITLE [--list NAME [--create-list]] [--note TEXT] [--url URL]\n"
+                 "                  [--due WHEN] [--start WHEN] [--all-day] [--tag TAG]...\n"
+                 "                  [--priority P] [--status S] [--pin] [--json]",
+        .summary = "Add a task",
+        .help = "Adds a task titled TITLE to the list named by --list (title or identifier),\n"
+                "else to your default list, else to your first list. A list that does not\n"
+                "exist is made only with --create-list. WHEN is an ISO 8601 date or date and\n"
+                "time in the local zone (2026-03-28, 2026-03-28T09:30), or today, tomorrow,\n"
+                "yesterday, +3d, +2w or a weekday name. Prints the new task's identifier;\n"
+                "with --json, the task as \"tasket show --json\" prints it.",
+    };
+    return kInfo;
+}
+
+void AddCommand::addOptions(CLI::App& command) {
+    command.add_option("TITLE", m_title, "The task's title")->required();
+    command.add_option("--list", m_list, "The list to add to (title or identifier)")
+        ->type_name("NAME");
+    command.add_flag("--create-list", m_createList, "Make the --list list when there is none");
+    m_fields.addOptions(command, false);
+}
+
+platform::Result<void> AddCommand::run(CommandContext& context) {
+    if (auto checked = share::checkTaskText(m_title); !checked)
+        return checked;
+    auto manager = openStoreForOneCommand();
+    auto& viewContext = *manager->viewContext();
+    auto settings = openSettings();
+
+    std::shared_ptr<store::TK_Category> list;
+    if (!m_list.empty()) {
+        auto found = findNamed<store::TK_Category>(viewContext, m_list);
+        if (found && !store::isOfferedCategory(**found))
+            return platform::fail(platform::Errc::invalidArgument,
+                                  fmt::format("the list \"{}\" is archived: choose another, or "
+                                              "bring it back in the application",
+                                              m_list));
+        if (found)
+            list = *found;
+        else if (found.error().code == platform::Errc::notFound && m_createList)
+            list = share::insertNewCategory(viewContext, m_list);
+        else if (found.error().code == platform::Errc::notFound)
+            return platform::fail(platform::Errc::notFound,
+                                  found.error().message + "; add --create-list to make it");
+        else
+            return std::unexpected(found.error());
+    } else {
+        auto offered = offeredLists(viewContext);
+        if (!offered)
+            return std::unexpected(offered.error());
+        list = share::defaultCategory(*offered, *settings);
+        if (!list)
+            return platform::fail(platform::Errc::notFound,
+                                  "there is no list to add the task to: name one with --list "
+                                  "NAME --create-list");
+    }
+
+    const platform::Date now = platform::Clock::shared().now();
+    auto task = share::insertSharedTask({.taskID = platform::Uuid::generate().toString(),
+                                         .whenCreated = now,
+                                         .title = m_title,
+                                         .url = {},
+                                         .attachments = {},
+                                         .defaults = share::NewTaskDefaults::read(*settings)},
+                                        list);
+    if (auto applied = m_fields.apply(*task, now, localCalendar()); !applied)
+        return applied;
+    if (auto saved = share::saveContext(viewContext); !saved)
+        return saved;
+    if (context.json) {
+        platform::JsonWriter json;
+        writeTask(json, reportTask(*task, localCalendar(), now));
+        context.out << json.finish().value();
+    } else {
+        context.out << task->taskID().value_or("") << '\n';
+    }
+    return {};
+}
+
+} // namespace tasket::apps

@@ -1,0 +1,45 @@
+// The options `tasket add` and `tasket edit` share, and writing them into
+// a task: its note, link, due and start dates (typed as people write them;
+// "none" clears one), whether those are all-day, tags, priority, status and
+// pin. A name that does not exist fails before anything is written.
+#pragma once
+
+#include "objectstore/object_context.h"
+#include "platform/calendar.h"
+#include "platform/date.h"
+#include "platform/error.h"
+#include "store/records.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace tasket::apps {
+
+class TaskFields {
+  public:
+    /// `editing`: the options of `tasket edit`, which can also unpin.
+    void addOptions(CLI::App& command, bool editing);
+
+    /// Writes the given options into `task` (in its context, not saved).
+    [[nodiscard]] platform::Result<void> apply(store::TK_Task& task, platform::Date now,
+                                               const platform::Calendar& calendar) const;
+
+  private:
+    std::optional<std::string> m_note;
+    std::optional<std::string> m_url;
+    std::optional<std::string> m_due;
+    std::optional<std::string> m_start;
+    bool m_allDay = false;
+    std::vector<std::string> m_tags;
+    std::optional<std::string> m_priority;
+    std::optional<std::string> m_status;
+    bool m_pin = false;
+    bool m_unpin = false;
+};
+
+} // namespace tasket::apps

@@ -1,0 +1,160 @@
+// tasket as people use it every day, through the real program in private
+// XDG folders and a zone fourteen hours ahead of UTC, so that "today" is
+// the local day: adding, selecting, completing, editing and deleting tasks,
+// a smart list of today's tasks around midnight, the mistakes people make,
+// and two tasket add at once losing nothing.
+#include "common/exit_code.h"
+#include "platform/clock.h"
+#include "platform/date_text.h"
+#include "support/program_run.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <map>
+#include <regex>
+#include <string>
+#include <vector>
+
+using namespace tasket::apps;
+using tasket::testing::ProgramRun;
+
+namespace {
+
+constexpr const char* kZone = "Pacific/Kiritimati";
+
+struct Step {
+    std::vector<std::string> arguments; // "{NAME}" is the output captured as NAME
+    int status = 0;
+    std::vector<std::string> expected = {}; // in this order, in standard output and error
+    std::vector<std::string> absent = {};
+    std::string capture = {}; // keeps the first output line under this name
+};
+
+std::string substituted(std::string text, const std::map<std::string, std::string>& names) {
+    for (const auto& [name, value] : names)
+        for (std::size_t at; (at = text.find("{" + name + "}")) != std::string::npos;)
+            text.replace(at, name.size() + 2, value);
+    return text;
+}
+
+} // namespace
+
+TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
+    tasket::testing::TempDir dir;
+    // The programs inherit the test's zone (the suite pins one for every test).
+    ASSERT_EQ(setenv("TZ", kZone, 1), 0);
+    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const auto zone = tasket::platform::Calendar::inZone(kZone).value();
+    const auto now = tasket::platform::Clock::shared().now();
+    const std::string today = tasket::platform::isoDay(now, zone);
+    const std::string tomorrow = tasket::platform::isoDay(zone.addingDays(now, 1), zone);
+
+    const std::vector<Step> steps = {
+        {{"lists", "add", "Work"}, 0, {}, {}, "W"},
+        {{"add", "Call Ann", "--list", "Work", "--due", today + "T23:59"}, 0, {}, {}, "A"},
+        {{"add", "Pay rent", "--list", "{W}", "--due", tomorrow + "T00:00"}, 0, {}, {}, "B"},
+        {{"add", "Sleep", "--list", "Home"},
+         kExitNoInput,
+         {"there is no list \"Home\"", "the lists are \"Work\"", "--create-list"}},
+        {{"add", "Sleep", "--list", "Home", "--create-list", "--pin"}, 0, {}, {}, "C"},
+        {{"add", "Bad", "--due", "2026-02-30"}, kExitDataError, {"\"2026-02-30\" is not a date"}},
+        {{"add", "Bad", "--tag", "urgent"}, kExitNoInput, {"there is no tag \"urgent\""}},
+        {{"smart-lists", "add", "Today", "--due", "today"}},
+        {{"smart-lists", "add", "Odd", "--due", "sometime"}, kExitDataError, {"--due takes"}},
+        // Day-only: 23:59 today is today's, 00:00 tomorrow is not.
+        {{"tasks", "--smart", "Today"}, 0, {"{A}\tCall Ann\tWork\t" + today}, {"Pay rent"}},
+        {{"tasks", "--smart", "Today", "--json"},
+         0,
+         {"\"title\": \"Call Ann\"", "\"due\": \"" + today + "T23:59:00+14:00\""},
+         {"Pay rent"}},
+        {{"tasks", "--smart", "Nothing"}, kExitNoInput, {"there is no smart list \"Nothing\""}},
+        {{"count", "--pending"}, 0, {"3\n"}},
+        {{"done", "{A}"}},
+        {{"count", "--completed", "--json"}, 0, {"\"count\": 1"}},
+        {{"tasks", "--pending"}, 0, {"Sleep", "Pay rent"}, {"Call Ann"}},
+        {{"tasks", "--filter", "pinned"}, 0, {"Sleep\tHome"}, {"Call Ann", "Pay rent"}},
+        {{"tasks", "--filter", "later"}, kExitDataError, {"there is no quick filter \"later\""}},
+        {{"done", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}},
+        {{"undone", "{A}"}},
+        {{"count", "--completed"}, 0, {"0\n"}},
+        {{"edit", "{B}", "--title", "Pay rent now", "--due", "none", "--note", "by transfer"},
+         0,
+         {"Pay rent now", "note:  by transfer"},
+         {"due:"}},
+        {{"tasks", "--search", "RENT"}, 0, {"Pay rent now\tWork\t\tpending"}},
+        {{"delete", "{C}"}, kExitDataError, {"--yes"}},
+        {{"delete", "{C}", "--yes"}},
+        {{"tasks", "--list", "Work"}, 0, {"Pay rent now", "Call Ann"}, {"Sleep"}},
+        {{"smart-lists"}, 0, {"Today\t1 tasks"}},
+        {{"lists"}, 0, {"Home\t0 tasks", "Work\t2 tasks"}},
+    };
+    std::map<std::string, std::string> captured;
+    for (const Step& step : steps) {
+        std::vector<std::string> arguments;
+        for (const auto& argument : step.arguments)
+            arguments.push_back(substituted(argument, captured));
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        const ProgramRun run = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
+        EXPECT_EQ(run.status, step.status) << run.err;
+        const std::string output = run.out + run.err;
+        std::size_t from = 0;
+        for (const auto& text : step.expected) {
+            const std::size_t found = output.find(substituted(text, captured), from);
+            EXPECT_NE(found, std::string::npos) << text << " in\n" << output;
+            from = found == std::string::npos ? from : found;
+        }
+        for (const auto& text : step.absent)
+            EXPECT_EQ(output.find(text), std::string::npos) << text << " in\n" << output;
+        if (!step.capture.empty())
+            captured[step.capture] = run.out.substr(0, run.out.find('\n'));
+    }
+    EXPECT_TRUE(std::regex_match(captured["A"], std::regex("[0-9A-F-]{36}"))) << captured["A"];
+}
+
+// Several tasket add at the same moment on one store: each saves its task.
+TEST(TasketDaily, ParallelAddsLoseNothing) {
+    tasket::testing::TempDir dir;
+    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Inbox"}, options).status,
+              0);
+    constexpr int kRounds = 4;
+    for (int round = 0; round < kRounds; ++round) {
+        const pid_t first = tasket::testing::startProgram(
+            TASKET_BINARY, {"add", "first " + std::to_string(round)}, options);
+        const pid_t second = tasket::testing::startProgram(
+            TASKET_BINARY, {"add", "second " + std::to_string(round)}, options);
+        for (const pid_t child : {first, second}) {
+            int status = 0;
+            ASSERT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        }
+    }
+    const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
+    EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
+}
+
+// tasket-share into a list that does not exist says so and offers
+// --create-list, which makes it.
+TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
+    tasket::testing::TempDir dir;
+    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Work"}, options).status,
+              0);
+    const std::vector<std::string> share = {
+        "https://example.com", "--text", "Read", "--list", "Later", "--yes"};
+    const ProgramRun refused = tasket::testing::runProgram(TASKET_SHARE_BINARY, share, options);
+    EXPECT_EQ(refused.status, kExitNoInput);
+    EXPECT_NE(refused.err.find("there is no list \"Later\"; the lists are \"Work\"; add "
+                               "--create-list to make it"),
+              std::string::npos)
+        << refused.err;
+    auto creating = share;
+    creating.push_back("--create-list");
+    EXPECT_EQ(tasket::testing::runProgram(TASKET_SHARE_BINARY, creating, options).status, 0);
+    const ProgramRun listed =
+        tasket::testing::runProgram(TASKET_BINARY, {"tasks", "--list", "Later"}, options);
+    EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
+}
