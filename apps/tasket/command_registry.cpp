@@ -1,5 +1,7 @@
 #include "tasket/command_registry.h"
 
+#include "tasket/commands/export_command.h"
+#include "tasket/commands/import_command.h"
 #include "tasket/commands/lists_command.h"
 #include "tasket/commands/show_command.h"
 #include "tasket/commands/tasks_command.h"
@@ -20,6 +22,8 @@ constexpr std::array kCommandTable{
     &make<TasksCommand>,
     &make<ShowCommand>,
     &make<VersionCommand>,
+    &make<ExportCommand>,
+    &make<ImportCommand>,
 };
 
 } // namespace

@@ -43,6 +43,11 @@ selectObjects(objectstore::ObjectContext& context, const ExportOptions& options)
     std::vector<std::vector<objectstore::ObjectID>> selected;
     for (const auto& selection : kSelections) {
         FetchRequest request{std::string(selection.entity)};
+        // By identifier, so that the same objects always give the same file.
+        const auto* entity = context.model().entity(selection.entity);
+        for (const auto& attribute : entity->attributes)
+            if (attribute.indexed)
+                request.sortDescriptors.push_back({attribute.name});
         if (options.list) {
             if (selection.ofList.empty()) {
                 selected.emplace_back();

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <unordered_set>
 
@@ -139,6 +140,9 @@ template <class R> R recordFrom(const ManagedObject& object) {
                     for (const auto& target : targets)
                         if (auto id = recordIdentifier(*target); !id.empty())
                             out->push_back(std::move(id));
+                    // A to-many is a set: sorted, the same objects always
+                    // give the same record.
+                    std::ranges::sort(*out);
                 } else if (field.kind == FieldKind::Ref) {
                     const auto target = object.toOne(property);
                     std::string id = target ? recordIdentifier(*target) : std::string();
