@@ -18,12 +18,8 @@ template <class C> std::unique_ptr<Command> make() {
 
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
-    &make<ListsCommand>,
-    &make<TasksCommand>,
-    &make<ShowCommand>,
-    &make<VersionCommand>,
-    &make<ExportCommand>,
-    &make<ImportCommand>,
+    &make<ListsCommand>,   &make<TasksCommand>,  &make<ShowCommand>,
+    &make<VersionCommand>, &make<ExportCommand>, &make<ImportCommand>,
 };
 
 } // namespace

@@ -6,7 +6,6 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-
 #include <unistd.h>
 
 #include <fstream>
@@ -28,8 +27,8 @@ const CommandInfo& ExportCommand::info() const {
 }
 
 void ExportCommand::addOptions(CLI::App& command) {
-    auto* list = command.add_option("--list", m_list, "Only this list and what it holds")
-                     ->type_name("NAME");
+    auto* list =
+        command.add_option("--list", m_list, "Only this list and what it holds")->type_name("NAME");
     command.add_flag("--all", m_all, "Every object of every kind (the default)")->excludes(list);
     command.add_option("--out", m_out, "Write to FILE instead of standard output")
         ->type_name("FILE");
@@ -55,8 +54,7 @@ platform::Result<void> ExportCommand::run(CommandContext& context) {
     if (!m_out.empty()) {
         file.open(m_out, std::ios::binary | std::ios::trunc);
         if (!file)
-            return platform::fail(platform::Errc::ioError,
-                                  fmt::format("cannot write {}", m_out));
+            return platform::fail(platform::Errc::ioError, fmt::format("cannot write {}", m_out));
     }
     std::ostream& out = m_out.empty() ? context.out : file;
     transfer::Progress progress;

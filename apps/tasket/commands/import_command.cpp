@@ -25,8 +25,7 @@ platform::Result<transfer::ImportReport> importTaskwarrior(objectstore::ObjectCo
     auto added = transfer::addTaskwarriorExport(*importer, text.view());
     if (!added) {
         importer->abandon();
-        return platform::fail(added.error().code,
-                              added.error().message + "; nothing was imported");
+        return platform::fail(added.error().code, added.error().message + "; nothing was imported");
     }
     deleted = *added;
     return importer->finish(dryRun);
@@ -106,11 +105,10 @@ platform::Result<void> ImportCommand::run(CommandContext& context) {
     if (context.json)
         context.out << json.finish().value();
     else
-        context.out << fmt::format("{} {} objects, {} {}{}\n",
-                                   m_dryRun ? "would create" : "created", created,
-                                   m_dryRun ? "would update" : "updated", updated,
-                                   deleted ? fmt::format("; {} deleted tasks left out", deleted)
-                                           : "");
+        context.out << fmt::format(
+            "{} {} objects, {} {}{}\n", m_dryRun ? "would create" : "created", created,
+            m_dryRun ? "would update" : "updated", updated,
+            deleted ? fmt::format("; {} deleted tasks left out", deleted) : "");
     return {};
 }
 
