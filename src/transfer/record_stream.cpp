@@ -19,18 +19,20 @@ using platform::Result;
 // they hold (an import does not need it, but a reader does).
 struct Selection {
     std::string_view entity;
-    // The predicate narrowing it to one list's objects, the list standing
-    // for each %@; "" for kinds a list does not hold.
+    // For one list: the predicate narrowing the entity to the list's objects,
+    // the list standing for each %@; kAll for the records its tasks name
+    // (tags, priorities, statuses, attributes and values); "" for none.
     std::string_view ofList;
 };
+constexpr std::string_view kAll = "*";
 constexpr std::array kSelections{
     Selection{"TK_Folder", ""},
-    Selection{"TK_Attribute", ""},
-    Selection{"TK_AttributeValue", ""},
-    Selection{"TK_Category", ""},
-    Selection{"TK_Tag", ""},
-    Selection{"TK_Priority", ""},
-    Selection{"TK_Status", ""},
+    Selection{"TK_Attribute", kAll},
+    Selection{"TK_AttributeValue", kAll},
+    Selection{"TK_Category", ""}, // the list itself
+    Selection{"TK_Tag", kAll},
+    Selection{"TK_Priority", kAll},
+    Selection{"TK_Status", kAll},
     Selection{"TK_SmartCategory", ""},
     Selection{"TK_BoardSection", "category == %@"},
     Selection{"TK_Task", "category == %@"},
@@ -48,7 +50,7 @@ selectObjects(objectstore::ObjectContext& context, const ExportOptions& options)
         for (const auto& attribute : entity->attributes)
             if (attribute.indexed)
                 request.sortDescriptors.push_back({attribute.name});
-        if (options.list) {
+        if (options.list && selection.ofList != kAll) {
             if (selection.ofList.empty()) {
                 selected.emplace_back();
                 if (selection.entity == "TK_Category")

@@ -25,7 +25,8 @@ using Progress = std::function<void(std::size_t done, std::size_t total)>;
 
 struct ExportOptions {
     /// Only this list (a TK_Category), its board sections, tasks, their
-    /// subtasks and attachments; nullopt: every object of every kind.
+    /// subtasks and attachments, and every tag, priority, status, attribute
+    /// and value; nullopt: every object of every kind.
     std::optional<objectstore::ObjectID> list;
     /// Objects loaded at a time; the context forgets them after each batch.
     std::size_t batchSize = 500;

@@ -20,8 +20,10 @@ const CommandInfo& ExportCommand::info() const {
         .help = "Writes one line per object: {\"kind\":\"TK_SharedTask\",\"record\":{...}}, the\n"
                 "record in the form the application drags and copies. --all (the default)\n"
                 "writes every object; --list writes one list (title or identifier) with its\n"
-                "board sections, tasks, subtasks and attachments. \"tasket import\" reads\n"
-                "the file back. On a terminal, progress is shown on standard error.",
+                "board sections, tasks, subtasks and attachments, and the tags,\n"
+                "priorities, statuses, attributes and values its tasks can name.\n"
+                "\"tasket import\" reads the file back. On a terminal, progress is shown\n"
+                "on standard error.",
     };
     return kInfo;
 }
