@@ -116,7 +116,8 @@ Result<std::size_t> addTaskwarriorExport(Importer& importer, std::string_view js
 
     std::size_t number = 0;
     std::size_t deleted = 0;
-    for (const dom::element item : document.get_array().value_unsafe()) {
+    const dom::array items = document.get_array().value_unsafe();
+    for (const dom::element item : items) {
         ++number;
         const std::string where = fmt::format("task {}", number);
         auto bad = [&](std::string_view key, std::string_view problem) {
