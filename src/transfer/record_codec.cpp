@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 namespace tasket::transfer {
@@ -73,86 +74,138 @@ bool isNumber(dom::element_type type) {
            type == dom::element_type::DOUBLE;
 }
 
+bool refuse(Problem& problem, Problem text) {
+    problem = std::move(text);
+    return false;
+}
+
 Problem wrongType(std::string_view expected, dom::element_type found) {
     return fmt::format("must be {}, not {}", expected, typeName(found));
 }
 
-Problem readPresent(dom::element value, std::string& out) {
+bool readPresent(dom::element value, std::string& out, Problem& problem) {
     if (value.type() != dom::element_type::STRING)
-        return wrongType("a string", value.type());
+        return refuse(problem, wrongType("a string", value.type()));
     out.assign(value.get_string().value_unsafe());
-    return {};
+    return true;
 }
 
-Problem readPresent(dom::element value, std::int64_t& out) {
+bool readPresent(dom::element value, std::int64_t& out, Problem& problem) {
     switch (value.type()) {
-    case dom::element_type::INT64: out = value.get_int64().value_unsafe(); return {};
-    case dom::element_type::UINT64: return "must be an integer within 64 bits";
+    case dom::element_type::INT64: out = value.get_int64().value_unsafe(); return true;
+    case dom::element_type::UINT64: return refuse(problem, "must be an integer within 64 bits");
     case dom::element_type::DOUBLE: {
         // An integral number written with a fraction or exponent is still
         // an integer, when it fits.
         const double number = value.get_double().value_unsafe();
         if (std::trunc(number) == number && number >= -0x1p63 && number < 0x1p63) {
             out = static_cast<std::int64_t>(number);
-            return {};
+            return true;
         }
-        return fmt::format("must be an integer, not {}", number);
+        return refuse(problem, fmt::format("must be an integer, not {}", number));
     }
-    default: return wrongType("an integer", value.type());
+    default: return refuse(problem, wrongType("an integer", value.type()));
     }
 }
 
-Problem readPresent(dom::element value, double& out) {
+bool readPresent(dom::element value, double& out, Problem& problem) {
     if (!isNumber(value.type()))
-        return wrongType("a number", value.type());
+        return refuse(problem, wrongType("a number", value.type()));
     out = value.get_double().value_unsafe();
-    return {};
+    return true;
 }
 
-Problem readPresent(dom::element value, bool& out) {
+bool readPresent(dom::element value, bool& out, Problem& problem) {
     if (value.type() != dom::element_type::BOOL)
-        return wrongType("true or false", value.type());
+        return refuse(problem, wrongType("true or false", value.type()));
     out = value.get_bool().value_unsafe();
-    return {};
+    return true;
 }
 
-Problem readPresent(dom::element value, platform::Date& out) {
+bool readPresent(dom::element value, platform::Date& out, Problem& problem) {
     if (!isNumber(value.type()))
-        return wrongType("a date (seconds since 2001)", value.type());
+        return refuse(problem, wrongType("a date (seconds since 2001)", value.type()));
     out.secondsSinceReference = value.get_double().value_unsafe();
-    return {};
+    return true;
 }
 
-Problem readPresent(dom::element value, Bytes& out) {
+bool readPresent(dom::element value, Bytes& out, Problem& problem) {
     if (value.type() != dom::element_type::STRING)
-        return wrongType("Base64 data", value.type());
+        return refuse(problem, wrongType("Base64 data", value.type()));
     auto bytes = platform::decodeBase64(value.get_string().value_unsafe());
     if (!bytes)
-        return "must be padded standard Base64";
+        return refuse(problem, "must be padded standard Base64");
     out = std::move(*bytes);
-    return {};
+    return true;
 }
 
-Problem readPresent(dom::element value, Strings& out) {
+bool readPresent(dom::element value, Strings& out, Problem& problem) {
     if (value.type() != dom::element_type::ARRAY)
-        return wrongType("a list of strings", value.type());
+        return refuse(problem, wrongType("a list of strings", value.type()));
     const dom::array array = value.get_array().value_unsafe();
     out.reserve(array.size());
     for (const dom::element item : array) {
         if (item.type() != dom::element_type::STRING)
-            return fmt::format("must be a list of strings, not hold {}", typeName(item.type()));
+            return refuse(problem, fmt::format("must be a list of strings, not hold {}",
+                                               typeName(item.type())));
         out.emplace_back(item.get_string().value_unsafe());
     }
-    return {};
+    return true;
 }
 
-template <class T> Problem readOptional(dom::element value, std::optional<T>& out) {
+template <class T> bool readOptional(dom::element value, std::optional<T>& out, Problem& problem) {
     if (value.is_null()) {
         out.reset();
-        return {};
+        return true;
     }
     out.emplace();
-    return readPresent(value, *out);
+    return readPresent(value, *out, problem);
+}
+
+// One reader per field of R, indexed like kFields: a call through a table
+// instead of a visit of the member's variant for every value.
+template <class R> using FieldReader = bool (*)(dom::element, R&, Problem&);
+
+template <class R, std::size_t I> bool readField(dom::element value, R& record, Problem& problem) {
+    constexpr auto member = RecordTraits<R>::kFields[I].member;
+    return readOptional(value, record.*std::get<member.index()>(member), problem);
+}
+
+template <class R, std::size_t... I>
+constexpr std::array<FieldReader<R>, sizeof...(I)> fieldReaders(std::index_sequence<I...>) {
+    return {&readField<R, I>...};
+}
+
+// Whether two keys are equal, eight bytes at a time (the last word
+// overlapping the one before), since matching keys is most of decoding.
+inline std::uint64_t word(const char* at) {
+    std::uint64_t value;
+    std::memcpy(&value, at, sizeof value);
+    return value;
+}
+inline std::uint32_t halfWord(const char* at) {
+    std::uint32_t value;
+    std::memcpy(&value, at, sizeof value);
+    return value;
+}
+[[gnu::always_inline]] inline bool sameKey(std::string_view a, std::string_view b) {
+    const std::size_t n = a.size();
+    if (n != b.size())
+        return false;
+    const char* p = a.data();
+    const char* q = b.data();
+    if (n >= 8) {
+        for (std::size_t i = 0; i + 8 < n; i += 8)
+            if (word(p + i) != word(q + i))
+                return false;
+        return word(p + n - 8) == word(q + n - 8);
+    }
+    if (n >= 4)
+        return halfWord(p) == halfWord(q) && halfWord(p + n - 4) == halfWord(q + n - 4);
+    for (std::size_t i = 0; i < n; ++i)
+        if (p[i] != q[i])
+            return false;
+    return true;
 }
 
 template <class R>
@@ -167,10 +220,10 @@ platform::Error failure(const R& record, std::string_view key, std::string_view 
 // in declared order; -1 for a key the record does not list.
 template <class R> int fieldIndex(std::string_view key, std::size_t next) {
     const auto& fields = RecordTraits<R>::kFields;
-    if (next < fields.size() && fields[next].key == key)
+    if (next < fields.size() && sameKey(fields[next].key, key))
         return static_cast<int>(next);
     for (std::size_t i = 0; i < fields.size(); ++i)
-        if (fields[i].key == key)
+        if (sameKey(fields[i].key, key))
             return static_cast<int>(i);
     return -1;
 }
@@ -207,14 +260,20 @@ simdjson::dom::parser& threadParser() {
 
 template <class R> Result<R> decodeObject(dom::object object) {
     constexpr auto& fields = RecordTraits<R>::kFields;
-    R record;
+    static constexpr auto kReaders = fieldReaders<R>(std::make_index_sequence<fields.size()>());
+    Result<R> result(std::in_place); // filled in place: a record is large to move
+    R& record = *result;
     bool seenID = false;
     std::array<bool, fields.size()> seen{};
     std::size_t next = 0;
-    for (const dom::key_value_pair member : object) {
-        const std::string_view key = member.key;
-        if (key == "id") {
-            if (auto problem = readPresent(member.value, record.id); !problem.empty())
+    Problem problem;
+    // The iterator's key() and value() rather than its pair, which costs a
+    // stall per field as it passes through memory.
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const std::string_view key = member.key();
+        const dom::element value = member.value();
+        if (key.size() == 2 && key[0] == 'i' && key[1] == 'd') {
+            if (!readPresent(value, record.id, problem))
                 return std::unexpected(failure(record, key, problem));
             seenID = true;
             continue;
@@ -223,11 +282,7 @@ template <class R> Result<R> decodeObject(dom::object object) {
         if (index < 0)
             continue;
         next = static_cast<std::size_t>(index) + 1;
-        const auto& description = fields[static_cast<std::size_t>(index)];
-        Problem problem;
-        std::visit([&](auto target) { problem = readOptional(member.value, record.*target); },
-                   description.member);
-        if (!problem.empty())
+        if (!kReaders[static_cast<std::size_t>(index)](value, record, problem))
             return std::unexpected(failure(record, key, problem));
         seen[static_cast<std::size_t>(index)] = true;
     }
@@ -236,7 +291,7 @@ template <class R> Result<R> decodeObject(dom::object object) {
     for (std::size_t i = 0; i < fields.size(); ++i)
         if (!seen[i])
             return std::unexpected(failure(record, fields[i].key, "is missing"));
-    return record;
+    return result;
 }
 
 namespace {
