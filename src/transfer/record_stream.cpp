@@ -72,6 +72,19 @@ selectObjects(objectstore::ObjectContext& context, const ExportOptions& options)
     return selected;
 }
 
+// How many identifiers of other objects `record` carries.
+std::size_t referenceCount(const AnyRecord& any) {
+    std::size_t count = 0;
+    visitRecord(any, [&](const auto& record) {
+        using R = std::decay_t<decltype(record)>;
+        for (const auto& field : RecordTraits<R>::kFields)
+            if (const auto* list = std::get_if<std::optional<Strings> R::*>(&field.member);
+                list && record.**list)
+                count += (record.**list)->size();
+    });
+    return count;
+}
+
 } // namespace
 
 Result<std::string> recordLine(const AnyRecord& record) {
@@ -95,26 +108,44 @@ Result<std::size_t> exportRecords(objectstore::ObjectContext& context, const Exp
     const std::size_t batch = std::max<std::size_t>(1, options.batchSize);
     for (const auto& ids : *selected) {
         for (std::size_t at = 0; at < ids.size(); at += batch) {
-            std::vector<ObjectPtr> objects;
-            for (std::size_t i = at; i < std::min(ids.size(), at + batch); ++i)
-                objects.push_back(context.objectWithID(ids[i]));
-            if (auto loaded = context.fireFaults(objects); !loaded)
-                return std::unexpected(loaded.error());
-            for (const auto& object : objects) {
+            const std::size_t end = std::min(ids.size(), at + batch);
+            auto load = [&](std::size_t from) -> Result<std::vector<ObjectPtr>> {
+                std::vector<ObjectPtr> objects;
+                for (std::size_t i = from; i < end; ++i)
+                    objects.push_back(context.objectWithID(ids[i]));
+                if (auto loaded = context.fireFaults(objects); !loaded)
+                    return std::unexpected(loaded.error());
+                return objects;
+            };
+            auto objects = load(at);
+            if (!objects)
+                return std::unexpected(objects.error());
+            for (std::size_t i = at; i < end; ++i) {
+                const auto& object = (*objects)[i - at];
                 // An object without an identifier cannot be named by a record.
                 if (recordIdentifier(*object).empty())
                     continue;
-                auto line = recordLine(recordFromObject(*object));
+                const AnyRecord record = recordFromObject(*object);
+                auto line = recordLine(record);
                 if (!line)
                     return std::unexpected(line.error());
                 out << *line << '\n';
                 ++written;
+                // A list names thousands of tasks, each loaded to read its
+                // identifier: forget them now, not at the end of the batch.
+                if (referenceCount(record) > batch && i + 1 < end) {
+                    context.reset();
+                    objects = load(i + 1);
+                    if (!objects)
+                        return std::unexpected(objects.error());
+                    objects->insert(objects->begin(), i + 1 - at, nullptr);
+                }
             }
             if (!out)
                 return platform::fail(Errc::ioError, "the records could not be written");
-            objects.clear();
+            objects->clear();
             context.reset();
-            done += std::min(batch, ids.size() - at);
+            done += end - at;
             if (progress)
                 progress(done, total);
         }
