@@ -6,7 +6,9 @@
 #include "tasket/commands/done_command.h"
 #include "tasket/commands/edit_command.h"
 #include "tasket/commands/entities_command.h"
+#include "tasket/commands/export_command.h"
 #include "tasket/commands/focus_command.h"
+#include "tasket/commands/import_command.h"
 #include "tasket/commands/lists_command.h"
 #include "tasket/commands/lock_command.h"
 #include "tasket/commands/show_command.h"
@@ -25,10 +27,10 @@ template <class C> std::unique_ptr<Command> make() {
 
 // Adding a command: write its class under commands/ and add one line here.
 constexpr std::array kCommandTable{
-    &make<ListsCommand>,      &make<TasksCommand>,  &make<CountCommand>,   &make<AddCommand>,
-    &make<DoneCommand>,       &make<UndoneCommand>, &make<EditCommand>,    &make<DeleteCommand>,
-    &make<SmartListsCommand>, &make<ShowCommand>,   &make<VersionCommand>, &make<LockCommand>,
-    &make<FocusCommand>,      &make<EntitiesCommand>,
+    &make<ListsCommand>,      &make<TasksCommand>,    &make<CountCommand>,   &make<AddCommand>,
+    &make<DoneCommand>,       &make<UndoneCommand>,   &make<EditCommand>,    &make<DeleteCommand>,
+    &make<SmartListsCommand>, &make<ShowCommand>,     &make<VersionCommand>, &make<LockCommand>,
+    &make<FocusCommand>,      &make<EntitiesCommand>, &make<ExportCommand>,  &make<ImportCommand>,
 };
 
 } // namespace

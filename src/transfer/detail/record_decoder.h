@@ -1,0 +1,25 @@
+// Decoding a record from a simdjson DOM object, for the codec and the
+// record stream, which both hold the parsed text. Kept out of the public
+// headers so that only the transfer library sees simdjson.
+#pragma once
+
+#include "platform/error.h"
+#include "transfer/shared_records.h"
+
+#include <simdjson.h>
+
+#include <string_view>
+
+namespace tasket::transfer::detail {
+
+/// The record of type R in `object`; failures name the record and the key.
+template <class R> platform::Result<R> decodeObject(simdjson::dom::object object);
+
+/// The same for the record named `kind`; an unknown kind fails.
+platform::Result<AnyRecord> decodeObjectOfKind(std::string_view kind, simdjson::dom::object object);
+
+/// A parser per thread, reused across records; what it parsed lasts until
+/// its next parse.
+simdjson::dom::parser& threadParser();
+
+} // namespace tasket::transfer::detail
