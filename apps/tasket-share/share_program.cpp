@@ -101,6 +101,7 @@ class ShareSession {
         for (const auto& refused : m_controller->input().refused)
             report(m_environment.err, refused.message);
         if (m_form) {
+            m_controller->followStoredFocus();
             m_form->present(*m_controller);
             return;
         }
@@ -119,10 +120,10 @@ class ShareSession {
             } else if (!found) {
                 const platform::Error error =
                     m_locked ? withoutLists(found.error(), *m_options.list) : found.error();
-                return cancelWith(missing ? platform::Error{error.code,
-                                                            error.message +
-                                                                "; add --create-list to make it"}
-                                          : error);
+                return cancelWith(
+                    missing ? platform::Error{error.code,
+                                              error.message + "; add --create-list to make it"}
+                            : error);
             } else {
                 m_controller->picker().select(*found);
             }

@@ -1,5 +1,6 @@
 #include "share/share_view_controller.h"
 
+#include "settings/focus_filter.h"
 #include "share/category_choice.h"
 #include "share/dismiss_notification.h"
 #include "share/paid_tier.h"
@@ -15,6 +16,12 @@ ShareViewController::ShareViewController(
       m_extensionContext(std::move(extensionContext)) {
     m_dismissObserver = platform::NotificationCenter::defaultCenter().addObserver(
         kDismissShareExtensionNotification, nullptr, [this](const void*) { didDismiss(); });
+}
+
+void ShareViewController::followStoredFocus() {
+    if (auto observation =
+            settings::followStoredFocus(m_focusManager, m_customizationManager->appGroupSuite()))
+        m_focusObservation = std::move(*observation);
 }
 
 void ShareViewController::didDismiss() {

@@ -64,6 +64,12 @@ class ShareViewController {
         return m_localDataFetchManager;
     }
 
+    /// From now on the focus follows the one stored in the settings, as
+    /// another program changes it (a long-lived form; a headless share
+    /// starts no watch). A suite that cannot be watched is applied once.
+    void followStoredFocus();
+    const std::shared_ptr<settings::FocusManager>& focusManager() const { return m_focusManager; }
+
     /// The saves Done started; the host waits for them before ending.
     const std::shared_ptr<PendingSaves>& pendingSaves() const { return m_pendingSaves; }
     const std::shared_ptr<platform::ExtensionContext>& extensionContext() const {
@@ -82,6 +88,7 @@ class ShareViewController {
     std::shared_ptr<PendingSaves> m_pendingSaves = std::make_shared<PendingSaves>();
     std::shared_ptr<settings::FocusManager> m_focusManager =
         std::make_shared<settings::FocusManager>();
+    std::unique_ptr<platform::PreferencesObservation> m_focusObservation;
     std::shared_ptr<store::LocalDataFetchManager> m_localDataFetchManager;
     SharedInput m_input;
     std::unique_ptr<ShareToolbarModel> m_toolbar;

@@ -82,6 +82,19 @@ TEST_F(ShareFlowTest, DoneWithoutAListOnlyDismissesAndTheRequestCompletesOnce) {
     EXPECT_TRUE(storedTasks().empty());
 }
 
+// The form's focus follows the stored one as another program changes it.
+TEST_F(ShareFlowTest, TheFocusFollowsTheStoredOne) {
+    auto& share = open({webLink("https://example.com")});
+    share.followStoredFocus();
+    const std::vector<std::string> work = {"2B1F6C1E-0000-4000-8000-000000000001"};
+    ASSERT_TRUE(group->setValue(tasket::settings::keys::kFocusFilterCategories, work));
+    EXPECT_TRUE(MainQueue::shared().runUntil(
+        [&] { return share.focusManager()->categories().value() == work; }));
+    ASSERT_TRUE(group->removeValue(tasket::settings::keys::kFocusFilterCategories));
+    EXPECT_TRUE(
+        MainQueue::shared().runUntil([&] { return !share.focusManager()->isFocused().value(); }));
+}
+
 TEST_F(ShareFlowTest, PreselectsTheDefaultListElseTheFirstInTheUsersOrderElseANewOne) {
     struct Case {
         const char* name;
