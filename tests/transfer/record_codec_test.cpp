@@ -159,7 +159,7 @@ class RandomRecords {
     }
     void fill(std::optional<std::int64_t>& out) {
         if (chance())
-            out = static_cast<std::int64_t>(m_random()) - (1LL << 62);
+            out = static_cast<std::int64_t>(m_random() >> 1) - (1LL << 62);
     }
     void fill(std::optional<double>& out) {
         if (chance())
