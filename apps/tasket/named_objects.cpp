@@ -1,6 +1,7 @@
 #include "tasket/named_objects.h"
 
 #include "rules/predicates.h"
+#include "store/lookup.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -109,5 +110,17 @@ template platform::Result<std::shared_ptr<store::TK_AttributeValue>>
 findNamed<store::TK_AttributeValue>(objectstore::ObjectContext&, std::string_view);
 template platform::Result<std::shared_ptr<store::TK_SmartCategory>>
 findNamed<store::TK_SmartCategory>(objectstore::ObjectContext&, std::string_view);
+
+platform::Result<std::vector<std::shared_ptr<store::TK_Task>>>
+findTasks(objectstore::ObjectContext& context, std::span<const std::string> identifiers) {
+    std::vector<std::shared_ptr<store::TK_Task>> tasks;
+    for (const auto& id : identifiers) {
+        auto task = store::findByIdentifier<store::TK_Task>(context, id);
+        if (!task)
+            return std::unexpected(task.error());
+        tasks.push_back(std::move(*task));
+    }
+    return tasks;
+}
 
 } // namespace tasket::apps

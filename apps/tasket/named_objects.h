@@ -9,7 +9,10 @@
 #include "store/records.h"
 
 #include <memory>
+#include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace tasket::apps {
 
@@ -29,5 +32,10 @@ extern template platform::Result<std::shared_ptr<store::TK_AttributeValue>>
 findNamed<store::TK_AttributeValue>(objectstore::ObjectContext&, std::string_view);
 extern template platform::Result<std::shared_ptr<store::TK_SmartCategory>>
 findNamed<store::TK_SmartCategory>(objectstore::ObjectContext&, std::string_view);
+
+/// The tasks with these identifiers, in their order; fails with the first
+/// identifier that names no task, before anything is changed.
+[[nodiscard]] platform::Result<std::vector<std::shared_ptr<store::TK_Task>>>
+findTasks(objectstore::ObjectContext& context, std::span<const std::string> identifiers);
 
 } // namespace tasket::apps

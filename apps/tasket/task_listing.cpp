@@ -51,6 +51,16 @@ void TaskListing::add(const TaskReport& task) {
     ++m_count;
 }
 
+void printTask(std::ostream& out, bool json, const TaskReport& task) {
+    if (json) {
+        platform::JsonWriter writer;
+        writeTask(writer, task);
+        out << writer.finish().value();
+    } else {
+        out << describeTask(task);
+    }
+}
+
 void TaskListing::finish() {
     if (m_json)
         m_out << (m_count == 0 ? "[]\n" : "\n]\n");

@@ -27,4 +27,7 @@ class TaskListing {
     std::size_t m_count = 0;
 };
 
+/// One task as `tasket show` prints it: the JSON object, or the description.
+void printTask(std::ostream& out, bool json, const TaskReport& task);
+
 } // namespace tasket::apps

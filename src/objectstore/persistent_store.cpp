@@ -4,10 +4,10 @@
 // persistent_store_history.cpp.
 #include "objectstore/persistent_store.h"
 
-#include "objectstore/detail/remote_change_monitor.h"
 #include "objectstore/detail/schema_sql.h"
 #include "objectstore/detail/sql_functions.h"
 #include "objectstore/detail/sqlite.h"
+#include "platform/file_watch.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -63,7 +63,15 @@ Result<std::shared_ptr<PersistentStore>> PersistentStore::open(const std::filesy
     if (auto v = pragmaInt(*store->m_db, "data_version"); v)
         store->m_dataVersion = *v;
     if (options.remoteChangeNotifications) {
-        auto monitor = detail::RemoteChangeMonitor::start(*store);
+        // A burst ends after 25 ms without another write to the store files.
+        platform::FileWatch::Options watch{
+            .file = path,
+            .suffixes = {"", "-wal"},
+            .events = platform::FileWatch::modified | platform::FileWatch::closedAfterWriting |
+                      platform::FileWatch::movedIn | platform::FileWatch::created,
+            .quietPeriod = std::chrono::milliseconds(25)};
+        auto monitor = platform::FileWatch::start(
+            std::move(watch), [raw = store.get()] { raw->checkRemoteChange(); });
         if (!monitor)
             return std::unexpected(monitor.error());
         store->m_monitor = std::move(*monitor);

@@ -22,12 +22,15 @@
 #include <unordered_map>
 #include <vector>
 
+namespace tasket::platform {
+class FileWatch;
+}
+
 namespace tasket::objectstore {
 
 namespace detail {
 class Database;
 class Statement;
-class RemoteChangeMonitor;
 } // namespace detail
 
 struct RemoteChangeInfo {
@@ -183,9 +186,9 @@ class PersistentStore {
     std::vector<std::string> m_selectColumns;    // per entity: "pk, _version, cols..."
     std::vector<std::string> m_insertSql;        // per entity
     std::vector<std::string> m_qualifiedColumns; // per entity, with the alias t0
-    std::unique_ptr<detail::RemoteChangeMonitor> m_monitor;
-
-    friend class detail::RemoteChangeMonitor;
+    // Once a burst of writes to the store file or its journal has gone
+    // quiet, asks whether another connection committed (data_version).
+    std::unique_ptr<platform::FileWatch> m_monitor;
 };
 
 } // namespace tasket::objectstore

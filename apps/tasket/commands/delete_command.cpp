@@ -1,6 +1,6 @@
 #include "tasket/commands/delete_command.h"
 
-#include "store/lookup.h"
+#include "tasket/named_objects.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -32,15 +32,12 @@ void DeleteCommand::addOptions(CLI::App& command) {
 platform::Result<void> DeleteCommand::run(CommandContext& context) {
     auto manager = openStoreForOneCommand();
     auto& viewContext = *manager->viewContext();
-    std::vector<std::shared_ptr<store::TK_Task>> tasks;
+    auto tasks = findTasks(viewContext, m_taskIDs);
+    if (!tasks)
+        return std::unexpected(tasks.error());
     std::vector<std::string> titles;
-    for (const auto& id : m_taskIDs) {
-        auto task = store::findByIdentifier<store::TK_Task>(viewContext, id);
-        if (!task)
-            return std::unexpected(task.error());
-        titles.push_back(fmt::format("\"{}\"", (*task)->title().value_or("")));
-        tasks.push_back(*task);
-    }
+    for (const auto& task : *tasks)
+        titles.push_back(fmt::format("\"{}\"", task->title().value_or("")));
     if (!m_yes) {
         if (isatty(STDIN_FILENO) != 1)
             return platform::fail(platform::Errc::invalidArgument,
@@ -51,12 +48,12 @@ platform::Result<void> DeleteCommand::run(CommandContext& context) {
         if (answer != "y" && answer != "Y" && answer != "yes")
             return platform::fail(platform::Errc::cancelled, "nothing deleted");
     }
-    for (const auto& task : tasks)
+    for (const auto& task : *tasks)
         viewContext.deleteObject(task);
     if (auto saved = viewContext.save(); !saved)
         return saved;
     if (context.json)
-        context.out << fmt::format("{{\n  \"deleted\": {}\n}}\n", tasks.size());
+        context.out << fmt::format("{{\n  \"deleted\": {}\n}}\n", tasks->size());
     return {};
 }
 

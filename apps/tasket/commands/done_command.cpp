@@ -1,6 +1,6 @@
 #include "tasket/commands/done_command.h"
 
-#include "store/lookup.h"
+#include "tasket/named_objects.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -37,12 +37,11 @@ void CompletionCommand::addOptions(CLI::App& command) {
 platform::Result<void> CompletionCommand::run(CommandContext& context) {
     auto manager = openStoreForOneCommand();
     auto& viewContext = *manager->viewContext();
-    for (const auto& id : m_taskIDs) {
-        auto task = store::findByIdentifier<store::TK_Task>(viewContext, id);
-        if (!task)
-            return std::unexpected(task.error());
-        (*task)->setIsCompleted(m_completed);
-    }
+    auto tasks = findTasks(viewContext, m_taskIDs);
+    if (!tasks)
+        return std::unexpected(tasks.error());
+    for (const auto& task : *tasks)
+        task->setIsCompleted(m_completed);
     if (auto saved = viewContext.save(); !saved)
         return saved;
     if (context.json)

@@ -2,11 +2,11 @@
 
 #include "common/task_report.h"
 #include "platform/clock.h"
-#include "platform/json_writer.h"
 #include "share/shared_task.h"
 #include "store/lookup.h"
 #include "tasket/named_objects.h"
 #include "tasket/store_view.h"
+#include "tasket/task_listing.h"
 
 #include <CLI/CLI.hpp>
 
@@ -58,13 +58,7 @@ platform::Result<void> EditCommand::run(CommandContext& context) {
     if (auto saved = share::saveContext(viewContext); !saved)
         return saved;
     const TaskReport report = reportTask(**task, localCalendar(), now);
-    if (context.json) {
-        platform::JsonWriter json;
-        writeTask(json, report);
-        context.out << json.finish().value();
-    } else {
-        context.out << describeTask(report);
-    }
+    printTask(context.out, context.json, report);
     return {};
 }
 

@@ -7,39 +7,38 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <initializer_list>
+#include <string_view>
+#include <utility>
+
 namespace tasket::apps {
 namespace {
 
 using platform::JsonWriter;
 using namespace services;
 
+// Opens an entity's object with its text fields, in this order.
+JsonWriter&
+beginEntity(JsonWriter& json,
+            std::initializer_list<std::pair<std::string_view, std::string_view>> texts) {
+    json.beginObject();
+    for (const auto& [name, text] : texts)
+        json.key(name).string(text);
+    return json;
+}
+
 void write(JsonWriter& json, const TK_TasksListAppEntity& e) {
-    json.beginObject()
-        .key("id")
-        .string(e.id)
-        .key("title")
-        .string(e.title)
-        .key("notes")
-        .string(e.notes)
-        .key("color")
-        .string(e.color)
-        .key("icon")
-        .string(e.icon)
-        .key("type")
-        .string(e.type)
+    beginEntity(json, {{"id", e.id},
+                       {"title", e.title},
+                       {"notes", e.notes},
+                       {"color", e.color},
+                       {"icon", e.icon},
+                       {"type", e.type}})
         .endObject();
 }
 
 void write(JsonWriter& json, const TK_TaskAppEntity& e) {
-    json.beginObject()
-        .key("id")
-        .string(e.id)
-        .key("title")
-        .string(e.title)
-        .key("notes")
-        .string(e.notes)
-        .key("color")
-        .string(e.color)
+    beginEntity(json, {{"id", e.id}, {"title", e.title}, {"notes", e.notes}, {"color", e.color}})
         .key("isCompleted")
         .boolean(e.isCompleted)
         .key("category");
@@ -51,15 +50,7 @@ void write(JsonWriter& json, const TK_TaskAppEntity& e) {
 }
 
 void write(JsonWriter& json, const TK_FocusFilterCategoryAppEntity& e) {
-    json.beginObject()
-        .key("id")
-        .string(e.id)
-        .key("title")
-        .string(e.title)
-        .key("notes")
-        .string(e.notes)
-        .key("icon")
-        .string(e.icon)
+    beginEntity(json, {{"id", e.id}, {"title", e.title}, {"notes", e.notes}, {"icon", e.icon}})
         .endObject();
 }
 

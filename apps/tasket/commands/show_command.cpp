@@ -1,10 +1,10 @@
 #include "tasket/commands/show_command.h"
 
 #include "common/task_report.h"
-#include "platform/json_writer.h"
 #include "store/local_data_manager.h"
 #include "store/lookup.h"
 #include "tasket/store_view.h"
+#include "tasket/task_listing.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -34,13 +34,7 @@ platform::Result<void> ShowCommand::run(CommandContext& context) {
     if (!found)
         return std::unexpected(found.error());
     const TaskReport report = reportTask(**found);
-    if (context.json) {
-        platform::JsonWriter json;
-        writeTask(json, report);
-        context.out << json.finish().value();
-    } else {
-        context.out << describeTask(report);
-    }
+    printTask(context.out, context.json, report);
     return {};
 }
 

@@ -2,8 +2,8 @@
 
 #include "platform/clock.h"
 #include "platform/fatal.h"
+#include "platform/file_watch.h"
 #include "platform/paths.h"
-#include "platform/preferences/detail/file_watch.h"
 #include "platform/preferences/detail/preferences_document.h"
 
 #include <fcntl.h>
@@ -19,6 +19,15 @@
 
 namespace tasket::platform {
 namespace {
+
+// Keeps the file's watch alive for as long as the observation.
+class FileObservation final : public PreferencesObservation {
+  public:
+    explicit FileObservation(std::unique_ptr<FileWatch> watch) : m_watch(std::move(watch)) {}
+
+  private:
+    std::unique_ptr<FileWatch> m_watch;
+};
 
 class UniqueFd {
   public:
@@ -352,10 +361,13 @@ FilePreferencesSuite::observeChanges(std::function<void()> changed) {
     if (!m_available)
         return fail(Errc::unavailable,
                     fmt::format("preferences suite \"{}\" is unavailable", m_name));
-    auto watch = detail::FileWatch::start(m_path, std::move(changed));
+    FileWatch::Options options{.file = m_path,
+                               .events = FileWatch::closedAfterWriting | FileWatch::movedIn |
+                                         FileWatch::removed};
+    auto watch = FileWatch::start(std::move(options), std::move(changed));
     if (!watch)
         return std::unexpected(watch.error());
-    return std::unique_ptr<PreferencesObservation>(std::move(*watch));
+    return std::make_unique<FileObservation>(std::move(*watch));
 }
 
 } // namespace tasket::platform
