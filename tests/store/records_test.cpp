@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <set>
-#include <tuple>
 
 using namespace tasket::store;
 namespace predicates = tasket::rules::predicates;
@@ -260,61 +259,6 @@ TEST_F(Records, ValidTaskNeedsIdentifierAndACategoryWithIdentifierAndTitle) {
     // Invalid tasks are stored all the same; the store leaves them out.
     EXPECT_EQ(fetched(TK_Task::entityName, Predicate()).size(), std::size(cases));
     EXPECT_EQ(fetched(TK_Task::entityName, predicates::validTask()), valid);
-}
-
-TEST_F(Records, NotesLinkAndAttachmentsOfTasksAndSubtasks) {
-    struct Case {
-        const char* name;
-        std::optional<std::string> note, url;
-        std::optional<Bytes> blob;
-        int attachmentObjects;
-        bool notes, link, attachments;
-    };
-    const Case cases[] = {
-        {"nothing", std::nullopt, std::nullopt, std::nullopt, 0, false, false, false},
-        {"empty texts", "", "", std::nullopt, 0, false, false, false},
-        {"texts", "n", "https://example.org", std::nullopt, 0, true, true, false},
-        {"older blob only", std::nullopt, std::nullopt, Bytes{1, 2}, 0, false, false, true},
-        {"empty blob is still a blob", std::nullopt, std::nullopt, Bytes{}, 0, false, false, true},
-        {"attachment objects only", std::nullopt, std::nullopt, std::nullopt, 2, false, false,
-         true},
-        {"both", std::nullopt, std::nullopt, Bytes{1}, 1, false, false, true},
-    };
-    // Each rule, the field that says whether it holds, and when.
-    const std::tuple<const Predicate*, bool Case::*, bool> predicates[] = {
-        {&predicates::hasNotes(), &Case::notes, true},
-        {&predicates::hasLink(), &Case::link, true},
-        {&predicates::hasAttachments(), &Case::attachments, true},
-        {&predicates::hasNoAttachments(), &Case::attachments, false},
-    };
-    std::vector<std::pair<const Case*, ObjectPtr>> items;
-    for (const auto& c : cases) {
-        auto task = TK_Task::insertNew(*writer);
-        auto subtask = TK_Subtask::insertNew(*writer);
-        task->setNote(c.note);
-        task->setUrl(c.url);
-        task->setAttachments(c.blob);
-        subtask->setNote(c.note);
-        subtask->setUrl(c.url);
-        subtask->setAttachments(c.blob);
-        for (int i = 0; i < c.attachmentObjects; ++i) {
-            TK_Attachment::insertNew(*writer)->setTask(task);
-            TK_Attachment::insertNew(*writer)->setSubtask(subtask);
-        }
-        items.emplace_back(&c, task);
-        items.emplace_back(&c, subtask);
-    }
-    for (const auto& [c, item] : items)
-        for (const auto& [predicate, field, when] : predicates)
-            EXPECT_EQ(satisfies(*item, *predicate), c->*field == when)
-                << c->name << " " << predicate->toString();
-    ASSERT_SAVED(writer);
-    for (const auto& [c, item] : items)
-        for (const auto& [predicate, field, when] : predicates)
-            EXPECT_EQ(fetched(item->entityDescription().name, *predicate).count(item->objectID()),
-                      c->*field == when ? 1u : 0u)
-                << c->name << " on " << item->entityDescription().name << " "
-                << predicate->toString();
 }
 
 // nil is no identifier; the empty text is one.
