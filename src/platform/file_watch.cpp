@@ -71,8 +71,10 @@ bool FileWatch::readChanges() {
     for (ssize_t n; (n = ::read(m_inotify, buffer, sizeof buffer)) > 0;) {
         for (ssize_t off = 0; off < n;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer + off);
-            if (event->len > 0 &&
-                std::ranges::find(m_names, std::string_view(event->name)) != m_names.end())
+            // An overflowed queue dropped events: any of them may have been ours.
+            if ((event->mask & IN_Q_OVERFLOW) ||
+                (event->len > 0 &&
+                 std::ranges::find(m_names, std::string_view(event->name)) != m_names.end()))
                 changed = true;
             off += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }

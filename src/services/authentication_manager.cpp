@@ -35,8 +35,7 @@ platform::Result<> AuthenticationManager::canAuthenticate() const {
 }
 
 platform::Result<> AuthenticationManager::authenticate(const Answer& answer, const Inform& inform) {
-    if (auto can = m_authenticator->canEvaluate(); !can)
-        return can;
+    // evaluate() fails as canEvaluate() would when authentication cannot run.
     return m_authenticator->evaluate({.reason = texts::kUnlockReason.translated(),
                                       .fallbackTitle = texts::kEnterYourPassword.translated(),
                                       .answer = answer,

@@ -43,22 +43,28 @@ std::optional<Date> peerDate(std::string_view text) {
     tm.tm_hour = fields[3];
     tm.tm_min = fields[4];
     tm.tm_sec = fields[5];
-    return Date::fromUnix(static_cast<double>(timegm(&tm)));
+    const std::time_t seconds = timegm(&tm);
+    // timegm rolls an impossible field over (month 13, day 32): refuse it.
+    if (tm.tm_year != fields[0] - 1900 || tm.tm_mon != fields[1] - 1 || tm.tm_mday != fields[2] ||
+        tm.tm_hour != fields[3] || tm.tm_min != fields[4] || tm.tm_sec != fields[5])
+        return std::nullopt;
+    return Date::fromUnix(static_cast<double>(seconds));
 }
 
 // The lists or tags of the store and of this import, by title.
 class ByTitle {
   public:
-    template <class Record> void load(objectstore::ObjectContext& context) {
+    template <class Record> Result<void> load(objectstore::ObjectContext& context) {
         auto all = context.fetch(Record::fetchRequest());
         if (!all)
-            return;
+            return std::unexpected(all.error());
         for (const auto& object : *all) {
             const auto* title = std::get_if<std::string>(&object->value("title"));
             if (auto id = recordIdentifier(*object); title && !id.empty())
                 m_ids.emplace(*title, std::move(id));
         }
         m_next = static_cast<std::int64_t>(all->size());
+        return {};
     }
 
     // The identifier of the one titled `title`; `create` makes its record
@@ -97,8 +103,12 @@ Result<std::size_t> addTaskwarriorExport(Importer& importer, std::string_view js
     const Date now = Date::fromSystem(std::chrono::system_clock::now());
     ByTitle lists;
     ByTitle tags;
-    lists.load<store::TK_Category>(importer.context());
-    tags.load<store::TK_Tag>(importer.context());
+    // The store's own lists and tags are matched by title; without them
+    // every project and tag would be made again.
+    if (auto loaded = lists.load<store::TK_Category>(importer.context()); !loaded)
+        return std::unexpected(loaded.error());
+    if (auto loaded = tags.load<store::TK_Tag>(importer.context()); !loaded)
+        return std::unexpected(loaded.error());
     auto newList = [&](const std::string& id, const std::string& title, std::int64_t index) {
         TK_SharedCategory list{.id = id};
         list.title = title;

@@ -110,10 +110,9 @@ platform::Result<void> EntitiesCommand::run(CommandContext& context) {
     if (m_search && !m_identifiers.empty())
         return platform::fail(platform::Errc::invalidArgument,
                               "--id and --search cannot be used together");
-    auto view = openStoreView();
-    if (!view)
-        return std::unexpected(view.error());
-    auto& store = *view->localDataManager->viewContext();
+    // The queries fetch for themselves: no collections are kept.
+    const auto manager = openStoreForOneCommand();
+    auto& store = *manager->viewContext();
     if (m_kind == "tasks")
         return answer(TK_TasksAppEntityQuery(store), m_identifiers, m_search, context);
     if (m_kind == "lists")

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 namespace tasket::apps {
@@ -40,7 +41,7 @@ platform::Result<void> ExportCommand::run(CommandContext& context) {
     transfer::ExportOptions options;
     std::shared_ptr<store::LocalDataManager> manager;
     if (!m_list.empty()) {
-        auto view = openStoreView();
+        auto view = openStoreView(store::collectionKinds({store::CollectionKind::categories}));
         if (!view)
             return std::unexpected(view.error());
         auto found = store::findList(
@@ -52,11 +53,14 @@ platform::Result<void> ExportCommand::run(CommandContext& context) {
     } else {
         manager = openStoreForOneCommand();
     }
+    // Written beside the target and renamed over it only when whole, so a
+    // failed export leaves an earlier file with that name as it was.
+    const std::string partial = m_out + ".part";
     std::ofstream file;
     if (!m_out.empty()) {
-        file.open(m_out, std::ios::binary | std::ios::trunc);
+        file.open(partial, std::ios::binary | std::ios::trunc);
         if (!file)
-            return platform::fail(platform::Errc::ioError, fmt::format("cannot write {}", m_out));
+            return platform::fail(platform::Errc::ioError, fmt::format("cannot write {}", partial));
     }
     std::ostream& out = m_out.empty() ? context.out : file;
     transfer::Progress progress;
@@ -69,6 +73,18 @@ platform::Result<void> ExportCommand::run(CommandContext& context) {
     platform::Result<std::size_t> written = 0;
     background->performAndWait(
         [&] { written = transfer::exportRecords(*background, options, out, progress); });
+    if (!m_out.empty()) {
+        file.close();
+        std::error_code ec;
+        if (!written || !file)
+            std::filesystem::remove(partial, ec);
+        else
+            std::filesystem::rename(partial, m_out, ec);
+        if (written && (!file || ec))
+            return platform::fail(
+                platform::Errc::ioError,
+                fmt::format("cannot write {}: {}", m_out, ec ? ec.message() : "the write failed"));
+    }
     if (!written)
         return std::unexpected(written.error());
     if (!m_out.empty())

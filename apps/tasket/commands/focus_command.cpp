@@ -35,7 +35,7 @@ platform::Result<void> FocusCommand::run(CommandContext& context) {
     if (m_action != "set" && !m_lists.empty())
         return platform::fail(platform::Errc::invalidArgument,
                               fmt::format("focus {} takes no lists", m_action));
-    auto view = openStoreView();
+    auto view = openStoreView(store::collectionKinds({store::CollectionKind::categories}));
     if (!view)
         return std::unexpected(view.error());
     auto& suite = *view->customizationManager->appGroupSuite();

@@ -125,13 +125,22 @@ Error Database::error(std::string_view what) const {
     return error(what, m_db ? sqlite3_extended_errcode(m_db) : SQLITE_ERROR);
 }
 
-Error Database::error(std::string_view what, int code) const {
+namespace {
+
+// What an SQLite result code means to the caller.
+Errc errcFor(int code) {
     const int primary = code & 0xff;
-    Errc errc =
-        (primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT) ? Errc::storeCorrupt
-        : (primary == SQLITE_CANTOPEN || primary == SQLITE_PERM || primary == SQLITE_READONLY)
-            ? Errc::permissionDenied
-            : Errc::storeError;
+    if (primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT)
+        return Errc::storeCorrupt;
+    if (primary == SQLITE_CANTOPEN || primary == SQLITE_PERM || primary == SQLITE_READONLY)
+        return Errc::permissionDenied;
+    return Errc::storeError;
+}
+
+} // namespace
+
+Error Database::error(std::string_view what, int code) const {
+    const Errc errc = errcFor(code);
     const char* message = m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(code);
     return Error{errc, fmt::format("{}: {} (SQLite code {})", what, message, code)};
 }
@@ -143,11 +152,7 @@ Result<void> Database::exec(std::string_view sql) {
     if (rc != SQLITE_OK) {
         std::string m = message ? message : sqlite3_errstr(rc);
         sqlite3_free(message);
-        const int primary = rc & 0xff;
-        return platform::fail(primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT
-                                  ? Errc::storeCorrupt
-                                  : Errc::storeError,
-                              fmt::format("{} (SQLite code {})", m, rc));
+        return platform::fail(errcFor(rc), fmt::format("{} (SQLite code {})", m, rc));
     }
     return {};
 }
