@@ -14,10 +14,10 @@ int main(int argc, char** argv) {
     // decoders' own warnings would only repeat it.
     QLoggingCategory::setFilterRules(QStringLiteral("qt.gui.imageio*=false"));
     const tasket::apps::QtImageConverter converter;
-    return tasket::apps::runShareProgramMain(
+    return tasket::apps::finishProgram(tasket::apps::runShareProgramMain(
         argc, argv, converter,
         [](const tasket::apps::ShareFormSettings& settings) {
             return tasket::apps::hasDisplay() ? tasket::apps::makeShareForm(settings) : nullptr;
         },
-        nullptr); // this build has the toolkit: nothing to hand over
+        nullptr)); // this build has the toolkit: nothing to hand over
 }

@@ -53,7 +53,7 @@ std::filesystem::path formProgram() {
 int main(int argc, char** argv) {
     tasket::apps::startProgram();
     const NoPictureDecoder converter;
-    return tasket::apps::runShareProgramMain(
+    return tasket::apps::finishProgram(tasket::apps::runShareProgramMain(
         argc, argv, converter, nullptr, [argv](const ShareOptions& options) -> std::optional<int> {
             if (!needsToolkit(options))
                 return std::nullopt;
@@ -62,5 +62,5 @@ int main(int argc, char** argv) {
             std::cerr << "tasket-share: cannot start " << program
                       << " for the form and pictures: " << std::strerror(errno) << '\n';
             return tasket::apps::kExitUnavailable;
-        });
+        }));
 }

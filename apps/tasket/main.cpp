@@ -12,7 +12,8 @@ int main(int argc, char** argv) {
     tasket::apps::startProgram();
     try {
         const std::vector<std::string> arguments(argv + 1, argv + argc);
-        return tasket::apps::runTasket(arguments, std::cout, std::cerr);
+        return tasket::apps::finishProgram(
+            tasket::apps::runTasket(arguments, std::cout, std::cerr));
     } catch (const std::exception& exception) {
         std::cerr << "tasket: internal error: " << exception.what() << '\n';
         return tasket::apps::kExitSoftware;

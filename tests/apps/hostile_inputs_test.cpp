@@ -125,6 +125,16 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
              ASSERT_EQ(
                  run({TASKET_SHARE_BINARY, "--yes", "https://example.org/x"}, other.path()).status,
                  0);
+             // A program closing it would fold the log into the file.
+             sqlite3* db = nullptr;
+             sqlite3_open(storeFile(other.path()).c_str(), &db);
+             sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+             // Two writes, since SQLite skips one that changes nothing.
+             sqlite3_exec(db,
+                          "UPDATE _meta SET value = value || 'x' WHERE key = 'identifier';"
+                          "UPDATE _meta SET value = rtrim(value, 'x') WHERE key = 'identifier'",
+                          nullptr, nullptr, nullptr);
+             sqlite3_close(db);
              const auto log = storeFile(other.path()).string() + "-wal";
              ASSERT_GT(fs::file_size(log), 0u);
              writeFile(storeFile(home).string() + "-wal", readFile(log));

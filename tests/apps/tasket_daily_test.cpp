@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <string>
@@ -114,7 +115,8 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
     EXPECT_TRUE(std::regex_match(captured["A"], std::regex("[0-9A-F-]{36}"))) << captured["A"];
 }
 
-// Several tasket add at the same moment on one store: each saves its task.
+// Several tasket add at the same moment on one store: each saves its task,
+// and the last one out closes the store, leaving no log to replay.
 TEST(TasketDaily, ParallelAddsLoseNothing) {
     tasket::testing::TempDir dir;
     const tasket::testing::ProgramOptions options{.home = dir.path()};
@@ -132,6 +134,8 @@ TEST(TasketDaily, ParallelAddsLoseNothing) {
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         }
     }
+    EXPECT_FALSE(std::filesystem::exists(tasket::testing::groupFolder(dir.path()) /
+                                         "TK_Data.sqlite-wal"));
     const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
     EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
 }
