@@ -9,7 +9,9 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <fstream>
 #include <future>
 #include <thread>
@@ -50,6 +52,27 @@ struct Store {
     }
 };
 
+// Writes beyond `bytes` fail with EFBIG while it lives, as on a full disk.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &m_old);
+        m_signal = std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{bytes, m_old.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_signal);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+  private:
+    rlimit m_old{};
+    void (*m_signal)(int) = nullptr;
+};
+
 } // namespace
 
 TEST(HistoryProcessing, BadTokenFilesReadFromTheBeginningAndAFailedWriteMergesAgainOnce) {
@@ -70,10 +93,13 @@ TEST(HistoryProcessing, BadTokenFilesReadFromTheBeginningAndAFailedWriteMergesAg
     EXPECT_EQ(fs::status(reader->tokenFile()).permissions() & fs::perms::all,
               fs::perms::owner_read | fs::perms::owner_write);
     store.otherProcessAdds({"C"});
-    fs::create_directory(reader->tokenFile().string() + ".tmp"); // the file cannot be replaced
-    EXPECT_FALSE(reader->process());
+    {
+        const FileSizeLimit full(0); // the file cannot be replaced
+        EXPECT_FALSE(reader->process());
+    }
     EXPECT_EQ(readReaderToken(reader->tokenFile()), kept);
-    fs::remove(reader->tokenFile().string() + ".tmp");
+    EXPECT_EQ(std::distance(fs::directory_iterator(reader->tokenFile().parent_path()), {}), 4)
+        << "a temporary file was left behind";
     EXPECT_EQ(reader->process()->transactions, 1u);
     MainQueue::shared().pump();
     EXPECT_EQ(lists.objectIDs().size(), 3u); // each merged more than once, listed once
