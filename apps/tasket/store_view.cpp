@@ -4,6 +4,8 @@
 #include "settings/focus_filter.h"
 #include "settings/settings_keys.h"
 
+#include <fmt/format.h>
+
 namespace tasket::apps {
 
 std::shared_ptr<store::LocalDataManager> openStoreForOneCommand() {
@@ -17,6 +19,14 @@ std::shared_ptr<settings::CustomizationManager> openSettings() {
     return std::make_shared<settings::CustomizationManager>(
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
         platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite)));
+}
+
+platform::Result<void> withStoreAdvice(platform::Result<void> saved) {
+    if (saved)
+        return saved;
+    if (const auto advice = store::storeFailureAdvice(saved.error().code); !advice.empty())
+        saved.error().message += fmt::format(".\n{}", advice);
+    return saved;
 }
 
 platform::Result<StoreView> openStoreView(store::CollectionKinds kept) {

@@ -21,6 +21,10 @@ struct StoreView {
 /// processes' saves, since the command ends before any could matter.
 std::shared_ptr<store::LocalDataManager> openStoreForOneCommand();
 
+/// `saved` with what the user can do appended to a failure's message, when
+/// there is something (the store read-only, the disk full, the file damaged).
+[[nodiscard]] platform::Result<void> withStoreAdvice(platform::Result<void> saved);
+
 /// The user's settings (the application group's suite and the standard one).
 std::shared_ptr<settings::CustomizationManager> openSettings();
 

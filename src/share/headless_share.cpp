@@ -2,6 +2,7 @@
 
 #include "share/paid_tier.h"
 #include "share/shared_task.h"
+#include "store/local_data_manager.h"
 #include "store/lookup.h"
 
 #include <fmt/format.h>
@@ -79,9 +80,11 @@ savedTasks(const ShareViewController& controller) {
     auto& view = *controller.localDataManager()->viewContext();
     for (const auto& outcome : controller.pendingSaves()->outcomes()) {
         if (!outcome) {
-            tasks.push_back(
-                platform::fail(outcome.error().code, fmt::format("the task could not be saved: {}",
-                                                                 outcome.error().message)));
+            const auto advice = store::storeFailureAdvice(outcome.error().code);
+            tasks.push_back(platform::fail(outcome.error().code,
+                                           fmt::format("the task could not be saved: {}{}{}",
+                                                       outcome.error().message,
+                                                       advice.empty() ? "" : ".\n", advice)));
             continue;
         }
         auto found = store::findByIdentifier<store::TK_Task>(view, *outcome);

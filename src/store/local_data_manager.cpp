@@ -91,21 +91,23 @@ constexpr platform::Text kNewerStoreAdvice =
 // Advice after the store or its folder could not be read or written.
 constexpr platform::Text kStoreAccessAdvice = platform::catalogueText(
     "Make sure the file and its folder belong to you and can be read and written.");
-// Advice after the store failed to open for any other reason (a full disk, say).
+// Advice after the store could not be written, or failed to open for any
+// other reason (a full disk, say).
 constexpr platform::Text kStoreTroubleAdvice = platform::catalogueText(
     "Make sure the disk is not full and the folder can be written, then try again.");
 
-std::string_view adviceFor(platform::Errc code) {
+} // namespace
+
+std::string_view storeFailureAdvice(platform::Errc code) {
     using platform::Errc;
     switch (code) {
     case Errc::storeCorrupt: return kDamagedStoreAdvice.translated();
     case Errc::schemaTooNew: return kNewerStoreAdvice.translated();
     case Errc::permissionDenied: return kStoreAccessAdvice.translated();
-    default: return kStoreTroubleAdvice.translated();
+    case Errc::ioError: return kStoreTroubleAdvice.translated();
+    default: return {};
     }
 }
-
-} // namespace
 
 std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContainer() const {
     auto container =
@@ -120,7 +122,9 @@ std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContaine
         [](const objectstore::StoreDescription&, const std::optional<platform::Error>& error) {
             if (error)
                 platform::fatal(fmt::format("{}{}.\n{}", kStoreLoadFailurePrefix, error->message,
-                                            adviceFor(error->code)));
+                                            storeFailureAdvice(error->code).empty()
+                                                ? kStoreTroubleAdvice.translated()
+                                                : storeFailureAdvice(error->code)));
         });
 
     auto& view = *container->viewContext();

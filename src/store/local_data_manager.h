@@ -7,6 +7,7 @@
 #pragma once
 
 #include "objectstore/persistent_container.h"
+#include "platform/error.h"
 #include "platform/notification_center.h"
 
 #include <filesystem>
@@ -23,6 +24,11 @@ inline constexpr std::string_view kViewContextName = "Lumenforge.QRX.Tasket.View
 /// details and a full stop.
 inline constexpr std::string_view kStoreLoadFailurePrefix =
     "There was an error loading the persistent store: ";
+
+/// What the user can do after the store failed with `code`: restore or
+/// move a damaged store, use a newer version, fix the file's owner and
+/// modes, or free the disk. Empty for other failures.
+std::string_view storeFailureAdvice(platform::Errc code);
 
 class LocalDataManager : public std::enable_shared_from_this<LocalDataManager> {
   public:

@@ -1,15 +1,16 @@
 // Hostile inputs through the real programs: a damaged or foreign store, a
-// group folder that points elsewhere, a settings file that is garbage, huge
-// or not a file, a file-size limit that stops the save, and absurd command
-// lines. Each must end with a message saying what is wrong (and, for the
-// store, what to do), the documented exit status, and the user's files
-// exactly as they were.
+// group folder that points elsewhere, a read-only store, a full disk, a
+// settings file that is garbage, huge or not a file, a file-size limit that
+// stops the save, and absurd command lines. Each must end with a message saying what is wrong (and,
+// for the store, what to do), the documented exit status, and the user's files exactly as they
+// were.
 #include "common/exit_code.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -54,6 +55,7 @@ struct Case {
     std::vector<std::string> command; // the program, then its arguments
     int status;
     std::vector<std::string> says; // in standard error, in this order
+    std::function<void(const fs::path& home)> restore = {};
 };
 
 class HostileInputs : public ::testing::Test {
@@ -95,6 +97,8 @@ class HostileInputs : public ::testing::Test {
                 from = found == std::string::npos ? from : found;
             }
             EXPECT_TRUE(filesIn(home.path()) == before) << "a file of the user's changed";
+            if (c.restore)
+                c.restore(home.path());
         }
     }
 
@@ -169,6 +173,50 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
          kExitSoftware,
          {kLoadFailure, "disk is not full"}},
     };
+    // A store the user may only read: root reads and writes anything, so
+    // as root the program runs as nobody.
+    const bool root = ::geteuid() == 0;
+    auto asUser = [root](std::vector<std::string> command) {
+        if (root)
+            command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
+                                             "--clear-groups"});
+        return command;
+    };
+    cases.push_back({"a read-only store",
+                     [root](const fs::path& home) {
+                         fs::permissions(storeFile(home), fs::perms::owner_read);
+                         if (!root)
+                             return;
+                         for (const auto& entry : fs::recursive_directory_iterator(home))
+                             ASSERT_EQ(::lchown(entry.path().c_str(), 65534, 65534), 0);
+                         ASSERT_EQ(::chown(home.c_str(), 65534, 65534), 0);
+                     },
+                     asUser(kShare),
+                     kExitNoPermission,
+                     {"attempt to write a readonly database", "can be read and written"}});
+    // A full disk: a small file system holding the group folder, filled up.
+    // Mounting one needs root.
+    if (root)
+        cases.push_back(
+            {"a full disk",
+             [](const fs::path& home) {
+                 const auto group = tasket::testing::groupFolder(home);
+                 fs::rename(group, home / "kept");
+                 fs::create_directory(group);
+                 ASSERT_EQ(::mount("tmpfs", group.c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0);
+                 fs::copy(home / "kept", group);
+                 fs::remove_all(home / "kept");
+                 std::ofstream filler(group / "filler", std::ios::binary);
+                 const std::string block(4096, '\0');
+                 while (filler.write(block.data(), block.size()) && filler.flush()) {
+                 }
+             },
+             kShare,
+             kExitSoftware,
+             {kLoadFailure, "disk I/O error", "disk is not full"},
+             [](const fs::path& home) {
+                 ::umount2(tasket::testing::groupFolder(home).c_str(), MNT_DETACH);
+             }});
     // The store cut short at every page boundary.
     const auto size = fs::file_size(storeFile(s_store->path()));
     for (std::uintmax_t cut = 4096; cut < size; cut += 4096)

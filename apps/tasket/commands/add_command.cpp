@@ -106,7 +106,7 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
                                         list);
     if (auto applied = m_fields.apply(*task, now, localCalendar()); !applied)
         return applied;
-    if (auto saved = share::saveContext(viewContext); !saved)
+    if (auto saved = withStoreAdvice(share::saveContext(viewContext)); !saved)
         return saved;
     if (context.json) {
         platform::JsonWriter json;

@@ -50,7 +50,7 @@ platform::Result<void> DeleteCommand::run(CommandContext& context) {
     }
     for (const auto& task : *tasks)
         viewContext.deleteObject(task);
-    if (auto saved = viewContext.save(); !saved)
+    if (auto saved = withStoreAdvice(viewContext.save()); !saved)
         return saved;
     if (context.json)
         context.out << fmt::format("{{\n  \"deleted\": {}\n}}\n", tasks->size());

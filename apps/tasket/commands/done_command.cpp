@@ -42,7 +42,7 @@ platform::Result<void> CompletionCommand::run(CommandContext& context) {
         return std::unexpected(tasks.error());
     for (const auto& task : *tasks)
         task->setIsCompleted(m_completed);
-    if (auto saved = viewContext.save(); !saved)
+    if (auto saved = withStoreAdvice(viewContext.save()); !saved)
         return saved;
     if (context.json)
         context.out << fmt::format("{{\n  \"changed\": {}\n}}\n", m_taskIDs.size());

@@ -55,7 +55,7 @@ platform::Result<void> EditCommand::run(CommandContext& context) {
     const platform::Date now = platform::Clock::shared().now();
     if (auto applied = m_fields.apply(**task, now, localCalendar()); !applied)
         return applied;
-    if (auto saved = share::saveContext(viewContext); !saved)
+    if (auto saved = withStoreAdvice(share::saveContext(viewContext)); !saved)
         return saved;
     const TaskReport report = reportTask(**task, localCalendar(), now);
     printTask(context.out, context.json, report);

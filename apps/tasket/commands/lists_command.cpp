@@ -109,7 +109,7 @@ platform::Result<void> ListsCommand::change(CommandContext& context) {
         }
         id = (*list)->categoryID().value_or("");
     }
-    if (auto saved = viewContext.save(); !saved)
+    if (auto saved = withStoreAdvice(viewContext.save()); !saved)
         return saved;
     if (context.json)
         context.out << fmt::format("{{\n  \"listID\": \"{}\"\n}}\n", id);

@@ -315,7 +315,7 @@ platform::Result<void> SmartListsCommand::save(CommandContext& context) {
             &S::addToFilterValues);
     if (!chosen)
         return chosen;
-    if (auto saved = viewContext.save(); !saved)
+    if (auto saved = withStoreAdvice(viewContext.save()); !saved)
         return saved;
     const std::string id = s.identifier().value_or("");
     if (context.json)

@@ -134,6 +134,8 @@ Errc errcFor(int code) {
         return Errc::storeCorrupt;
     if (primary == SQLITE_CANTOPEN || primary == SQLITE_PERM || primary == SQLITE_READONLY)
         return Errc::permissionDenied;
+    if (primary == SQLITE_FULL || primary == SQLITE_IOERR)
+        return Errc::ioError;
     return Errc::storeError;
 }
 
