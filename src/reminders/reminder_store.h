@@ -48,6 +48,12 @@ struct PassCounts {
                                                  std::span<const std::string> identifiers,
                                                  bool alsoDelivered = false);
 
+/// Brings the requests in line with the whole store (after an import, say):
+/// the per-record pass on every record with a reminder on, whatever its
+/// dates, and on every record a pending request names.
+[[nodiscard]] Result<PassCounts> refreshAll(NotificationManager& manager,
+                                            objectstore::ObjectContext& context);
+
 // ---- Answering a delivered reminder ----------------------------------------------------
 
 enum class ReminderResponse { markAsDone, remindIn15Minutes, remindIn1Hour, remindTomorrow };
