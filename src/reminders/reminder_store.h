@@ -26,7 +26,7 @@ inline constexpr std::string_view kReschedulePredicate =
 [[nodiscard]] TaskReminders taskReminders(const store::TK_Task& task);
 [[nodiscard]] SubtaskReminders subtaskReminders(const store::TK_Subtask& subtask);
 
-/// The fetches of the full pass, in the order of creation.
+/// The fetches of the full pass, in the store's own order.
 [[nodiscard]] objectstore::FetchRequest rescheduleTasksRequest();
 [[nodiscard]] objectstore::FetchRequest rescheduleSubtasksRequest();
 

@@ -257,6 +257,7 @@ Result<> NotificationQueue::write(const std::function<Result<>()>& body) {
     }
     if (!result) {
         (void)exec("ROLLBACK");
+        m_installed.reset();
     }
     return result;
 }
@@ -269,7 +270,17 @@ Result<> NotificationQueue::transaction(const std::function<Result<>()>& body) {
 
 Result<>
 NotificationQueue::setNotificationCategories(std::vector<NotificationCategory> categories) {
-    return write([&]() -> Result<> {
+    std::lock_guard lock(m_mutex);
+    std::ranges::sort(categories, {}, &NotificationCategory::identifier);
+    auto version = dataVersion();
+    if (!version) {
+        return std::unexpected(version.error());
+    }
+    if (m_installed == categories && m_installedAtVersion == *version) {
+        return {};
+    }
+    m_installed.reset();
+    auto written = write([&]() -> Result<> {
         if (auto cleared = exec("DELETE FROM category_actions; DELETE FROM categories"); !cleared) {
             return cleared;
         }
@@ -307,6 +318,11 @@ NotificationQueue::setNotificationCategories(std::vector<NotificationCategory> c
         }
         return {};
     });
+    if (written) {
+        m_installed = std::move(categories);
+        m_installedAtVersion = *version;
+    }
+    return written;
 }
 
 Result<std::vector<NotificationCategory>> NotificationQueue::notificationCategories() const {

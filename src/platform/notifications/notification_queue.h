@@ -157,6 +157,11 @@ class NotificationQueue final : public UserNotificationCenter {
     std::filesystem::path m_path;
     mutable std::map<std::string, sqlite3_stmt*, std::less<>> m_statements;
     int m_transactionDepth = 0;
+    // The categories this connection installed last, and the data version
+    // then: while no other connection has committed, installing the same
+    // set again writes nothing.
+    std::optional<std::vector<NotificationCategory>> m_installed;
+    std::int64_t m_installedAtVersion = 0;
 };
 
 } // namespace tasket::platform
