@@ -144,6 +144,8 @@ class NotificationQueue final : public UserNotificationCenter {
 
     [[nodiscard]] Result<sqlite3_stmt*> prepare(std::string_view sql) const;
     [[nodiscard]] Result<> exec(std::string_view sql) const;
+    /// Steps `stmt` to its end; fails with the database's error.
+    [[nodiscard]] Result<> run(sqlite3_stmt* stmt) const;
     [[nodiscard]] Result<> write(const std::function<Result<>()>& body);
     [[nodiscard]] Error error(std::string_view what) const;
     [[nodiscard]] Result<std::vector<Queued>> readPending(std::string_view where) const;
