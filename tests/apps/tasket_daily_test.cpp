@@ -110,6 +110,10 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
           "\"fireDate\": \"" + tomorrow + "T07:15:00+14:00\""}},
         {{"reminders", "remove", "{R}"}},
         {{"reminders", "list"}, 0, {"{A}"}, {"{R}"}},
+        {{"edit", "{R}", "--repeat", "weekly", "--every", "2"}},
+        {{"reminders", "list"}, 0, {"start\t{R}", "due\t{R}"}},
+        {{"edit", "{R}", "--no-remind"}},
+        {{"reminders", "list"}, 0, {"{A}"}, {"{R}"}},
     };
     std::map<std::string, std::string> captured;
     for (const Step& step : steps) {
