@@ -50,6 +50,7 @@ template <class E> std::vector<std::string> caseNames() {
 } // namespace
 
 void TaskFields::addOptions(CLI::App& command, bool editing) {
+    m_editing = editing;
     command.add_option("--note", m_note, "The task's note")->type_name("TEXT");
     command.add_option("--url", m_url, "The task's link")->type_name("URL");
     command
@@ -148,11 +149,14 @@ platform::Result<void> TaskFields::apply(store::TK_Task& task, platform::Date no
             !set)
             return set;
     }
-    if (m_level) {
-        const auto level = *rules::fromCaseName<rules::TK_ReminderInterruptionLevel>(*m_level);
-        if (due || !start)
+    if (m_level || !m_editing) {
+        // The stored default (0) is passive, which would never make a sound.
+        const auto level = m_level
+                               ? *rules::fromCaseName<rules::TK_ReminderInterruptionLevel>(*m_level)
+                               : rules::TK_ReminderInterruptionLevel::active;
+        if (due || !start || !m_level)
             task.setReminderInterruptionLevel(level);
-        if (start || !due)
+        if (start || !due || !m_level)
             task.setStartDateReminderInterruptionLevel(level);
     }
     if (m_repeat) {

@@ -24,7 +24,8 @@ namespace tasket::apps {
 
 class TaskFields {
   public:
-    /// `editing`: the options of `tasket edit`, which can also unpin.
+    /// `editing`: the options of `tasket edit`, which can also unpin. A new
+    /// task's reminders are active unless --level says otherwise.
     void addOptions(CLI::App& command, bool editing);
 
     /// Writes the given options into `task` (in its context, not saved).
@@ -48,6 +49,7 @@ class TaskFields {
     std::optional<std::string> m_repeat;
     std::optional<int> m_every;
     bool m_noRemind = false;
+    bool m_editing = false;
 };
 
 } // namespace tasket::apps

@@ -96,7 +96,11 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
         {{"tasks", "--list", "Work"}, 0, {"Pay rent now", "Call Ann"}, {"Sleep"}},
         {{"smart-lists"}, 0, {"Today\t1 tasks"}},
         {{"lists"}, 0, {"Home\t0 tasks", "Work\t2 tasks"}},
-        {{"reminders", "list"}, 0, {"{A}"}, {"{B}"}},
+        // A new task's reminder rings unless told otherwise.
+        {{"reminders", "list", "--json"},
+         0,
+         {"\"identifier\": \"{A}\"", "\"interruptionLevel\": \"active\""},
+         {"{B}"}},
         {{"add", "Wake", "--remind", tomorrow + "T07:15:59", "--remind-start", today, "--level",
           "passive"},
          0,
@@ -158,8 +162,8 @@ TEST(TasketDaily, ParallelAddsLoseNothing) {
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         }
     }
-    EXPECT_FALSE(std::filesystem::exists(tasket::testing::groupFolder(dir.path()) /
-                                         "TK_Data.sqlite-wal"));
+    EXPECT_FALSE(
+        std::filesystem::exists(tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite-wal"));
     const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
     EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
 }
