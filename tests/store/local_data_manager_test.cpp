@@ -137,3 +137,44 @@ TEST(LocalDataManager, EachRemoteChangeStartsOneHistoryRunOffThePostingThreadWhi
     ASSERT_TRUE(witnessRuns.waitFor(3));
     EXPECT_EQ(runs.count(), before);
 }
+
+// Every save that changes an object raises its counter by one, up to the
+// largest Int16, unless it sets the counter itself; a background context of
+// the container does the same, one whose hook was cleared (the cloud's) not.
+TEST(LocalDataManager, SavesRaiseTheModificationCounter) {
+    TempDir dir;
+    auto manager = LocalDataManager::make(dir.path());
+    auto view = manager->viewContext();
+    auto task = view->insertNewObject("TK_Task");
+    auto idle = view->insertNewObject("TK_Tag");
+    ASSERT_TRUE(view->save());
+    const auto counter = [](const auto& object) {
+        return std::get<std::int64_t>(object->value("numberOfModifications"));
+    };
+    EXPECT_EQ(counter(task), 1);
+    struct Step {
+        std::optional<std::int64_t> set; // the counter the save sets itself
+        bool hook;
+        std::int64_t after;
+    };
+    const Step steps[] = {
+        {std::nullopt, true, 2},      {32'766, true, 32'766}, {std::nullopt, true, 32'767},
+        {std::nullopt, true, 32'767}, {5, false, 5},          {std::nullopt, false, 5}};
+    int edit = 0;
+    for (const auto& step : steps) {
+        auto context = manager->newBackgroundContext();
+        if (!step.hook)
+            context->setWillSave({});
+        context->performAndWait([&] {
+            auto mine = *context->existingObject(task->objectID());
+            if (step.set)
+                mine->setValue("numberOfModifications", *step.set);
+            mine->setValue("title", std::to_string(++edit));
+            ASSERT_TRUE(context->save());
+            ASSERT_TRUE(context->save()); // nothing changed: nothing raised
+            EXPECT_EQ(counter(mine), step.after) << edit;
+        });
+    }
+    view->refresh(idle, false);
+    EXPECT_EQ(counter(idle), 1);
+}
