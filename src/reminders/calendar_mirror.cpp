@@ -85,22 +85,22 @@ constexpr DateFields kDue{&TK_Task::setDueDate, &TK_Task::setDueDateAndTime, &TK
 constexpr DateFields kStart{&TK_Task::setStartDate, &TK_Task::setStartDateAndTime,
                             &TK_Task::setIsStartDateAllDay};
 
-void setDate(TK_Task& task, const DateFields& fields, std::optional<Date> date, bool allDay) {
-    const auto calendar = Calendar::current();
+void setDate(TK_Task& task, const DateFields& fields, std::optional<Date> date, bool allDay,
+             const Calendar& calendar) {
     (task.*fields.day)(date ? std::optional(calendar.startOfDay(*date)) : std::nullopt);
     (task.*fields.moment)(date);
     if (date)
         (task.*fields.allDay)(allDay);
 }
 
-std::optional<Date> instantOf(const DueDateComponents& due) {
-    auto calendar = due.timeZone.empty()
-                        ? Calendar::current()
-                        : Calendar::inZone(due.timeZone).value_or(Calendar::current());
+// The instant of a due date; a day stands for its first instant in `local`.
+std::optional<Date> instantOf(const DueDateComponents& due, const Calendar& local) {
+    const bool isLocal = !due.hasTime || due.timeZone.empty() || due.timeZone == local.zoneID();
+    const auto calendar = isLocal ? local : Calendar::inZone(due.timeZone).value_or(local);
     auto components = due.date;
     if (!due.hasTime)
         components.hour = components.minute = components.second = 0;
-    return (due.hasTime ? calendar : Calendar::current()).date(components);
+    return calendar.date(components);
 }
 
 // The priority of the store whose reminders index is `index`, or the nearest
@@ -125,52 +125,55 @@ std::shared_ptr<TK_Priority> priorityFor(objectstore::ObjectContext& context, in
 }
 
 // Reads what a person can edit of `item` into `task`.
-void readItem(objectstore::ObjectContext& context, TK_Task& task, const CalendarItem& item) {
+void readItem(objectstore::ObjectContext& context, TK_Task& task, const CalendarItem& item,
+              const Calendar& calendar) {
     task.setTitle(item.title.empty() ? std::string(rules::texts::kNewTask.translated())
                                      : item.title);
     task.setNote(item.notes.empty() ? std::nullopt : std::optional(item.notes));
     if (item.kind == CalendarEntityType::reminder) {
         task.setIsCompleted(item.completed);
         const auto due = item.dueDateComponents;
-        setDate(task, kDue, due ? instantOf(*due) : std::nullopt, due && !due->hasTime);
+        setDate(task, kDue, due ? instantOf(*due, calendar) : std::nullopt, due && !due->hasTime,
+                calendar);
         const int currentIndex =
             task.customPriority() ? task.customPriority()->remindersPriorityIndex() : 0;
         if (currentIndex != item.priority)
             if (auto priority = priorityFor(context, item.priority); priority || item.priority == 0)
                 task.setCustomPriority(priority);
     } else {
-        setDate(task, kStart, item.startDate, item.allDay);
-        setDate(task, kDue, item.endDate, item.allDay);
+        setDate(task, kStart, item.startDate, item.allDay, calendar);
+        setDate(task, kDue, item.endDate, item.allDay, calendar);
     }
     setRepetition(task, item.recurrenceRules);
 }
 
-std::string dayText(Date date) {
-    const auto c = Calendar::current().components(date);
+std::string dayText(Date date, const Calendar& calendar) {
+    const auto c = calendar.components(date);
     return fmt::format("{:04}-{:02}-{:02}", c.year, c.month, c.day);
 }
 
-std::string momentText(std::optional<Date> date, bool allDay) {
+std::string momentText(std::optional<Date> date, bool allDay, const Calendar& calendar) {
     if (!date)
         return "-";
-    return allDay ? dayText(*date) : fmt::format("{}", std::llround(date->unixSeconds()));
+    return allDay ? dayText(*date, calendar) : fmt::format("{}", std::llround(date->unixSeconds()));
 }
 
 } // namespace
 
-std::string contentFingerprint(const CalendarItem& item) {
+std::string contentFingerprint(const CalendarItem& item, const Calendar& calendar) {
     std::string text =
         fmt::format("{}\x1f{}\x1f{}", static_cast<int>(item.kind), item.title, item.notes);
     for (const auto& rule : item.recurrenceRules)
         text += fmt::format("\x1fr{}/{}", static_cast<int>(rule.frequency), rule.interval);
     if (item.kind == CalendarEntityType::reminder) {
         const auto& due = item.dueDateComponents;
-        text += fmt::format("\x1f{}\x1f{}\x1f{}", item.completed, item.priority,
-                            due ? momentText(instantOf(*due), !due->hasTime) : "-");
-    } else {
         text +=
-            fmt::format("\x1f{}\x1f{}\x1f{}", item.allDay, momentText(item.startDate, item.allDay),
-                        momentText(item.endDate, item.allDay));
+            fmt::format("\x1f{}\x1f{}\x1f{}", item.completed, item.priority,
+                        due ? momentText(instantOf(*due, calendar), !due->hasTime, calendar) : "-");
+    } else {
+        text += fmt::format("\x1f{}\x1f{}\x1f{}", item.allDay,
+                            momentText(item.startDate, item.allDay, calendar),
+                            momentText(item.endDate, item.allDay, calendar));
     }
     std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
     for (const unsigned char ch : text) {
@@ -224,13 +227,13 @@ Result<std::string> CalendarMirror::calendarOfList(TK_Category& list, CalendarEn
     return calendar.identifier;
 }
 
-CalendarItem CalendarMirror::itemForTask(const TK_Task& task, CalendarEntityType kind) {
+CalendarItem CalendarMirror::itemForTask(const TK_Task& task, CalendarEntityType kind,
+                                         const Calendar& calendar) {
     CalendarItem item;
     item.kind = kind;
     const auto title = task.title().value_or("");
     item.title = title.empty() ? std::string(rules::texts::kNewTask.translated()) : title;
     item.notes = task.note().value_or("");
-    const auto calendar = Calendar::current();
     const auto due = task.dueDateAndTime() ? task.dueDateAndTime() : task.dueDate();
     const auto rule = recurrenceOf(task);
 
@@ -266,7 +269,8 @@ CalendarItem CalendarMirror::itemForTask(const TK_Task& task, CalendarEntityType
     return item;
 }
 
-Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, CalendarItem* existing) {
+Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, CalendarItem* existing,
+                                   const Calendar& calendar) {
     const auto list = task.category();
     if (!list)
         return platform::fail(Errc::invalidArgument, "the task is in no list");
@@ -274,7 +278,7 @@ Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, Calen
     if (!calendarID)
         return std::unexpected(calendarID.error());
 
-    CalendarItem item = itemForTask(task, kind);
+    CalendarItem item = itemForTask(task, kind, calendar);
     std::optional<CalendarItem> current;
     if (existing)
         current = *existing;
@@ -283,7 +287,7 @@ Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, Calen
     if (current && current->kind == kind)
         item.identifier = current->identifier;
     item.calendarIdentifier = *calendarID;
-    item.applicationData = contentFingerprint(item);
+    item.applicationData = contentFingerprint(item, calendar);
     const auto saved = kind == CalendarEntityType::reminder
                            ? m_calendarStore->saveReminder(item, true)
                            : m_calendarStore->saveEvent(item, platform::EventSpan::thisEvent, true);
@@ -295,11 +299,11 @@ Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, Calen
 }
 
 Result<> CalendarMirror::writeReminder(TK_Task& task) {
-    return writeTask(task, CalendarEntityType::reminder, nullptr);
+    return writeTask(task, CalendarEntityType::reminder, nullptr, Calendar::current());
 }
 
 Result<> CalendarMirror::writeEvent(TK_Task& task) {
-    return writeTask(task, CalendarEntityType::event, nullptr);
+    return writeTask(task, CalendarEntityType::event, nullptr, Calendar::current());
 }
 
 Result<std::vector<CalendarItem>> CalendarMirror::reminders(const TK_Category& list) const {
@@ -328,6 +332,7 @@ Result<> CalendarMirror::removeCalendar(TK_Category& list) {
 
 Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectContext& context) {
     SyncReport report;
+    const auto calendar = Calendar::current(); // one zone for the whole pass
     std::vector<std::pair<std::shared_ptr<TK_Category>, CalendarEntityType>> lists;
     for (const auto kind : {CalendarEntityType::reminder, CalendarEntityType::event}) {
         auto request = TK_Category::fetchRequest();
@@ -349,7 +354,7 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
 
     std::vector<std::string> calendars;
     for (const auto& [list, kind] : lists) {
-        if (auto synced = syncList(context, *list, kind, linked, report); !synced)
+        if (auto synced = syncList(context, *list, kind, linked, calendar, report); !synced)
             return std::unexpected(synced.error());
         ++report.lists;
         calendars.push_back(list->calendarIdentifier().value_or(""));
@@ -362,7 +367,7 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
 
 Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Category& list,
                                   CalendarEntityType kind, const std::vector<std::string>& linked,
-                                  SyncReport& report) {
+                                  const Calendar& calendar, SyncReport& report) {
     const auto mode = m_customizationManager->remindersDatabaseType();
     const auto before = list.calendarIdentifier();
     const auto calendarID = calendarOfList(list, kind);
@@ -378,7 +383,7 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         items.emplace(item.identifier, std::move(item));
 
     const auto write = [&](TK_Task& task, CalendarItem* existing, int& count) {
-        if (writeTask(task, kind, existing))
+        if (writeTask(task, kind, existing, calendar))
             ++count;
         else
             ++report.failed;
@@ -412,10 +417,11 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
             continue;
         auto& item = found->second;
         const auto recorded = item.applicationData;
-        const bool itemChanged = contentFingerprint(item) != recorded;
-        const bool taskChanged = contentFingerprint(itemForTask(*task, kind)) != recorded;
+        const bool itemChanged = contentFingerprint(item, calendar) != recorded;
+        const bool taskChanged =
+            contentFingerprint(itemForTask(*task, kind, calendar), calendar) != recorded;
         if (itemChanged && !taskChanged) {
-            readItem(context, *task, item);
+            readItem(context, *task, item, calendar);
             ++report.readBack;
             int rewritten = 0; // keeps the fingerprint of what the task now holds
             write(*task, &item, rewritten);
@@ -440,7 +446,7 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         task->setTaskID(platform::Uuid::generate().toString());
         task->setWhenCreated(platform::Clock::shared().now());
         task->setCategory(std::static_pointer_cast<TK_Category>(list.shared_from_this()));
-        readItem(context, *task, item);
+        readItem(context, *task, item, calendar);
         task->setCalendarType(calendarTypeOf(kind));
         task->setCalendarItemIdentifier(id);
         ++report.imported;

@@ -67,10 +67,11 @@ class CalendarMirror {
     /// reminders, else the store's first source.
     [[nodiscard]] std::optional<std::string> defaultSourceIdentifier() const;
 
-    /// What a reminder or event for `task` holds (title, notes, dates,
-    /// recurrence, priority), without calendar or identifier.
+    /// What a reminder or event for `task` holds (title, notes, dates in
+    /// `calendar`, recurrence, priority), without calendar or identifier.
     [[nodiscard]] static CalendarItem itemForTask(const store::TK_Task& task,
-                                                  CalendarEntityType kind);
+                                                  CalendarEntityType kind,
+                                                  const platform::Calendar& calendar);
 
     // ---- Every mirrored list -----------------------------------------------------------
     struct SyncReport {
@@ -90,17 +91,19 @@ class CalendarMirror {
 
   private:
     [[nodiscard]] Result<> writeTask(store::TK_Task& task, CalendarEntityType kind,
-                                     CalendarItem* existing);
+                                     CalendarItem* existing, const platform::Calendar& calendar);
     [[nodiscard]] Result<> syncList(objectstore::ObjectContext& context, store::TK_Category& list,
                                     CalendarEntityType kind,
                                     const std::vector<std::string>& linkedElsewhere,
-                                    SyncReport& report);
+                                    const platform::Calendar& calendar, SyncReport& report);
 
     std::shared_ptr<platform::CalendarStore> m_calendarStore;
     std::shared_ptr<settings::CustomizationManager> m_customizationManager;
 };
 
-/// The fingerprint of what a person sees of `item`, as kept with it.
-[[nodiscard]] std::string contentFingerprint(const CalendarItem& item);
+/// The fingerprint of what a person sees of `item` (days and times read in
+/// `calendar`), as kept with it.
+[[nodiscard]] std::string contentFingerprint(const CalendarItem& item,
+                                             const platform::Calendar& calendar);
 
 } // namespace tasket::reminders

@@ -125,7 +125,9 @@ TEST_F(CalendarMirrorTest, RepetitionBecomesARecurrenceRuleOnlyWhenItCanBeOne) {
         record->setRepeatFrequency(c.frequency);
         if (c.hasDue)
             record->setDueDateAndTime(day(23, 9));
-        EXPECT_EQ(CalendarMirror::itemForTask(*record, c.kind).recurrenceRules, c.rules);
+        EXPECT_EQ(CalendarMirror::itemForTask(*record, c.kind, platform::Calendar::current())
+                      .recurrenceRules,
+                  c.rules);
     }
 }
 

@@ -92,9 +92,16 @@ CalendarEntityType kindOf(const fs::path& folder) {
     return CalendarEntityType::reminder;
 }
 
-// Every item file of a folder that parses (files other programs left that
-// do not are skipped); fails when the folder cannot be listed.
-template <class Visit> Result<> eachItemFile(const fs::path& folder, Visit&& visit) {
+Date now() {
+    return Date::fromSystem(std::chrono::system_clock::now());
+}
+
+} // namespace
+
+VdirCalendarStore::VdirCalendarStore(std::vector<fs::path> roots) : m_roots(std::move(roots)) {}
+
+Result<> VdirCalendarStore::eachItemFile(
+    const fs::path& folder, const std::function<bool(CalendarItem, const fs::path&)>& visit) const {
     std::error_code error;
     fs::directory_iterator entries(folder, error);
     if (error)
@@ -103,23 +110,22 @@ template <class Visit> Result<> eachItemFile(const fs::path& folder, Visit&& vis
     for (const auto& entry : entries) {
         if (!isItemFile(entry))
             continue;
-        const auto text = readText(entry.path());
-        if (!text)
+        const auto modified = entry.last_write_time(error);
+        const auto size = entry.file_size(error);
+        auto& parsed = m_parsed[entry.path()];
+        if (error || parsed.modified != modified || parsed.size != size || size == 0) {
+            const auto text = readText(entry.path());
+            auto item = text ? detail::parseCalendarItem(*text) : fail(Errc::ioError, "");
+            parsed = {modified, size, item ? std::optional(std::move(*item)) : std::nullopt};
+        }
+        if (!parsed.item)
             continue;
-        if (auto item = detail::parseCalendarItem(*text);
-            item && !visit(std::move(*item), entry.path()))
+        m_fileOfItem.insert_or_assign(parsed.item->identifier, entry.path());
+        if (!visit(*parsed.item, entry.path()))
             break;
     }
     return {};
 }
-
-Date now() {
-    return Date::fromSystem(std::chrono::system_clock::now());
-}
-
-} // namespace
-
-VdirCalendarStore::VdirCalendarStore(std::vector<fs::path> roots) : m_roots(std::move(roots)) {}
 
 std::vector<CalendarSource> VdirCalendarStore::sources() const {
     std::vector<CalendarSource> sources;
@@ -261,13 +267,20 @@ VdirCalendarStore::storedItem(std::string_view identifier) const {
     if (identifier.empty())
         return std::nullopt;
     const auto all = folders();
-    // The file named after the identifier first, then every file.
-    for (const auto& each : all) {
-        const auto file = each.path / detail::itemFileName(identifier);
+    // The file it was last seen in, the file named after it, then every file.
+    std::vector<fs::path> likely;
+    if (const auto seen = m_fileOfItem.find(identifier); seen != m_fileOfItem.end())
+        likely.push_back(seen->second);
+    for (const auto& each : all)
+        likely.push_back(each.path / detail::itemFileName(identifier));
+    for (const auto& file : likely) {
+        const auto each = std::ranges::find(all, file.parent_path(), &Folder::path);
+        if (each == all.end())
+            continue;
         if (const auto text = readText(file))
             if (auto item = detail::parseCalendarItem(*text);
                 item && item->identifier == identifier) {
-                item->calendarIdentifier = each.info.identifier;
+                item->calendarIdentifier = each->info.identifier;
                 return StoredItem{std::move(*item), file};
             }
     }
@@ -300,8 +313,10 @@ VdirCalendarStore::itemWithIdentifier(std::string_view identifier) const {
 Result<> VdirCalendarStore::storeItem(CalendarItem& item, bool commit) {
     Lock lock(m_mutex);
     CalendarItem saved = item;
-    if (saved.identifier.empty())
+    if (saved.identifier.empty()) {
         saved.identifier = Uuid::generate().toString();
+        m_newItems.insert(saved.identifier);
+    }
     saved.lastModified = now();
     if (auto text = detail::formatCalendarItem(saved, {}, *saved.lastModified); !text)
         return std::unexpected(text.error());
@@ -354,7 +369,7 @@ Result<> VdirCalendarStore::commitLocked() {
     }
     while (!m_pendingItems.empty()) {
         const auto it = m_pendingItems.begin();
-        const auto stored = storedItem(it->first);
+        const auto stored = m_newItems.contains(it->first) ? std::nullopt : storedItem(it->first);
         if (it->second) {
             const auto& item = *it->second;
             const auto target = folder(item.calendarIdentifier);
@@ -387,6 +402,7 @@ Result<> VdirCalendarStore::commitLocked() {
                 return fail(Errc::ioError, fmt::format("cannot remove {}: {}",
                                                        stored->file.string(), error.message()));
         }
+        m_newItems.erase(it->first);
         m_pendingItems.erase(it);
     }
     for (auto it = m_pendingCalendars.begin(); it != m_pendingCalendars.end();) {
@@ -411,6 +427,7 @@ void VdirCalendarStore::reset() {
     Lock lock(m_mutex);
     m_pendingCalendars.clear();
     m_pendingItems.clear();
+    m_newItems.clear();
 }
 
 } // namespace tasket::platform

@@ -16,8 +16,10 @@
 #include "platform/calendars/calendar_store.h"
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 
 namespace tasket::platform {
 
@@ -53,17 +55,33 @@ class VdirCalendarStore final : public CalendarStore {
         std::filesystem::path file;
     };
     [[nodiscard]] Result<> storeItem(CalendarItem& item, bool commit) override;
+    /// Calls `visit` with each item file of `folder` that parses, until it
+    /// returns false; fails when the folder cannot be listed.
+    [[nodiscard]] Result<> eachItemFile(
+        const std::filesystem::path& folder,
+        const std::function<bool(CalendarItem, const std::filesystem::path&)>& visit) const;
     [[nodiscard]] std::vector<Folder> folders() const;
     [[nodiscard]] std::optional<Folder> folder(std::string_view identifier) const;
     [[nodiscard]] std::optional<StoredItem> storedItem(std::string_view identifier) const;
     [[nodiscard]] Result<> commitLocked();
     [[nodiscard]] Result<> commitIf(bool commit);
 
+    // A file read before and unchanged since (same modification time and
+    // size) is not parsed again.
+    struct ParsedFile {
+        std::filesystem::file_time_type modified;
+        std::uintmax_t size = 0;
+        std::optional<CalendarItem> item; // nullopt: not an item
+    };
+
     const std::vector<std::filesystem::path> m_roots;
     mutable std::recursive_mutex m_mutex;
+    mutable std::map<std::filesystem::path, ParsedFile> m_parsed;
+    mutable std::map<std::string, std::filesystem::path, std::less<>> m_fileOfItem; // last seen
     // Pending changes by identifier; nullopt: removed.
     std::map<std::string, std::optional<CalendarInfo>, std::less<>> m_pendingCalendars;
     std::map<std::string, std::optional<CalendarItem>, std::less<>> m_pendingItems;
+    std::set<std::string, std::less<>> m_newItems; // pending items that have no file yet
 };
 
 } // namespace tasket::platform
