@@ -68,6 +68,15 @@ Result<> writeAtomically(const fs::path& file, std::string_view text) {
     return {};
 }
 
+// A folder name that can name a calendar: 1 to 255 bytes, no "/", no
+// control character, not starting with a dot (so never "." or "..").
+bool isCalendarName(std::string_view name) {
+    return !name.empty() && name.size() <= 255 && name.front() != '.' &&
+           std::ranges::none_of(name, [](char ch) {
+               return ch == '/' || static_cast<unsigned char>(ch) < 0x20 || ch == 0x7f;
+           });
+}
+
 bool isItemFile(const fs::directory_entry& entry) {
     const auto name = entry.path().filename().string();
     return entry.is_regular_file() && !name.starts_with('.') && name.ends_with(".ics");
@@ -141,7 +150,7 @@ std::vector<VdirCalendarStore::Folder> VdirCalendarStore::folders() const {
         std::error_code error;
         std::vector<fs::path> paths;
         for (const auto& entry : fs::directory_iterator(root, error))
-            if (entry.is_directory() && detail::isSafeFileName(entry.path().filename().string()))
+            if (entry.is_directory() && isCalendarName(entry.path().filename().string()))
                 paths.push_back(entry.path());
         std::ranges::sort(paths);
         for (const auto& path : paths) {
@@ -162,7 +171,7 @@ std::vector<VdirCalendarStore::Folder> VdirCalendarStore::folders() const {
 
 std::optional<VdirCalendarStore::Folder>
 VdirCalendarStore::folder(std::string_view identifier) const {
-    if (!detail::isSafeFileName(identifier))
+    if (!isCalendarName(identifier))
         return std::nullopt;
     for (auto& found : folders())
         if (found.info.identifier == identifier)

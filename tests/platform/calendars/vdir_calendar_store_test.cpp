@@ -44,10 +44,11 @@ TEST(VdirCalendarStore, HostileIdentifiersNeverBecomePaths) {
     EXPECT_EQ(detail::itemFileName("ok-Name_1@x.y"), "ok-Name_1@x.y.ics");
 
     testing::TempDir dir;
-    fs::create_directories(dir / "root/cal");
+    fs::create_directories(dir / "root/My Calendar");
     VdirCalendarStore store({dir / "root"});
-    for (const char* id : {"..", "../root", "/", "cal/..", ""})
+    for (const char* id : {"..", "../root", "/", "My Calendar/..", ""})
         EXPECT_FALSE(store.calendarWithIdentifier(id)) << id;
+    EXPECT_TRUE(store.calendarWithIdentifier("My Calendar"));
 }
 
 TEST(VdirCalendarStore, AnotherClientsItemIsReadUpdatedAndRemovedInPlace) {
