@@ -161,13 +161,15 @@ TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
     EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
 }
 
-// Lists mirrored into a vdir folder: the tasks become .ics files, and an
-// edit made there by another calendar program comes back into the store.
+// Lists mirrored into a vdir folder: the tasks become .ics files that
+// todoman lists, and an edit made there by another calendar program, or a
+// task todoman made, comes back into the store.
 TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     tasket::testing::TempDir dir;
     const tasket::testing::ProgramOptions options{.home = dir.path()};
-    const auto run = [&](const std::vector<std::string>& arguments) {
-        const ProgramRun result = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
+    const auto run = [&](const std::vector<std::string>& arguments,
+                         const char* program = TASKET_BINARY) {
+        const ProgramRun result = tasket::testing::runProgram(program, arguments, options);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     };
@@ -195,6 +197,16 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     text.replace(at, 16, "SUMMARY:Buy oat milk");
     std::ofstream(file) << text;
 
-    EXPECT_NE(run({"calendars", "sync"}).find("1 read back"), std::string::npos);
-    EXPECT_NE(run({"tasks", "--list", "Home"}).find("Buy oat milk"), std::string::npos);
+    std::filesystem::create_directories(dir / "config/todoman");
+    std::ofstream(dir / "config/todoman/config.py")
+        << "path = \"" << folder.string() << "/*\"\ndate_format = \"%Y-%m-%d\"\n";
+    const auto listed = run({"--porcelain", "list"}, TODOMAN_BINARY);
+    EXPECT_NE(listed.find("\"summary\": \"Buy oat milk\""), std::string::npos) << listed;
+    EXPECT_NE(listed.find("\"due\": 1795478400,"), std::string::npos) << listed; // 2026-11-24 UTC
+    run({"new", "--list", "Home", "From todoman"}, TODOMAN_BINARY);
+
+    EXPECT_NE(run({"calendars", "sync"}).find("1 read back, 1 imported"), std::string::npos);
+    const auto tasks = run({"tasks", "--list", "Home"});
+    EXPECT_NE(tasks.find("Buy oat milk"), std::string::npos) << tasks;
+    EXPECT_NE(tasks.find("From todoman"), std::string::npos) << tasks;
 }
