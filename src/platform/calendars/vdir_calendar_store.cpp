@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -119,13 +120,17 @@ Result<> VdirCalendarStore::eachItemFile(
     for (const auto& entry : entries) {
         if (!isItemFile(entry))
             continue;
-        const auto modified = entry.last_write_time(error);
-        const auto size = entry.file_size(error);
-        auto& parsed = m_parsed[entry.path()];
-        if (error || parsed.modified != modified || parsed.size != size || size == 0) {
+        struct stat status {};
+        if (::stat(entry.path().c_str(), &status) != 0)
+            continue;
+        const std::int64_t modified =
+            status.st_mtim.tv_sec * 1'000'000'000LL + status.st_mtim.tv_nsec;
+        auto& parsed = m_parsed[entry.path().native()];
+        if (parsed.modified != modified || parsed.size != status.st_size || status.st_size == 0) {
             const auto text = readText(entry.path());
             auto item = text ? detail::parseCalendarItem(*text) : fail(Errc::ioError, "");
-            parsed = {modified, size, item ? std::optional(std::move(*item)) : std::nullopt};
+            parsed = {modified, status.st_size,
+                      item ? std::optional(std::move(*item)) : std::nullopt};
         }
         if (!parsed.item)
             continue;

@@ -15,11 +15,13 @@
 
 #include "platform/calendars/calendar_store.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <set>
+#include <unordered_map>
 
 namespace tasket::platform {
 
@@ -69,14 +71,14 @@ class VdirCalendarStore final : public CalendarStore {
     // A file read before and unchanged since (same modification time and
     // size) is not parsed again.
     struct ParsedFile {
-        std::filesystem::file_time_type modified;
-        std::uintmax_t size = 0;
+        std::int64_t modified = -1; // nanoseconds since the epoch
+        std::int64_t size = -1;
         std::optional<CalendarItem> item; // nullopt: not an item
     };
 
     const std::vector<std::filesystem::path> m_roots;
     mutable std::recursive_mutex m_mutex;
-    mutable std::map<std::filesystem::path, ParsedFile> m_parsed;
+    mutable std::unordered_map<std::string, ParsedFile> m_parsed;                   // by path
     mutable std::map<std::string, std::filesystem::path, std::less<>> m_fileOfItem; // last seen
     // Pending changes by identifier; nullopt: removed.
     std::map<std::string, std::optional<CalendarInfo>, std::less<>> m_pendingCalendars;
