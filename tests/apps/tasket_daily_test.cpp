@@ -186,11 +186,8 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
         if (entry.path().extension() == ".ics")
             file = entry.path();
     ASSERT_FALSE(file.empty());
-    std::string text;
-    {
-        std::ifstream in(file);
-        text.assign(std::istreambuf_iterator<char>(in), {});
-    }
+    std::ifstream in(file);
+    std::string text(std::istreambuf_iterator<char>(in), {});
     EXPECT_NE(text.find("DUE;VALUE=DATE:20261124"), std::string::npos) << text;
     const auto at = text.find("SUMMARY:Buy milk");
     ASSERT_NE(at, std::string::npos) << text;
