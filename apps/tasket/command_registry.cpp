@@ -1,6 +1,7 @@
 #include "tasket/command_registry.h"
 
 #include "tasket/commands/add_command.h"
+#include "tasket/commands/calendars_command.h"
 #include "tasket/commands/count_command.h"
 #include "tasket/commands/delete_command.h"
 #include "tasket/commands/done_command.h"
@@ -33,6 +34,7 @@ constexpr std::array kCommandTable{
     &make<SmartListsCommand>, &make<ShowCommand>,     &make<VersionCommand>, &make<LockCommand>,
     &make<FocusCommand>,      &make<EntitiesCommand>, &make<ExportCommand>,  &make<ImportCommand>,
     &make<RemindersCommand>,
+    &make<CalendarsCommand>,
 };
 
 } // namespace

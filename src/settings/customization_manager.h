@@ -164,6 +164,29 @@ class CustomizationManager {
     void setRemindersDatabaseType(TK_RemindersDatabaseType newValue) {
         setValue(catalog::remindersDatabaseType, newValue);
     }
+    // The mode as three switches; turning one on chooses its mode, turning
+    // one off changes nothing (one mode is always chosen).
+    bool isTasketAndRemindersAllDatabase() const {
+        return remindersDatabaseType() == TK_RemindersDatabaseType::all;
+    }
+    void setIsTasketAndRemindersAllDatabase(bool on) {
+        if (on)
+            setRemindersDatabaseType(TK_RemindersDatabaseType::all);
+    }
+    bool isTasketAndRemindersExactDatabase() const {
+        return remindersDatabaseType() == TK_RemindersDatabaseType::exact;
+    }
+    void setIsTasketAndRemindersExactDatabase(bool on) {
+        if (on)
+            setRemindersDatabaseType(TK_RemindersDatabaseType::exact);
+    }
+    bool isTasketAndRemindersAddOnlyDatabase() const {
+        return remindersDatabaseType() == TK_RemindersDatabaseType::addOnly;
+    }
+    void setIsTasketAndRemindersAddOnlyDatabase(bool on) {
+        if (on)
+            setRemindersDatabaseType(TK_RemindersDatabaseType::addOnly);
+    }
     std::vector<std::string> remindersLists() const { return value(catalog::remindersLists); }
     void setRemindersLists(std::span<const std::string> newValue) {
         setValue(catalog::remindersLists, newValue);

@@ -139,6 +139,10 @@ inline constexpr Setting<bool> isAssistEnabled{
 inline constexpr Setting<bool> isAuthenticationEnabled{
     {"isAuthenticationEnabled", keys::kIsAuthenticationEnabled, appGroup}, false};
 
+/// Where the calendar mirror's calendars live: vdir roots and CalDAV URLs.
+inline constexpr Setting<std::span<const std::string_view>> calendarSources{
+    {"calendarSources", keys::kCalendarSources, appGroup}, {}};
+
 /// All 34 settings in order, for code that visits each (std::apply).
 inline constexpr auto kAllSettings = std::tie(
     tintColor, appearance, isHapticFeedbacksEnabled, timelineType, unassignedSectionTitle,

@@ -93,6 +93,8 @@ inline constexpr StorageKey kIsSuccessfulPurchase{"Is.Successful.Purchase"};
 inline constexpr StorageKey kIsAuthenticationEnabled{"Is.Authentication.Enabled"};
 /// The lists (categoryID) the active focus filter selects; absent: no focus.
 inline constexpr StorageKey kFocusFilterCategories{"Focus.Filter.Categories"};
+/// The calendar sources of the mirror: vdir roots (paths) and CalDAV URLs.
+inline constexpr StorageKey kCalendarSources{"Calendar.Sources"};
 /// The history position processed last.
 inline constexpr StorageKey kPersistentHistoryToken{"Persistent.History.Token"};
 

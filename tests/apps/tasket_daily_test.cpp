@@ -14,6 +14,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <regex>
 #include <string>
@@ -189,4 +190,51 @@ TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
     const ProgramRun listed =
         tasket::testing::runProgram(TASKET_BINARY, {"tasks", "--list", "Later"}, options);
     EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
+}
+
+// Lists mirrored into a vdir folder: the tasks become .ics files that
+// todoman lists, and an edit made there by another calendar program, or a
+// task todoman made, comes back into the store.
+TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
+    tasket::testing::TempDir dir;
+    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const auto run = [&](const std::vector<std::string>& arguments,
+                         const char* program = TASKET_BINARY) {
+        const ProgramRun result = tasket::testing::runProgram(program, arguments, options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.out;
+    };
+    run({"lists", "add", "Home"});
+    run({"add", "Buy milk", "--list", "Home", "--due", "2026-11-24"});
+    const auto folder = dir / "calendars";
+    run({"calendars", "sources", folder.string()});
+    EXPECT_EQ(run({"calendars", "link", "Home", "--as", "reminders"}),
+              "1 lists: 1 created, 0 updated, 0 read back, 0 imported, 0 deleted, 0 failed\n");
+    EXPECT_NE(run({"calendars", "list"}).find("Home\treminders\t"), std::string::npos);
+
+    std::filesystem::path file;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+        if (entry.path().extension() == ".ics")
+            file = entry.path();
+    ASSERT_FALSE(file.empty());
+    std::ifstream in(file);
+    std::string text(std::istreambuf_iterator<char>(in), {});
+    EXPECT_NE(text.find("DUE;VALUE=DATE:20261124"), std::string::npos) << text;
+    const auto at = text.find("SUMMARY:Buy milk");
+    ASSERT_NE(at, std::string::npos) << text;
+    text.replace(at, 16, "SUMMARY:Buy oat milk");
+    std::ofstream(file) << text;
+
+    std::filesystem::create_directories(dir / "config/todoman");
+    std::ofstream(dir / "config/todoman/config.py")
+        << "path = \"" << folder.string() << "/*\"\ndate_format = \"%Y-%m-%d\"\n";
+    const auto listed = run({"--porcelain", "list"}, TODOMAN_BINARY);
+    EXPECT_NE(listed.find("\"summary\": \"Buy oat milk\""), std::string::npos) << listed;
+    EXPECT_NE(listed.find("\"due\": 1795478400,"), std::string::npos) << listed; // 2026-11-24 UTC
+    run({"new", "--list", "Home", "From todoman"}, TODOMAN_BINARY);
+
+    EXPECT_NE(run({"calendars", "sync"}).find("1 read back, 1 imported"), std::string::npos);
+    const auto tasks = run({"tasks", "--list", "Home"});
+    EXPECT_NE(tasks.find("Buy oat milk"), std::string::npos) << tasks;
+    EXPECT_NE(tasks.find("From todoman"), std::string::npos) << tasks;
 }

@@ -1,0 +1,147 @@
+// The port to a calendar store: sources (accounts) holding calendars, each
+// calendar holding either reminders (to-dos) or events. Adapters:
+// InMemoryCalendarStore (tests, and programs that want no files) and
+// VdirCalendarStore (iCalendar files in vdir folders, over libical).
+//
+// Contract shared by every adapter:
+// - A calendar or item not yet saved has an empty identifier; the first
+//   successful save gives it one, and the identifier never changes after.
+// - Saves and removals with commit = false are pending: reads see them at
+//   once, but nothing is stored until commit(); reset() drops them.
+// - A save fails with invalidArgument for an item that cannot be stored (no
+//   calendar, a calendar of the other kind, an event that ends before it
+//   starts, a recurrence interval below 1), notFound for a calendar, source
+//   or item identifier the store does not hold; nothing is changed then.
+// - An item is a whole series: its recurrence rules apply to every
+//   occurrence, and saving with any span saves the series.
+#pragma once
+
+#include "platform/calendar.h"
+#include "platform/date.h"
+#include "platform/error.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tasket::platform {
+
+/// What a calendar holds.
+enum class CalendarEntityType { reminder, event };
+
+/// An account that holds calendars (a vdir root, a CalDAV account).
+struct CalendarSource {
+    std::string identifier;
+    std::string title;
+
+    friend bool operator==(const CalendarSource&, const CalendarSource&) = default;
+};
+
+struct CalendarInfo {
+    std::string identifier; // empty until saved
+    std::string title;
+    std::string color; // "#RRGGBB", or empty
+    CalendarEntityType entityType = CalendarEntityType::reminder;
+    std::string sourceIdentifier; // empty: the source of the default calendar
+
+    friend bool operator==(const CalendarInfo&, const CalendarInfo&) = default;
+};
+
+/// A repetition every `interval` units of `frequency` (RFC 5545 RRULE).
+struct RecurrenceRule {
+    enum class Frequency { minutely, hourly, daily, weekly, monthly, yearly };
+    Frequency frequency = Frequency::daily;
+    std::int64_t interval = 1;
+
+    friend bool operator==(const RecurrenceRule&, const RecurrenceRule&) = default;
+};
+
+/// A reminder's due date as a person gave it.
+struct DueDateComponents {
+    DateComponents date;  // weekday ignored; the time fields only when hasTime
+    bool hasTime = false; // false: a day, not an instant
+    std::string timeZone; // ICU zone of the time; empty: floating (the reader's zone)
+
+    friend bool operator==(const DueDateComponents& a, const DueDateComponents& b);
+};
+
+/// A reminder or an event.
+struct CalendarItem {
+    std::string identifier; // empty until saved
+    CalendarEntityType kind = CalendarEntityType::reminder;
+    std::string calendarIdentifier;
+    std::string title;
+    std::string notes;
+    std::vector<RecurrenceRule> recurrenceRules;
+    /// Text an application keeps with the item; stores keep it unchanged.
+    std::string applicationData;
+    std::optional<Date> lastModified; // set by the store on every save
+
+    // Reminders
+    bool completed = false;
+    std::optional<DueDateComponents> dueDateComponents;
+    int priority = 0; // 0 none, 1 highest … 9 lowest
+
+    // Events
+    bool allDay = false;
+    std::optional<Date> startDate;
+    std::optional<Date> endDate; // an all-day event's end is the last day it covers
+
+    /// Whether the fields a person edits (everything but the identifier,
+    /// calendar, application data and modification date) are equal.
+    [[nodiscard]] bool hasSameContent(const CalendarItem& other) const;
+};
+
+/// Which occurrences of a repeating event a save applies to.
+enum class EventSpan { thisEvent = 0, futureEvents = 1 };
+
+class CalendarStore {
+  public:
+    virtual ~CalendarStore() = default;
+
+    // ---- Sources and calendars -------------------------------------------------------
+    [[nodiscard]] virtual std::vector<CalendarSource> sources() const = 0;
+    /// Every calendar holding `type`, in a stable order.
+    [[nodiscard]] virtual std::vector<CalendarInfo> calendars(CalendarEntityType type) const = 0;
+    /// The calendar named `identifier`, or nullopt.
+    [[nodiscard]] virtual std::optional<CalendarInfo>
+    calendarWithIdentifier(std::string_view identifier) const = 0;
+    /// The calendar new reminders go to: the first reminders calendar of
+    /// the first source, or nullopt when there is none.
+    [[nodiscard]] virtual std::optional<CalendarInfo> defaultCalendarForNewReminders() const;
+    /// Saves a new or changed calendar; a new one gets its identifier.
+    [[nodiscard]] virtual Result<> saveCalendar(CalendarInfo& calendar, bool commit) = 0;
+    /// Removes a calendar and every item in it.
+    [[nodiscard]] virtual Result<> removeCalendar(std::string_view identifier, bool commit) = 0;
+
+    // ---- Items -----------------------------------------------------------------------
+    /// Every item of `calendarIdentifiers` (all calendars of the kind when
+    /// empty) of kind `kind`. Fails when a calendar cannot be read.
+    [[nodiscard]] virtual Result<std::vector<CalendarItem>>
+    items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const = 0;
+    /// The item named `identifier`, or nullopt.
+    [[nodiscard]] virtual std::optional<CalendarItem>
+    itemWithIdentifier(std::string_view identifier) const = 0;
+    /// Saves a new or changed reminder; a new one gets its identifier.
+    [[nodiscard]] Result<> saveReminder(CalendarItem& reminder, bool commit);
+    /// Saves a new or changed event (the span: see the file comment).
+    [[nodiscard]] Result<> saveEvent(CalendarItem& event, EventSpan span, bool commit);
+    [[nodiscard]] virtual Result<> removeItem(std::string_view identifier, bool commit) = 0;
+
+    // ---- Batches ---------------------------------------------------------------------
+    /// Stores every pending change; on failure the ones not yet stored stay pending.
+    [[nodiscard]] virtual Result<> commit() = 0;
+    /// Drops every pending change.
+    virtual void reset() = 0;
+
+  protected:
+    /// Checks `item` against the contract (calendar, kind, dates, rules).
+    [[nodiscard]] Result<> validate(const CalendarItem& item) const;
+    /// Stores a validated item; a new one gets its identifier.
+    [[nodiscard]] virtual Result<> storeItem(CalendarItem& item, bool commit) = 0;
+};
+
+} // namespace tasket::platform

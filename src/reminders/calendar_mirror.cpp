@@ -1,0 +1,461 @@
+#include "reminders/calendar_mirror.h"
+
+#include "platform/calendar.h"
+#include "platform/clock.h"
+#include "platform/uuid.h"
+#include "rules/predicates.h"
+#include "rules/texts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <set>
+
+namespace tasket::reminders {
+
+using platform::Calendar;
+using platform::CalendarStore;
+using platform::Date;
+using platform::DueDateComponents;
+using platform::Errc;
+using platform::RecurrenceRule;
+using rules::TK_CalendarType;
+using rules::TK_RemindersDatabaseType;
+using rules::TK_RepeatInterval;
+using store::TK_Category;
+using store::TK_Priority;
+using store::TK_Task;
+
+namespace {
+
+Date wholeSeconds(Date date) {
+    return {std::round(date.secondsSinceReference)};
+}
+
+TK_CalendarType calendarTypeOf(CalendarEntityType kind) {
+    return kind == CalendarEntityType::reminder ? TK_CalendarType::reminder
+                                                : TK_CalendarType::event;
+}
+
+// The task's repetition as a recurrence rule: only when it repeats, by a
+// known interval other than none, every whole number (at least one, within
+// 64 bits) of intervals.
+std::optional<RecurrenceRule> recurrenceOf(const TK_Task& task) {
+    using F = RecurrenceRule::Frequency;
+    const auto interval = task.repeatIntervalTypeCase();
+    if (!task.doesRemindRepeat() || !interval || *interval == TK_RepeatInterval::none ||
+        static_cast<int>(*interval) > 6)
+        return std::nullopt;
+    const double count = std::trunc(task.repeatFrequency());
+    // 2^63 is the first double past the 64-bit range.
+    if (!std::isfinite(count) || count < 1 || count >= 9223372036854775808.0)
+        return std::nullopt;
+    static constexpr F kFrequencies[] = {F::daily,  F::daily,    F::weekly, F::monthly,
+                                         F::yearly, F::minutely, F::hourly};
+    return RecurrenceRule{kFrequencies[static_cast<int>(*interval)],
+                          static_cast<std::int64_t>(count)};
+}
+
+// The repetition fields of a task from an item's first rule.
+void setRepetition(TK_Task& task, const std::vector<RecurrenceRule>& rules) {
+    if (rules.empty()) {
+        task.setDoesRemindRepeat(false);
+        task.setRepeatIntervalType(TK_RepeatInterval::none);
+        return;
+    }
+    using F = RecurrenceRule::Frequency;
+    static constexpr TK_RepeatInterval kIntervals[] = {
+        TK_RepeatInterval::everyMinute, TK_RepeatInterval::hourly,  TK_RepeatInterval::daily,
+        TK_RepeatInterval::weekly,      TK_RepeatInterval::monthly, TK_RepeatInterval::yearly};
+    static_assert(static_cast<int>(F::yearly) == 5);
+    task.setDoesRemindRepeat(true);
+    task.setRepeatIntervalType(kIntervals[static_cast<int>(rules.front().frequency)]);
+    task.setRepeatFrequency(static_cast<double>(rules.front().interval));
+}
+
+// Sets a task's day, moment and all-day flag for one of its dates.
+struct DateFields {
+    void (TK_Task::*day)(std::optional<Date>);
+    void (TK_Task::*moment)(std::optional<Date>);
+    void (TK_Task::*allDay)(bool);
+};
+constexpr DateFields kDue{&TK_Task::setDueDate, &TK_Task::setDueDateAndTime, &TK_Task::setIsAllDay};
+constexpr DateFields kStart{&TK_Task::setStartDate, &TK_Task::setStartDateAndTime,
+                            &TK_Task::setIsStartDateAllDay};
+
+void setDate(TK_Task& task, const DateFields& fields, std::optional<Date> date, bool allDay,
+             const Calendar& calendar) {
+    (task.*fields.day)(date ? std::optional(calendar.startOfDay(*date)) : std::nullopt);
+    (task.*fields.moment)(date);
+    if (date)
+        (task.*fields.allDay)(allDay);
+}
+
+// The instant of a due date; a day stands for its first instant in `local`.
+std::optional<Date> instantOf(const DueDateComponents& due, const Calendar& local) {
+    const bool isLocal = !due.hasTime || due.timeZone.empty() || due.timeZone == local.zoneID();
+    const auto calendar = isLocal ? local : Calendar::inZone(due.timeZone).value_or(local);
+    auto components = due.date;
+    if (!due.hasTime)
+        components.hour = components.minute = components.second = 0;
+    return calendar.date(components);
+}
+
+// The priority of the store whose reminders index is `index`, or the nearest
+// one of the same rank (1-4 high, 5 medium, 6-9 low); nullptr for none.
+std::shared_ptr<TK_Priority> priorityFor(objectstore::ObjectContext& context, int index) {
+    if (index <= 0)
+        return nullptr;
+    const auto rank = [](int i) { return i < 5 ? 0 : i == 5 ? 1 : 2; };
+    auto all = context.fetch(TK_Priority::fetchRequest());
+    std::shared_ptr<TK_Priority> best;
+    int bestDistance = 10;
+    for (const auto& object : all.value_or(std::vector<objectstore::ObjectPtr>{})) {
+        auto priority = std::static_pointer_cast<TK_Priority>(object);
+        const int candidate = priority->remindersPriorityIndex();
+        const int distance = std::abs(candidate - index);
+        if (candidate > 0 && rank(candidate) == rank(index) && distance < bestDistance) {
+            best = priority;
+            bestDistance = distance;
+        }
+    }
+    return best;
+}
+
+// Reads what a person can edit of `item` into `task`.
+void readItem(objectstore::ObjectContext& context, TK_Task& task, const CalendarItem& item,
+              const Calendar& calendar) {
+    task.setTitle(item.title.empty() ? std::string(rules::texts::kNewTask.translated())
+                                     : item.title);
+    task.setNote(item.notes.empty() ? std::nullopt : std::optional(item.notes));
+    if (item.kind == CalendarEntityType::reminder) {
+        task.setIsCompleted(item.completed);
+        const auto due = item.dueDateComponents;
+        setDate(task, kDue, due ? instantOf(*due, calendar) : std::nullopt, due && !due->hasTime,
+                calendar);
+        const int currentIndex =
+            task.customPriority() ? task.customPriority()->remindersPriorityIndex() : 0;
+        if (currentIndex != item.priority)
+            if (auto priority = priorityFor(context, item.priority); priority || item.priority == 0)
+                task.setCustomPriority(priority);
+    } else {
+        setDate(task, kStart, item.startDate, item.allDay, calendar);
+        setDate(task, kDue, item.endDate, item.allDay, calendar);
+    }
+    setRepetition(task, item.recurrenceRules);
+}
+
+std::string dayText(Date date, const Calendar& calendar) {
+    const auto c = calendar.components(date);
+    return fmt::format("{:04}-{:02}-{:02}", c.year, c.month, c.day);
+}
+
+std::string momentText(std::optional<Date> date, bool allDay, const Calendar& calendar) {
+    if (!date)
+        return "-";
+    return allDay ? dayText(*date, calendar) : fmt::format("{}", std::llround(date->unixSeconds()));
+}
+
+} // namespace
+
+std::string contentFingerprint(const CalendarItem& item, const Calendar& calendar) {
+    std::string text =
+        fmt::format("{}\x1f{}\x1f{}", static_cast<int>(item.kind), item.title, item.notes);
+    for (const auto& rule : item.recurrenceRules)
+        text += fmt::format("\x1fr{}/{}", static_cast<int>(rule.frequency), rule.interval);
+    if (item.kind == CalendarEntityType::reminder) {
+        const auto& due = item.dueDateComponents;
+        text +=
+            fmt::format("\x1f{}\x1f{}\x1f{}", item.completed, item.priority,
+                        due ? momentText(instantOf(*due, calendar), !due->hasTime, calendar) : "-");
+    } else {
+        text += fmt::format("\x1f{}\x1f{}\x1f{}", item.allDay,
+                            momentText(item.startDate, item.allDay, calendar),
+                            momentText(item.endDate, item.allDay, calendar));
+    }
+    std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
+    for (const unsigned char ch : text) {
+        hash ^= ch;
+        hash *= 1099511628211ULL;
+    }
+    return fmt::format("1:{:016x}", hash);
+}
+
+CalendarMirror::CalendarMirror(std::shared_ptr<CalendarStore> calendarStore,
+                               std::shared_ptr<settings::CustomizationManager> customizationManager)
+    : m_calendarStore(std::move(calendarStore)),
+      m_customizationManager(std::move(customizationManager)) {}
+
+std::optional<std::string> CalendarMirror::defaultSourceIdentifier() const {
+    if (const auto calendar = m_calendarStore->defaultCalendarForNewReminders())
+        return calendar->sourceIdentifier;
+    const auto sources = m_calendarStore->sources();
+    if (sources.empty())
+        return std::nullopt;
+    return sources.front().identifier;
+}
+
+Result<std::string> CalendarMirror::calendarOfList(TK_Category& list, CalendarEntityType kind) {
+    const auto current = list.calendarIdentifier();
+    if (current)
+        if (const auto found = m_calendarStore->calendarWithIdentifier(*current);
+            found && found->entityType == kind)
+            return *current;
+
+    platform::CalendarInfo calendar;
+    const auto title = list.title().value_or("");
+    calendar.title = title.empty() ? std::string(rules::texts::kNewCategory.translated()) : title;
+    calendar.entityType = kind;
+    const auto sources = m_calendarStore->sources();
+    const auto wanted = list.calendarSourceIdentifier();
+    const bool known =
+        wanted &&
+        std::ranges::find(sources, *wanted, &platform::CalendarSource::identifier) != sources.end();
+    calendar.sourceIdentifier = known ? *wanted : defaultSourceIdentifier().value_or("");
+    if (auto saved = m_calendarStore->saveCalendar(calendar, true); !saved)
+        return std::unexpected(saved.error());
+
+    list.setCalendarIdentifier(calendar.identifier);
+    if (!wanted)
+        list.setCalendarSourceIdentifier(calendar.sourceIdentifier);
+    auto kept = m_customizationManager->remindersLists();
+    std::erase_if(kept, [&](const std::string& id) { return current && id == *current; });
+    kept.push_back(calendar.identifier);
+    m_customizationManager->setRemindersLists(kept);
+    return calendar.identifier;
+}
+
+CalendarItem CalendarMirror::itemForTask(const TK_Task& task, CalendarEntityType kind,
+                                         const Calendar& calendar) {
+    CalendarItem item;
+    item.kind = kind;
+    const auto title = task.title().value_or("");
+    item.title = title.empty() ? std::string(rules::texts::kNewTask.translated()) : title;
+    item.notes = task.note().value_or("");
+    const auto due = task.dueDateAndTime() ? task.dueDateAndTime() : task.dueDate();
+    const auto rule = recurrenceOf(task);
+
+    if (kind == CalendarEntityType::reminder) {
+        item.completed = task.isCompleted();
+        if (due) {
+            auto components = calendar.components(wholeSeconds(*due));
+            components.weekday = 0;
+            item.dueDateComponents = DueDateComponents{components, !task.isAllDay(),
+                                                       task.isAllDay() ? "" : calendar.zoneID()};
+        }
+        if (const auto priority = task.customPriority())
+            item.priority = std::clamp<int>(priority->remindersPriorityIndex(), 0, 9);
+        // A repetition needs a date to repeat from: without a due date, none.
+        if (rule && due)
+            item.recurrenceRules.push_back(*rule);
+        return item;
+    }
+    item.allDay = task.isAllDay();
+    auto start = task.startDateAndTime() ? task.startDateAndTime() : task.startDate();
+    auto end = due;
+    // An event needs both ends: a task with one date is an event at that date.
+    if (!start)
+        start = end;
+    if (!end)
+        end = start;
+    if (start && end) {
+        item.startDate = item.allDay ? calendar.startOfDay(*start) : wholeSeconds(*start);
+        item.endDate = item.allDay ? calendar.startOfDay(*end) : wholeSeconds(*end);
+    }
+    if (rule)
+        item.recurrenceRules.push_back(*rule);
+    return item;
+}
+
+Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, CalendarItem* existing,
+                                   const Calendar& calendar) {
+    const auto list = task.category();
+    if (!list)
+        return platform::fail(Errc::invalidArgument, "the task is in no list");
+    const auto calendarID = calendarOfList(*list, kind);
+    if (!calendarID)
+        return std::unexpected(calendarID.error());
+
+    CalendarItem item = itemForTask(task, kind, calendar);
+    std::optional<CalendarItem> current;
+    if (existing)
+        current = *existing;
+    else if (const auto id = task.calendarItemIdentifier(); id && !id->empty())
+        current = m_calendarStore->itemWithIdentifier(*id);
+    if (current && current->kind == kind)
+        item.identifier = current->identifier;
+    item.calendarIdentifier = *calendarID;
+    item.applicationData = contentFingerprint(item, calendar);
+    const auto saved = kind == CalendarEntityType::reminder
+                           ? m_calendarStore->saveReminder(item, true)
+                           : m_calendarStore->saveEvent(item, platform::EventSpan::thisEvent, true);
+    if (!saved)
+        return saved;
+    task.setCalendarItemIdentifier(item.identifier);
+    task.setCalendarType(calendarTypeOf(kind));
+    return {};
+}
+
+Result<> CalendarMirror::writeReminder(TK_Task& task) {
+    return writeTask(task, CalendarEntityType::reminder, nullptr, Calendar::current());
+}
+
+Result<> CalendarMirror::writeEvent(TK_Task& task) {
+    return writeTask(task, CalendarEntityType::event, nullptr, Calendar::current());
+}
+
+Result<std::vector<CalendarItem>> CalendarMirror::reminders(const TK_Category& list) const {
+    const auto id = list.calendarIdentifier();
+    if (!id || !m_calendarStore->calendarWithIdentifier(*id))
+        return std::vector<CalendarItem>{};
+    const std::vector<std::string> ids{*id};
+    return m_calendarStore->items(CalendarEntityType::reminder, ids);
+}
+
+Result<> CalendarMirror::removeCalendar(TK_Category& list) {
+    const auto id = list.calendarIdentifier();
+    if (id && m_calendarStore->calendarWithIdentifier(*id))
+        if (auto removed = m_calendarStore->removeCalendar(*id, true); !removed)
+            return removed;
+    list.setCalendarIdentifier(std::nullopt);
+    for (const auto& task : list.tasks()) {
+        task->setCalendarItemIdentifier(std::nullopt);
+        task->setCalendarType(TK_CalendarType::none);
+    }
+    auto kept = m_customizationManager->remindersLists();
+    std::erase_if(kept, [&](const std::string& each) { return id && each == *id; });
+    m_customizationManager->setRemindersLists(kept);
+    return {};
+}
+
+Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectContext& context) {
+    SyncReport report;
+    const auto calendar = Calendar::current(); // one zone for the whole pass
+    std::vector<std::pair<std::shared_ptr<TK_Category>, CalendarEntityType>> lists;
+    for (const auto kind : {CalendarEntityType::reminder, CalendarEntityType::event}) {
+        auto request = TK_Category::fetchRequest();
+        request.predicate = rules::predicates::parsed("calendarType = %d",
+                                                      {static_cast<int>(calendarTypeOf(kind))});
+        auto found = context.fetch(request);
+        if (!found)
+            return std::unexpected(found.error());
+        for (const auto& object : *found)
+            lists.emplace_back(std::static_pointer_cast<TK_Category>(object), kind);
+    }
+    // Items that a task of some mirrored list links: not orphans of another list.
+    std::vector<std::string> linked;
+    for (const auto& [list, kind] : lists)
+        for (const auto& task : list->tasks())
+            if (auto id = task->calendarItemIdentifier(); id && !id->empty())
+                linked.push_back(std::move(*id));
+    std::ranges::sort(linked);
+
+    std::vector<std::string> calendars;
+    for (const auto& [list, kind] : lists) {
+        if (auto synced = syncList(context, *list, kind, linked, calendar, report); !synced)
+            return std::unexpected(synced.error());
+        ++report.lists;
+        calendars.push_back(list->calendarIdentifier().value_or(""));
+    }
+    m_customizationManager->setRemindersLists(calendars);
+    if (auto saved = context.save(); !saved)
+        return std::unexpected(saved.error());
+    return report;
+}
+
+Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Category& list,
+                                  CalendarEntityType kind, const std::vector<std::string>& linked,
+                                  const Calendar& calendar, SyncReport& report) {
+    const auto mode = m_customizationManager->remindersDatabaseType();
+    const auto before = list.calendarIdentifier();
+    const auto calendarID = calendarOfList(list, kind);
+    if (!calendarID)
+        return std::unexpected(calendarID.error());
+    const bool replaced = before != *calendarID; // a new calendar holds none of the old items
+    const std::vector<std::string> ids{*calendarID};
+    auto listed = m_calendarStore->items(kind, ids);
+    if (!listed)
+        return std::unexpected(listed.error());
+    std::map<std::string, CalendarItem> items;
+    for (auto& item : *listed)
+        items.emplace(item.identifier, std::move(item));
+
+    const auto write = [&](TK_Task& task, CalendarItem* existing, int& count) {
+        if (writeTask(task, kind, existing, calendar))
+            ++count;
+        else
+            ++report.failed;
+    };
+    std::set<std::string> seen;
+    for (const auto& task : list.tasks()) {
+        if (replaced)
+            task->setCalendarItemIdentifier(std::nullopt);
+        const auto id = task->calendarItemIdentifier().value_or("");
+        const auto found = items.find(id);
+        if (id.empty()) {
+            write(*task, nullptr, report.created);
+            continue;
+        }
+        if (found == items.end()) {
+            // Gone from this calendar: moved here from another list, or deleted elsewhere.
+            if (const auto elsewhere = m_calendarStore->itemWithIdentifier(id)) {
+                if (mode != TK_RemindersDatabaseType::addOnly)
+                    write(*task, nullptr, report.updated);
+            } else if (mode == TK_RemindersDatabaseType::exact) {
+                context.deleteObject(task);
+                ++report.deleted;
+            } else if (mode == TK_RemindersDatabaseType::all) {
+                task->setCalendarItemIdentifier(std::nullopt);
+                write(*task, nullptr, report.created);
+            }
+            continue;
+        }
+        seen.insert(id);
+        if (mode == TK_RemindersDatabaseType::addOnly)
+            continue;
+        auto& item = found->second;
+        const auto recorded = item.applicationData;
+        const bool itemChanged = contentFingerprint(item, calendar) != recorded;
+        const bool taskChanged =
+            contentFingerprint(itemForTask(*task, kind, calendar), calendar) != recorded;
+        if (itemChanged && !taskChanged) {
+            readItem(context, *task, item, calendar);
+            ++report.readBack;
+            int rewritten = 0; // keeps the fingerprint of what the task now holds
+            write(*task, &item, rewritten);
+        } else if (taskChanged) {
+            write(*task, &item, report.updated);
+        }
+    }
+    for (auto& [id, item] : items) {
+        if (seen.contains(id) || std::ranges::binary_search(linked, id))
+            continue;
+        if (!item.applicationData.empty()) {
+            // Written for a task that is gone.
+            if (mode == TK_RemindersDatabaseType::exact) {
+                if (m_calendarStore->removeItem(id, true))
+                    ++report.deleted;
+                else
+                    ++report.failed;
+            }
+            continue;
+        }
+        auto task = TK_Task::insertNew(context);
+        task->setTaskID(platform::Uuid::generate().toString());
+        task->setWhenCreated(platform::Clock::shared().now());
+        task->setCategory(std::static_pointer_cast<TK_Category>(list.shared_from_this()));
+        readItem(context, *task, item, calendar);
+        task->setCalendarType(calendarTypeOf(kind));
+        task->setCalendarItemIdentifier(id);
+        ++report.imported;
+        if (mode != TK_RemindersDatabaseType::addOnly) {
+            int rewritten = 0;
+            write(*task, &item, rewritten);
+        }
+    }
+    return {};
+}
+
+} // namespace tasket::reminders

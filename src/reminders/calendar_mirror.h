@@ -1,0 +1,109 @@
+// The calendar mirror: a list (TK_Category) mirrored as a reminders list or
+// an event calendar of a calendar store, its tasks as reminders or events,
+// and the identifiers that tie the two sides together (calendarIdentifier
+// and calendarSourceIdentifier on the list, calendarItemIdentifier on the
+// task). Writing one task and finding a list's calendar follow the
+// platform's own rules; sync() keeps every mirrored list and its calendar
+// in step by the reminders database mode:
+//
+//   all      tasks become items and items tasks, and edits go both ways;
+//            nothing is deleted on either side.
+//   exact    as all, and a deletion on one side deletes the other side's
+//            counterpart: a task whose item is gone, an item we wrote whose
+//            task is gone.
+//   addOnly  only new tasks become items and new items tasks; nothing
+//            already linked is changed or deleted.
+//
+// Which side changed is told by the fingerprint of what was last written,
+// kept with the item: an item that differs from it was edited in another
+// calendar client and is read back into its task, unless the task changed
+// too, in which case the task wins. Items carry no fingerprint until we
+// write them, so an item another client created is imported once.
+#pragma once
+
+#include "objectstore/object_context.h"
+#include "platform/calendars/calendar_store.h"
+#include "platform/error.h"
+#include "settings/customization_manager.h"
+#include "store/records.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tasket::reminders {
+
+using platform::CalendarEntityType;
+using platform::CalendarItem;
+using platform::Result;
+
+class CalendarMirror {
+  public:
+    /// A mirror into `calendarStore` under the mode of `customizationManager`
+    /// (neither may be null).
+    CalendarMirror(std::shared_ptr<platform::CalendarStore> calendarStore,
+                   std::shared_ptr<settings::CustomizationManager> customizationManager);
+
+    // ---- One list, one task ----------------------------------------------------------
+    /// The identifier of `list`'s calendar of `kind`: the one its
+    /// calendarIdentifier names when the store has it, else a new one
+    /// (titled like the list, or "New Category"; in the source its
+    /// calendarSourceIdentifier names, else the default source), whose
+    /// identifier is then stored on the list. Fails when the new calendar
+    /// cannot be saved.
+    [[nodiscard]] Result<std::string> calendarOfList(store::TK_Category& list,
+                                                     CalendarEntityType kind);
+    /// Writes `task` into its list's calendar as a reminder; on success the
+    /// task keeps the reminder's identifier. A failed save leaves the task
+    /// as it was.
+    [[nodiscard]] Result<> writeReminder(store::TK_Task& task);
+    /// The same as an event (saved for this occurrence only).
+    [[nodiscard]] Result<> writeEvent(store::TK_Task& task);
+    /// The reminders in `list`'s calendar (none when it has no calendar yet).
+    [[nodiscard]] Result<std::vector<CalendarItem>> reminders(const store::TK_Category& list) const;
+    /// Removes `list`'s calendar and every item in it, and forgets the link.
+    [[nodiscard]] Result<> removeCalendar(store::TK_Category& list);
+    /// The identifier of the default source: that of the calendar for new
+    /// reminders, else the store's first source.
+    [[nodiscard]] std::optional<std::string> defaultSourceIdentifier() const;
+
+    /// What a reminder or event for `task` holds (title, notes, dates in
+    /// `calendar`, recurrence, priority), without calendar or identifier.
+    [[nodiscard]] static CalendarItem itemForTask(const store::TK_Task& task,
+                                                  CalendarEntityType kind,
+                                                  const platform::Calendar& calendar);
+
+    // ---- Every mirrored list -----------------------------------------------------------
+    struct SyncReport {
+        int lists = 0;
+        int created = 0;  // items written for tasks that had none
+        int updated = 0;  // items rewritten after their task changed
+        int readBack = 0; // tasks changed from an item edited elsewhere
+        int imported = 0; // tasks made for items created elsewhere
+        int deleted = 0;  // tasks and items deleted (exact mode)
+        int failed = 0;   // tasks whose item could not be saved
+    };
+    /// Brings every list of `context` whose calendarType is reminder or
+    /// event in step with its calendar (see the file comment), keeps
+    /// remindersLists as the identifiers of those calendars, and saves the
+    /// context. Fails when the store cannot be read or the context saved.
+    [[nodiscard]] Result<SyncReport> sync(objectstore::ObjectContext& context);
+
+  private:
+    [[nodiscard]] Result<> writeTask(store::TK_Task& task, CalendarEntityType kind,
+                                     CalendarItem* existing, const platform::Calendar& calendar);
+    [[nodiscard]] Result<> syncList(objectstore::ObjectContext& context, store::TK_Category& list,
+                                    CalendarEntityType kind,
+                                    const std::vector<std::string>& linkedElsewhere,
+                                    const platform::Calendar& calendar, SyncReport& report);
+
+    std::shared_ptr<platform::CalendarStore> m_calendarStore;
+    std::shared_ptr<settings::CustomizationManager> m_customizationManager;
+};
+
+/// The fingerprint of what a person sees of `item` (days and times read in
+/// `calendar`), as kept with it.
+[[nodiscard]] std::string contentFingerprint(const CalendarItem& item,
+                                             const platform::Calendar& calendar);
+
+} // namespace tasket::reminders

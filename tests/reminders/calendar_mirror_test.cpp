@@ -1,0 +1,247 @@
+// The calendar mirror over a real store file and both calendar stores.
+#include "platform/calendars/in_memory_calendar_store.h"
+#include "platform/calendars/vdir_calendar_store.h"
+#include "platform/preferences/in_memory_preferences_suite.h"
+#include "reminders/calendar_mirror.h"
+#include "support/store_fixture.h"
+
+#include <gtest/gtest.h>
+
+namespace tasket::reminders {
+namespace {
+
+using platform::CalendarStore;
+using platform::Date;
+using platform::RecurrenceRule;
+using rules::TK_CalendarType;
+using rules::TK_RemindersDatabaseType;
+using rules::TK_RepeatInterval;
+using store::TK_Category;
+using store::TK_Task;
+using Kind = CalendarEntityType;
+using F = RecurrenceRule::Frequency;
+
+Date day(int d, int hour = 0) {
+    return platform::Calendar::current().date({2026, 11, d, hour, 0, 0, 0});
+}
+
+class CalendarMirrorTest : public testing::StoreFixture {
+  protected:
+    void SetUp() override {
+        StoreFixture::SetUp();
+        context = newContext();
+        settings = std::make_shared<settings::CustomizationManager>(
+            std::make_shared<platform::InMemoryPreferencesSuite>("group"),
+            std::make_shared<platform::InMemoryPreferencesSuite>("standard"));
+        calendars = std::make_shared<platform::InMemoryCalendarStore>(
+            std::vector<platform::CalendarSource>{{"local", "Local"}, {"work", "Work"}});
+        useStore(calendars);
+    }
+    void useStore(std::shared_ptr<CalendarStore> store) {
+        calendarStore = std::move(store);
+        mirror = std::make_unique<CalendarMirror>(calendarStore, settings);
+    }
+    std::shared_ptr<TK_Category> list(const char* title, TK_CalendarType type) {
+        auto category = TK_Category::insertNew(*context);
+        category->setCategoryID(platform::Uuid::generate().toString());
+        if (*title)
+            category->setTitle(std::string(title));
+        category->setCalendarType(type);
+        return category;
+    }
+    std::shared_ptr<TK_Task> task(const std::shared_ptr<TK_Category>& category, const char* title) {
+        auto record = TK_Task::insertNew(*context);
+        record->setTaskID(platform::Uuid::generate().toString());
+        if (*title)
+            record->setTitle(std::string(title));
+        record->setCategory(category);
+        return record;
+    }
+    platform::CalendarItem itemOf(const TK_Task& record) {
+        return calendarStore->itemWithIdentifier(record.calendarItemIdentifier().value_or(""))
+            .value();
+    }
+
+    std::shared_ptr<objectstore::ObjectContext> context;
+    std::shared_ptr<settings::CustomizationManager> settings;
+    std::shared_ptr<platform::InMemoryCalendarStore> calendars;
+    std::shared_ptr<CalendarStore> calendarStore;
+    std::unique_ptr<CalendarMirror> mirror;
+};
+
+TEST_F(CalendarMirrorTest, UntitledListsAndTasksGetTheDefaultTitles) {
+    auto untitled = list("", TK_CalendarType::reminder);
+    untitled->setCalendarSourceIdentifier(std::string("work"));
+    auto reminder = task(untitled, "");
+    ASSERT_TRUE(mirror->writeReminder(*reminder));
+    const auto calendar = calendarStore->calendarWithIdentifier(*untitled->calendarIdentifier());
+    EXPECT_EQ(calendar->title, "New Category");
+    EXPECT_EQ(calendar->sourceIdentifier, "work");
+    const auto item = itemOf(*reminder);
+    EXPECT_EQ(item.title, "New Task");
+    EXPECT_FALSE(item.dueDateComponents);
+    EXPECT_EQ(reminder->calendarTypeCase(), TK_CalendarType::reminder);
+
+    auto event = task(list("", TK_CalendarType::event), "");
+    event->setDueDateAndTime(day(23, 9));
+    ASSERT_TRUE(mirror->writeEvent(*event));
+    EXPECT_EQ(itemOf(*event).title, "New Task");
+    EXPECT_EQ(settings->remindersLists().size(), 2u);
+}
+
+TEST_F(CalendarMirrorTest, RepetitionBecomesARecurrenceRuleOnlyWhenItCanBeOne) {
+    struct Case {
+        const char* what;
+        Kind kind;
+        TK_RepeatInterval interval;
+        double frequency;
+        bool hasDue;
+        std::vector<RecurrenceRule> rules;
+    };
+    const Case cases[] = {
+        {"every 90 minutes",
+         Kind::reminder,
+         TK_RepeatInterval::everyMinute,
+         90,
+         true,
+         {{F::minutely, 90}}},
+        {"hourly, fraction dropped",
+         Kind::event,
+         TK_RepeatInterval::hourly,
+         2.9,
+         true,
+         {{F::hourly, 2}}},
+        {"weekly event", Kind::event, TK_RepeatInterval::weekly, 2, true, {{F::weekly, 2}}},
+        {"interval none", Kind::event, TK_RepeatInterval::none, 1, true, {}},
+        {"no due date", Kind::reminder, TK_RepeatInterval::daily, 1, false, {}},
+        {"zero intervals", Kind::reminder, TK_RepeatInterval::daily, 0, true, {}},
+        {"past 64 bits", Kind::event, TK_RepeatInterval::daily, 1e19, true, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        auto record = task(list("L", TK_CalendarType::reminder), "t");
+        record->setDoesRemindRepeat(true);
+        record->setRepeatIntervalType(c.interval);
+        record->setRepeatFrequency(c.frequency);
+        if (c.hasDue)
+            record->setDueDateAndTime(day(23, 9));
+        EXPECT_EQ(CalendarMirror::itemForTask(*record, c.kind, platform::Calendar::current())
+                      .recurrenceRules,
+                  c.rules);
+    }
+}
+
+TEST_F(CalendarMirrorTest, TaskFieldsBecomeItemFields) {
+    auto category = list("Errands", TK_CalendarType::reminder);
+    auto priority = store::TK_Priority::insertNew(*context);
+    priority->setRemindersPriorityIndex(1);
+    auto record = task(category, "Buy milk");
+    record->setNote(std::string("two litres"));
+    record->setIsCompleted(true);
+    record->setCustomPriority(priority);
+    record->setDueDateAndTime(day(24, 15));
+    ASSERT_TRUE(mirror->writeReminder(*record));
+    auto item = itemOf(*record);
+    EXPECT_EQ(item.notes, "two litres");
+    EXPECT_TRUE(item.completed);
+    EXPECT_EQ(item.priority, 1);
+    EXPECT_EQ(item.dueDateComponents->date.hour,
+              platform::Calendar::current().components(day(24, 15)).hour);
+    EXPECT_TRUE(item.dueDateComponents->hasTime);
+
+    record->setIsAllDay(true);
+    record->setStartDateAndTime(day(23));
+    record->setDueDateAndTime(day(25));
+    ASSERT_TRUE(mirror->writeEvent(*record));
+    item = itemOf(*record);
+    EXPECT_TRUE(item.allDay);
+    EXPECT_EQ(item.startDate, day(23));
+    EXPECT_EQ(item.endDate, day(25));
+}
+
+TEST_F(CalendarMirrorTest, AFailedSaveLeavesNoIdentifier) {
+    auto record = task(list("Work", TK_CalendarType::event), "backwards");
+    record->setStartDateAndTime(day(25));
+    record->setDueDateAndTime(day(23));
+    EXPECT_FALSE(mirror->writeEvent(*record));
+    EXPECT_FALSE(record->calendarItemIdentifier());
+}
+
+TEST_F(CalendarMirrorTest, ADeletedCalendarIsReplaced) {
+    auto category = list("Errands", TK_CalendarType::reminder);
+    const auto first = mirror->calendarOfList(*category, Kind::reminder).value();
+    ASSERT_TRUE(calendarStore->removeCalendar(first, true));
+    const auto second = mirror->calendarOfList(*category, Kind::reminder).value();
+    EXPECT_NE(first, second);
+    EXPECT_EQ(category->calendarIdentifier(), second);
+    EXPECT_EQ(settings->remindersLists(), std::vector<std::string>{second});
+}
+
+// One scenario per mode, over vdir files edited by "another client" (a
+// second store on the same folders).
+TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
+    struct Expected {
+        TK_RemindersDatabaseType mode;
+        const char* editedTitle; // the task whose item was edited elsewhere
+        bool keptTaskOfDeletedItem;
+        bool keptItemOfDeletedTask;
+        bool imported;
+        bool changedTaskWritten;
+    };
+    const Expected cases[] = {
+        {TK_RemindersDatabaseType::all, "edited elsewhere", true, true, true, true},
+        {TK_RemindersDatabaseType::exact, "edited elsewhere", false, false, true, true},
+        {TK_RemindersDatabaseType::addOnly, "edited", true, true, true, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.mode));
+        testing::TempDir folders;
+        auto opened =
+            objectstore::PersistentStore::open(folders / "TK_Data.sqlite", store::tkDataModel(),
+                                               objectstore::StoreOptions{true, false});
+        ASSERT_TRUE(opened);
+        context =
+            objectstore::ObjectContext::make(*opened, objectstore::ConcurrencyType::mainQueue);
+        useStore(std::make_shared<platform::VdirCalendarStore>(
+            std::vector<std::filesystem::path>{folders / "calendars"}));
+        platform::VdirCalendarStore otherClient({folders / "calendars"});
+        settings->setRemindersDatabaseType(c.mode);
+
+        auto category = list("Home", TK_CalendarType::reminder);
+        auto edited = task(category, "edited");
+        auto itemDeleted = task(category, "item deleted");
+        auto taskDeleted = task(category, "task deleted");
+        auto changed = task(category, "changed");
+        ASSERT_EQ(mirror->sync(*context).value().created, 4);
+        const auto taskDeletedItem = *taskDeleted->calendarItemIdentifier();
+
+        auto item = otherClient.itemWithIdentifier(*edited->calendarItemIdentifier()).value();
+        item.title = "edited elsewhere";
+        ASSERT_TRUE(otherClient.saveReminder(item, true));
+        ASSERT_TRUE(otherClient.removeItem(*itemDeleted->calendarItemIdentifier(), true));
+        platform::CalendarItem created{.kind = Kind::reminder,
+                                       .calendarIdentifier = *category->calendarIdentifier(),
+                                       .title = "made elsewhere"};
+        ASSERT_TRUE(otherClient.saveReminder(created, true));
+        context->deleteObject(taskDeleted);
+        changed->setTitle(std::string("changed here"));
+
+        const auto report = mirror->sync(*context);
+        ASSERT_TRUE(report) << report.error().message;
+        EXPECT_EQ(edited->title(), c.editedTitle);
+        EXPECT_EQ(!itemDeleted->isDeleted(), c.keptTaskOfDeletedItem);
+        EXPECT_EQ(otherClient.itemWithIdentifier(taskDeletedItem).has_value(),
+                  c.keptItemOfDeletedTask);
+        EXPECT_EQ(report->imported, c.imported ? 1 : 0);
+        EXPECT_EQ(otherClient.itemWithIdentifier(*changed->calendarItemIdentifier())->title,
+                  c.changedTaskWritten ? "changed here" : "changed");
+
+        // A second pass with nothing changed does nothing.
+        const auto again = mirror->sync(*context).value();
+        EXPECT_EQ(again.created + again.updated + again.readBack + again.imported + again.deleted,
+                  0);
+    }
+}
+
+} // namespace
+} // namespace tasket::reminders
