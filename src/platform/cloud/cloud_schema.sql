@@ -68,6 +68,7 @@ BEGIN
     owner name NOT NULL DEFAULT current_user,
     database text NOT NULL CHECK (database IN ('private', 'shared')),
     id text NOT NULL,
+    silent boolean NOT NULL DEFAULT true,
     PRIMARY KEY (owner, database, id)
   );
 
@@ -89,6 +90,10 @@ BEGIN
     USING (owner = current_user OR participant = current_user);
   CREATE POLICY shares_write ON cloud.shares FOR ALL
     USING (owner = current_user) WITH CHECK (owner = current_user);
+  -- A participant may leave. The zone's list of participants then keeps it
+  -- until the owner next changes a share: at worst a push too many.
+  CREATE POLICY shares_leave ON cloud.shares FOR DELETE
+    USING (participant = current_user);
 
   CREATE POLICY zones_read ON cloud.zones FOR SELECT
     USING (owner = current_user OR EXISTS (
@@ -163,6 +168,27 @@ BEGIN
   CREATE TRIGGER records_deleted AFTER DELETE ON cloud.records
     REFERENCING OLD TABLE AS changed
     FOR EACH STATEMENT EXECUTE FUNCTION cloud.announce_changes();
+
+  -- A zone deleted with its records: its listeners hear it once.
+  CREATE FUNCTION cloud.announce_removal() RETURNS trigger
+    LANGUAGE plpgsql AS $fn$
+  DECLARE
+    gone record;
+    participant name;
+    payload text;
+  BEGIN
+    FOR gone IN SELECT owner, name, participants FROM removed LOOP
+      payload := json_build_object('owner', gone.owner, 'zone', gone.name)::text;
+      PERFORM pg_notify(cloud.channel(gone.owner, 'private'), payload);
+      FOREACH participant IN ARRAY gone.participants LOOP
+        PERFORM pg_notify(cloud.channel(participant, 'shared'), payload);
+      END LOOP;
+    END LOOP;
+    RETURN NULL;
+  END $fn$;
+  CREATE TRIGGER zones_removed AFTER DELETE ON cloud.zones
+    REFERENCING OLD TABLE AS removed
+    FOR EACH STATEMENT EXECUTE FUNCTION cloud.announce_removal();
 
   CREATE TABLE cloud.schema_version (version integer NOT NULL);
   GRANT SELECT ON cloud.schema_version TO PUBLIC;

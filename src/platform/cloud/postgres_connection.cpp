@@ -227,6 +227,10 @@ std::expected<void, PostgresError> PostgresConnection::copyIn(std::string_view c
     return {};
 }
 
+bool PostgresConnection::healthy() const {
+    return m_connection && PQstatus(m_connection) == CONNECTION_OK;
+}
+
 int PostgresConnection::socket() const {
     return m_connection ? PQsocket(m_connection) : -1;
 }

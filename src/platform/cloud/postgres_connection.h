@@ -76,6 +76,8 @@ class PostgresConnection {
     [[nodiscard]] std::expected<void, PostgresError> copyIn(std::string_view copyStatement,
                                                             std::string_view rows);
 
+    /// False once the connection broke.
+    bool healthy() const;
     /// The socket to poll for readability while listening; -1 when closed.
     int socket() const;
     /// Reads what the server sent and returns the notifications that came.
