@@ -319,7 +319,7 @@ class PostgresCloudContainer::Database final : public CloudDatabase {
             else
                 return std::unexpected(saved.error());
             if (!remove.empty()) {
-                JsonWriter ids;
+                JsonWriter ids(JsonWriter::Form::record);
                 ids.beginArray();
                 for (const auto& id : remove)
                     ids.beginObject()
@@ -399,7 +399,7 @@ class PostgresCloudContainer::Database final : public CloudDatabase {
         using Key = std::tuple<std::string, std::string, std::string>;
         std::map<Key, std::pair<std::string, Date>> stored;
         for (const bool creating : {true, false}) {
-            JsonWriter batch;
+            JsonWriter batch(JsonWriter::Form::record);
             batch.beginArray();
             bool any = false;
             for (const auto& record : save) {
