@@ -93,6 +93,9 @@ inline constexpr StorageKey kIsSuccessfulPurchase{"Is.Successful.Purchase"};
 inline constexpr StorageKey kIsAuthenticationEnabled{"Is.Authentication.Enabled"};
 /// The lists (categoryID) the active focus filter selects; absent: no focus.
 inline constexpr StorageKey kFocusFilterCategories{"Focus.Filter.Categories"};
+/// The cloud database: a libpq connection string or service name, never a
+/// password (libpq's password and service files hold those).
+inline constexpr StorageKey kCloudDatabaseConnection{"Cloud.Database.Connection"};
 /// The history position processed last.
 inline constexpr StorageKey kPersistentHistoryToken{"Persistent.History.Token"};
 

@@ -17,7 +17,7 @@
 namespace tasket::platform {
 
 CloudError cloudErrorFrom(const PostgresError& error) {
-    return CloudError{static_cast<CloudErrorCode>(error.code), error.message, std::nullopt, {}};
+    return CloudError{error.code, error.message, std::nullopt, {}};
 }
 
 namespace {

@@ -12,54 +12,40 @@
 namespace tasket::platform {
 namespace {
 
-// Cloud error codes, by the numbers the cloud port gives them.
-constexpr int kInternalError = 1;
-constexpr int kNetworkUnavailable = 3;
-constexpr int kNetworkFailure = 4;
-constexpr int kBadContainer = 5;
-constexpr int kServiceUnavailable = 6;
-constexpr int kNotAuthenticated = 9;
-constexpr int kPermissionFailure = 10;
-constexpr int kInvalidArguments = 12;
-constexpr int kServerRecordChanged = 14;
-constexpr int kServerRejectedRequest = 15;
-constexpr int kZoneBusy = 23;
-constexpr int kQuotaExceeded = 25;
-constexpr int kZoneNotFound = 26;
-constexpr int kLimitExceeded = 27;
+using enum CloudErrorCode;
 
 struct StateCode {
     std::string_view state; // a whole SQLSTATE, or a two-character class
-    int code;
+    CloudErrorCode code;
 };
 
 // Whole states first; a class applies when no state of it is listed.
 constexpr std::array kStateCodes{
-    StateCode{"57P03", kServiceUnavailable}, // the server is starting or stopping
-    StateCode{"53300", kServiceUnavailable}, // too many connections
-    StateCode{"53200", kServiceUnavailable}, // out of memory
-    StateCode{"57014", kServiceUnavailable}, // statement timeout
-    StateCode{"55P03", kZoneBusy},           // lock not available
-    StateCode{"40001", kZoneBusy},           // serialization failure
-    StateCode{"40P01", kZoneBusy},           // deadlock
-    StateCode{"28P01", kNotAuthenticated},   // wrong password
-    StateCode{"28000", kNotAuthenticated},   // no such role, no hba entry
-    StateCode{"57P01", kNetworkFailure},     // administrator ended the session
-    StateCode{"57P02", kNetworkFailure},     // crash shutdown
-    StateCode{"42501", kPermissionFailure},  // privileges, row-level security
-    StateCode{"23505", kServerRecordChanged},
-    StateCode{"23503", kZoneNotFound},
-    StateCode{"3D000", kBadContainer},  // no such database
-    StateCode{"3F000", kBadContainer},  // no such schema: not set up
-    StateCode{"42P01", kBadContainer},  // no such table: not set up
-    StateCode{"42883", kBadContainer},  // no such function: not set up
-    StateCode{"53100", kQuotaExceeded}, // disk full
-    StateCode{"08", kNetworkFailure},
-    StateCode{"22", kInvalidArguments},
-    StateCode{"23", kInvalidArguments},
-    StateCode{"53", kLimitExceeded},
-    StateCode{"54", kLimitExceeded},
-    StateCode{"XX", kInternalError},
+    StateCode{"57P03", serviceUnavailable}, // the server is starting or stopping
+    StateCode{"53300", serviceUnavailable}, // too many connections
+    StateCode{"53200", serviceUnavailable}, // out of memory
+    StateCode{"57014", serviceUnavailable}, // statement timeout
+    StateCode{"55P03", zoneBusy},           // lock not available
+    StateCode{"40001", zoneBusy},           // serialization failure
+    StateCode{"40P01", zoneBusy},           // deadlock
+    StateCode{"28P01", notAuthenticated},   // wrong password
+    StateCode{"28000", notAuthenticated},   // no such role, no hba entry
+    StateCode{"57P01", networkFailure},     // administrator ended the session
+    StateCode{"57P02", networkFailure},     // crash shutdown
+    StateCode{"42501", permissionFailure},  // privileges, row-level security
+    StateCode{"23505", serverRecordChanged},
+    StateCode{"23503", zoneNotFound},
+    StateCode{"3D000", badContainer},  // no such database
+    StateCode{"3F000", badContainer},  // no such schema: not set up
+    StateCode{"42P01", badContainer},  // no such table: not set up
+    StateCode{"42883", badContainer},  // no such function: not set up
+    StateCode{"53100", quotaExceeded}, // disk full
+    StateCode{"08", networkFailure},
+    StateCode{"22", invalidArguments},
+    StateCode{"23", invalidArguments},
+    StateCode{"53", limitExceeded},
+    StateCode{"54", limitExceeded},
+    StateCode{"XX", internalError},
 };
 
 // libpq's verbose form puts the SQLSTATE after the severity: "FATAL:  28P01: …".
@@ -85,14 +71,14 @@ std::string trimmed(std::string text) {
 
 } // namespace
 
-int postgresErrorCode(std::string_view sqlState) {
+CloudErrorCode postgresErrorCode(std::string_view sqlState) {
     for (const auto& entry : kStateCodes)
         if (entry.state.size() == 5 && entry.state == sqlState)
             return entry.code;
     for (const auto& entry : kStateCodes)
         if (entry.state.size() == 2 && sqlState.starts_with(entry.state))
             return entry.code;
-    return kServerRejectedRequest;
+    return serverRejectedRequest;
 }
 
 PostgresRows::PostgresRows(pg_result* result) : m_result(result, PQclear) {}
@@ -119,7 +105,7 @@ std::expected<PostgresConnection, PostgresError>
 PostgresConnection::open(const std::string& connection, std::chrono::milliseconds timeout) {
     pg_conn* raw = PQconnectStart(connection.c_str());
     if (!raw)
-        return std::unexpected(PostgresError{kInternalError, {}, "libpq is out of memory"});
+        return std::unexpected(PostgresError{internalError, {}, "libpq is out of memory"});
     PostgresConnection result(raw);
     // Verbose messages carry the SQLSTATE of a refused login, which libpq
     // keeps no other way.
@@ -130,8 +116,8 @@ PostgresConnection::open(const std::string& connection, std::chrono::millisecond
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0)
-            return std::unexpected(PostgresError{
-                kNetworkUnavailable, {}, "the cloud database did not answer in time"});
+            return std::unexpected(
+                PostgresError{networkUnavailable, {}, "the cloud database did not answer in time"});
         pollfd wait{PQsocket(raw),
                     static_cast<short>(status == PGRES_POLLING_READING ? POLLIN : POLLOUT), 0};
         if (::poll(&wait, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)
@@ -144,12 +130,34 @@ PostgresConnection::open(const std::string& connection, std::chrono::millisecond
     }
     std::string message = trimmed(PQerrorMessage(raw));
     std::string state = sqlStateInMessage(message);
-    int code = kNetworkUnavailable;
+    CloudErrorCode code = networkUnavailable;
     if (!state.empty())
         code = postgresErrorCode(state);
     else if (PQconnectionNeedsPassword(raw))
-        code = kNotAuthenticated;
+        code = notAuthenticated;
     return std::unexpected(PostgresError{code, std::move(state), std::move(message)});
+}
+
+std::expected<void, PostgresError> PostgresConnection::check(const std::string& connection) {
+    char* message = nullptr;
+    PQconninfoOption* options = PQconninfoParse(connection.c_str(), &message);
+    if (!options) {
+        PostgresError error{
+            invalidArguments, {}, trimmed(message ? message : "libpq is out of memory")};
+        PQfreemem(message);
+        return std::unexpected(std::move(error));
+    }
+    bool holdsPassword = false;
+    for (const PQconninfoOption* option = options; option->keyword; ++option)
+        holdsPassword |= std::string_view(option->keyword) == "password" && option->val;
+    PQconninfoFree(options);
+    if (holdsPassword)
+        return std::unexpected(PostgresError{
+            invalidArguments,
+            {},
+            "the connection holds a password; put it in libpq's password file (~/.pgpass) "
+            "or service file instead"});
+    return {};
 }
 
 PostgresConnection::PostgresConnection(PostgresConnection&& other) noexcept
@@ -174,12 +182,12 @@ PostgresError PostgresConnection::failure(pg_result* result) const {
     std::string message =
         trimmed(result && *PQresultErrorMessage(result) ? PQresultErrorMessage(result)
                                                         : PQerrorMessage(m_connection));
-    PostgresError error{0, state ? state : "", std::move(message)};
+    PostgresError error{internalError, state ? state : "", std::move(message)};
     // A session that broke is a lost connection, whatever the last words were.
     if (PQstatus(m_connection) == CONNECTION_BAD)
-        error.code = kNetworkFailure;
+        error.code = networkFailure;
     else
-        error.code = error.sqlState.empty() ? kNetworkFailure : postgresErrorCode(error.sqlState);
+        error.code = error.sqlState.empty() ? networkFailure : postgresErrorCode(error.sqlState);
     return error;
 }
 

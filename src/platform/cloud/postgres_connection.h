@@ -5,6 +5,8 @@
 // <libpq-fe.h> stays out of this header.
 #pragma once
 
+#include "platform/cloud/cloud_database.h"
+
 #include <chrono>
 #include <expected>
 #include <memory>
@@ -20,7 +22,7 @@ namespace tasket::platform {
 
 /// A failure of the database, already given its cloud error code.
 struct PostgresError {
-    int code = 0;         // the cloud error code
+    CloudErrorCode code = CloudErrorCode::internalError;
     std::string sqlState; // the server's SQLSTATE; empty when there was none
     std::string message;  // what failed and why, from the server or libpq
 };
@@ -29,7 +31,7 @@ struct PostgresError {
 /// busy service 6, contention 23, authentication 9, a broken session 4,
 /// privileges 10, a name taken 14, a missing zone 26, bad values 12, an
 /// unset-up database 5, resources 25/27, anything else 15 (1 for XX000).
-[[nodiscard]] int postgresErrorCode(std::string_view sqlState);
+[[nodiscard]] CloudErrorCode postgresErrorCode(std::string_view sqlState);
 
 /// The rows of one statement, read as text.
 class PostgresRows {
@@ -61,6 +63,10 @@ class PostgresConnection {
     [[nodiscard]] static std::expected<PostgresConnection, PostgresError>
     open(const std::string& connection,
          std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+    /// Fails with 12 when `connection` is not a connection string libpq
+    /// accepts or when it holds a password (those belong in libpq's files).
+    [[nodiscard]] static std::expected<void, PostgresError> check(const std::string& connection);
 
     PostgresConnection(PostgresConnection&&) noexcept;
     PostgresConnection& operator=(PostgresConnection&&) noexcept;

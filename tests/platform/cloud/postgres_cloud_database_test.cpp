@@ -108,7 +108,7 @@ TEST(PostgresCloudDatabase, RowLevelSecurityHidesPrivateZones) {
     const auto sharing = raw.execute("INSERT INTO cloud.shares (owner, zone, participant) "
                                      "VALUES ('alice', 'Private', 'bob')");
     ASSERT_FALSE(sharing.has_value());
-    EXPECT_EQ(sharing.error().code, 10);
+    EXPECT_EQ(sharing.error().code, CloudErrorCode::permissionFailure);
     EXPECT_EQ(alice->privateDatabase().queryRecords({"TK_Task", aliceZone, 0})->size(), 1U);
 }
 

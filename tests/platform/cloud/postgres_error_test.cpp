@@ -142,9 +142,22 @@ TEST_F(PostgresErrors, RealFailuresMapToCloudCodes) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const auto error = c.produce();
-        EXPECT_EQ(error.code, c.code) << error.message;
+        EXPECT_EQ(static_cast<int>(error.code), c.code) << error.message;
         EXPECT_EQ(error.sqlState, c.sqlState);
         EXPECT_FALSE(error.message.empty());
+    }
+}
+
+// A connection setting never holds the password; a malformed one says why.
+TEST(PostgresConnectionCheck, RefusesPasswordsAndMalformedSettings) {
+    EXPECT_TRUE(PostgresConnection::check("service=tasket").has_value());
+    EXPECT_TRUE(PostgresConnection::check("host=/run/x dbname=tasket user=me").has_value());
+    EXPECT_TRUE(PostgresConnection::check("postgresql://me@db/tasket").has_value());
+    for (const char* bad : {"host=db password=secret", "postgresql://me:secret@db/tasket",
+                            "host=db 'unterminated", "nokeyword=1"}) {
+        const auto checked = PostgresConnection::check(bad);
+        ASSERT_FALSE(checked.has_value()) << bad;
+        EXPECT_EQ(checked.error().code, CloudErrorCode::invalidArguments) << bad;
     }
 }
 
@@ -158,7 +171,7 @@ TEST(PostgresErrorCode, StatesNoTestServerReachesMapByTheTable) {
         {"53100", 25}, {"54000", 27}, {"22P02", 12}, {"XX000", 1}, {"P0001", 15},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(postgresErrorCode(c.state), c.code) << c.state;
+        EXPECT_EQ(static_cast<int>(postgresErrorCode(c.state)), c.code) << c.state;
 }
 
 } // namespace
