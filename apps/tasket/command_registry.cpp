@@ -13,6 +13,7 @@
 #include "tasket/commands/lock_command.h"
 #include "tasket/commands/show_command.h"
 #include "tasket/commands/smart_lists_command.h"
+#include "tasket/commands/sync_command.h"
 #include "tasket/commands/tasks_command.h"
 #include "tasket/commands/version_command.h"
 
@@ -31,6 +32,7 @@ constexpr std::array kCommandTable{
     &make<DoneCommand>,       &make<UndoneCommand>,   &make<EditCommand>,    &make<DeleteCommand>,
     &make<SmartListsCommand>, &make<ShowCommand>,     &make<VersionCommand>, &make<LockCommand>,
     &make<FocusCommand>,      &make<EntitiesCommand>, &make<ExportCommand>,  &make<ImportCommand>,
+    &make<SyncCommand>,
 };
 
 } // namespace
