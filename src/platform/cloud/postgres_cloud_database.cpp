@@ -83,7 +83,8 @@ std::optional<CloudValue> readValue(simdjson::dom::element element) {
     case Type::STRING: return CloudValue{std::string(element.get_string().value())};
     case Type::ARRAY: {
         CloudNameList names;
-        for (auto item : element.get_array().value()) {
+        const simdjson::dom::array list = element.get_array().value();
+        for (auto item : list) {
             std::string_view name;
             if (item.get_string().get(name))
                 return std::nullopt;
