@@ -1,6 +1,7 @@
 // The PostgreSQL adapter keeps the cloud database contract against a real
-// server, each test in a fresh database; row-level security is checked from
-// the other role's own connection, below the adapter.
+// server (a lost compare-and-set included), each test in a fresh database;
+// row-level security is checked from the other role's own connection,
+// below the adapter.
 #include "cloud_contract.h"
 #include "platform/cloud/postgres_cloud_database.h"
 #include "support/postgres_server.h"
@@ -110,31 +111,6 @@ TEST(PostgresCloudDatabase, RowLevelSecurityHidesPrivateZones) {
     ASSERT_FALSE(sharing.has_value());
     EXPECT_EQ(sharing.error().code, CloudErrorCode::permissionFailure);
     EXPECT_EQ(alice->privateDatabase().queryRecords({"TK_Task", aliceZone, 0})->size(), 1U);
-}
-
-// Two devices of one account race on a record: the later save loses and
-// learns which record, and the server keeps the first.
-TEST(PostgresCloudDatabase, TheSecondOfTwoRacingSavesLoses) {
-    const std::string database = freshDatabase();
-    auto first = openAccount("alice", database);
-    auto second = openAccount("alice", database);
-    const CloudZoneID zone{"Zone", "alice"};
-    ASSERT_TRUE(first->privateDatabase().modifyZones({zone}, {}).has_value());
-    const auto created = first->privateDatabase().modifyRecords({task(zone, "T1")}, {});
-    ASSERT_TRUE(created.has_value());
-
-    auto mine = created->saved.at(0);
-    auto theirs = second->privateDatabase().queryRecords({"TK_Task", zone, 0})->at(0);
-    mine.fields["title"] = std::string("mine");
-    theirs.fields["title"] = std::string("theirs");
-    ASSERT_TRUE(first->privateDatabase().modifyRecords({mine}, {}).has_value());
-    const auto lost = second->privateDatabase().modifyRecords({theirs}, {});
-    ASSERT_FALSE(lost.has_value());
-    EXPECT_EQ(lost.error().code, CloudErrorCode::serverRecordChanged);
-    EXPECT_EQ(lost.error().recordName, "T1");
-    EXPECT_EQ(
-        second->privateDatabase().queryRecords({"TK_Task", zone, 0})->at(0).fields.at("title"),
-        CloudValue{std::string("mine")});
 }
 
 // A daemon polls the push descriptor: it turns readable when the other
