@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tasket::objectstore {
@@ -19,9 +20,19 @@ namespace tasket::objectstore {
 /// (store, token, context name, author, and the objects with their changed
 /// properties), so another context merges it directly:
 /// `context->mergeChanges(transaction.changes)`.
+/// What history keeps of one deleted object: the values of its entity's
+/// preservedOnDeletion attributes as they were just before the deletion.
+struct Tombstone {
+    ObjectID id;
+    std::vector<std::pair<std::string, Value>> values;
+    friend bool operator==(const Tombstone&, const Tombstone&) = default;
+};
+
 struct HistoryTransaction {
     ChangeSet changes;
     Date timestamp;
+    /// One per deleted object whose entity preserves attributes.
+    std::vector<Tombstone> tombstones{};
 };
 
 /// The archived form of a token: a tag, a format version and the value.

@@ -57,6 +57,11 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     /// When on, did-save notifications of other contexts on the same store
     /// are merged into this one on its queue.
     void setAutomaticallyMergesChangesFromParent(bool on);
+    /// Called by save() on the context's queue, after pending changes are
+    /// processed and before anything is written, so the hook can still
+    /// change the objects about to be saved; empty: none.
+    using WillSave = std::function<void(ObjectContext&)>;
+    void setWillSave(WillSave hook) { m_willSave = std::move(hook); }
     [[nodiscard]] bool shouldDeleteInaccessibleFaults() const { return m_deleteInaccessibleFaults; }
     /// When off, a fault whose row is gone is an error (fireFaults) or, when
     /// touched, a process stop (platform::fatal) instead of a deleted object.
@@ -171,6 +176,7 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     MergePolicy m_mergePolicy = MergePolicy::error;
     bool m_autoMerge = false;
     bool m_deleteInaccessibleFaults = true;
+    WillSave m_willSave;
     std::int64_t m_nextTemporaryKey = -1;
 
     std::unordered_map<ObjectID, ObjectPtr, ObjectIDHash> m_registered;

@@ -15,6 +15,10 @@ using platform::fail;
 
 Result<void> ObjectContext::save() {
     processPendingChanges();
+    if (m_willSave && !m_changed.empty()) {
+        m_willSave(*this);
+        processPendingChanges();
+    }
     std::vector<ObjectPtr> involved;
     auto request = makeSaveRequest(involved);
     if (!request)

@@ -22,13 +22,22 @@ void PersistentContainer::loadPersistentStores(const LoadCompletion& completion)
     }
     m_store = *store;
     m_viewContext = ObjectContext::make(m_store, ConcurrencyType::mainQueue);
+    m_viewContext->setWillSave(m_willSave);
     completion(description, std::nullopt);
 }
 
 std::shared_ptr<ObjectContext> PersistentContainer::newBackgroundContext() const {
     if (!m_store)
         throw std::logic_error("the container's store is not loaded");
-    return ObjectContext::make(m_store, ConcurrencyType::privateQueue);
+    auto context = ObjectContext::make(m_store, ConcurrencyType::privateQueue);
+    context->setWillSave(m_willSave);
+    return context;
+}
+
+void PersistentContainer::setWillSave(ObjectContext::WillSave hook) {
+    m_willSave = std::move(hook);
+    if (m_viewContext)
+        m_viewContext->setWillSave(m_willSave);
 }
 
 } // namespace tasket::objectstore

@@ -45,6 +45,9 @@ class PersistentContainer {
     /// A new private-queue context on the store. Asking before the store
     /// loaded is a programmer error: std::logic_error.
     [[nodiscard]] std::shared_ptr<ObjectContext> newBackgroundContext() const;
+    /// The will-save hook of every context the container makes (the view
+    /// context included, also when already made).
+    void setWillSave(ObjectContext::WillSave hook);
 
   private:
     std::string m_name;
@@ -52,6 +55,7 @@ class PersistentContainer {
     std::vector<StoreDescription> m_descriptions;
     std::shared_ptr<PersistentStore> m_store;
     std::shared_ptr<ObjectContext> m_viewContext;
+    ObjectContext::WillSave m_willSave;
 };
 
 } // namespace tasket::objectstore

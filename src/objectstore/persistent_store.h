@@ -98,6 +98,9 @@ struct SaveResult {
     /// Objects the save wanted to update but another writer had deleted.
     std::vector<ObjectID> vanished;
     std::optional<HistoryToken> token;
+    /// Deleted objects' preserved attribute values, for their tombstones.
+    std::unordered_map<ObjectID, std::vector<std::pair<std::string, Value>>, ObjectIDHash>
+        preserved{};
 };
 
 class PersistentStore {
@@ -171,6 +174,10 @@ class PersistentStore {
     [[nodiscard]] Result<std::vector<std::int64_t>> relatedKeysLocked(ObjectID id,
                                                                       std::size_t property);
     // History (persistent_store_history.cpp)
+    [[nodiscard]] Result<void> readTombstones(std::optional<HistoryToken> token,
+                                              std::vector<HistoryTransaction>& out);
+    [[nodiscard]] Result<void> preserveForTombstone(ObjectID id, std::int64_t key,
+                                                    SaveResult& result);
     [[nodiscard]] Result<void> recordHistory(const SaveRequest& request,
                                              const std::vector<const ObjectChange*>& written,
                                              SaveResult& result);

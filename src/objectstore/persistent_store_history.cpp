@@ -28,7 +28,55 @@ std::string changedNames(const EntityDescription& e, const std::vector<bool>& ch
     return out;
 }
 
+// The preserved values of a deleted object, one row each, under its change.
+Result<void> recordTombstone(Database& db, std::int64_t change,
+                             const decltype(SaveResult::preserved)& preserved, ObjectID id) {
+    const auto it = preserved.find(id);
+    if (it == preserved.end())
+        return {};
+    auto stmt = db.prepare("INSERT INTO _history_tombstone(change, name, value) VALUES(?,?,?)");
+    if (!stmt)
+        return std::unexpected(stmt.error());
+    for (const auto& [name, value] : it->second) {
+        StatementScope s(**stmt);
+        s->bindInt(1, change);
+        s->bindText(2, name);
+        s->bind(3, value);
+        if (s->step() != SQLITE_DONE)
+            return std::unexpected(db.error("cannot record a tombstone"));
+    }
+    return {};
+}
+
 } // namespace
+
+// Reads the deleted row's preserved attributes before the row goes, inside
+// the save's transaction.
+Result<void> PersistentStore::preserveForTombstone(ObjectID id, std::int64_t key,
+                                                   SaveResult& result) {
+    const auto& e = m_model->entity(id.entity);
+    std::string columns;
+    std::vector<std::size_t> attributes;
+    for (const auto& name : e.preservedOnDeletion) {
+        const auto index = e.propertyIndex(name); // an attribute, checked by finalize()
+        columns += (columns.empty() ? "" : ", ") + detail::sqlName(name);
+        attributes.push_back(index.value_or(0));
+    }
+    auto stmt = m_db->prepare(
+        fmt::format("SELECT {} FROM {} WHERE pk=?", columns, detail::sqlName(e.name)));
+    if (!stmt)
+        return std::unexpected(stmt.error());
+    StatementScope s(**stmt);
+    s->bindInt(1, key);
+    if (s->step() != SQLITE_ROW)
+        return {}; // already gone: nothing to keep
+    auto& values = result.preserved[id];
+    for (std::size_t i = 0; i < attributes.size(); ++i)
+        values.emplace_back(
+            e.preservedOnDeletion[i],
+            s->column(static_cast<int>(i), static_cast<int>(e.attributes[attributes[i]].type)));
+    return {};
+}
 
 // One transaction row and a change row per written object, inside the
 // save's own SQLite transaction.
@@ -66,6 +114,8 @@ Result<void> PersistentStore::recordHistory(const SaveRequest& request,
             s->bindText(5, changedNames(e, c->changed));
         if (s->step() != SQLITE_DONE)
             return std::unexpected(db.error("cannot record history"));
+        if (auto ok = recordTombstone(db, db.lastInsertRowid(), result.preserved, c->id); !ok)
+            return ok;
     }
     return {};
 }
@@ -117,7 +167,38 @@ PersistentStore::historyAfter(std::optional<HistoryToken> token) {
         });
     if (!ok)
         return std::unexpected(ok.error());
+    if (auto kept = readTombstones(token, out); !kept)
+        return std::unexpected(kept.error());
     return out;
+}
+
+// Adds the tombstones of the deletions in `out` (transactions after `token`,
+// in token order).
+Result<void> PersistentStore::readTombstones(std::optional<HistoryToken> token,
+                                             std::vector<HistoryTransaction>& out) {
+    auto next = out.begin();
+    return query(
+        "SELECT c.token, c.entity, c.key, t.name, t.value FROM _history_tombstone t "
+        "JOIN _history_change c ON c.id = t.change WHERE c.token > ? ORDER BY c.token, c.id, "
+        "t.rowid",
+        [&](Statement& s) { s.bindInt(1, token ? token->value : 0); },
+        [&](const Statement& s) {
+            const HistoryToken t{s.columnInt(0)};
+            while (next != out.end() && next->changes.token != t)
+                ++next;
+            const EntityDescription* e = m_model->entity(s.columnText(1));
+            if (next == out.end() || !e)
+                return;
+            const auto property = e->propertyIndex(s.columnText(3));
+            if (!property || !e->isAttribute(*property))
+                return;
+            const ObjectID id{e->index, s.columnInt(2)};
+            auto& tombstones = next->tombstones;
+            if (tombstones.empty() || tombstones.back().id != id)
+                tombstones.push_back({id, {}});
+            tombstones.back().values.emplace_back(
+                s.columnText(3), s.column(4, static_cast<int>(e->attributes[*property].type)));
+        });
 }
 
 Result<void> PersistentStore::deleteHistory(HistoryToken through) {
@@ -125,7 +206,9 @@ Result<void> PersistentStore::deleteHistory(HistoryToken through) {
     auto tx = Transaction::begin(*m_db);
     if (!tx)
         return std::unexpected(tx.error());
-    for (const char* sql : {"DELETE FROM _history_change WHERE token <= ?",
+    for (const char* sql : {"DELETE FROM _history_tombstone WHERE change IN "
+                            "(SELECT id FROM _history_change WHERE token <= ?)",
+                            "DELETE FROM _history_change WHERE token <= ?",
                             "DELETE FROM _history_transaction WHERE token <= ?"}) {
         auto stmt = m_db->prepare(sql);
         if (!stmt)

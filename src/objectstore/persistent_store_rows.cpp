@@ -252,6 +252,9 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
     };
 
     if (c.kind == ChangeKind::remove) {
+        if (m_options.historyTracking && !e.preservedOnDeletion.empty())
+            if (auto ok = preserveForTombstone(c.id, key, result); !ok)
+                return ok;
         auto stmt = db.prepare(fmt::format("DELETE FROM {} WHERE pk=?", sqlName(e.name)));
         if (!stmt)
             return std::unexpected(stmt.error());

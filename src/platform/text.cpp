@@ -1,6 +1,8 @@
 #include "platform/text.h"
 
 #include <fmt/format.h>
+#include <unicode/locid.h>
+#include <unicode/unistr.h>
 
 namespace tasket::platform {
 
@@ -67,6 +69,15 @@ void appendJsonString(std::string& out, std::string_view text, JsonSolidus solid
         ++i;
     }
     out += '"';
+}
+
+std::string lowercased(std::string_view text) {
+    std::string out;
+    icu::UnicodeString::fromUTF8(
+        icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())))
+        .toLower(icu::Locale::getRoot())
+        .toUTF8String(out);
+    return out;
 }
 
 } // namespace tasket::platform

@@ -1,5 +1,5 @@
 // Small text helpers shared by the writers and parsers of the project:
-// UTF-8 well-formedness and JSON string literals.
+// UTF-8 well-formedness, JSON string literals and lowercasing.
 #pragma once
 
 #include <cstddef>
@@ -22,5 +22,8 @@ enum class JsonSolidus { literal, escaped };
 /// Non-ASCII characters stay raw UTF-8.
 void appendJsonString(std::string& out, std::string_view text,
                       JsonSolidus solidus = JsonSolidus::literal);
+
+/// `text` (UTF-8) in lower case by the Unicode rules of the root locale.
+std::string lowercased(std::string_view text);
 
 } // namespace tasket::platform

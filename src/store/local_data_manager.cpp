@@ -4,6 +4,7 @@
 #include "platform/serial_queue.h"
 #include "platform/text_catalogue.h"
 #include "store/application_group.h"
+#include "store/modification_counter.h"
 #include "store/tk_data_model.h"
 
 #include <fmt/format.h>
@@ -115,6 +116,7 @@ std::shared_ptr<objectstore::PersistentContainer> LocalDataManager::openContaine
     description.options.remoteChangeNotifications = m_watchesOtherProcesses;
     description.options.historyTracking = true;
     container->persistentStoreDescriptions() = {description};
+    container->setWillSave(raiseModificationCounters);
 
     container->loadPersistentStores(
         [](const objectstore::StoreDescription&, const std::optional<platform::Error>& error) {

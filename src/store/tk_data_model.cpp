@@ -57,6 +57,10 @@ template <class Record> void describe(objectstore::Model& model) {
         const auto initial = defaultValue(a.type);
         entity.attributes.push_back(
             {std::string(a.name), a.type, objectstore::isNil(initial), initial, a.indexed});
+        // History keeps a deleted object's identifier, so the deletion can
+        // be passed on (to the cloud) after the row is gone.
+        if (a.indexed)
+            entity.preservedOnDeletion.push_back(std::string(a.name));
     }
     for (const auto& r : Schema::relationshipFields)
         entity.relationships.push_back({std::string(r.name), std::string(r.destination),

@@ -88,3 +88,44 @@ TEST(HistoryToken, ArchiveRoundTripsAndRejectsAnythingElse) {
     ASSERT_FALSE(garbage);
     EXPECT_NE(garbage.error().message.find("garbage.token"), std::string::npos);
 }
+
+// A deleted object leaves a tombstone with the attributes its entity
+// preserves, cascaded deletions included; pruning history prunes them too.
+TEST(HistoryTombstones, KeepThePreservedValuesOfDeletedObjects) {
+    TempDir dir;
+    auto store =
+        *PersistentStore::open(dir / "t.sqlite", makeTestModel(), StoreOptions{true, false});
+    auto c = ObjectContext::make(store, ConcurrencyType::mainQueue);
+    auto list = c->insertNewObject("List");
+    std::vector<ObjectPtr> items;
+    for (const char* title : {"kept", "cascaded"}) {
+        auto item = c->insertNewObject("Item");
+        item->setValue("title", std::string(title));
+        item->setValue("identifier", tasket::platform::Uuid::generate());
+        items.push_back(item);
+    }
+    items[1]->setToOne(items[1]->propertyIndex("list"), list);
+    ASSERT_SAVED(c);
+    const auto before = *store->currentHistoryToken();
+    const auto tombstone = [](const ObjectPtr& item) {
+        return Tombstone{
+            item->objectID(),
+            {{"identifier", item->value("identifier")}, {"title", item->value("title")}}};
+    };
+    const std::vector expected{tombstone(items[0]), tombstone(items[1])};
+
+    c->deleteObject(items[0]);
+    ASSERT_SAVED(c);
+    c->deleteObject(list); // the list preserves nothing; its cascaded item does
+    ASSERT_SAVED(c);
+    auto history = store->historyAfter(before);
+    ASSERT_TRUE(history);
+    ASSERT_EQ(history->size(), 2u);
+    EXPECT_EQ((*history)[0].tombstones, std::vector{expected[0]});
+    EXPECT_EQ((*history)[1].tombstones, std::vector{expected[1]});
+
+    ASSERT_TRUE(store->deleteHistory(*(*history)[0].changes.token));
+    history = store->historyAfter(std::nullopt);
+    ASSERT_EQ(history->size(), 1u);
+    EXPECT_EQ(history->front().tombstones, std::vector{expected[1]});
+}

@@ -137,3 +137,40 @@ TEST(LocalDataManager, EachRemoteChangeStartsOneHistoryRunOffThePostingThreadWhi
     ASSERT_TRUE(witnessRuns.waitFor(3));
     EXPECT_EQ(runs.count(), before);
 }
+
+// Every save that changes an object raises its counter by one, up to the
+// largest Int16; a background context of the container does the same, and
+// one whose hook was cleared (the cloud's) does not.
+TEST(LocalDataManager, SavesRaiseTheModificationCounter) {
+    TempDir dir;
+    auto manager = LocalDataManager::make(dir.path());
+    auto view = manager->viewContext();
+    auto task = view->insertNewObject("TK_Task");
+    auto idle = view->insertNewObject("TK_Tag");
+    ASSERT_TRUE(view->save());
+    const auto counter = [](const auto& object) {
+        return std::get<std::int64_t>(object->value("numberOfModifications"));
+    };
+    EXPECT_EQ(counter(task), 1);
+    struct Step {
+        std::int64_t before;
+        bool hook;
+        std::int64_t after;
+    };
+    for (const auto& step : {Step{1, true, 2}, Step{32'766, true, 32'767},
+                             Step{32'767, true, 32'767}, Step{5, false, 5}}) {
+        auto context = manager->newBackgroundContext();
+        if (!step.hook)
+            context->setWillSave({});
+        context->performAndWait([&] {
+            auto mine = *context->existingObject(task->objectID());
+            mine->setValue("numberOfModifications", step.before);
+            mine->setValue("title", std::to_string(step.before) + (step.hook ? "" : " from the cloud"));
+            ASSERT_TRUE(context->save());
+            ASSERT_TRUE(context->save()); // nothing changed: nothing raised
+            EXPECT_EQ(counter(mine), step.after) << step.before;
+        });
+    }
+    view->refresh(idle, false);
+    EXPECT_EQ(counter(idle), 1);
+}

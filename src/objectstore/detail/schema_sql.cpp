@@ -105,6 +105,10 @@ const std::string_view kEngineTables = R"(
         token INTEGER NOT NULL REFERENCES _history_transaction(token) ON DELETE CASCADE,
         entity TEXT NOT NULL, key INTEGER NOT NULL, type INTEGER NOT NULL, properties TEXT);
     CREATE INDEX IF NOT EXISTS _history_change_token ON _history_change(token);
+    CREATE TABLE IF NOT EXISTS _history_tombstone(
+        change INTEGER NOT NULL REFERENCES _history_change(id) ON DELETE CASCADE,
+        name TEXT NOT NULL, value);
+    CREATE INDEX IF NOT EXISTS _history_tombstone_change ON _history_tombstone(change);
     INSERT OR IGNORE INTO _meta(key, value) VALUES('identifier', NULL);
 )";
 

@@ -126,6 +126,12 @@ Result<void> Model::finalize() {
                 return fail(Errc::validation,
                             fmt::format("{}.{}: property name is empty, reserved or used twice",
                                         e.name, r.name));
+        for (const auto& kept : e.preservedOnDeletion)
+            if (std::none_of(e.attributes.begin(), e.attributes.end(),
+                             [&](const AttributeDescription& a) { return a.name == kept; }))
+                return fail(Errc::validation,
+                            fmt::format("{} preserves '{}', which is not one of its attributes",
+                                        e.name, kept));
     }
 
     for (auto& e : m_entities) {

@@ -71,6 +71,9 @@ struct EntityDescription {
     std::vector<AttributeDescription> attributes;
     std::vector<RelationshipDescription> relationships;
     std::vector<SortIndexDescription> sortIndexes{};
+    /// Attributes whose values persistent history keeps when an object is
+    /// deleted (its tombstone), so a reader can still name what went away.
+    std::vector<std::string> preservedOnDeletion{};
     /// Makes the object for a row of this entity (a typed record class);
     /// empty: a plain ManagedObject.
     std::function<std::shared_ptr<ManagedObject>()> makeObject;
