@@ -96,6 +96,8 @@ inline constexpr StorageKey kFocusFilterCategories{"Focus.Filter.Categories"};
 /// The cloud database: a libpq connection string or service name, never a
 /// password (libpq's password and service files hold those).
 inline constexpr StorageKey kCloudDatabaseConnection{"Cloud.Database.Connection"};
+/// Cloud sync is switched on (`tasket sync setup`).
+inline constexpr StorageKey kIsCloudSyncEnabled{"Is.Cloud.Sync.Enabled"};
 /// The history position processed last.
 inline constexpr StorageKey kPersistentHistoryToken{"Persistent.History.Token"};
 

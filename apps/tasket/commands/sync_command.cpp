@@ -1,13 +1,22 @@
 #include "tasket/commands/sync_command.h"
 
+#include "cloud/cloud_sync.h"
 #include "platform/cloud/postgres_cloud_database.h"
+#include "platform/date_text.h"
 #include "platform/json_writer.h"
+#include "rules/cloud_enumerations.h"
 #include "settings/customization_manager.h"
 #include "settings/settings_keys.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 namespace tasket::apps {
 namespace {
@@ -34,6 +43,73 @@ platform::Error unreachable(const std::string& connection, const platform::Cloud
             fmt::format("Cannot reach the cloud database ({}): {}", connection, error.message)};
 }
 
+// "Succeeded, 2026-11-23T03:20:00+01:00", or "Never Synced".
+std::string lastPass(const platform::PreferencesSuite& suite, std::string_view statusKey,
+                     std::string_view dateKey) {
+    const auto stored = suite.integerValue(statusKey).value_or(0);
+    const auto status = rules::fromStored<rules::TK_CloudSyncStatus>(stored).value_or(
+        rules::TK_CloudSyncStatus::none);
+    std::string text(rules::displayTitle(status));
+    if (const auto date = suite.dateValue(dateKey))
+        text += ", " + platform::isoDateTime(*date, platform::Calendar::current());
+    return text;
+}
+
+platform::Error syncFailure(const platform::CloudError& error) {
+    if (error.code == CloudErrorCode::notAuthenticated)
+        return {platform::Errc::permissionDenied,
+                fmt::format("The cloud refused the account: {}", error.message)};
+    if (const auto delay = cloud::retryDelay(error))
+        return {platform::Errc::unavailable,
+                fmt::format("Sync stopped ({}); nothing is lost, try again in {:g} s: {}",
+                            platform::cloudErrorName(error.code), *delay, error.message)};
+    return {
+        platform::Errc::unavailable,
+        fmt::format("Sync failed ({}): {}", platform::cloudErrorName(error.code), error.message)};
+}
+
+// While a long pass runs, a terminal sees how long it has been going; the
+// line is wiped when the pass ends.
+class ElapsedLine {
+  public:
+    ElapsedLine(std::ostream& out, bool isTerminal) : m_out(out) {
+        if (isTerminal)
+            m_thread = std::thread([this] { show(); });
+    }
+    ~ElapsedLine() {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_done = true;
+        }
+        m_wake.notify_all();
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+
+  private:
+    void show() {
+        const auto start = std::chrono::steady_clock::now();
+        std::unique_lock lock(m_mutex);
+        bool shown = false;
+        // Short passes finish before anything is drawn.
+        while (!m_wake.wait_for(lock, std::chrono::milliseconds(500), [this] { return m_done; })) {
+            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+                std::chrono::steady_clock::now() - start);
+            m_out << fmt::format("\rSyncing with the cloud database… {} s", seconds.count())
+                  << std::flush;
+            shown = true;
+        }
+        if (shown)
+            m_out << "\r\033[K" << std::flush;
+    }
+
+    std::ostream& m_out;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_done = false;
+    std::thread m_thread;
+};
+
 } // namespace
 
 const CommandInfo& SyncCommand::info() const {
@@ -47,9 +123,12 @@ const CommandInfo& SyncCommand::info() const {
                 "\"host=db.example.org dbname=tasket\", or \"service=tasket\" for an entry of\n"
                 "~/.pg_service.conf), prepares the server and switches syncing on. The\n"
                 "password never goes into the connection: libpq reads it from ~/.pgpass.\n"
-                "status shows the connection, the account and whether the server is set up;\n"
-                "with --json: {\"connection\", \"account\", \"isServerSetUp\", \"error\"}.\n"
-                "now uploads what waits for upload and fetches what changed elsewhere.",
+                "status shows the connection, the account, whether the server is set up\n"
+                "and how the last fetch and upload went; with --json: {\"connection\",\n"
+                "\"account\", \"isServerSetUp\", \"lastFetch\", \"lastUpload\", \"error\"}.\n"
+                "now fetches what changed elsewhere and uploads what waits for upload; on\n"
+                "a terminal a long pass shows how long it has run. It prints what it did;\n"
+                "with --json: {\"applied\", \"deletedLocally\", \"uploaded\", \"deletedInCloud\"}.",
         .showsStoredData = false,
     };
     return kInfo;
@@ -79,7 +158,7 @@ platform::Result<void> SyncCommand::run(CommandContext& context) {
     const std::string connection = suite.stringValue(keys::kCloudDatabaseConnection).value_or("");
 
     if (m_action == "status")
-        return status(context, connection);
+        return status(context, suite, connection);
     if (connection.empty())
         return platform::fail(platform::Errc::unavailable, std::string(kNotConfigured));
     auto container = platform::PostgresCloudContainer::open({.connection = connection});
@@ -88,14 +167,64 @@ platform::Result<void> SyncCommand::run(CommandContext& context) {
     if (m_action == "setup") {
         if (auto ready = (*container)->setUpServer(); !ready)
             return std::unexpected(unreachable(connection, ready.error()));
-        context.out << fmt::format("The cloud database is ready ({}, account {}).\n", connection,
-                                   (*container)->currentUser().value_or("?"));
+        if (auto on = suite.setValue(keys::kIsCloudSyncEnabled, true); !on)
+            return on;
+        context.out << fmt::format("The cloud database is ready ({}, account {}); sync is on.\n",
+                                   connection, (*container)->currentUser().value_or("?"));
         return {};
     }
-    return platform::fail(platform::Errc::unavailable, "sync now is not available yet");
+    if (!suite.boolValue(keys::kIsCloudSyncEnabled).value_or(false))
+        return platform::fail(platform::Errc::unavailable,
+                              "Cloud sync is off: run \"tasket sync setup\" to switch it on.");
+    return syncNow(context, std::move(*container), settings->appGroupSuite());
 }
 
-platform::Result<void> SyncCommand::status(CommandContext& context, const std::string& connection) {
+platform::Result<void>
+SyncCommand::syncNow(CommandContext& context,
+                     std::shared_ptr<platform::PostgresCloudContainer> container,
+                     std::shared_ptr<platform::PreferencesSuite> suite) {
+    auto store = openStoreForOneCommand();
+    const auto groupContainer = store->storeURL().parent_path();
+    auto manager =
+        std::make_shared<cloud::CloudDataManager>(std::move(container), std::move(suite));
+    cloud::CloudSync sync(std::move(store), manager, groupContainer, {.program = "tasket"});
+    platform::CloudResult<cloud::SyncReport> report;
+    {
+        const ElapsedLine progress(context.out, context.isTerminal && !context.json);
+        report = sync.syncNow();
+    }
+    if (!report)
+        return std::unexpected(syncFailure(report.error()));
+    if (context.json) {
+        context.out << platform::JsonWriter()
+                           .beginObject()
+                           .key("applied")
+                           .integer(static_cast<std::int64_t>(report->applied))
+                           .key("deletedLocally")
+                           .integer(static_cast<std::int64_t>(report->deletedLocally))
+                           .key("uploaded")
+                           .integer(static_cast<std::int64_t>(report->uploaded))
+                           .key("deletedInCloud")
+                           .integer(static_cast<std::int64_t>(report->deletedInCloud))
+                           .endObject()
+                           .finish()
+                           .value();
+        return {};
+    }
+    context.out << fmt::format("Synced: {} changes from the cloud ({} deletions), {} uploaded "
+                               "({} deletions).\n",
+                               report->applied + report->deletedLocally, report->deletedLocally,
+                               report->uploaded + report->deletedInCloud, report->deletedInCloud);
+    return {};
+}
+
+platform::Result<void> SyncCommand::status(CommandContext& context,
+                                           const platform::PreferencesSuite& suite,
+                                           const std::string& connection) {
+    const std::string lastFetch =
+        lastPass(suite, keys::kCloudFetchStatus, keys::kLastCloudFetchDate);
+    const std::string lastUpload =
+        lastPass(suite, keys::kCloudUploadStatus, keys::kLastCloudUploadDate);
     std::optional<std::string> account;
     std::optional<bool> isSetUp;
     std::string problem;
@@ -119,7 +248,7 @@ platform::Result<void> SyncCommand::status(CommandContext& context, const std::s
         account ? json.string(*account) : json.null();
         json.key("isServerSetUp");
         isSetUp ? json.boolean(*isSetUp) : json.null();
-        json.key("error");
+        json.key("lastFetch").string(lastFetch).key("lastUpload").string(lastUpload).key("error");
         problem.empty() ? json.null() : json.string(problem);
         context.out << json.endObject().finish().value();
         return {};
@@ -128,6 +257,7 @@ platform::Result<void> SyncCommand::status(CommandContext& context, const std::s
     if (account)
         context.out << fmt::format("account: {}\nserver: {}\n", *account,
                                    *isSetUp ? "set up" : "not set up (run \"tasket sync setup\")");
+    context.out << fmt::format("last fetch: {}\nlast upload: {}\n", lastFetch, lastUpload);
     if (!problem.empty())
         context.out << problem << "\n";
     return {};

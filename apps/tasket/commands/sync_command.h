@@ -7,7 +7,13 @@
 
 #include "tasket/command.h"
 
+#include <memory>
 #include <string>
+
+namespace tasket::platform {
+class PostgresCloudContainer;
+class PreferencesSuite;
+} // namespace tasket::platform
 
 namespace tasket::apps {
 
@@ -19,7 +25,11 @@ class SyncCommand final : public Command {
 
   private:
     [[nodiscard]] platform::Result<void> status(CommandContext& context,
+                                                const platform::PreferencesSuite& suite,
                                                 const std::string& connection);
+    [[nodiscard]] platform::Result<void>
+    syncNow(CommandContext& context, std::shared_ptr<platform::PostgresCloudContainer> container,
+            std::shared_ptr<platform::PreferencesSuite> suite);
 
     std::string m_action;
     std::string m_connection;
