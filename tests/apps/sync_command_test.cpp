@@ -1,6 +1,7 @@
 // tasket sync as a program against a real PostgreSQL server: what it says
 // when nothing is configured, when the setting is unsafe, when the server
-// is down, and that setup prepares the server it then reports.
+// is down; setup prepares the server it then reports, and now carries a
+// task from one device to another.
 #include "support/postgres_server.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
@@ -43,6 +44,18 @@ TEST(SyncCommand, SetupStatusAndWhatItRefuses) {
         EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
         EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
     }
+
+    // A second device of the same account receives what the first uploaded.
+    ASSERT_EQ(tasket(home, {"lists", "add", "Home"}).status, 0);
+    ASSERT_EQ(tasket(home, {"add", "Water plants", "--list", "Home"}).status, 0);
+    const ProgramRun uploaded = tasket(home, {"sync", "now"});
+    EXPECT_EQ(uploaded.status, 0) << uploaded.err;
+    EXPECT_NE(uploaded.out.find("Synced"), std::string::npos);
+    TempDir laptop;
+    ASSERT_EQ(tasket(laptop, {"sync", "setup", "--connection", alice}).status, 0);
+    const ProgramRun fetched = tasket(laptop, {"sync", "now", "--json"});
+    EXPECT_NE(fetched.out.find(R"("applied": 2)"), std::string::npos) << fetched.out << fetched.err;
+    EXPECT_NE(tasket(laptop, {"tasks"}).out.find("Water plants"), std::string::npos);
 
     server.stop();
     EXPECT_NE(tasket(home, {"sync", "status"}).out.find("Cannot reach the cloud database"),
