@@ -7,7 +7,9 @@ namespace tasket::store {
 void raiseModificationCounters(objectstore::ObjectContext& context) {
     auto raise = [](const objectstore::ObjectPtr& object) {
         const auto property = object->entityDescription().propertyIndex(kNumberOfModificationsKey);
-        if (!property)
+        // A save that sets the counter itself (an import, a copy received
+        // from elsewhere) keeps the value it set.
+        if (!property || object->isPropertyChanged(*property))
             return;
         const auto* current = std::get_if<std::int64_t>(&object->value(*property));
         const std::int64_t value = current ? *current : 0;

@@ -1,8 +1,9 @@
 // The modification counter every record carries (numberOfModifications):
 // each local save that changes an object raises it by one, saturating at the
 // largest Int16. The cloud compares counters to decide which copy of an
-// object wins, so only local edits raise it; a context that writes what it
-// received from the cloud clears its will-save hook.
+// object wins, so only local edits raise it: a save that sets the counter
+// itself keeps that value, and a context that writes what it received from
+// the cloud clears its will-save hook.
 #pragma once
 
 #include "objectstore/object_context.h"
@@ -16,8 +17,8 @@ inline constexpr std::string_view kNumberOfModificationsKey = "numberOfModificat
 inline constexpr std::int64_t kMaximumNumberOfModifications = 32'767;
 
 /// Raises the counter of every inserted or updated object of `context` whose
-/// entity has one (a will-save hook; LocalDataManager installs it on every
-/// context of its container).
+/// entity has one and whose counter the save does not set itself (a will-save hook;
+/// LocalDataManager installs it on every context of its container).
 void raiseModificationCounters(objectstore::ObjectContext& context);
 
 } // namespace tasket::store
