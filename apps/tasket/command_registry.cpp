@@ -15,6 +15,7 @@
 #include "tasket/commands/reminders_command.h"
 #include "tasket/commands/show_command.h"
 #include "tasket/commands/smart_lists_command.h"
+#include "tasket/commands/sync_command.h"
 #include "tasket/commands/tasks_command.h"
 #include "tasket/commands/version_command.h"
 
@@ -35,6 +36,7 @@ constexpr std::array kCommandTable{
     &make<FocusCommand>,      &make<EntitiesCommand>, &make<ExportCommand>,  &make<ImportCommand>,
     &make<RemindersCommand>,
     &make<CalendarsCommand>,
+    &make<SyncCommand>,
 };
 
 } // namespace

@@ -95,6 +95,11 @@ inline constexpr StorageKey kIsAuthenticationEnabled{"Is.Authentication.Enabled"
 inline constexpr StorageKey kFocusFilterCategories{"Focus.Filter.Categories"};
 /// The calendar sources of the mirror: vdir roots (paths) and CalDAV URLs.
 inline constexpr StorageKey kCalendarSources{"Calendar.Sources"};
+/// The cloud database: a libpq connection string or service name, never a
+/// password (libpq's password and service files hold those).
+inline constexpr StorageKey kCloudDatabaseConnection{"Cloud.Database.Connection"};
+/// Cloud sync is switched on (`tasket sync setup`).
+inline constexpr StorageKey kIsCloudSyncEnabled{"Is.Cloud.Sync.Enabled"};
 /// The history position processed last.
 inline constexpr StorageKey kPersistentHistoryToken{"Persistent.History.Token"};
 
