@@ -7,6 +7,7 @@
 #include "platform/notifications/desktop_notifications.h"
 #include "platform/notifications/wake_timer.h"
 #include "tasket-notifier/notifier_daemon.h"
+#include "tasket-notifier/reminder_actions.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -119,11 +120,11 @@ int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out
     }
 
     auto daemon = NotifierDaemon::make(
-        {.timer = **timer, .application = options.application, .log = err});
+        {.timer = **timer, .application = options.application, .log = err}, makeReminderActions);
     if (!daemon) {
         err << fmt::format("tasket-notifier: {}\n", daemon.error().message);
         return daemon.error().code == platform::Errc::conflict ? kExitTemporary
-                                                                : exitCodeFor(daemon.error().code);
+                                                               : exitCodeFor(daemon.error().code);
     }
     daemonPointer = daemon->get();
     (*daemon)->start();

@@ -11,10 +11,6 @@
 
 namespace tasket::apps {
 
-/// The daemon's name on the session bus; holding it makes this the one
-/// daemon of the session.
-inline constexpr std::string_view kNotifierBusName = "Lumenforge.QRX.Tasket.Notifier";
-
 /// Runs the program with `arguments` (without the program name) and
 /// returns its exit status (see --help).
 int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out,

@@ -16,9 +16,9 @@ namespace tasket::testing {
 NotificationServerRun::NotificationServerRun(std::filesystem::path folder)
     : m_folder(std::move(folder)) {
     std::filesystem::create_directories(m_folder);
-    m_session = startProgram("/usr/bin/dbus-run-session",
-                             {"--", NOTIFICATION_SERVER_BINARY, m_folder.string()},
-                             {.home = m_folder});
+    m_session =
+        startProgram("/usr/bin/dbus-run-session",
+                     {"--", NOTIFICATION_SERVER_BINARY, m_folder.string()}, {.home = m_folder});
     const auto ready = m_folder / "ready";
     for (int i = 0; i < 1000 && !std::filesystem::exists(ready); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -66,8 +66,8 @@ bool NotificationServerRun::waitForLines(std::string_view kind, std::size_t coun
 }
 
 namespace {
-void callServer(const std::string& address, const char* member, const char* types,
-                std::uint32_t id, const char* action) {
+void callServer(const std::string& address, const char* member, const char* types, std::uint32_t id,
+                const char* action) {
     sd_bus* bus = nullptr;
     sd_bus_error error = SD_BUS_ERROR_NULL;
     int r = sd_bus_new(&bus);
@@ -82,10 +82,9 @@ void callServer(const std::string& address, const char* member, const char* type
                                         "/org/freedesktop/Notifications",
                                         "tasket.test.NotificationServer", member, &error, nullptr,
                                         types, id, action)
-                   : sd_bus_call_method(bus, "org.freedesktop.Notifications",
-                                        "/org/freedesktop/Notifications",
-                                        "tasket.test.NotificationServer", member, &error, nullptr,
-                                        types, id);
+                   : sd_bus_call_method(
+                         bus, "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
+                         "tasket.test.NotificationServer", member, &error, nullptr, types, id);
     if (r < 0)
         ADD_FAILURE() << "cannot reach the test notification server: " << r;
     sd_bus_error_free(&error);

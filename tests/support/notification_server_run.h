@@ -30,8 +30,9 @@ class NotificationServerRun {
     /// The log's lines of one kind ("notify", "close", "badge"), split at tabs.
     [[nodiscard]] std::vector<std::vector<std::string>> lines(std::string_view kind) const;
     /// Waits until lines(kind) has at least `count` lines; true if it came.
-    [[nodiscard]] bool waitForLines(std::string_view kind, std::size_t count,
-                                    std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
+    [[nodiscard]] bool
+    waitForLines(std::string_view kind, std::size_t count,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
     /// The user clicking `action` on notification `id` (the server closes it too).
     void invoke(std::uint32_t id, const std::string& action) const;

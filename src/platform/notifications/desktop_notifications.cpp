@@ -84,8 +84,9 @@ Result<std::unique_ptr<DesktopNotifications>> DesktopNotifications::connect(Hand
         if (const int r = sd_bus_match_signal(connection->bus, slot, nullptr, kServerPath, kServer,
                                               member, callback, connection.get());
             r < 0)
-            return fail(Errc::unavailable, fmt::format("cannot listen for {} on the session bus: {}",
-                                                       member, std::strerror(-r)));
+            return fail(Errc::unavailable,
+                        fmt::format("cannot listen for {} on the session bus: {}", member,
+                                    std::strerror(-r)));
     return std::unique_ptr<DesktopNotifications>(new DesktopNotifications(std::move(connection)));
 }
 
@@ -95,8 +96,8 @@ Result<void> DesktopNotifications::ownName(std::string_view name) {
     if (r >= 0)
         return {};
     if (r != -EEXIST)
-        return fail(Errc::unavailable, fmt::format("cannot take the bus name {}: {}", wanted,
-                                                   std::strerror(-r)));
+        return fail(Errc::unavailable,
+                    fmt::format("cannot take the bus name {}: {}", wanted, std::strerror(-r)));
     std::string owner;
     sd_bus_creds* creds = nullptr;
     pid_t pid = 0;
@@ -104,15 +105,17 @@ Result<void> DesktopNotifications::ownName(std::string_view name) {
         sd_bus_creds_get_pid(creds, &pid) >= 0)
         owner = fmt::format(" (process {})", pid);
     sd_bus_creds_unref(creds);
-    return fail(Errc::conflict,
-                fmt::format("another instance already runs in this session{}: it holds the bus name {}",
-                            owner, wanted));
+    return fail(
+        Errc::conflict,
+        fmt::format("another instance already runs in this session{}: it holds the bus name {}",
+                    owner, wanted));
 }
 
 Result<std::uint32_t> DesktopNotifications::notify(const DesktopNotification& n) {
     sd_bus* bus = m_connection->bus;
     Message call;
-    int r = sd_bus_message_new_method_call(bus, &call.value, kServer, kServerPath, kServer, "Notify");
+    int r =
+        sd_bus_message_new_method_call(bus, &call.value, kServer, kServerPath, kServer, "Notify");
     if (r >= 0)
         r = sd_bus_message_append(call.value, "susss", n.appName.c_str(), n.replacesId,
                                   n.icon.c_str(), n.summary.c_str(), n.body.c_str());
@@ -143,8 +146,9 @@ Result<std::uint32_t> DesktopNotifications::notify(const DesktopNotification& n)
     Message reply;
     r = sd_bus_call(bus, call.value, 0, &error.value, &reply.value);
     if (r < 0)
-        return fail(Errc::unavailable, fmt::format("the notification server did not show \"{}\": {}",
-                                                   n.body, busError(r, &error.value)));
+        return fail(Errc::unavailable,
+                    fmt::format("the notification server did not show \"{}\": {}", n.body,
+                                busError(r, &error.value)));
     std::uint32_t id = 0;
     if (r = sd_bus_message_read(reply.value, "u", &id); r < 0)
         return fail(Errc::unavailable, "the notification server answered without an id");
@@ -157,8 +161,8 @@ Result<void> DesktopNotifications::close(std::uint32_t id) {
     const int r = sd_bus_call_method(m_connection->bus, kServer, kServerPath, kServer,
                                      "CloseNotification", &error.value, &reply.value, "u", id);
     if (r < 0)
-        return fail(Errc::unavailable, fmt::format("cannot close notification {}: {}", id,
-                                                   busError(r, &error.value)));
+        return fail(Errc::unavailable,
+                    fmt::format("cannot close notification {}: {}", id, busError(r, &error.value)));
     return {};
 }
 

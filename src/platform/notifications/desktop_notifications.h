@@ -40,7 +40,12 @@ struct DesktopNotification {
 };
 
 /// Why a notification closed; the protocol's numbers.
-enum class CloseReason : std::uint32_t { expired = 1, dismissed = 2, closedByCall = 3, undefined = 4 };
+enum class CloseReason : std::uint32_t {
+    expired = 1,
+    dismissed = 2,
+    closedByCall = 3,
+    undefined = 4
+};
 
 class DesktopNotifications {
   public:

@@ -1,14 +1,12 @@
 #include "platform/notifications/wake_timer.h"
 
-#include "platform/file_watch.h"
-
 #include <fmt/format.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 
@@ -17,12 +15,6 @@ namespace {
 constexpr time_t kFarFutureUnix = 4102444800; // 2100-01-01, within the kernel's range
 } // namespace
 
-// /etc/localtime is a symbolic link replaced by rename when the zone changes
-// (timedatectl set-timezone); the watch turns that into a readable eventfd.
-struct RealtimeWakeTimer::ZoneWatch {
-    std::unique_ptr<FileWatch> watch;
-};
-
 Result<std::unique_ptr<RealtimeWakeTimer>> RealtimeWakeTimer::make(Wake wake) {
     std::unique_ptr<RealtimeWakeTimer> timer(new RealtimeWakeTimer(std::move(wake)));
     timer->m_timer = ::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
@@ -30,7 +22,8 @@ Result<std::unique_ptr<RealtimeWakeTimer>> RealtimeWakeTimer::make(Wake wake) {
     if (timer->m_timer < 0 || timer->m_zoneEvent < 0)
         return fail(Errc::unavailable,
                     fmt::format("cannot make the wake-up timer: {}", std::strerror(errno)));
-    timer->m_zoneWatch = std::make_unique<ZoneWatch>();
+    // /etc/localtime is a symbolic link replaced by rename when the zone
+    // changes (timedatectl set-timezone); the watch makes the eventfd readable.
     const int zoneEvent = timer->m_zoneEvent;
     auto watch = FileWatch::start(
         {.file = "/etc/localtime",
@@ -42,7 +35,7 @@ Result<std::unique_ptr<RealtimeWakeTimer>> RealtimeWakeTimer::make(Wake wake) {
         });
     // Without /etc (a container) the zone comes from TZ alone and cannot change.
     if (watch)
-        timer->m_zoneWatch->watch = std::move(*watch);
+        timer->m_zoneWatch = std::move(*watch);
     timer->arm(std::nullopt);
     return timer;
 }
@@ -81,7 +74,8 @@ void RealtimeWakeTimer::handleReadable() {
     const auto r = ::read(m_timer, &expirations, sizeof expirations);
     if (r < 0 && errno == EAGAIN)
         return;
-    const WakeReason reason = r < 0 && errno == ECANCELED ? WakeReason::clockSet : WakeReason::alarm;
+    const WakeReason reason =
+        r < 0 && errno == ECANCELED ? WakeReason::clockSet : WakeReason::alarm;
     // A cancelled timer stays cancelled until set again; a fired alarm is spent.
     arm(reason == WakeReason::clockSet ? m_armed : std::nullopt);
     if (m_wake)

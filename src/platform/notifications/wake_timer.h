@@ -10,6 +10,7 @@
 #include "platform/calendar.h"
 #include "platform/date.h"
 #include "platform/error.h"
+#include "platform/file_watch.h"
 
 #include <functional>
 #include <memory>
@@ -55,14 +56,13 @@ class RealtimeWakeTimer final : public WakeTimer {
     void handleZoneReadable();
 
   private:
-    struct ZoneWatch;
     explicit RealtimeWakeTimer(Wake wake) : m_wake(std::move(wake)) {}
 
     Wake m_wake;
     int m_timer = -1;
     int m_zoneEvent = -1;
     std::optional<Date> m_armed;
-    std::unique_ptr<ZoneWatch> m_zoneWatch;
+    std::unique_ptr<FileWatch> m_zoneWatch;
 };
 
 /// A wall clock moved by hand, for tests: moving it past the alarm wakes
