@@ -22,8 +22,9 @@ constexpr std::string_view kApplicationName = "Tasket";
 
 // The fields of a task or subtask that a request is built from; a change to
 // any other field leaves its reminders as they are.
-constexpr std::array<std::string_view, 22> kReminderFields{
-    "id",
+constexpr std::array<std::string_view, 23> kReminderFields{
+    "taskID",
+    "subtaskID",
     "title",
     "isCompleted",
     "isArchived",

@@ -1,87 +1,112 @@
 #include "tasket-notifier/reminder_actions.h"
 
 #include "platform/notifications/session_lock.h"
+#include "platform/preferences/file_preferences_suite.h"
+#include "reminders/reminder_store.h"
+#include "settings/customization_manager.h"
+#include "settings/settings_keys.h"
 #include "store/lookup.h"
 #include "store/records.h"
 
 #include <fmt/format.h>
+
+#include <set>
 
 namespace tasket::apps {
 namespace {
 
 using platform::Result;
 
-constexpr std::string_view kStartDatePrefix = "start.Date.";
-constexpr std::string_view kMarkAsDone = "Lumenforge.QRX.Tasket.Notification.Action.markAsDone";
-constexpr std::string_view kRemindIn15Minutes =
-    "Lumenforge.QRX.Tasket.Notification.Action.Remind.In1.5Minutes";
-constexpr std::string_view kRemindIn1Hour =
-    "Lumenforge.QRX.Tasket.Notification.Action.Remind.In.1Hour";
-constexpr std::string_view kRemindTomorrow =
-    "Lumenforge.QRX.Tasket.Notification.Action.Remind.Tomorrow";
-
-// The record a request belongs to: its identifier without the start prefix.
-std::string_view recordIdentifier(std::string_view request) {
-    if (request.starts_with(kStartDatePrefix))
-        request.remove_prefix(kStartDatePrefix.size());
-    return request;
+// The record identifiers of the tasks and subtasks `changes` inserted or
+// updated, as `context` reads them.
+std::set<std::string> changedRecords(objectstore::ObjectContext& context,
+                                     const objectstore::ChangeSet& changes) {
+    std::set<std::string> identifiers;
+    const auto add = [&](const objectstore::ObjectID& id) {
+        const auto object = context.existingObject(id);
+        if (!object)
+            return;
+        if (const auto task = std::dynamic_pointer_cast<store::TK_Task>(*object))
+            identifiers.insert(task->taskID().value_or(""));
+        else if (const auto subtask = std::dynamic_pointer_cast<store::TK_Subtask>(*object))
+            identifiers.insert(subtask->subtaskID().value_or(""));
+    };
+    for (const auto& id : changes.inserted)
+        add(id);
+    for (const auto& updated : changes.updated)
+        add(updated.id);
+    identifiers.erase("");
+    return identifiers;
 }
 
-Result<> markAsDone(store::LocalDataManager& manager, std::string_view identifier) {
-    auto& context = *manager.viewContext();
-    if (auto task = store::findByIdentifier<store::TK_Task>(context, identifier))
-        (*task)->setIsCompleted(true);
-    else if (auto subtask = store::findByIdentifier<store::TK_Subtask>(context, identifier))
-        (*subtask)->setIsCompleted(true);
-    else
-        return platform::fail(
-            platform::Errc::notFound,
-            fmt::format("there is no task or subtask \"{}\" any more", identifier));
-    return context.save();
+// A deleted record can no longer be read, so its identifier is found the
+// other way round: the queued and shown reminders whose record is gone.
+std::set<std::string> goneRecords(objectstore::ObjectContext& context,
+                                  const platform::NotificationQueue& queue) {
+    std::set<std::string> named;
+    if (auto pending = queue.pendingNotificationRequests())
+        for (const auto& request : *pending)
+            named.insert(reminders::recordOfRequest(request.identifier).first);
+    if (auto delivered = queue.deliveredNotifications())
+        for (const auto& notification : *delivered)
+            named.insert(reminders::recordOfRequest(notification.request.identifier).first);
+    std::set<std::string> gone;
+    for (const auto& identifier : named)
+        if (!store::findByIdentifier<store::TK_Task>(context, identifier) &&
+            !store::findByIdentifier<store::TK_Subtask>(context, identifier))
+            gone.insert(identifier);
+    return gone;
 }
 
-// The trigger for `when`, read in `calendar`'s zone (seconds dropped).
-platform::CalendarTrigger triggerAt(platform::Date when, const platform::Calendar& calendar) {
-    const auto c = calendar.components(when);
-    return {.year = c.year, .month = c.month, .day = c.day, .hour = c.hour, .minute = c.minute};
-}
+struct Reminders {
+    NotifierDaemon& daemon;
+    std::shared_ptr<settings::CustomizationManager> settings;
 
-// The same request again, later: 15 minutes or an hour from now, or
-// tomorrow at the time of day it fired at (for an all-day date that is the
-// all-day reminder time it was scheduled with).
-Result<> snooze(platform::NotificationQueue& queue, platform::WakeTimer& timer,
-                platform::NotificationRequest request, std::string_view action) {
-    const auto calendar = timer.calendar();
-    const auto now = timer.now();
-    if (action == kRemindIn15Minutes) {
-        request.trigger = triggerAt(now.addingSeconds(15 * 60), calendar);
-    } else if (action == kRemindIn1Hour) {
-        request.trigger = triggerAt(now.addingSeconds(60 * 60), calendar);
-    } else {
-        auto tomorrow = calendar.components(calendar.addingDays(now, 1));
-        tomorrow.hour = request.trigger.hour;
-        tomorrow.minute = request.trigger.minute;
-        tomorrow.second = 0;
-        request.trigger = triggerAt(calendar.date(tomorrow), calendar);
+    // Made for each use, so that it reads dates in the zone in force then.
+    reminders::NotificationManager manager() const {
+        return reminders::NotificationManager(
+            daemon.queue(), daemon.timer().calendar(),
+            [settings = settings] { return settings->allDayReminderTime(); });
     }
-    return queue.addNotificationRequest(request);
-}
+};
 
 } // namespace
 
 ReminderActions makeReminderActions(NotifierDaemon& daemon) {
+    auto reminders =
+        std::make_shared<Reminders>(daemon, std::make_shared<settings::CustomizationManager>(
+                                                platform::FilePreferencesSuite::inConfigHome(
+                                                    std::string(settings::keys::kAppGroupSuite)),
+                                                platform::FilePreferencesSuite::inConfigHome(
+                                                    std::string(settings::keys::kStandardSuite))));
     return {
-        .rescheduleAll = nullptr,
-        .reschedule = nullptr,
-        .perform = [&daemon](const platform::NotificationRequest& request,
-                             std::string_view action) -> Result<> {
-            if (action == kMarkAsDone)
-                return markAsDone(*daemon.store(), recordIdentifier(request.identifier));
-            if (action == kRemindIn15Minutes || action == kRemindIn1Hour ||
-                action == kRemindTomorrow)
-                return snooze(daemon.queue(), daemon.timer(), request, action);
-            return platform::fail(platform::Errc::invalidArgument,
-                                  fmt::format("\"{}\" is not an action of a reminder", action));
+        .rescheduleAll = [reminders]() -> Result<> {
+            auto manager = reminders->manager();
+            if (auto registered = manager.registerCategories(); !registered)
+                return registered;
+            auto passed =
+                reminders::rescheduleAll(manager, *reminders->daemon.store()->viewContext());
+            return passed ? Result<>{} : std::unexpected(passed.error());
+        },
+        .reschedule = [reminders](const objectstore::ChangeSet& changes) -> Result<> {
+            auto& context = *reminders->daemon.store()->viewContext();
+            auto identifiers = changedRecords(context, changes);
+            if (!changes.deleted.empty())
+                identifiers.merge(goneRecords(context, reminders->daemon.queue()));
+            const std::vector<std::string> list(identifiers.begin(), identifiers.end());
+            auto manager = reminders->manager();
+            auto passed = reminders::updateReminders(manager, context, list);
+            return passed ? Result<>{} : std::unexpected(passed.error());
+        },
+        .perform = [reminders](const platform::NotificationRequest& request,
+                               std::string_view action) -> Result<> {
+            const auto response = reminders::responseOfAction(action);
+            if (!response)
+                return platform::fail(platform::Errc::invalidArgument,
+                                      fmt::format("\"{}\" is not an action of a reminder", action));
+            auto manager = reminders->manager();
+            return reminders::answer(manager, *reminders->daemon.store()->viewContext(), request,
+                                     *response, reminders->daemon.timer().now());
         },
         .sessionLocked = platform::sessionIsLocked,
     };
