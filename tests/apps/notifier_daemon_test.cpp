@@ -14,8 +14,11 @@
 #include "tasket-notifier/notifier_daemon.h"
 #include "tasket-notifier/reminder_actions.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <fstream>
 #include <future>
 #include <sstream>
 #include <thread>
@@ -250,6 +253,84 @@ TEST(NotifierProgram, TheSecondOfTwoDaemonsStartedAtOnceEndsSayingWhy) {
     EXPECT_NE(runs[0].err.find("another instance already runs in this session (process"),
               std::string::npos);
     EXPECT_EQ(runs[1].status, 128 + SIGKILL) << runs[1].err; // kept running until killed
+}
+
+// Waits until `file` exists and returns its first word.
+std::string awaitFile(const fs::path& file) {
+    for (int i = 0; i < 500 && !fs::exists(file); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::string word;
+    std::ifstream(file) >> word;
+    return word;
+}
+
+TEST(NotifierProgram, ARealNotificationServerShowsTheDueReminder) {
+    for (const char* program : {"/usr/bin/Xvfb", "/usr/bin/dunst", "/usr/bin/dunstctl"})
+        if (!fs::exists(program))
+            GTEST_SKIP() << program << " is not installed (scripts/bootstrap installs it)";
+    testing::TempDir dir;
+    const int number = 90 + ::getpid() % 500;
+    const std::string display = fmt::format(":{}", number);
+    const pid_t x =
+        testing::startProgram("/usr/bin/Xvfb", {display, "-nolisten", "tcp"}, {.home = dir.path()});
+    for (int i = 0; i < 500 && !fs::exists(fmt::format("/tmp/.X11-unix/X{}", number)); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // dunst in a session bus of its own, telling the test the bus and its process.
+    const pid_t session = testing::startProgram(
+        "/usr/bin/dbus-run-session",
+        {"--", "sh", "-c",
+         "echo $DBUS_SESSION_BUS_ADDRESS $$ > bus.part && mv bus.part bus && exec dunst"},
+        {.home = dir.path(), .environment = {"DISPLAY=" + display}});
+    const std::string address = awaitFile(dir / "bus");
+    std::ifstream in(dir / "bus");
+    std::string skipped;
+    pid_t dunst = 0;
+    in >> skipped >> dunst;
+    const testing::ProgramOptions options{
+        .home = dir.path(),
+        .environment = {"DBUS_SESSION_BUS_ADDRESS=" + address, "DISPLAY=" + display}};
+    const auto displayed = [&] {
+        return testing::runProgram("/usr/bin/dunstctl", {"count", "displayed"}, options);
+    };
+    bool serving = false;
+    for (int i = 0; i < 200 && !serving;
+         ++i, std::this_thread::sleep_for(std::chrono::milliseconds(25)))
+        serving = displayed().status == 0;
+
+    // The reminder is due this minute; the daemon shows it at once.
+    const auto group = testing::groupFolder(dir.path());
+    fs::create_directories(group);
+    auto queue = platform::NotificationQueue::open(group / "Notifications.sqlite");
+    const auto now = platform::Calendar::current().components(platform::Clock::shared().now());
+    platform::NotificationRequest request;
+    request.identifier = "T";
+    request.content.title = "Reminder";
+    request.content.body = "Water the plants";
+    request.trigger = {now.year, now.month, now.day, now.hour, now.minute};
+    ASSERT_TRUE((*queue)->addNotificationRequest(request));
+    auto notifierOptions = options;
+    notifierOptions.timeout = std::chrono::seconds(4);
+    auto notifier = std::async(std::launch::async, [&] {
+        return testing::runProgram(TASKET_NOTIFIER_BINARY, {}, notifierOptions);
+    });
+
+    std::string count;
+    for (int i = 0; i < 200 && count != "1\n";
+         ++i, std::this_thread::sleep_for(std::chrono::milliseconds(25)))
+        count = displayed().out;
+    EXPECT_TRUE(serving) << "dunst did not serve on its bus";
+    EXPECT_EQ(count, "1\n");
+    const auto run = notifier.get();
+    EXPECT_EQ(run.err, "");
+    auto delivered = (*queue)->delivered("T");
+    EXPECT_TRUE(delivered && *delivered && (*delivered)->serverID != 0);
+
+    // Ending dunst ends its session bus.
+    for (const pid_t pid : {dunst, x})
+        if (pid > 0)
+            ::kill(pid, SIGTERM);
+    for (const pid_t pid : {session, x})
+        ::waitpid(pid, nullptr, 0);
 }
 
 } // namespace
