@@ -306,8 +306,14 @@ void NotifierDaemon::actionInvoked(std::uint32_t serverID, const std::string& ac
     report(m_queue->removeDeliveredNotifications(std::span(&request.identifier, 1)),
            "cannot forget an answered reminder");
     if (needsUnlockedSession(request, action)) {
-        m_deferred.emplace_back(request, action);
-        return;
+        if (!m_unlockWatch)
+            m_unlockWatch = platform::SessionUnlockWatch::start(
+                [this] { platform::MainQueue::shared().post([this] { sessionUnlocked(); }); });
+        // Without a watch it could wait for ever: then it runs now.
+        if (m_unlockWatch) {
+            m_deferred.emplace_back(request, action);
+            return;
+        }
     }
     perform(request, action);
 }
@@ -327,6 +333,7 @@ bool NotifierDaemon::needsUnlockedSession(const platform::NotificationRequest& r
 }
 
 void NotifierDaemon::sessionUnlocked() {
+    m_unlockWatch.reset();
     auto deferred = std::exchange(m_deferred, {});
     for (const auto& [request, action] : deferred)
         perform(request, action);

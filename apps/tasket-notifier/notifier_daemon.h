@@ -15,6 +15,7 @@
 #include "platform/notification_center.h"
 #include "platform/notifications/desktop_notifications.h"
 #include "platform/notifications/notification_queue.h"
+#include "platform/notifications/session_lock.h"
 #include "platform/notifications/wake_timer.h"
 #include "store/local_data_manager.h"
 
@@ -82,8 +83,9 @@ class NotifierDaemon {
     [[nodiscard]] platform::DesktopNotifications* bus() const { return m_bus.get(); }
     /// The connection failed: drop it; the next wake-up tries again.
     void lostBus(const platform::Error& error);
-    /// The session was unlocked: runs the actions chosen while it was locked.
-    void sessionUnlocked();
+    /// While actions wait for the session to be unlocked: the watch that
+    /// hears it (its fd to poll, process() to call); null otherwise.
+    [[nodiscard]] platform::SessionUnlockWatch* unlockWatch() const { return m_unlockWatch.get(); }
     /// Pumps the main queue and the bus once, waiting up to `timeoutMs` for
     /// the bus (tests, and loops without other sources).
     void processEvents(int timeoutMs);
@@ -102,6 +104,7 @@ class NotifierDaemon {
     void actionInvoked(std::uint32_t serverID, const std::string& action);
     void closed(std::uint32_t serverID, platform::CloseReason reason);
     void perform(const platform::NotificationRequest& request, const std::string& action);
+    void sessionUnlocked();
     [[nodiscard]] bool needsUnlockedSession(const platform::NotificationRequest& request,
                                             std::string_view action) const;
     void showBadge();
@@ -119,6 +122,7 @@ class NotifierDaemon {
     std::map<std::string, std::uint32_t> m_shown;
     /// Actions chosen while the session was locked, run once it is unlocked.
     std::vector<std::pair<platform::NotificationRequest, std::string>> m_deferred;
+    std::unique_ptr<platform::SessionUnlockWatch> m_unlockWatch;
     int m_shownBadge = -1;
     bool m_saidNoBus = false;
     bool m_saidNoServer = false;

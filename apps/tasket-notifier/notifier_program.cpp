@@ -140,8 +140,9 @@ int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out
                                 {mainQueue.fd(), POLLIN, 0},
                                 {(*timer)->fd(), POLLIN, 0},
                                 {(*timer)->zoneFd(), POLLIN, 0}};
-        if (bus)
-            fds.push_back({bus->fd(), POLLIN, 0});
+        auto* unlockWatch = (*daemon)->unlockWatch();
+        fds.push_back({unlockWatch ? unlockWatch->fd() : -1, POLLIN, 0});
+        fds.push_back({bus ? bus->fd() : -1, POLLIN, 0});
         if (::poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR)
             break;
         if (fds[0].revents & POLLIN)
@@ -152,6 +153,8 @@ int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out
             (*timer)->handleReadable();
         if (fds[3].revents & POLLIN)
             (*timer)->handleZoneReadable();
+        if (unlockWatch && (fds[4].revents & POLLIN))
+            unlockWatch->process();
     }
     daemonPointer = nullptr;
     ::close(signals);
