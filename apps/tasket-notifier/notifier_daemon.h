@@ -81,8 +81,6 @@ class NotifierDaemon {
 
     /// The session bus, while connected; null without one.
     [[nodiscard]] platform::DesktopNotifications* bus() const { return m_bus.get(); }
-    /// The connection failed: drop it; the next wake-up tries again.
-    void lostBus(const platform::Error& error);
     /// While actions wait for the session to be unlocked: the watch that
     /// hears it (its fd to poll, process() to call); null otherwise.
     [[nodiscard]] platform::SessionUnlockWatch* unlockWatch() const { return m_unlockWatch.get(); }
@@ -97,6 +95,8 @@ class NotifierDaemon {
   private:
     explicit NotifierDaemon(Options options) : m_options(std::move(options)) {}
     [[nodiscard]] bool connectBus();
+    /// The connection failed: drop it; the next wake-up tries again.
+    void lostBus(const platform::Error& error);
     void deliverDue();
     void armNext();
     void queueChanged();

@@ -132,10 +132,12 @@ int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out
     for (;;) {
         platform::MainQueue::shared().pump();
         auto* bus = (*daemon)->bus();
+        // A bus that goes away ends the session; the next one starts a new daemon.
         if (bus)
-            if (auto processed = bus->process(); !processed)
-                (*daemon)->lostBus(processed.error());
-        bus = (*daemon)->bus();
+            if (auto processed = bus->process(); !processed) {
+                err << fmt::format("tasket-notifier: {}\n", processed.error().message);
+                return kExitUnavailable;
+            }
         std::vector<pollfd> fds{{signals, POLLIN, 0},
                                 {mainQueue.fd(), POLLIN, 0},
                                 {(*timer)->fd(), POLLIN, 0},

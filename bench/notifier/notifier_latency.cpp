@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <iostream>
 #include <thread>
 
@@ -37,8 +38,11 @@ int main(int argc, char** argv) {
     const auto queueFile = group / platform::NotificationQueue::kFileName;
     // The daemon in a session bus of its own, with no notification server:
     // scheduling does not need one.
-    const pid_t daemon = testing::startProgram(
-        "/usr/bin/dbus-run-session", {"--", fs::absolute(argv[1]).string()}, {.home = dir.path()});
+    // (It writes its process id, so that ending it ends its bus too.)
+    const pid_t session = testing::startProgram(
+        "/usr/bin/dbus-run-session",
+        {"--", "sh", "-c", "echo $$ > daemon.pid && exec \"$0\"", fs::absolute(argv[1]).string()},
+        {.home = dir.path()});
     for (int i = 0; i < 1000 && !fs::exists(queueFile); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -80,8 +84,11 @@ int main(int argc, char** argv) {
         }
         ms.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
     }
-    ::kill(daemon, SIGTERM);
-    ::waitpid(daemon, nullptr, 0);
+    pid_t daemon = 0;
+    std::ifstream(dir / "daemon.pid") >> daemon;
+    if (daemon > 0)
+        ::kill(daemon, SIGTERM);
+    ::waitpid(session, nullptr, 0);
     std::ranges::sort(ms);
     std::cout << fmt::format("commit -> pending over {} changes: min {:.1f} ms, median {:.1f} ms, "
                              "max {:.1f} ms\n",

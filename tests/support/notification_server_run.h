@@ -1,12 +1,12 @@
 // The test notification server (notification_server.cpp) in a private
-// session bus of its own, started for one test and stopped with it. The
-// test points its own process at the bus through DBUS_SESSION_BUS_ADDRESS,
-// reads what the server was shown, and clicks actions as a person would.
+// session bus of its own (dbus-run-session), started for one test and
+// stopped with it. The test points at the bus through
+// DBUS_SESSION_BUS_ADDRESS, reads what the server was shown, and clicks
+// actions as a person would.
 #pragma once
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -17,27 +17,17 @@ namespace tasket::testing {
 
 class NotificationServerRun {
   public:
-    /// Starts `dbus-run-session -- notification_server folder` and waits
-    /// until it serves; fails the test (ADD_FAILURE) when it does not.
+    /// Starts the server and waits until it serves (ADD_FAILURE when it does not).
     explicit NotificationServerRun(std::filesystem::path folder);
     ~NotificationServerRun();
     NotificationServerRun(const NotificationServerRun&) = delete;
     NotificationServerRun& operator=(const NotificationServerRun&) = delete;
 
-    [[nodiscard]] bool serving() const { return !m_address.empty(); }
     [[nodiscard]] const std::string& address() const { return m_address; }
-
     /// The log's lines of one kind ("notify", "close", "badge"), split at tabs.
     [[nodiscard]] std::vector<std::vector<std::string>> lines(std::string_view kind) const;
-    /// Waits until lines(kind) has at least `count` lines; true if it came.
-    [[nodiscard]] bool
-    waitForLines(std::string_view kind, std::size_t count,
-                 std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
-
     /// The user clicking `action` on notification `id` (the server closes it too).
     void invoke(std::uint32_t id, const std::string& action) const;
-    /// The user dismissing notification `id`.
-    void dismiss(std::uint32_t id) const;
 
   private:
     std::filesystem::path m_folder;
