@@ -88,15 +88,13 @@ NotifierDaemon::make(Options options, std::function<ReminderActions(NotifierDaem
     daemon->m_actions = actions(*daemon);
 
     NotifierDaemon* self = daemon.get();
-    if (daemon->m_options.followsStore) {
-        cloud::installHistoryProcessing(*daemon->m_store, "tasket-notifier",
-                                        [&log = daemon->m_options.log](const platform::Error& e) {
-                                            log << fmt::format(
-                                                "tasket-notifier: another program's changes to the "
-                                                "store were not followed: {}\n",
-                                                e.message);
-                                        });
-    }
+    cloud::installHistoryProcessing(
+        *daemon->m_store, "tasket-notifier",
+        [&log = daemon->m_options.log](const platform::Error& e) {
+            log << fmt::format(
+                "tasket-notifier: another program's changes to the store were not followed: {}\n",
+                e.message);
+        });
     // The view context tells of this program's saves and of the merges of
     // everyone else's alike.
     const auto& view = daemon->m_store->viewContext();

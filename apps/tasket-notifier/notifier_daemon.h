@@ -60,8 +60,6 @@ class NotifierDaemon {
         std::ostream& log;
         /// The group container; empty: this user's.
         std::filesystem::path groupContainer = {};
-        /// Whether another program's saves are followed (history reader).
-        bool followsStore = true;
     };
 
     /// Connects to the session bus and takes kNotifierBusName (fails with
