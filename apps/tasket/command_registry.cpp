@@ -11,6 +11,7 @@
 #include "tasket/commands/import_command.h"
 #include "tasket/commands/lists_command.h"
 #include "tasket/commands/lock_command.h"
+#include "tasket/commands/reminders_command.h"
 #include "tasket/commands/show_command.h"
 #include "tasket/commands/smart_lists_command.h"
 #include "tasket/commands/tasks_command.h"
@@ -31,6 +32,7 @@ constexpr std::array kCommandTable{
     &make<DoneCommand>,       &make<UndoneCommand>,   &make<EditCommand>,    &make<DeleteCommand>,
     &make<SmartListsCommand>, &make<ShowCommand>,     &make<VersionCommand>, &make<LockCommand>,
     &make<FocusCommand>,      &make<EntitiesCommand>, &make<ExportCommand>,  &make<ImportCommand>,
+    &make<RemindersCommand>,
 };
 
 } // namespace

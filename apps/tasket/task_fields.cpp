@@ -1,6 +1,7 @@
 #include "tasket/task_fields.h"
 
 #include "platform/date_text.h"
+#include "rules/enum_table.h"
 #include "tasket/named_objects.h"
 
 #include <CLI/CLI.hpp>
@@ -38,6 +39,14 @@ platform::Result<void> setDate(store::TK_Task& task, const DateSetters& fields,
     return {};
 }
 
+// The names of E's cases, for an option that takes one.
+template <class E> std::vector<std::string> caseNames() {
+    std::vector<std::string> names;
+    for (const auto& c : rules::caseTable<E>())
+        names.emplace_back(c.name);
+    return names;
+}
+
 } // namespace
 
 void TaskFields::addOptions(CLI::App& command, bool editing) {
@@ -59,6 +68,36 @@ void TaskFields::addOptions(CLI::App& command, bool editing) {
     auto* pin = command.add_flag("--pin", m_pin, "Pin the task");
     if (editing)
         command.add_flag("--unpin", m_unpin, "Unpin the task")->excludes(pin);
+
+    auto* remind = command
+                       .add_option("--remind", m_remind,
+                                   "Due date, written as for --due, with its reminder on")
+                       ->type_name("WHEN")
+                       ->excludes("--due");
+    auto* remindStart = command
+                            .add_option("--remind-start", m_remindStart,
+                                        "Start date, written as for --due, with its reminder on")
+                            ->type_name("WHEN")
+                            ->excludes("--start");
+    command
+        .add_option("--level", m_level,
+                    "How a reminder may interrupt: passive, active or timeSensitive (the reminders "
+                    "this command sets, else both)")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember(caseNames<rules::TK_ReminderInterruptionLevel>()));
+    command
+        .add_option("--repeat", m_repeat,
+                    "Repeat the reminder: daily, weekly, monthly, yearly, hourly, everyMinute, "
+                    "or none")
+        ->type_name("INTERVAL")
+        ->check(CLI::IsMember(caseNames<rules::TK_RepeatInterval>()));
+    command.add_option("--every", m_every, "Repeat every N intervals (with --repeat)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000000))
+        ->needs("--repeat");
+    command.add_flag("--no-remind", m_noRemind, "Switch both reminders off (the dates stay)")
+        ->excludes(remind)
+        ->excludes(remindStart);
 }
 
 platform::Result<void> TaskFields::apply(store::TK_Task& task, platform::Date now,
@@ -86,22 +125,45 @@ platform::Result<void> TaskFields::apply(store::TK_Task& task, platform::Date no
             return std::unexpected(found.error());
         status = *found;
     }
+    if ((m_remind && *m_remind == kNone) || (m_remindStart && *m_remindStart == kNone))
+        return platform::fail(
+            platform::Errc::invalidArgument,
+            "--remind and --remind-start take a date; --no-remind switches reminders off");
     using T = store::TK_Task;
-    if (m_due) {
+    const auto& due = m_remind ? m_remind : m_due;
+    const auto& start = m_remindStart ? m_remindStart : m_start;
+    if (due) {
         if (auto set = setDate(
                 task,
                 {&T::setIsRemindEnabled, &T::setDueDate, &T::setDueDateAndTime, &T::setIsAllDay},
-                *m_due, m_allDay, now, calendar);
+                *due, m_allDay, now, calendar);
             !set)
             return set;
     }
-    if (m_start) {
+    if (start) {
         if (auto set = setDate(task,
                                {&T::setIsStartDateRemindEnabled, &T::setStartDate,
                                 &T::setStartDateAndTime, &T::setIsStartDateAllDay},
-                               *m_start, m_allDay, now, calendar);
+                               *start, m_allDay, now, calendar);
             !set)
             return set;
+    }
+    if (m_level) {
+        const auto level = *rules::fromCaseName<rules::TK_ReminderInterruptionLevel>(*m_level);
+        if (due || !start)
+            task.setReminderInterruptionLevel(level);
+        if (start || !due)
+            task.setStartDateReminderInterruptionLevel(level);
+    }
+    if (m_repeat) {
+        const auto interval = *rules::fromCaseName<rules::TK_RepeatInterval>(*m_repeat);
+        task.setDoesRemindRepeat(interval != rules::TK_RepeatInterval::none);
+        task.setRepeatIntervalType(interval);
+        task.setRepeatFrequency(m_every.value_or(1));
+    }
+    if (m_noRemind) {
+        task.setIsRemindEnabled(false);
+        task.setIsStartDateRemindEnabled(false);
     }
     if (m_note)
         task.setNote(m_note->empty() ? std::nullopt : std::optional(*m_note));

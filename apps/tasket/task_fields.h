@@ -1,7 +1,9 @@
 // The options `tasket add` and `tasket edit` share, and writing them into
 // a task: its note, link, due and start dates (typed as people write them;
 // "none" clears one), whether those are all-day, tags, priority, status and
-// pin. A name that does not exist fails before anything is written.
+// pin, and the reminders: a due or start date with its reminder on, the
+// reminders' interruption level, their repetition, or both switched off.
+// A name that does not exist fails before anything is written.
 #pragma once
 
 #include "objectstore/object_context.h"
@@ -40,6 +42,12 @@ class TaskFields {
     std::optional<std::string> m_status;
     bool m_pin = false;
     bool m_unpin = false;
+    std::optional<std::string> m_remind;
+    std::optional<std::string> m_remindStart;
+    std::optional<std::string> m_level;
+    std::optional<std::string> m_repeat;
+    std::optional<int> m_every;
+    bool m_noRemind = false;
 };
 
 } // namespace tasket::apps

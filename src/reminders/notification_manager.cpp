@@ -184,6 +184,8 @@ template <class Reminders>
 Result<> NotificationManager::updateAll(std::span<const Reminders> records, bool alsoDelivered) {
     for (const auto& reminders : records) {
         const auto& record = recordOf(reminders);
+        if (record.id.empty())
+            continue; // nothing could name its requests
         const bool finished =
             record.isCompleted.value_or(false) || record.isArchived.value_or(false);
         for (auto kind : {ReminderKind::start, ReminderKind::due}) {

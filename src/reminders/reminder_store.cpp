@@ -2,6 +2,8 @@
 
 #include "store/lookup.h"
 
+#include <unordered_set>
+
 namespace tasket::reminders {
 
 namespace {
@@ -34,8 +36,8 @@ objectstore::FetchRequest fetchOf(std::string entity,
                                   std::vector<objectstore::Predicate> conditions) {
     objectstore::FetchRequest request(std::move(entity));
     request.predicate = objectstore::andPredicate(std::move(conditions));
-    request.sortDescriptors = {{"whenCreated", true}};
-    request.fetchBatchSize = 500;
+    // No order: the table is read front to back, where an order by creation
+    // would look every row up through the index, one page read each.
     return request;
 }
 
@@ -143,6 +145,31 @@ Result<PassCounts> updateReminders(NotificationManager& manager,
     return counts;
 }
 
+Result<PassCounts> refreshAll(NotificationManager& manager, objectstore::ObjectContext& context) {
+    std::vector<std::string> identifiers;
+    std::unordered_set<std::string> seen;
+    auto pending = manager.center().pendingNotificationRequests();
+    if (!pending)
+        return std::unexpected(pending.error());
+    for (const auto& request : *pending)
+        if (auto id = recordOfRequest(request.identifier).first; seen.insert(id).second)
+            identifiers.push_back(std::move(id));
+    for (std::string entity : {"TK_Task", "TK_Subtask"}) {
+        auto found = context.fetch(
+            fetchOf(entity, {parsed("isStartDateRemindEnabled = true OR isRemindEnabled = true")}));
+        if (!found)
+            return std::unexpected(found.error());
+        for (const auto& object : *found) {
+            auto id = entity == "TK_Task"
+                          ? static_cast<const store::TK_Task&>(*object).taskID()
+                          : static_cast<const store::TK_Subtask&>(*object).subtaskID();
+            if (id && seen.insert(*id).second)
+                identifiers.push_back(std::move(*id));
+        }
+    }
+    return updateReminders(manager, context, identifiers);
+}
+
 // ---- Answering a delivered reminder ----------------------------------------------------
 
 std::optional<ReminderResponse> responseOfAction(std::string_view actionIdentifier) {
@@ -170,7 +197,7 @@ NotificationRequest snoozed(const NotificationRequest& request, ReminderResponse
         at = calendar.components(now.addingSeconds(60 * 60));
         break;
     case ReminderResponse::remindTomorrow:
-    case ReminderResponse::markAsDone:
+    case ReminderResponse::markAsDone: // not a snooze; read as tomorrow
         at = calendar.components(calendar.addingDays(now, 1));
         at.hour = allDayTime ? allDayTime->hour : request.trigger.hour;
         at.minute = allDayTime ? allDayTime->minute : request.trigger.minute;
@@ -187,8 +214,12 @@ Result<> answer(NotificationManager& manager, objectstore::ObjectContext& contex
     std::shared_ptr<store::TK_Subtask> subtask;
     if (auto found = store::findByIdentifier<store::TK_Task>(context, recordID))
         task = *found;
+    else if (found.error().code != platform::Errc::notFound)
+        return std::unexpected(found.error());
     else if (auto foundSubtask = store::findByIdentifier<store::TK_Subtask>(context, recordID))
         subtask = *foundSubtask;
+    else if (foundSubtask.error().code != platform::Errc::notFound)
+        return std::unexpected(foundSubtask.error());
 
     if (response == ReminderResponse::markAsDone) {
         if (task)

@@ -26,7 +26,7 @@ inline constexpr std::string_view kReschedulePredicate =
 [[nodiscard]] TaskReminders taskReminders(const store::TK_Task& task);
 [[nodiscard]] SubtaskReminders subtaskReminders(const store::TK_Subtask& subtask);
 
-/// The fetches of the full pass, in the order of creation.
+/// The fetches of the full pass, in the store's own order.
 [[nodiscard]] objectstore::FetchRequest rescheduleTasksRequest();
 [[nodiscard]] objectstore::FetchRequest rescheduleSubtasksRequest();
 
@@ -47,6 +47,12 @@ struct PassCounts {
                                                  objectstore::ObjectContext& context,
                                                  std::span<const std::string> identifiers,
                                                  bool alsoDelivered = false);
+
+/// Brings the requests in line with the whole store (after an import, say):
+/// the per-record pass on every record with a reminder on, whatever its
+/// dates, and on every record a pending request names.
+[[nodiscard]] Result<PassCounts> refreshAll(NotificationManager& manager,
+                                            objectstore::ObjectContext& context);
 
 // ---- Answering a delivered reminder ----------------------------------------------------
 

@@ -72,7 +72,12 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
          {"Pay rent"}},
         {{"tasks", "--smart", "Nothing"}, kExitNoInput, {"there is no smart list \"Nothing\""}},
         {{"count", "--pending"}, 0, {"3\n"}},
+        // A due date turns its reminder on; the queue follows every write.
+        {{"reminders", "list"},
+         0,
+         {today + "T23:59:00+14:00\tdue\t{A}\tCall Ann", tomorrow + "T00:00:00+14:00\tdue\t{B}"}},
         {{"done", "{A}"}},
+        {{"reminders", "list"}, 0, {"{B}"}, {"{A}"}},
         {{"count", "--completed", "--json"}, 0, {"\"count\": 1"}},
         {{"tasks", "--pending"}, 0, {"Sleep", "Pay rent"}, {"Call Ann"}},
         {{"tasks", "--filter", "pinned"}, 0, {"Sleep\tHome"}, {"Call Ann", "Pay rent"}},
@@ -90,6 +95,25 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
         {{"tasks", "--list", "Work"}, 0, {"Pay rent now", "Call Ann"}, {"Sleep"}},
         {{"smart-lists"}, 0, {"Today\t1 tasks"}},
         {{"lists"}, 0, {"Home\t0 tasks", "Work\t2 tasks"}},
+        {{"reminders", "list"}, 0, {"{A}"}, {"{B}"}},
+        {{"add", "Wake", "--remind", tomorrow + "T07:15:59", "--remind-start", today, "--level",
+          "passive"},
+         0,
+         {},
+         {},
+         "R"},
+        // The all-day start fires at the all-day reminder time; seconds are dropped.
+        {{"reminders", "list", "--json"},
+         0,
+         {"\"identifier\": \"start.Date.{R}\"", "\"fireDate\": \"" + today + "T09:00:00+14:00\"",
+          "\"interruptionLevel\": \"passive\"", "\"identifier\": \"{R}\"",
+          "\"fireDate\": \"" + tomorrow + "T07:15:00+14:00\""}},
+        {{"reminders", "remove", "{R}"}},
+        {{"reminders", "list"}, 0, {"{A}"}, {"{R}"}},
+        {{"edit", "{R}", "--repeat", "weekly", "--every", "2"}},
+        {{"reminders", "list"}, 0, {"start\t{R}", "due\t{R}"}},
+        {{"edit", "{R}", "--no-remind"}},
+        {{"reminders", "list"}, 0, {"{A}"}, {"{R}"}},
     };
     std::map<std::string, std::string> captured;
     for (const Step& step : steps) {

@@ -8,6 +8,7 @@
 #include "share/shared_task.h"
 #include "store/lookup.h"
 #include "tasket/named_objects.h"
+#include "tasket/reminder_scheduling.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -41,13 +42,17 @@ const CommandInfo& AddCommand::info() const {
         .keyword = "add",
         .usage = "tasket add TITLE [--list NAME [--create-list]] [--note TEXT] [--url URL]\n"
                  "                  [--due WHEN] [--start WHEN] [--all-day] [--tag TAG]...\n"
-                 "                  [--priority P] [--status S] [--pin] [--json]",
+                 "                  [--priority P] [--status S] [--pin] [--json]\n"
+                 "                  [--remind WHEN] [--remind-start WHEN] [--no-remind]\n"
+                 "                  [--level LEVEL] [--repeat INTERVAL [--every N]]",
         .summary = "Add a task",
         .help = "Adds a task titled TITLE to the list named by --list (title or identifier),\n"
                 "else to your default list, else to your first list. A list that does not\n"
                 "exist is made only with --create-list. WHEN is an ISO 8601 date or date and\n"
                 "time in the local zone (2026-03-28, 2026-03-28T09:30), or today, tomorrow,\n"
-                "yesterday, +3d, +2w or a weekday name. Prints the new task's identifier;\n"
+                "yesterday, +3d, +2w or a weekday name. A date's reminder is scheduled for the\n"
+                "notification daemon (see \"tasket reminders\"); an all-day one fires at your\n"
+                "all-day reminder time. Prints the new task's identifier;\n"
                 "with --json, the task as \"tasket show --json\" prints it.",
     };
     return kInfo;
@@ -108,6 +113,8 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
         return applied;
     if (auto saved = share::saveContext(viewContext); !saved)
         return saved;
+    const std::string taskID[] = {task->taskID().value_or("")};
+    refreshReminders(viewContext, taskID, context.err);
     if (context.json) {
         platform::JsonWriter json;
         writeTask(json, reportTask(*task, localCalendar(), now));

@@ -1,6 +1,7 @@
 #include "tasket/commands/delete_command.h"
 
 #include "tasket/named_objects.h"
+#include "tasket/reminder_scheduling.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -48,10 +49,17 @@ platform::Result<void> DeleteCommand::run(CommandContext& context) {
         if (answer != "y" && answer != "Y" && answer != "yes")
             return platform::fail(platform::Errc::cancelled, "nothing deleted");
     }
-    for (const auto& task : *tasks)
+    // The tasks' and their subtasks' reminders go with them.
+    std::vector<std::string> gone;
+    for (const auto& task : *tasks) {
+        gone.push_back(task->taskID().value_or(""));
+        for (const auto& subtask : task->subtasks())
+            gone.push_back(subtask->subtaskID().value_or(""));
         viewContext.deleteObject(task);
+    }
     if (auto saved = viewContext.save(); !saved)
         return saved;
+    refreshReminders(viewContext, gone, context.err);
     if (context.json)
         context.out << fmt::format("{{\n  \"deleted\": {}\n}}\n", tasks->size());
     return {};

@@ -1,6 +1,7 @@
 #include "tasket/commands/done_command.h"
 
 #include "tasket/named_objects.h"
+#include "tasket/reminder_scheduling.h"
 #include "tasket/store_view.h"
 
 #include <CLI/CLI.hpp>
@@ -44,6 +45,7 @@ platform::Result<void> CompletionCommand::run(CommandContext& context) {
         task->setIsCompleted(m_completed);
     if (auto saved = viewContext.save(); !saved)
         return saved;
+    refreshReminders(viewContext, m_taskIDs, context.err);
     if (context.json)
         context.out << fmt::format("{{\n  \"changed\": {}\n}}\n", m_taskIDs.size());
     return {};

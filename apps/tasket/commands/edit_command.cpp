@@ -5,6 +5,7 @@
 #include "share/shared_task.h"
 #include "store/lookup.h"
 #include "tasket/named_objects.h"
+#include "tasket/reminder_scheduling.h"
 #include "tasket/store_view.h"
 #include "tasket/task_listing.h"
 
@@ -57,6 +58,7 @@ platform::Result<void> EditCommand::run(CommandContext& context) {
         return applied;
     if (auto saved = share::saveContext(viewContext); !saved)
         return saved;
+    refreshReminders(viewContext, std::span(&m_taskID, 1), context.err);
     const TaskReport report = reportTask(**task, localCalendar(), now);
     printTask(context.out, context.json, report);
     return {};

@@ -1,6 +1,7 @@
 #include "tasket/commands/import_command.h"
 
 #include "platform/json_writer.h"
+#include "tasket/reminder_scheduling.h"
 #include "tasket/store_view.h"
 #include "transfer/record_stream.h"
 #include "transfer/taskwarrior_import.h"
@@ -71,6 +72,8 @@ platform::Result<void> ImportCommand::run(CommandContext& context) {
     });
     if (!report)
         return std::unexpected(report.error());
+    if (!m_dryRun)
+        refreshAllReminders(*background, context.err);
 
     platform::JsonWriter json;
     json.beginObject().key("dryRun").boolean(m_dryRun).key("kinds").beginArray();

@@ -230,16 +230,16 @@ Result<> NotificationQueue::exec(std::string_view sql) const {
     return {};
 }
 
-/// Runs `body` with one statement, stepping it to the end; fails with the database's error.
-#define TASKET_STEP_TO_END(stmt)                                                                   \
-    do {                                                                                           \
-        int rc_;                                                                                   \
-        while ((rc_ = sqlite3_step(stmt)) == SQLITE_ROW) {                                         \
-        }                                                                                          \
-        if (rc_ != SQLITE_DONE) {                                                                  \
-            return std::unexpected(error("cannot change the notification queue"));                 \
-        }                                                                                          \
-    } while (false)
+Result<> NotificationQueue::run(sqlite3_stmt* stmt) const {
+    int rc = SQLITE_ROW;
+    while (rc == SQLITE_ROW) {
+        rc = sqlite3_step(stmt);
+    }
+    if (rc != SQLITE_DONE) {
+        return std::unexpected(error("cannot change the notification queue"));
+    }
+    return {};
+}
 
 Result<> NotificationQueue::write(const std::function<Result<>()>& body) {
     std::lock_guard lock(m_mutex);
@@ -257,6 +257,7 @@ Result<> NotificationQueue::write(const std::function<Result<>()>& body) {
     }
     if (!result) {
         (void)exec("ROLLBACK");
+        m_installed.reset();
     }
     return result;
 }
@@ -269,7 +270,17 @@ Result<> NotificationQueue::transaction(const std::function<Result<>()>& body) {
 
 Result<>
 NotificationQueue::setNotificationCategories(std::vector<NotificationCategory> categories) {
-    return write([&]() -> Result<> {
+    std::lock_guard lock(m_mutex);
+    std::ranges::sort(categories, {}, &NotificationCategory::identifier);
+    auto version = dataVersion();
+    if (!version) {
+        return std::unexpected(version.error());
+    }
+    if (m_installed == categories && m_installedAtVersion == *version) {
+        return {};
+    }
+    m_installed.reset();
+    auto written = write([&]() -> Result<> {
         if (auto cleared = exec("DELETE FROM category_actions; DELETE FROM categories"); !cleared) {
             return cleared;
         }
@@ -291,7 +302,9 @@ NotificationQueue::setNotificationCategories(std::vector<NotificationCategory> c
                 bindText(*category, 1, c.identifier);
                 sqlite3_bind_int64(*category, 2, c.options);
                 bindText(*category, 3, *intents.finish());
-                TASKET_STEP_TO_END(*category);
+                if (auto ran = run(*category); !ran) {
+                    return ran;
+                }
             }
             for (std::size_t i = 0; i < c.actions.size(); ++i) {
                 const auto& a = c.actions[i];
@@ -302,11 +315,18 @@ NotificationQueue::setNotificationCategories(std::vector<NotificationCategory> c
                 bindText(*action, 4, a.title);
                 sqlite3_bind_int64(*action, 5, a.options);
                 bindText(*action, 6, a.iconName);
-                TASKET_STEP_TO_END(*action);
+                if (auto ran = run(*action); !ran) {
+                    return ran;
+                }
             }
         }
         return {};
     });
+    if (written) {
+        m_installed = std::move(categories);
+        m_installedAtVersion = *version;
+    }
+    return written;
 }
 
 Result<std::vector<NotificationCategory>> NotificationQueue::notificationCategories() const {
@@ -364,7 +384,9 @@ Result<> NotificationQueue::addNotificationRequest(const NotificationRequest& re
         Reset reset{*stmt};
         sqlite3_bind_double(*stmt, 1, Clock::shared().now().secondsSinceReference);
         bindRequest(*stmt, 2, request);
-        TASKET_STEP_TO_END(*stmt);
+        if (auto ran = run(*stmt); !ran) {
+            return ran;
+        }
         return {};
     });
 }
@@ -448,7 +470,9 @@ NotificationQueue::removePendingNotificationRequests(std::span<const std::string
         for (const auto& identifier : identifiers) {
             Reset reset{*stmt};
             bindText(*stmt, 1, identifier);
-            TASKET_STEP_TO_END(*stmt);
+            if (auto ran = run(*stmt); !ran) {
+                return ran;
+            }
         }
         return {};
     });
@@ -515,7 +539,9 @@ Result<> NotificationQueue::removeDeliveredNotifications(std::span<const std::st
         for (const auto& identifier : identifiers) {
             Reset reset{*stmt};
             bindText(*stmt, 1, identifier);
-            TASKET_STEP_TO_END(*stmt);
+            if (auto ran = run(*stmt); !ran) {
+                return ran;
+            }
         }
         return {};
     });
@@ -534,7 +560,9 @@ Result<> NotificationQueue::setBadgeCount(int count) {
         }
         Reset reset{*stmt};
         sqlite3_bind_int(*stmt, 1, count);
-        TASKET_STEP_TO_END(*stmt);
+        if (auto ran = run(*stmt); !ran) {
+            return ran;
+        }
         return {};
     });
 }
@@ -580,7 +608,9 @@ NotificationQueue::takeDue(Date now, const Calendar& calendar) {
             if (at < startOfMinute(q.addedAt)) {
                 Reset reset{*remove};
                 sqlite3_bind_int64(*remove, 1, q.revision);
-                TASKET_STEP_TO_END(*remove);
+                if (auto ran = run(*remove); !ran) {
+                    return ran;
+                }
             } else if (at <= now) {
                 fire.emplace_back(at, std::move(q));
             }
@@ -632,12 +662,16 @@ Result<bool> NotificationQueue::recordDelivery(std::int64_t revision, std::uint3
             sqlite3_bind_int64(*insert, 1, revision);
             sqlite3_bind_int64(*insert, 2, serverID);
             sqlite3_bind_double(*insert, 3, at.secondsSinceReference);
-            TASKET_STEP_TO_END(*insert);
+            if (auto ran = run(*insert); !ran) {
+                return ran;
+            }
         }
         moved = sqlite3_changes(m_db) > 0;
         Reset reset{*remove};
         sqlite3_bind_int64(*remove, 1, revision);
-        TASKET_STEP_TO_END(*remove);
+        if (auto ran = run(*remove); !ran) {
+            return ran;
+        }
         return {};
     });
     if (!done) {

@@ -144,6 +144,8 @@ class NotificationQueue final : public UserNotificationCenter {
 
     [[nodiscard]] Result<sqlite3_stmt*> prepare(std::string_view sql) const;
     [[nodiscard]] Result<> exec(std::string_view sql) const;
+    /// Steps `stmt` to its end; fails with the database's error.
+    [[nodiscard]] Result<> run(sqlite3_stmt* stmt) const;
     [[nodiscard]] Result<> write(const std::function<Result<>()>& body);
     [[nodiscard]] Error error(std::string_view what) const;
     [[nodiscard]] Result<std::vector<Queued>> readPending(std::string_view where) const;
@@ -157,6 +159,11 @@ class NotificationQueue final : public UserNotificationCenter {
     std::filesystem::path m_path;
     mutable std::map<std::string, sqlite3_stmt*, std::less<>> m_statements;
     int m_transactionDepth = 0;
+    // The categories this connection installed last, and the data version
+    // then: while no other connection has committed, installing the same
+    // set again writes nothing.
+    std::optional<std::vector<NotificationCategory>> m_installed;
+    std::int64_t m_installedAtVersion = 0;
 };
 
 } // namespace tasket::platform

@@ -209,6 +209,13 @@ TEST_F(NotificationQueueTest, AnotherConnectionSeesCommitsAndAFailedTransactionL
     ASSERT_TRUE(m_queue->addNotificationRequest(request("b")));
     EXPECT_GT(*other->dataVersion(), before);
     ASSERT_EQ(other->pendingNotificationRequests()->size(), 1U);
+
+    // Installing the same set again still writes when another connection changed it meanwhile.
+    const NotificationCategory mine{"mine", {}, {}, 0};
+    ASSERT_TRUE(m_queue->setNotificationCategories({mine}));
+    ASSERT_TRUE(other->setNotificationCategories({{"theirs", {}, {}, 0}}));
+    ASSERT_TRUE(m_queue->setNotificationCategories({mine}));
+    EXPECT_EQ(*other->notificationCategories(), std::vector{mine});
     EXPECT_EQ(other->pendingNotificationRequests()->front().identifier, "b");
 }
 

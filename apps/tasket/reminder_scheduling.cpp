@@ -1,0 +1,60 @@
+#include "tasket/reminder_scheduling.h"
+
+#include "common/task_report.h"
+#include "reminders/reminder_store.h"
+#include "store/application_group.h"
+#include "tasket/store_view.h"
+
+#include <functional>
+
+namespace tasket::apps {
+
+platform::Result<ReminderScheduling> openReminderScheduling() {
+    auto queue = platform::NotificationQueue::open(store::applicationGroupContainerURL() /
+                                                   platform::NotificationQueue::kFileName);
+    if (!queue)
+        return std::unexpected(queue.error());
+    auto settings = openSettings();
+    auto manager = std::make_unique<reminders::NotificationManager>(
+        **queue, localCalendar(), [settings] { return settings->allDayReminderTime(); });
+    return ReminderScheduling{std::move(*queue), std::move(manager)};
+}
+
+namespace {
+
+// Runs `pass` in one queue transaction; the store is already saved, so a
+// failure is told on `err`.
+void runPass(const std::function<
+                 platform::Result<reminders::PassCounts>(reminders::NotificationManager&)>& pass,
+             std::ostream& err) {
+    auto scheduling = openReminderScheduling();
+    platform::Result<> done =
+        scheduling ? platform::Result<>{} : std::unexpected(scheduling.error());
+    if (done)
+        done = scheduling->queue->transaction([&]() -> platform::Result<> {
+            auto counts = pass(*scheduling->manager);
+            return counts ? platform::Result<>{} : std::unexpected(counts.error());
+        });
+    if (!done)
+        err << "tasket: the changes are saved, but their reminders were not scheduled: "
+            << done.error().message << '\n';
+}
+
+} // namespace
+
+void refreshReminders(objectstore::ObjectContext& context, std::span<const std::string> identifiers,
+                      std::ostream& err) {
+    if (identifiers.empty())
+        return;
+    runPass(
+        [&](auto& manager) { return reminders::updateReminders(manager, context, identifiers); },
+        err);
+}
+
+void refreshAllReminders(objectstore::ObjectContext& context, std::ostream& err) {
+    context.performAndWait([&] {
+        runPass([&](auto& manager) { return reminders::refreshAll(manager, context); }, err);
+    });
+}
+
+} // namespace tasket::apps

@@ -1,0 +1,37 @@
+// The reminder queue of the user's group container as the commands use it:
+// opened with a NotificationManager that reads the user's all-day reminder
+// time, and the per-record pass every write that changes reminder fields
+// runs, so the queue always matches the store.
+#pragma once
+
+#include "objectstore/object_context.h"
+#include "platform/notifications/notification_queue.h"
+#include "reminders/notification_manager.h"
+
+#include <memory>
+#include <ostream>
+#include <span>
+#include <string>
+
+namespace tasket::apps {
+
+struct ReminderScheduling {
+    std::unique_ptr<platform::NotificationQueue> queue;
+    std::unique_ptr<reminders::NotificationManager> manager;
+};
+
+/// Opens the queue in the group container (creating it when absent).
+[[nodiscard]] platform::Result<ReminderScheduling> openReminderScheduling();
+
+/// Runs the per-record pass for the tasks and subtasks `identifiers` name
+/// (deleted ones lose their requests), in one queue transaction. The store
+/// is already saved, so a failure is told on `err` rather than failing the
+/// command.
+void refreshReminders(objectstore::ObjectContext& context, std::span<const std::string> identifiers,
+                      std::ostream& err);
+
+/// The same for every record with a reminder on and every record a pending
+/// request names (after an import), on `context`'s queue.
+void refreshAllReminders(objectstore::ObjectContext& context, std::ostream& err);
+
+} // namespace tasket::apps
