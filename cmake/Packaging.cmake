@@ -31,8 +31,10 @@ add_custom_target(debian_changelog ALL DEPENDS ${changelog})
 install(FILES ${changelog} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/data/debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-# The PAM service file lives under /etc, so it is the administrator's to edit.
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/conffiles "/etc/pam.d/tasket\n")
+# The PAM service file and the notifier's autostart entry live under /etc,
+# so they are the administrator's to edit.
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/conffiles
+  "/etc/pam.d/tasket\n/etc/xdg/autostart/tasket-notifier.desktop\n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/debian/conffiles)
 
 include(CPack)

@@ -168,6 +168,7 @@ class PersistentStore {
     void prepareStatementTexts();
     // Rows (persistent_store_rows.cpp); the *Locked ones expect m_mutex held
     [[nodiscard]] Result<void> allocateKeys(const SaveRequest& request, SaveResult& result);
+    void announceCommit() const;
     [[nodiscard]] Result<void> writeRow(const ObjectChange& change, MergePolicy policy,
                                         SaveResult& result, bool& skipped);
     [[nodiscard]] Result<std::optional<Row>> loadRowLocked(ObjectID id);

@@ -3,7 +3,9 @@
 #include "objectstore/detail/sqlite.h"
 #include "objectstore/persistent_store.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -187,7 +189,20 @@ Result<SaveResult> PersistentStore::save(const SaveRequest& request) {
 
     if (auto ok = tx->commit(); !ok)
         return std::unexpected(ok.error());
+    announceCommit();
     return result;
+}
+
+// The last write to the journal can come before the commit is visible to
+// other connections (SQLite publishes it in the shared-memory index
+// afterwards), so another process's monitor, woken by that write, may read
+// an unchanged data_version and then hear nothing more. Closing the journal
+// once more after the commit wakes it again when the commit can be seen.
+// (The journal holds no locks, so this descriptor's close releases none.)
+void PersistentStore::announceCommit() const {
+    const auto journal = m_path.string() + "-wal";
+    if (const int fd = ::open(journal.c_str(), O_WRONLY | O_CLOEXEC); fd >= 0)
+        ::close(fd);
 }
 
 // Permanent keys for inserted objects, never reused: _keys remembers the
