@@ -8,6 +8,7 @@
 #include "platform/main_queue.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "rules/texts.h"
+#include "services/data_manager.h"
 #include "settings/settings_keys.h"
 #include "share/headless_share.h"
 #include "share/share_view_controller.h"
@@ -40,9 +41,10 @@ void report(std::ostream& err, std::string_view message) {
 class ShareSession {
   public:
     ShareSession(const ShareOptions& options, ShareProgramEnvironment& environment,
-                 std::unique_ptr<ShareForm> form, std::istream* promptInput, bool locked)
+                 std::unique_ptr<ShareForm> form, std::istream* promptInput,
+                 std::shared_ptr<services::AuthenticationManager> lock)
         : m_options(options), m_environment(environment), m_form(std::move(form)),
-          m_promptInput(promptInput), m_locked(locked) {}
+          m_promptInput(promptInput), m_locked(lock->isLocked()), m_lock(std::move(lock)) {}
 
     int run(platform::CommandLineShare share, std::string text) {
         auto localDataManager = store::LocalDataManager::make();
@@ -67,6 +69,11 @@ class ShareSession {
             });
         m_controller = std::make_unique<ShareViewController>(extensionContext, localDataManager,
                                                              customizationManager);
+        m_controller->setServices({
+            .dataManager = services::DataManager::open(localDataManager, customizationManager),
+            .authenticationManager = m_lock,
+            .cloudDataManager = nullptr, // the notifier daemon syncs what is saved here
+        });
         m_controller->shareManager()->setText(std::move(text));
         m_controller->loadForm(m_environment.imageConverter, [this](platform::Result<void> loaded) {
             didLoad(std::move(loaded));
@@ -186,6 +193,7 @@ class ShareSession {
     std::istream* m_promptInput;
     std::unique_ptr<ShareViewController> m_controller;
     bool m_locked;
+    std::shared_ptr<services::AuthenticationManager> m_lock;
     int m_status = kExitSuccess;
 };
 
@@ -270,7 +278,7 @@ int runShareProgram(std::span<const std::string> arguments, ShareProgramEnvironm
         promptInput = &terminal;
     }
 
-    ShareSession session(options, environment, std::move(form), promptInput, lock->isLocked());
+    ShareSession session(options, environment, std::move(form), promptInput, lock);
     return session.run(std::move(share), std::move(text));
 }
 

@@ -7,7 +7,10 @@
 // one saves without them. Use on the main queue.
 #pragma once
 
+#include "cloud/cloud_data_manager.h"
 #include "platform/published.h"
+#include "services/authentication_manager.h"
+#include "services/data_manager.h"
 #include "settings/customization_manager.h"
 #include "share/attachment_payload.h"
 #include "share/pending_saves.h"
@@ -38,20 +41,35 @@ class ShareToolbarModel {
         saveStarted,          // the save is queued and the form dismissed
     };
 
+    /// The managers beyond the store and settings; any may be null. After a
+    /// save, the data manager brings the new task's reminders and calendar
+    /// item up to date.
+    struct Services {
+        std::shared_ptr<services::DataManager> dataManager;
+        std::shared_ptr<services::AuthenticationManager> authenticationManager;
+        std::shared_ptr<cloud::CloudDataManager> cloudDataManager;
+    };
+
     /// Collaborators must not be null. `pendingSaves` learns of every save
     /// started and its outcome.
     ShareToolbarModel(std::shared_ptr<store::LocalDataFetchManager> localDataFetchManager,
                       std::shared_ptr<ShareManager> shareManager, Input input,
                       std::shared_ptr<settings::CustomizationManager> customizationManager,
                       std::shared_ptr<store::LocalDataManager> localDataManager,
-                      std::shared_ptr<PendingSaves> pendingSaves);
+                      std::shared_ptr<PendingSaves> pendingSaves, Services services = {});
 
     // ---- State, in field order -------------------------------------------------------
 
+    const std::shared_ptr<services::DataManager>& dataManager() const {
+        return m_services.dataManager;
+    }
     const std::shared_ptr<store::LocalDataFetchManager>& localDataFetchManager() const {
         return m_localDataFetchManager;
     }
     const std::shared_ptr<ShareManager>& shareManager() const { return m_shareManager; }
+    const std::shared_ptr<services::AuthenticationManager>& authenticationManager() const {
+        return m_services.authenticationManager;
+    }
     const platform::Published<bool>& isDonePremiumRequiredPresented() const {
         return m_isDonePremiumRequiredPresented;
     }
@@ -61,6 +79,9 @@ class ShareToolbarModel {
         return m_category;
     }
     bool isAddingAttachmentsWithoutPremium() const { return m_isAddingAttachmentsWithoutPremium; }
+    const std::shared_ptr<cloud::CloudDataManager>& cloudDataManager() const {
+        return m_services.cloudDataManager;
+    }
     const std::shared_ptr<settings::CustomizationManager>& customizationManager() const {
         return m_customizationManager;
     }
@@ -83,8 +104,6 @@ class ShareToolbarModel {
     void cancel();
 
   private:
-    // dataManager, authenticationManager and cloudDataManager join these
-    // once the form needs them.
     std::shared_ptr<store::LocalDataFetchManager> m_localDataFetchManager;
     std::shared_ptr<ShareManager> m_shareManager;
     platform::Published<bool> m_isDonePremiumRequiredPresented{false};
@@ -95,6 +114,7 @@ class ShareToolbarModel {
     std::shared_ptr<settings::CustomizationManager> m_customizationManager;
     std::shared_ptr<store::LocalDataManager> m_localDataManager;
 
+    Services m_services; // dataManager, authenticationManager, cloudDataManager
     std::shared_ptr<PendingSaves> m_pendingSaves;
     bool m_didShowPremiumRequired = false;
     bool m_didStartSave = false;

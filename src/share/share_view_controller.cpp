@@ -64,7 +64,7 @@ void ShareViewController::loadForm(const platform::ImageConverter& converter,
                     .category = m_category,
                     .isAddingAttachmentsWithoutPremium = m_input.isAddingAttachmentsWithoutPremium,
                 },
-                m_customizationManager, m_localDataManager, m_pendingSaves);
+                m_customizationManager, m_localDataManager, m_pendingSaves, m_services);
             m_picker = std::make_unique<ShareCategoryPickerModel>(
                 m_customizationManager->isExcludingCompletedTasks(), m_localDataFetchManager,
                 m_category, [this](const std::shared_ptr<store::TK_Category>& category) {

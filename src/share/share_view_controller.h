@@ -59,6 +59,8 @@ class ShareViewController {
     /// attachments have moved on to the toolbar.
     const SharedInput& input() const { return m_input; }
     ShareToolbarModel& toolbar() { return *m_toolbar; }
+    /// The managers the toolbar is given when the form loads.
+    void setServices(ShareToolbarModel::Services services) { m_services = std::move(services); }
     ShareCategoryPickerModel& picker() { return *m_picker; }
     const std::shared_ptr<store::LocalDataFetchManager>& localDataFetchManager() const {
         return m_localDataFetchManager;
@@ -92,6 +94,7 @@ class ShareViewController {
     std::shared_ptr<store::LocalDataFetchManager> m_localDataFetchManager;
     SharedInput m_input;
     std::unique_ptr<ShareToolbarModel> m_toolbar;
+    ShareToolbarModel::Services m_services;
     std::unique_ptr<ShareCategoryPickerModel> m_picker;
     platform::ObserverToken m_dismissObserver;
 };

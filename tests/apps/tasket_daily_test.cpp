@@ -192,8 +192,8 @@ TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
     EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
 }
 
-// Lists mirrored into a vdir folder: the tasks become .ics files that
-// todoman lists, and an edit made there by another calendar program, or a
+// Lists mirrored into a vdir folder: the tasks (a shared one at once) become
+// .ics files that todoman lists, and an edit made there by another calendar program, or a
 // task todoman made, comes back into the store.
 TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     tasket::testing::TempDir dir;
@@ -228,7 +228,11 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     std::filesystem::create_directories(dir / "config/todoman");
     std::ofstream(dir / "config/todoman/config.py")
         << "path = \"" << folder.string() << "/*\"\ndate_format = \"%Y-%m-%d\"\n";
+    // A share into the mirrored list is in the calendar as soon as it is saved.
+    run({"--yes", "--list", "Home", "--text", "Shared page", "https://example.org/p"},
+        TASKET_SHARE_BINARY);
     const auto listed = run({"--porcelain", "list"}, TODOMAN_BINARY);
+    EXPECT_NE(listed.find("\"summary\": \"Shared page\""), std::string::npos) << listed;
     EXPECT_NE(listed.find("\"summary\": \"Buy oat milk\""), std::string::npos) << listed;
     EXPECT_NE(listed.find("\"due\": 1795478400,"), std::string::npos) << listed; // 2026-11-24 UTC
     run({"new", "--list", "Home", "From todoman"}, TODOMAN_BINARY);

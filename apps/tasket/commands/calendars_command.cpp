@@ -1,8 +1,8 @@
 #include "tasket/commands/calendars_command.h"
 
-#include "platform/calendars/vdir_calendar_store.h"
 #include "platform/json_writer.h"
 #include "reminders/calendar_mirror.h"
+#include "reminders/calendar_sources.h"
 #include "settings/settings_catalog.h"
 #include "store/lookup.h"
 #include "tasket/store_view.h"
@@ -21,25 +21,6 @@ using platform::Errc;
 using rules::TK_CalendarType;
 using rules::TK_Database;
 using rules::TK_RemindersDatabaseType;
-
-// The calendar store over the vdir folders of "Calendar.Sources".
-platform::Result<std::shared_ptr<platform::CalendarStore>>
-openCalendarStore(const settings::CustomizationManager& customization) {
-    std::vector<std::filesystem::path> roots;
-    for (const auto& source : customization.value(settings::catalog::calendarSources)) {
-        if (source.find("://") != std::string::npos)
-            return platform::fail(Errc::unavailable,
-                                  fmt::format("the calendar source {} is a server; only vdir "
-                                              "folders can be used so far",
-                                              source));
-        roots.emplace_back(source);
-    }
-    if (roots.empty())
-        return platform::fail(Errc::invalidArgument,
-                              "there are no calendar sources: name a vdir folder with "
-                              "`tasket calendars sources FOLDER`");
-    return std::make_shared<platform::VdirCalendarStore>(std::move(roots));
-}
 
 std::string_view kindName(TK_CalendarType type) {
     return type == TK_CalendarType::reminder ? "reminders"
@@ -110,7 +91,7 @@ platform::Result<void> CalendarsCommand::run(CommandContext& context) {
         return {};
     }
 
-    auto calendarStore = openCalendarStore(customization);
+    auto calendarStore = reminders::openCalendarStore(customization);
     if (!calendarStore)
         return std::unexpected(calendarStore.error());
     reminders::CalendarMirror mirror(*calendarStore, view->customizationManager);
