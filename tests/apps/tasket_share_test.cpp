@@ -29,12 +29,9 @@ using tasket::store::TK_Category;
 using tasket::store::TK_Task;
 using tasket::testing::ProgramOptions;
 using tasket::testing::ProgramRun;
+using tasket::testing::writeFile;
 
 namespace {
-
-void writeFile(const std::filesystem::path& path, std::string_view content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
 
 bool contains(const std::string& text, std::string_view part) {
     return text.find(part) != std::string::npos;
