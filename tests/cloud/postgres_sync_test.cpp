@@ -27,6 +27,10 @@ struct Backend {
     std::function<std::function<std::shared_ptr<CloudContainer>(const std::string&)>()> open;
 };
 
+void PrintTo(const Backend& backend, std::ostream* out) {
+    *out << backend.name;
+}
+
 const Backend kBackends[] = {
     {"InMemory",
      [] {
