@@ -24,19 +24,10 @@
 namespace fs = std::filesystem;
 using namespace tasket::apps;
 using tasket::testing::ProgramRun;
+using tasket::testing::readFile;
+using tasket::testing::writeFile;
 
 namespace {
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void writeFile(const fs::path& path, std::string_view content) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
 
 // Every non-empty regular file under `folder` (the shared-memory index is
 // SQLite's, not the user's), by name.

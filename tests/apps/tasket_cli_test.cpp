@@ -33,10 +33,6 @@ ProgramRun runFrame(std::vector<std::string> arguments) {
     return {status, out.str(), err.str()};
 }
 
-bool contains(const std::string& text, std::string_view part) {
-    return text.find(part) != std::string::npos;
-}
-
 // Seeds two lists with a task each under `home`; returns what it printed
 // (one line per record: kind, identifier, title).
 std::string seedTwoLists(const std::filesystem::path& home) {
@@ -98,10 +94,10 @@ TEST(TasketCli, HelpVersionAndWrongCommandLines) {
             EXPECT_EQ(shown, c.expected.front());
         }
         for (const auto& part : c.expected)
-            EXPECT_TRUE(contains(shown, part)) << shown;
+            EXPECT_TRUE(shown.contains(part)) << shown;
         if (c.status != 0) {
             EXPECT_TRUE(shown.starts_with(c.expected.front())) << shown;
-            EXPECT_TRUE(contains(shown, "tasket --help")) << shown;
+            EXPECT_TRUE(shown.contains("tasket --help")) << shown;
         }
     }
 }
@@ -171,7 +167,7 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
             from = found == std::string::npos ? from : found;
         }
         for (const auto& text : c.absent)
-            EXPECT_FALSE(contains(output, text)) << output;
+            EXPECT_FALSE(output.contains(text)) << output;
     }
 }
 
@@ -207,11 +203,11 @@ TEST(TasketProgram, ShowsNothingStoredWhileLocked) {
             const ProgramRun run = runProgram(TASKET_BINARY, arguments, {.home = dir.path()});
             for (const auto& secret : secrets) {
                 const bool echoed = std::ranges::find(extra, secret) != extra.end();
-                EXPECT_TRUE(echoed || !contains(run.out + run.err, secret)) << run.out << run.err;
+                EXPECT_TRUE(echoed || !(run.out + run.err).contains(secret)) << run.out << run.err;
             }
             if (run.status == kExitLocked) {
                 ++gated;
-                EXPECT_TRUE(contains(run.err, "Tasket is Locked")) << run.err;
+                EXPECT_TRUE(run.err.contains("Tasket is Locked")) << run.err;
             } else {
                 EXPECT_EQ(run.status, kExitUsage) << run.err;
             }
@@ -239,7 +235,7 @@ TEST(TasketProgram, FocusSetByOneProcessIsFollowedByAnother) {
     EXPECT_TRUE(mainQueue.runUntil(
         [&] { return focus->categories().value() == std::vector<std::string>{workID}; }));
     const ProgramRun tasks = runProgram(TASKET_BINARY, {"tasks"}, {.home = dir.path()});
-    EXPECT_TRUE(contains(tasks.out, "Write report") && !contains(tasks.out, "Water plants"))
+    EXPECT_TRUE(tasks.out.contains("Write report") && !tasks.out.contains("Water plants"))
         << tasks.out;
 
     ASSERT_EQ(runProgram(TASKET_BINARY, {"focus", "clear"}, {.home = dir.path()}).status, 0);

@@ -29,16 +29,9 @@ using tasket::store::TK_Category;
 using tasket::store::TK_Task;
 using tasket::testing::ProgramOptions;
 using tasket::testing::ProgramRun;
+using tasket::testing::writeFile;
 
 namespace {
-
-void writeFile(const std::filesystem::path& path, std::string_view content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-bool contains(const std::string& text, std::string_view part) {
-    return text.find(part) != std::string::npos;
-}
 
 class TasketShareTest : public ::testing::Test {
   protected:
@@ -99,9 +92,9 @@ TEST_F(TasketShareTest, AWebLinkBecomesTheTasksLinkAndAFileWithoutThePaidTierIsL
     const ProgramRun run = share(
         {"--yes", "--json", "--text", "Read later", "notes.txt", "https://example.com/a%20b?x=1"});
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_TRUE(contains(run.out, "\"url\": \"https://example.com/a%20b?x=1\"")) << run.out;
-    EXPECT_TRUE(contains(run.out, "\"isAddingAttachmentsWithoutPremium\": true")) << run.out;
-    EXPECT_TRUE(contains(run.err, "Tasket Premium is Required")) << run.err;
+    EXPECT_TRUE(run.out.contains("\"url\": \"https://example.com/a%20b?x=1\"")) << run.out;
+    EXPECT_TRUE(run.out.contains("\"isAddingAttachmentsWithoutPremium\": true")) << run.out;
+    EXPECT_TRUE(run.err.contains("Tasket Premium is Required")) << run.err;
     const auto task = onlyTask();
     ASSERT_TRUE(task);
     EXPECT_EQ(task->url(), "https://example.com/a%20b?x=1");
@@ -158,7 +151,7 @@ TEST_F(TasketShareTest, APictureFromStandardInputIsStoredAsPNG) {
 TEST_F(TasketShareTest, ThePromptAsksForTheTextAndTheListAndCancelWritesNothing) {
     const ProgramRun cancelled = share({"https://example.com"}, "Some text\n\nn\n");
     EXPECT_EQ(cancelled.status, 1) << cancelled.err;
-    EXPECT_TRUE(contains(cancelled.err, "nothing was saved")) << cancelled.err;
+    EXPECT_TRUE(cancelled.err.contains("nothing was saved")) << cancelled.err;
     // Nor the list that was made for the empty store.
     EXPECT_TRUE(storedTasks().empty());
     readers.push_back(LocalDataManager::make(storeFile().parent_path()));
@@ -167,7 +160,7 @@ TEST_F(TasketShareTest, ThePromptAsksForTheTextAndTheListAndCancelWritesNothing)
     ASSERT_EQ(share({"--yes", "--text", "seed", "https://a.example"}).status, 0);
     const ProgramRun run = share({"https://b.example"}, "Typed 🙂 text\n1\ny\n");
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_TRUE(contains(run.err, "1. New Category (1 tasks)")) << run.err;
+    EXPECT_TRUE(run.err.contains("1. New Category (1 tasks)")) << run.err;
     bool found = false;
     for (const auto& task : storedTasks())
         found = found || (task->title() == "Typed 🙂 text" && task->url() == "https://b.example");
@@ -202,14 +195,14 @@ TEST_F(TasketShareTest, BadInputIsRefusedNamingItAndNothingIsWrittenWhenNothingI
         EXPECT_NE(run.status, 0);
         EXPECT_TRUE(c.status == 0 || run.status == c.status) << run.status;
         for (const auto& message : c.messages)
-            EXPECT_TRUE(contains(run.err, message)) << run.err;
+            EXPECT_TRUE(run.err.contains(message)) << run.err;
         EXPECT_TRUE(storedTasks().empty());
     }
 
     // With text, the rest is saved and the bad item is skipped.
     const ProgramRun run = share({"--yes", "--text", "Kept", "missing.txt", "https://ok.example"});
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_TRUE(contains(run.err, "missing.txt"));
+    EXPECT_TRUE(run.err.contains("missing.txt"));
     const auto task = onlyTask();
     ASSERT_TRUE(task);
     EXPECT_EQ(task->url(), "https://ok.example");
@@ -226,7 +219,7 @@ TEST_F(TasketShareTest, AnInvalidLinkBecomesTextNeverALinkAndUnicodeSurvives) {
 
     const ProgramRun refused = share({"https://example.com"}, std::string("a\0b\n", 4));
     EXPECT_NE(refused.status, 0);
-    EXPECT_TRUE(contains(refused.err, "NUL byte")) << refused.err;
+    EXPECT_TRUE(refused.err.contains("NUL byte")) << refused.err;
     EXPECT_EQ(storedTasks().size(), 1u);
 }
 
@@ -246,7 +239,7 @@ TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
             refusedArguments.insert(refusedArguments.begin(), "--yes");
         const ProgramRun refused = share(refusedArguments);
         EXPECT_EQ(refused.status, 64);
-        EXPECT_TRUE(contains(refused.err, message)) << refused.err;
+        EXPECT_TRUE(refused.err.contains(message)) << refused.err;
         EXPECT_FALSE(std::filesystem::exists(png));
     }
 
@@ -269,7 +262,7 @@ TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
     offscreen = false;
     const ProgramRun nothing = share({});
     EXPECT_EQ(nothing.status, 64);
-    EXPECT_TRUE(contains(nothing.err, "nothing to share")) << nothing.err;
+    EXPECT_TRUE(nothing.err.contains("nothing to share")) << nothing.err;
 }
 
 TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
@@ -329,9 +322,9 @@ TEST_F(TasketShareTest, AFailedSaveIsReportedAndExitsNonZero) {
     sqlite3_close(db);
     const ProgramRun run = share({"--yes", "--text", "Second", "https://example.org/2"});
     EXPECT_NE(run.status, 0);
-    EXPECT_TRUE(contains(run.err, "the task could not be saved")) << run.err;
-    EXPECT_TRUE(contains(run.err, "the disk said no")) << run.err;
-    EXPECT_FALSE(contains(run.out, "Saved")) << run.out;
+    EXPECT_TRUE(run.err.contains("the task could not be saved")) << run.err;
+    EXPECT_TRUE(run.err.contains("the disk said no")) << run.err;
+    EXPECT_FALSE(run.out.contains("Saved")) << run.out;
     EXPECT_EQ(storedTasks().size(), 1u);
 }
 
@@ -348,7 +341,7 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
         tasket::testing::runProgram(TASKET_SHARE_BINARY, {"--yes", "--image", "-"}, o);
     ::close(master);
     EXPECT_EQ(run.status, 64) << run.err;
-    EXPECT_TRUE(contains(run.err, "refusing to read picture bytes from a terminal")) << run.err;
+    EXPECT_TRUE(run.err.contains("refusing to read picture bytes from a terminal")) << run.err;
     EXPECT_FALSE(std::filesystem::exists(storeFile()));
 }
 
@@ -389,7 +382,7 @@ TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
         const ProgramRun run = share(c.arguments, c.input);
         EXPECT_EQ(run.status, c.status) << run.err;
         for (const char* list : {"Home", "Work"})
-            EXPECT_FALSE(contains(run.out + run.err, list)) << run.out << run.err;
+            EXPECT_FALSE((run.out + run.err).contains(list)) << run.out << run.err;
         EXPECT_EQ(storedTasks().size(), c.tasksAfter);
     }
     const QImage shot(QString::fromStdString(png.string()), "PNG");

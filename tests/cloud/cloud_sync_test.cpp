@@ -1,61 +1,26 @@
 // Cloud bookkeeping and sync over the in-memory cloud database: the retry
-// and counter rules, zone lookup, subscriptions, two accounts sharing a
-// list, and a fault script that fails requests in every retryable way.
-#include "cloud/cloud_sync.h"
+// and counter rules, zone lookup, subscriptions, and a fault script that
+// fails requests in every retryable way.
 #include "platform/clock.h"
 #include "platform/cloud/in_memory_cloud_container.h"
-#include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/settings_keys.h"
-#include "support/temp_dir.h"
+#include "support/cloud_device.h"
 
 #include <gtest/gtest.h>
 
 using namespace tasket::cloud;
 using namespace tasket::platform;
-using tasket::objectstore::ObjectPtr;
 using tasket::rules::TK_CloudDatabaseType;
+using tasket::testing::CloudDevice;
 namespace keys = tasket::settings::keys;
 
 namespace {
 
-// One account's device: its store, settings, container and sync.
-struct Device {
-    Device(std::shared_ptr<InMemoryCloudServer> server, const std::string& account) {
-        server->addAccount(account);
-        data->setWatchesOtherProcesses(false);
-        cloud = std::make_shared<CloudDataManager>(
-            std::make_shared<InMemoryCloudContainer>(server, account), settings);
-        sync = std::make_unique<CloudSync>(data, cloud, dir.path());
-    }
-    ObjectPtr add(const char* entity, const char* idKey, const std::string& id) {
-        auto object = data->viewContext()->insertNewObject(entity);
-        object->setValue(idKey, id);
-        object->setValue("title", id);
-        return object;
-    }
-    ObjectPtr find(const char* entity, const char* idKey, const std::string& id) {
-        auto objects = data->viewContext()->fetch(tasket::objectstore::FetchRequest(entity));
-        EXPECT_TRUE(objects) << objects.error().message;
-        for (const auto& object : objects.value_or(std::vector<ObjectPtr>{}))
-            if (object->value(idKey) == tasket::objectstore::Value{id})
-                return object;
-        return nullptr;
-    }
-    void save() { ASSERT_TRUE(data->viewContext()->save()); }
-    void syncOK() {
-        auto result = sync->syncNow();
-        ASSERT_TRUE(result) << result.error().message;
-        data->viewContext()->reset();
-    }
-
-    tasket::testing::TempDir dir;
-    std::shared_ptr<tasket::store::LocalDataManager> data =
-        tasket::store::LocalDataManager::make(dir.path());
-    std::shared_ptr<InMemoryPreferencesSuite> settings =
-        std::make_shared<InMemoryPreferencesSuite>("group");
-    std::shared_ptr<CloudDataManager> cloud;
-    std::unique_ptr<CloudSync> sync;
-};
+// One account's device on the test's in-memory cloud.
+CloudDevice device(const std::shared_ptr<InMemoryCloudServer>& server, const std::string& account) {
+    server->addAccount(account);
+    return CloudDevice(std::make_shared<InMemoryCloudContainer>(server, account));
+}
 
 class CloudSyncTest : public ::testing::Test {
   protected:
@@ -125,7 +90,7 @@ TEST(CloudRules, CounterDecidesTheUpload) {
 
 // A tie uploads nothing and leaves the queue; a higher counter uploads.
 TEST_F(CloudSyncTest, UploadOfOneObjectFollowsTheCounter) {
-    Device a(server, "alice");
+    CloudDevice a = device(server, "alice");
     ASSERT_TRUE(a.cloud->checkAccountStatus());
     const auto zone = a.cloud->setUpPrivateZone();
     ASSERT_TRUE(zone);
@@ -152,8 +117,8 @@ TEST_F(CloudSyncTest, UploadOfOneObjectFollowsTheCounter) {
 // Private unless isShared is true; a participant's zone is looked up among
 // the shared ones; nothing without a usable cloud.
 TEST_F(CloudSyncTest, ZoneOfACategory) {
-    Device a(server, "alice");
-    Device b(server, "bob");
+    CloudDevice a = device(server, "alice");
+    CloudDevice b = device(server, "bob");
     const std::string sharedName = std::string(kSharedZonePrefix) + ".C1";
     ASSERT_TRUE(a.cloud->checkAccountStatus());
     ASSERT_TRUE(a.cloud->container().privateDatabase().modifyZones({{sharedName, "alice"}}, {}));
@@ -192,7 +157,7 @@ TEST_F(CloudSyncTest, ZoneOfACategory) {
 
 // A subscription's flag is stored when it was made, and not when it failed.
 TEST_F(CloudSyncTest, SubscriptionFlags) {
-    Device a(server, "alice");
+    CloudDevice a = device(server, "alice");
     server->addFault({CloudRequestKind::modifySubscriptions, 1, 1, CloudErrorCode::zoneBusy,
                       std::nullopt, 0, ""});
     EXPECT_FALSE(a.cloud->setUpSubscription(TK_CloudDatabaseType::privateDatabase));
@@ -202,58 +167,6 @@ TEST_F(CloudSyncTest, SubscriptionFlags) {
     EXPECT_EQ(a.settings->boolValue(keys::kDidCreatePrivateDatabaseSubscription), true);
     EXPECT_EQ(a.settings->boolValue(keys::kDidCreateSharedDatabaseSubscription), true);
     EXPECT_EQ(requestsOf(CloudRequestKind::modifySubscriptions), 3U);
-}
-
-// A's tasks under a shared list reach B; the higher counter wins a
-// conflict; a deletion on one side reaches the other.
-TEST_F(CloudSyncTest, TwoAccountsShareAList) {
-    Device a(server, "alice");
-    Device b(server, "bob");
-    auto list = a.add("TK_Category", "categoryID", "C1");
-    list->setValue("isShared", true);
-    list->setValue("shareRole", std::int64_t{1});
-    for (const char* id : {"T1", "T2", "T3"}) {
-        auto task = a.add("TK_Task", "taskID", id);
-        task->setValue("isShared", true);
-        task->setToOne(task->propertyIndex("category"), list);
-    }
-    a.add("TK_Task", "taskID", "private");
-    a.save();
-    a.syncOK();
-    const CloudZoneID shared{std::string(kSharedZonePrefix) + ".C1", "alice"};
-    ASSERT_TRUE(a.cloud->container().saveShare({shared, "bob", CloudSharePermission::readWrite}));
-    b.syncOK();
-    auto t1 = b.find("TK_Task", "taskID", "T1");
-    ASSERT_NE(t1, nullptr);
-    EXPECT_EQ(b.find("TK_Task", "taskID", "private"), nullptr);
-    EXPECT_EQ(t1->toOne(t1->propertyIndex("category")), b.find("TK_Category", "categoryID", "C1"));
-    EXPECT_EQ(t1->value("shareRole"), tasket::objectstore::Value{std::int64_t{2}});
-
-    // B edits once, A twice: A's copy has the higher counter and wins.
-    t1->setValue("title", std::string("from bob"));
-    b.save();
-    b.syncOK();
-    for (const char* title : {"from alice", "from alice again"}) {
-        a.find("TK_Task", "taskID", "T1")->setValue("title", std::string(title));
-        a.save();
-    }
-    a.data->viewContext()->deleteObject(a.find("TK_Task", "taskID", "T2"));
-    a.save();
-    a.syncOK();
-    b.syncOK();
-    for (auto* device : {&a, &b}) {
-        EXPECT_EQ(device->find("TK_Task", "taskID", "T1")->value("title"),
-                  tasket::objectstore::Value{std::string("from alice again")});
-        EXPECT_EQ(device->find("TK_Task", "taskID", "T2"), nullptr);
-        EXPECT_NE(device->find("TK_Task", "taskID", "T3"), nullptr);
-    }
-    // B's deletion reaches A.
-    b.data->viewContext()->deleteObject(b.find("TK_Task", "taskID", "T3"));
-    b.save();
-    b.syncOK();
-    a.syncOK();
-    EXPECT_EQ(a.find("TK_Task", "taskID", "T3"), nullptr);
-    EXPECT_TRUE(a.cloud->notSynced(keys::kNotSyncedTasks).empty());
 }
 
 // Every retryable failure, with and without a retry-after, a connection lost
@@ -299,7 +212,7 @@ TEST_F(CloudSyncTest, FaultScript) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         server = std::make_shared<InMemoryCloudServer>();
-        Device a(server, "alice");
+        CloudDevice a = device(server, "alice");
         for (int i = 0; i < 10; ++i)
             a.add("TK_Task", "taskID", "T" + std::to_string(i));
         a.save();

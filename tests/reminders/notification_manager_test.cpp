@@ -2,6 +2,7 @@
 // reschedule over a real store, and the answers to a delivered reminder.
 #include "platform/notifications/in_memory_user_notification_center.h"
 #include "reminders/reminder_store.h"
+#include "support/notification_ids.h"
 #include "support/store_fixture.h"
 
 #include <gtest/gtest.h>
@@ -29,20 +30,29 @@ TaskReminders task(std::string id) {
     return t;
 }
 
-class RemindersTest : public ::testing::Test {
+// The manager over an in-memory center; a real store for the passes over records.
+class RemindersTest : public testing::StoreFixture {
   protected:
     platform::InMemoryUserNotificationCenter m_center;
     NotificationManager m_manager{m_center, kBerlin, [] { return settings::TimeOfDay{8, 15}; }};
 
     std::vector<std::string> pending() {
-        std::vector<std::string> out;
-        auto requests = m_center.pendingNotificationRequests();
-        for (const auto& r : *requests)
-            out.push_back(r.identifier);
-        return out;
+        return testing::identifiers(m_center.pendingNotificationRequests());
     }
     void update(std::vector<TaskReminders> tasks, bool alsoDelivered = false) {
         ASSERT_TRUE(m_manager.update(std::span<const TaskReminders>(tasks), alsoDelivered));
+    }
+    std::shared_ptr<store::TK_Task> add(objectstore::ObjectContext& context, std::string id,
+                                        std::optional<Date> start, std::optional<Date> due) {
+        auto t = store::TK_Task::insertNew(context);
+        t->setTaskID(std::move(id));
+        t->setIsStartDateRemindEnabled(start.has_value());
+        t->setStartDate(start);
+        t->setStartDateAndTime(start);
+        t->setIsRemindEnabled(true);
+        t->setDueDate(due);
+        t->setDueDateAndTime(due);
+        return t;
     }
 };
 
@@ -166,35 +176,7 @@ TEST_F(RemindersTest, TheCategoryIsRegisteredBeforeADueRequestWithItsActionsByte
               std::nullopt);
 }
 
-// ---- Over a real store ------------------------------------------------------------------
-
-class RemindersStoreTest : public testing::StoreFixture {
-  protected:
-    platform::InMemoryUserNotificationCenter m_center;
-    NotificationManager m_manager{m_center, kBerlin, [] { return settings::TimeOfDay{8, 15}; }};
-
-    std::shared_ptr<store::TK_Task> add(objectstore::ObjectContext& context, std::string id,
-                                        std::optional<Date> start, std::optional<Date> due) {
-        auto t = store::TK_Task::insertNew(context);
-        t->setTaskID(std::move(id));
-        t->setIsStartDateRemindEnabled(start.has_value());
-        t->setStartDate(start);
-        t->setStartDateAndTime(start);
-        t->setIsRemindEnabled(true);
-        t->setDueDate(due);
-        t->setDueDateAndTime(due);
-        return t;
-    }
-    std::vector<std::string> pending() {
-        std::vector<std::string> out;
-        auto requests = m_center.pendingNotificationRequests();
-        for (const auto& r : *requests)
-            out.push_back(r.identifier);
-        return out;
-    }
-};
-
-TEST_F(RemindersStoreTest, TheFullPassLeavesOutAStartAfterTheDueDateAndEveryRecordMissingADate) {
+TEST_F(RemindersTest, TheFullPassLeavesOutAStartAfterTheDueDateAndEveryRecordMissingADate) {
     auto context = newContext();
     add(*context, "both", at(2030, 5, 5, 9), at(2030, 5, 6, 9));
     add(*context, "start-after-due", at(2030, 5, 7, 9), at(2030, 5, 6, 9));
@@ -224,7 +206,7 @@ TEST_F(RemindersStoreTest, TheFullPassLeavesOutAStartAfterTheDueDateAndEveryReco
     EXPECT_EQ(pending(), (std::vector<std::string>{"both", "due-only", "start.Date.both", "sub"}));
 }
 
-TEST_F(RemindersStoreTest, MarkAsDoneCompletesTheRecordAndSnoozesKeepTheIdentifier) {
+TEST_F(RemindersTest, MarkAsDoneCompletesTheRecordAndSnoozesKeepTheIdentifier) {
     auto context = newContext();
     auto t = add(*context, "T", at(2030, 5, 5, 18, 40), at(2030, 5, 6, 9, 30));
     ASSERT_TRUE(context->save());

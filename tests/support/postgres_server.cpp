@@ -22,13 +22,6 @@ namespace {
 
 const std::filesystem::path kBinaries = "/usr/lib/postgresql/15/bin";
 
-std::string readAll(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // Forks and execs `argv` with output into `log`, as `uid`/`gid` when
 // `switchUser`; the child gets SIGINT should this process die. Only
 // async-signal-safe calls run in the child.
@@ -88,7 +81,7 @@ PostgresServer::PostgresServer() {
                "trust", "-E", "UTF8", "--no-locale", "--no-sync"},
               log, m_switchUser, m_uid, m_gid);
     if (const int status = waitFor(initdb); !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        throw std::runtime_error("initdb failed:\n" + readAll(log));
+        throw std::runtime_error("initdb failed:\n" + readFile(log));
     // The superuser is trusted; the two accounts give passwords.
     std::ofstream(m_data / "pg_hba.conf") << "local all postgres trust\n"
                                              "local all all scram-sha-256\n";
@@ -117,14 +110,14 @@ void PostgresServer::start() {
         int status = 0;
         if (::waitpid(m_pid, &status, WNOHANG) == m_pid) {
             m_pid = -1;
-            throw std::runtime_error("the server ended at start:\n" + readAll(log));
+            throw std::runtime_error("the server ended at start:\n" + readFile(log));
         }
         if (PQping(adminConnection().c_str()) == PQPING_OK)
             return;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     stop();
-    throw std::runtime_error("the server did not become ready:\n" + readAll(log));
+    throw std::runtime_error("the server did not become ready:\n" + readFile(log));
 }
 
 void PostgresServer::stop() {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <string_view>
 
 namespace tasket::testing {
 
@@ -19,6 +21,11 @@ class TempDir {
   private:
     std::filesystem::path m_path;
 };
+
+/// The whole content of a file, byte for byte (empty when it cannot be read).
+std::string readFile(const std::filesystem::path& path);
+/// Writes `content` as the whole file, byte for byte.
+void writeFile(const std::filesystem::path& path, std::string_view content);
 
 /// Sets an environment variable for the scope, restoring the old value.
 class ScopedEnv {

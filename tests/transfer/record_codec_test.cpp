@@ -1,5 +1,6 @@
 // The JSON form of the records against golden files written by hand, a
 // round trip over random records, and a strict decoder that names the key.
+#include "support/temp_dir.h"
 #include "transfer/record_codec.h"
 
 #include <gtest/gtest.h>
@@ -13,12 +14,7 @@
 namespace tasket::transfer {
 namespace {
 
-std::string readGolden(std::string_view name) {
-    std::ifstream in(std::string(TASKET_TRANSFER_DATA) + "/" + std::string(name) + ".json");
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+const std::filesystem::path kData = TASKET_TRANSFER_DATA;
 
 // Calls f(record type) for every record type.
 template <class F> void forEachKind(F&& f) {
@@ -30,7 +26,8 @@ template <class F> void forEachKind(F&& f) {
 TEST(RecordCodec, GoldenFilesDecodeAndEncodeByteForByte) {
     forEachKind([](auto kind) {
         using R = decltype(kind);
-        const std::string golden = readGolden(RecordTraits<R>::kName);
+        const std::string golden =
+            testing::readFile(kData / (std::string(RecordTraits<R>::kName) + ".json"));
         ASSERT_FALSE(golden.empty()) << RecordTraits<R>::kName;
         auto decoded = decode<R>(golden);
         ASSERT_TRUE(decoded) << decoded.error().message;
@@ -41,7 +38,8 @@ TEST(RecordCodec, GoldenFilesDecodeAndEncodeByteForByte) {
 }
 
 TEST(RecordCodec, GoldenTaskValues) {
-    const auto task = decode<TK_SharedTask>(readGolden("TK_SharedTask")).value();
+    const auto task =
+        decode<TK_SharedTask>(testing::readFile(kData / "TK_SharedTask.json")).value();
     EXPECT_EQ(task.title, "Café ☕ \"Plan\" 日本");
     EXPECT_EQ(task.url, "https://example.org/a/b?c=1");
     EXPECT_EQ(task.attachmentsData, (Bytes{0, 1, 2, 3, 4, 255}));
@@ -49,7 +47,8 @@ TEST(RecordCodec, GoldenTaskValues) {
     EXPECT_EQ(task.dueTime, std::nullopt);
     EXPECT_EQ(task.startTime->secondsSinceReference, 700045200.5);
     EXPECT_EQ(task.categorySortIndex, -4);
-    const auto folder = decode<TK_SharedFolder>(readGolden("TK_SharedFolder")).value();
+    const auto folder =
+        decode<TK_SharedFolder>(testing::readFile(kData / "TK_SharedFolder.json")).value();
     EXPECT_EQ(folder.tags, std::nullopt);
     EXPECT_EQ(folder.priorities, Strings{});
 }
@@ -60,7 +59,8 @@ TEST(RecordCodec, EachMissingKeyAndEachWrongTypeFailsNamingTheKey) {
     forEachKind([](auto kind) {
         using R = decltype(kind);
         simdjson::dom::parser parser;
-        const std::string golden = readGolden(RecordTraits<R>::kName);
+        const std::string golden =
+            testing::readFile(kData / (std::string(RecordTraits<R>::kName) + ".json"));
         const simdjson::dom::object object = parser.parse(golden).get_object().value();
         std::vector<std::pair<std::string, std::string>> members;
         for (const auto member : object)

@@ -20,19 +20,15 @@ namespace {
 using objectstore::Predicate;
 using objectstore::PredicateArgument;
 
-std::string readData(const std::string& name) {
-    std::ifstream in(std::string(TASKET_TRANSFER_DATA) + "/" + name);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+const std::filesystem::path kData = TASKET_TRANSFER_DATA;
 
 // The golden records, one file line each: a small store with every kind
 // and every kind of reference.
 std::string goldenFile() {
     std::string file;
     for (const auto& kind : kRecordKinds) {
-        auto record = decodeKind(kind.name, readData(std::string(kind.name) + ".json"));
+        auto record =
+            decodeKind(kind.name, testing::readFile(kData / (std::string(kind.name) + ".json")));
         file += recordLine(record.value()).value() + "\n";
     }
     return file;
@@ -88,7 +84,7 @@ TEST_F(RecordStore, ExportThenImportIntoAnEmptyStoreGivesTheSameObjects) {
     auto tasks = first->fetch(task).value();
     ASSERT_EQ(tasks.size(), 1u);
     EXPECT_EQ(encode(recordFrom<TK_SharedTask>(*tasks.front())).value(),
-              readData("TK_SharedTask.json"));
+              testing::readFile(kData / "TK_SharedTask.json"));
 
     testing::TempDir other;
     auto emptyStore =
@@ -149,12 +145,13 @@ TEST_F(RecordStore, ABadLineImportsNothing) {
 TEST_F(RecordStore, TaskwarriorExportGivesThePeerCounts) {
     auto context = newContext();
     auto importer = Importer::make(*context).value();
-    auto deleted = addTaskwarriorExport(importer, readData("taskwarrior_export.json"));
+    auto deleted =
+        addTaskwarriorExport(importer, testing::readFile(kData / "taskwarrior_export.json"));
     ASSERT_TRUE(deleted) << deleted.error().message;
     ASSERT_TRUE(importer.finish(false));
 
     simdjson::dom::parser parser;
-    const std::string metaText = readData("taskwarrior_export.json.meta.json");
+    const std::string metaText = testing::readFile(kData / "taskwarrior_export.json.meta.json");
     const auto meta = parser.parse(metaText).get_object().value();
     const auto now = platform::Date::fromUnix(meta["now"].get_double().value());
     auto count = [&](std::string_view format, std::vector<PredicateArgument> arguments) {

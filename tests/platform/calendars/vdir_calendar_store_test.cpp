@@ -16,13 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string read(const fs::path& file) {
-    std::ifstream in(file);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 std::set<fs::path> filesUnder(const fs::path& dir) {
     std::set<fs::path> files;
     for (const auto& entry : fs::recursive_directory_iterator(dir))
@@ -76,7 +69,7 @@ TEST(VdirCalendarStore, AnotherClientsItemIsReadUpdatedAndRemovedInPlace) {
     EXPECT_EQ(filesUnder(dir.path()), before);
 
     // What we wrote is read by libical itself, with the other client's property kept.
-    icalcomponent* root = icalparser_parse_string(read(folder / "theirs.ics").c_str());
+    icalcomponent* root = icalparser_parse_string(testing::readFile(folder / "theirs.ics").c_str());
     ASSERT_TRUE(root);
     icalcomponent* todo = icalcomponent_get_first_component(root, ICAL_VTODO_COMPONENT);
     ASSERT_TRUE(todo);
@@ -96,8 +89,8 @@ TEST(VdirCalendarStore, WritesTheLayoutOtherClientsRead) {
     CalendarInfo calendar{"", "Work", "#00FF00", CalendarEntityType::event, ""};
     ASSERT_TRUE(store.saveCalendar(calendar, true));
     const auto folder = dir / "root" / calendar.identifier;
-    EXPECT_EQ(read(folder / "displayname"), "Work");
-    EXPECT_EQ(read(folder / "color"), "#00FF00");
+    EXPECT_EQ(testing::readFile(folder / "displayname"), "Work");
+    EXPECT_EQ(testing::readFile(folder / "color"), "#00FF00");
 
     const auto day = [](int d) { return Calendar::current().date({2026, 11, d, 0, 0, 0, 0}); };
     CalendarItem event{.kind = CalendarEntityType::event,
@@ -107,7 +100,7 @@ TEST(VdirCalendarStore, WritesTheLayoutOtherClientsRead) {
                        .startDate = day(23),
                        .endDate = day(25)};
     ASSERT_TRUE(store.saveEvent(event, EventSpan::thisEvent, true));
-    const auto text = read(folder / (event.identifier + ".ics"));
+    const auto text = testing::readFile(folder / (event.identifier + ".ics"));
     EXPECT_NE(text.find("DTSTART;VALUE=DATE:20261123"), std::string::npos) << text;
     EXPECT_NE(text.find("DTEND;VALUE=DATE:20261126"), std::string::npos) << text;
 

@@ -10,14 +10,11 @@
 
 using namespace tasket::platform;
 using tasket::testing::TempDir;
+using tasket::testing::writeFile;
 
 namespace {
 
 const std::string kPngBytes("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
-
-void writeFile(const std::filesystem::path& path, std::string_view content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
 
 LoadedItem load(const ItemProvider& provider, std::string_view type) {
     auto loaded = provider.loadItem(type).get();

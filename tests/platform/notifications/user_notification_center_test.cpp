@@ -3,6 +3,7 @@
 #include "platform/clock.h"
 #include "platform/notifications/in_memory_user_notification_center.h"
 #include "platform/notifications/notification_queue.h"
+#include "support/notification_ids.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 namespace tasket::platform {
 namespace {
 
+using testing::identifiers;
 using testing::TempDir;
 
 NotificationRequest request(std::string identifier, CalendarTrigger trigger = {2030, 5, 6, 9, 30}) {
@@ -67,20 +69,10 @@ class UserNotificationCenterContract : public ::testing::TestWithParam<AdapterMa
     UserNotificationCenter& center() { return *m_adapter.center; }
 
     std::vector<std::string> pendingIdentifiers() {
-        std::vector<std::string> out;
-        auto pending = center().pendingNotificationRequests();
-        for (const auto& r : *pending) {
-            out.push_back(r.identifier);
-        }
-        return out;
+        return identifiers(center().pendingNotificationRequests());
     }
     std::vector<std::string> deliveredIdentifiers() {
-        std::vector<std::string> out;
-        auto delivered = center().deliveredNotifications();
-        for (const auto& d : *delivered) {
-            out.push_back(d.request.identifier);
-        }
-        return out;
+        return identifiers(center().deliveredNotifications());
     }
 };
 
@@ -161,12 +153,7 @@ class NotificationQueueTest : public ::testing::Test {
     std::unique_ptr<NotificationQueue> m_queue = *NotificationQueue::open(m_dir / "q.sqlite");
 
     std::vector<std::string> due(DateComponents at) {
-        std::vector<std::string> out;
-        auto due = m_queue->takeDue(m_berlin.date(at), m_berlin);
-        for (const auto& q : *due) {
-            out.push_back(q.request.identifier);
-        }
-        return out;
+        return identifiers(m_queue->takeDue(m_berlin.date(at), m_berlin));
     }
 };
 

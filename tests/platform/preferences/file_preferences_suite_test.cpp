@@ -15,22 +15,9 @@
 #include <sstream>
 
 using namespace tasket::platform;
+using tasket::testing::readFile;
 using tasket::testing::TempDir;
-
-namespace {
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view text) {
-    std::ofstream(path) << text;
-}
-
-} // namespace
+using tasket::testing::writeFile;
 
 // One owner-only document named after the suite, and two suites over it:
 // each write, even one that leaves the size unchanged a moment after the
