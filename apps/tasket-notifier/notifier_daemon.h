@@ -6,8 +6,9 @@
 // closes what other programs removed, and follows the store's changes made
 // by every program so that only the records whose reminder fields changed
 // are scheduled again. With cloud sync on, it also keeps the store in step
-// with the cloud database (see cloud_follower.h). Runs on the main queue's thread; the caller's
-// loop feeds it the bus, the timer and the main queue (see notifier_program.cpp).
+// with the cloud database (see cloud_follower.h). Runs on the main queue's
+// thread; the caller's loop feeds it the bus, the timer, the main queue and
+// the cloud database's pushes (see notifier_program.cpp).
 #pragma once
 
 #include "objectstore/change.h"

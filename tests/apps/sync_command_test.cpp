@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <thread>
@@ -63,10 +64,21 @@ TEST(SyncCommand, SetupStatusAndWhatItRefuses) {
     const ProgramRun fetched = tasket(laptop, {"sync", "now", "--json"});
     EXPECT_NE(fetched.out.find(R"("applied": 2)"), std::string::npos) << fetched.out << fetched.err;
     EXPECT_NE(tasket(laptop, {"tasks"}).out.find("Water plants"), std::string::npos);
+    // --sync fetches before the command.
+    TempDir tablet;
+    ASSERT_EQ(tasket(tablet, {"sync", "setup", "--connection", alice}).status, 0);
+    EXPECT_NE(tasket(tablet, {"tasks", "--sync"}).out.find("Water plants"), std::string::npos);
 
     server.stop();
     EXPECT_NE(tasket(home, {"sync", "status"}).out.find("Cannot reach the cloud database"),
               std::string::npos);
+    // A server that is down costs --sync one line of warning, not the command.
+    const ProgramRun offline = tasket(home, {"tasks", "--sync"});
+    EXPECT_EQ(offline.status, 0) << offline.err;
+    EXPECT_NE(offline.out.find("Water plants"), std::string::npos);
+    EXPECT_TRUE(offline.err.starts_with("tasket: warning: not synced:") &&
+                std::ranges::count(offline.err, '\n') == 1)
+        << offline.err;
     const ProgramRun down = tasket(home, {"sync", "setup"});
     EXPECT_EQ(down.status, 69);
     EXPECT_NE(down.err.find("Cannot reach"), std::string::npos) << down.err;
