@@ -174,8 +174,6 @@ void NotifierDaemon::report(const Result<>& result, std::string_view what) {
 }
 
 void NotifierDaemon::start() {
-    if (m_cloud)
-        m_cloud->start();
     if (auto delivered = m_queue->deliveredNotifications())
         for (const auto& notification : *delivered)
             if (auto found = m_queue->delivered(notification.request.identifier); found && *found)
@@ -185,6 +183,9 @@ void NotifierDaemon::start() {
     deliverDue();
     armNext();
     showBadge();
+    // After the reminders, which never wait for the cloud database.
+    if (m_cloud)
+        m_cloud->start();
 }
 
 void NotifierDaemon::wake(platform::WakeReason) {
