@@ -88,6 +88,12 @@ NotifierDaemon::make(Options options, std::function<ReminderActions(NotifierDaem
     daemon->m_actions = actions(*daemon);
 
     NotifierDaemon* self = daemon.get();
+    // Before history is read, so that none is purged before the sync reads it.
+    daemon->m_cloud = CloudFollower::make({.store = daemon->m_store,
+                                           .groupContainer = container,
+                                           .timer = daemon->m_options.timer,
+                                           .log = daemon->m_options.log,
+                                           .rearm = [self] { self->armNext(); }});
     cloud::installHistoryProcessing(
         *daemon->m_store, "tasket-notifier",
         [&log = daemon->m_options.log](const platform::Error& e) {
@@ -177,9 +183,14 @@ void NotifierDaemon::start() {
     deliverDue();
     armNext();
     showBadge();
+    // After the reminders, which never wait for the cloud database.
+    if (m_cloud)
+        m_cloud->start();
 }
 
 void NotifierDaemon::wake(platform::WakeReason) {
+    if (m_cloud)
+        m_cloud->wake();
     deliverDue();
     armNext();
 }
@@ -243,7 +254,10 @@ void NotifierDaemon::armNext() {
     auto next = m_queue->nextFireDate(timer.now(), timer.calendar());
     if (!next)
         return report(std::unexpected(next.error()), "cannot read the queued reminders");
-    timer.arm(*next);
+    auto wakeAt = *next;
+    if (const auto cloudWake = m_cloud ? m_cloud->nextWake() : std::nullopt)
+        wakeAt = wakeAt ? std::min(*wakeAt, *cloudWake) : *cloudWake;
+    timer.arm(wakeAt);
 }
 
 void NotifierDaemon::showBadge() {
@@ -276,6 +290,8 @@ void NotifierDaemon::queueChanged() {
 }
 
 void NotifierDaemon::storeChanged(const objectstore::ChangeSet& changes) {
+    if (m_cloud && !changes.empty())
+        m_cloud->storeChanged();
     const auto& model = *store::tkDataModel();
     const auto isRecord = [&model](const objectstore::ObjectID& id) {
         const auto& name = model.entity(id.entity).name;

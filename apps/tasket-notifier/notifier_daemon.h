@@ -5,8 +5,10 @@
 // snoozes schedule the same request again), keeps the launcher's badge,
 // closes what other programs removed, and follows the store's changes made
 // by every program so that only the records whose reminder fields changed
-// are scheduled again. Runs on the main queue's thread; the caller's loop
-// feeds it the bus, the timer and the main queue (see notifier_program.cpp).
+// are scheduled again. With cloud sync on, it also keeps the store in step
+// with the cloud database (see cloud_follower.h). Runs on the main queue's
+// thread; the caller's loop feeds it the bus, the timer, the main queue and
+// the cloud database's pushes (see notifier_program.cpp).
 #pragma once
 
 #include "objectstore/change.h"
@@ -18,6 +20,7 @@
 #include "platform/notifications/session_lock.h"
 #include "platform/notifications/wake_timer.h"
 #include "store/local_data_manager.h"
+#include "tasket-notifier/cloud_follower.h"
 
 #include <filesystem>
 #include <functional>
@@ -85,6 +88,13 @@ class NotifierDaemon {
     /// Pumps the main queue and the bus once, waiting up to `timeoutMs` for
     /// the bus (tests, and loops without other sources).
     void processEvents(int timeoutMs);
+    /// While cloud sync follows the store: the descriptor its pushes arrive
+    /// on (-1 otherwise), and what to call when it is readable.
+    [[nodiscard]] int cloudSocket() const { return m_cloud ? m_cloud->pushSocket() : -1; }
+    void cloudReadable() {
+        if (m_cloud)
+            m_cloud->pushReadable();
+    }
 
     [[nodiscard]] platform::NotificationQueue& queue() { return *m_queue; }
     [[nodiscard]] const std::shared_ptr<store::LocalDataManager>& store() { return m_store; }
@@ -121,6 +131,7 @@ class NotifierDaemon {
     /// Actions chosen while the session was locked, run once it is unlocked.
     std::vector<std::pair<platform::NotificationRequest, std::string>> m_deferred;
     std::unique_ptr<platform::SessionUnlockWatch> m_unlockWatch;
+    std::unique_ptr<CloudFollower> m_cloud;
     int m_shownBadge = -1;
     bool m_saidNoBus = false;
     bool m_saidNoServer = false;

@@ -145,6 +145,7 @@ int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out
         auto* unlockWatch = (*daemon)->unlockWatch();
         fds.push_back({unlockWatch ? unlockWatch->fd() : -1, POLLIN, 0});
         fds.push_back({bus ? bus->fd() : -1, POLLIN, 0});
+        fds.push_back({(*daemon)->cloudSocket(), POLLIN, 0});
         if (::poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR)
             break;
         if (fds[0].revents & POLLIN)
@@ -157,6 +158,8 @@ int runNotifierProgram(std::span<const std::string> arguments, std::ostream& out
             (*timer)->handleZoneReadable();
         if (unlockWatch && (fds[4].revents & POLLIN))
             unlockWatch->process();
+        if (fds[6].revents & (POLLIN | POLLHUP | POLLERR))
+            (*daemon)->cloudReadable();
     }
     daemonPointer = nullptr;
     ::close(signals);

@@ -4,6 +4,7 @@
 #include "common/exit_code.h"
 #include "common/version.h"
 #include "tasket/command_registry.h"
+#include "tasket/commands/sync_command.h"
 #include "tasket/lock_gate.h"
 
 #include <CLI/CLI.hpp>
@@ -29,7 +30,8 @@ constexpr ProgramDocs kDocs{
 
 constexpr std::string_view kFooter =
     "Run \"tasket COMMAND --help\" for what a command prints and takes.\n"
-    "Every command takes --json to print JSON instead of text.\n"
+    "Every command takes --json to print JSON instead of text; those that show or\n"
+    "change the store take --sync to sync with the cloud database first.\n"
     "\n"
     "Exit status: 0 success; 64 wrong command line; 65 unusable input or store;\n"
     "66 no such file, list or task; 69 service unavailable; 70 internal error,\n"
@@ -67,12 +69,16 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
         {&app, "tasket [--help] COMMAND [OPTIONS] [ARGUMENTS]"}};
     std::vector<std::pair<CLI::App*, Command*>> subcommands;
     bool json = false;
+    bool syncFirst = false;
     for (const auto& command : commands) {
         const CommandInfo& info = command->info();
         CLI::App* sub = app.add_subcommand(std::string(info.keyword), std::string(info.summary));
         sub->group("Commands");
         sub->footer(std::string(info.help));
         sub->add_flag("--json", json, "Print JSON instead of text");
+        if (info.showsStoredData)
+            sub->add_flag("--sync", syncFirst,
+                          "First sync with the cloud database, when cloud sync is on");
         command->addOptions(*sub);
         usages.emplace(sub, std::string(info.usage));
         subcommands.emplace_back(sub, command.get());
@@ -119,6 +125,8 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
             if (const auto locked = requireUnlocked(err))
                 return *locked;
         }
+        if (syncFirst)
+            syncBeforeCommand(err);
         if (auto result = chosen->second->run(context); !result) {
             err << fmt::format("tasket: {}\n", result.error().message);
             return exitCodeFor(result.error().code);

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -110,7 +111,30 @@ class ElapsedLine {
     std::thread m_thread;
 };
 
+void warnNotSynced(std::ostream& err, std::string message) {
+    std::ranges::replace(message, '\n', ' ');
+    err << fmt::format("tasket: warning: not synced: {}\n", message);
+}
+
 } // namespace
+
+void syncBeforeCommand(std::ostream& err) {
+    const auto settings = openSettings();
+    auto suite = settings->appGroupSuite();
+    const std::string connection = suite->stringValue(keys::kCloudDatabaseConnection).value_or("");
+    if (connection.empty() || !suite->boolValue(keys::kIsCloudSyncEnabled).value_or(false))
+        return;
+    auto container = platform::PostgresCloudContainer::open(
+        {.connection = connection, .connectTimeout = std::chrono::seconds(5)});
+    if (!container)
+        return warnNotSynced(err, unreachable(connection, container.error()).message);
+    auto store = openStoreForOneCommand();
+    const auto groupContainer = store->storeURL().parent_path();
+    auto manager = std::make_shared<cloud::CloudDataManager>(std::move(*container), suite);
+    cloud::CloudSync sync(std::move(store), manager, groupContainer, {.program = "tasket"});
+    if (auto report = sync.syncNow(); !report)
+        warnNotSynced(err, syncFailure(report.error()).message);
+}
 
 const CommandInfo& SyncCommand::info() const {
     static constexpr CommandInfo kInfo{

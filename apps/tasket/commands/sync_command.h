@@ -2,12 +2,13 @@
 // between accounts. setup records the connection (a libpq connection string
 // or service name) and prepares the server; status says whether it can be
 // reached and how the last sync went; now uploads what is owed and fetches
-// what others changed.
+// what others changed. syncBeforeCommand() is the same pass for --sync.
 #pragma once
 
 #include "tasket/command.h"
 
 #include <memory>
+#include <ostream>
 #include <string>
 
 namespace tasket::platform {
@@ -34,5 +35,9 @@ class SyncCommand final : public Command {
     std::string m_action;
     std::string m_connection;
 };
+
+/// --sync: when cloud sync is on, one pass before the command runs. A
+/// failure is one line of warning on `err`; the command runs all the same.
+void syncBeforeCommand(std::ostream& err);
 
 } // namespace tasket::apps
