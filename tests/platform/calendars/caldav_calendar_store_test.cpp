@@ -1,0 +1,69 @@
+// The CalDAV adapter against a real server: what another client changed in
+// between is a conflict, and a server that cannot be reached or refuses the
+// credentials says so.
+#include "platform/calendars/caldav_calendar_store.h"
+#include "support/radicale_server.h"
+
+#include <gtest/gtest.h>
+
+namespace tasket::platform {
+namespace {
+
+using Kind = CalendarEntityType;
+
+TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
+    testing::RadicaleServer server;
+    CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
+    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
+    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
+    ASSERT_TRUE(mine.saveCalendar(errands, true));
+    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+    ASSERT_TRUE(mine.saveReminder(item, true));
+
+    auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
+    theirCopy.title = "theirs";
+    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
+
+    item.title = "mine";
+    const auto saved = mine.saveReminder(item, true);
+    ASSERT_FALSE(saved);
+    EXPECT_EQ(saved.error().code, Errc::conflict);
+    EXPECT_EQ(mine.removeItem(item.identifier, true).error().code, Errc::conflict);
+    mine.reset();
+    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
+
+    // Once read again, the change is made against their version.
+    ASSERT_EQ(mine.items(Kind::reminder, {}).value().front().title, "theirs");
+    ASSERT_TRUE(mine.saveReminder(item, true));
+    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine");
+}
+
+TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
+    testing::RadicaleServer server;
+    struct Case {
+        const char* what;
+        std::string url;
+        std::filesystem::path netrc;
+        Errc code;
+        const char* says;
+    };
+    const Case cases[] = {
+        {"nothing listens", "http://127.0.0.1:1/", server.netrcFile(), Errc::unavailable,
+         "cannot reach the calendar server at http://127.0.0.1:1/"},
+        {"wrong password", server.url(), server.netrcWithPassword("wrong"), Errc::permissionDenied,
+         "refused the credentials (401)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        CaldavCalendarStore store({c.url}, {c.netrc, 5});
+        const auto items = store.items(Kind::reminder, {});
+        ASSERT_FALSE(items);
+        EXPECT_EQ(items.error().code, c.code);
+        EXPECT_NE(items.error().message.find(c.says), std::string::npos) << items.error().message;
+        CalendarInfo info{"", "X", "", Kind::reminder, ""};
+        EXPECT_EQ(store.saveCalendar(info, true).error().code, c.code);
+    }
+}
+
+} // namespace
+} // namespace tasket::platform
