@@ -1,5 +1,6 @@
 #include "tasket/commands/calendars_command.h"
 
+#include "platform/calendars/caldav_calendar_store.h"
 #include "platform/calendars/vdir_calendar_store.h"
 #include "platform/json_writer.h"
 #include "reminders/calendar_mirror.h"
@@ -22,22 +23,33 @@ using rules::TK_CalendarType;
 using rules::TK_Database;
 using rules::TK_RemindersDatabaseType;
 
-// The calendar store over the vdir folders of "Calendar.Sources".
+// The calendar store over "Calendar.Sources": vdir folders, or CalDAV
+// accounts (their credentials from the netrc file), not both at once.
 platform::Result<std::shared_ptr<platform::CalendarStore>>
 openCalendarStore(const settings::CustomizationManager& customization) {
     std::vector<std::filesystem::path> roots;
+    std::vector<std::string> accounts;
     for (const auto& source : customization.value(settings::catalog::calendarSources)) {
-        if (source.find("://") != std::string::npos)
-            return platform::fail(Errc::unavailable,
-                                  fmt::format("the calendar source {} is a server; only vdir "
-                                              "folders can be used so far",
+        if (platform::CaldavCalendarStore::isUrl(source))
+            accounts.push_back(source);
+        else if (source.find("://") != std::string::npos)
+            return platform::fail(Errc::invalidArgument,
+                                  fmt::format("the calendar source {} is neither a folder nor "
+                                              "an http(s) CalDAV account",
                                               source));
-        roots.emplace_back(source);
+        else
+            roots.emplace_back(source);
     }
+    if (!roots.empty() && !accounts.empty())
+        return platform::fail(Errc::invalidArgument,
+                              "the calendar sources mix folders and CalDAV accounts; use one or "
+                              "the other");
+    if (!accounts.empty())
+        return std::make_shared<platform::CaldavCalendarStore>(std::move(accounts));
     if (roots.empty())
         return platform::fail(Errc::invalidArgument,
-                              "there are no calendar sources: name a vdir folder with "
-                              "`tasket calendars sources FOLDER`");
+                              "there are no calendar sources: name a vdir folder or a CalDAV "
+                              "account with `tasket calendars sources FOLDER|URL`");
     return std::make_shared<platform::VdirCalendarStore>(std::move(roots));
 }
 
@@ -53,11 +65,12 @@ const CommandInfo& CalendarsCommand::info() const {
     static constexpr CommandInfo kInfo{
         .keyword = "calendars",
         .usage =
-            "tasket calendars [list] | sources [FOLDER...] | link LIST --as reminders|events | "
+            "tasket calendars [list] | sources [FOLDER|URL...] | link LIST --as reminders|events | "
             "unlink LIST | sync [--json]",
         .summary = "Mirror lists into calendars as reminders or events",
-        .help = "sources names the vdir folders that hold the calendars (each one a source),\n"
-                "or prints them. link mirrors a list as a reminders list or an event calendar,\n"
+        .help = "sources names the vdir folders, or the http(s) URLs of the CalDAV accounts\n"
+                "(logins from ~/.netrc), that hold the calendars (each one a source), or\n"
+                "prints them. link mirrors a list as a reminders list or an event calendar,\n"
                 "making its calendar and writing its tasks; unlink stops that (the calendar\n"
                 "is removed only in the exact mode). sync brings every linked list and its\n"
                 "calendar in step, reading back what other calendar programs changed, by the\n"
@@ -71,7 +84,8 @@ const CommandInfo& CalendarsCommand::info() const {
 void CalendarsCommand::addOptions(CLI::App& command) {
     command.add_option("action", m_action, "list (the default), sources, link, unlink or sync")
         ->check(CLI::IsMember({"list", "sources", "link", "unlink", "sync"}));
-    command.add_option("arguments", m_arguments, "The list (link, unlink) or folders (sources)");
+    command.add_option("arguments", m_arguments,
+                       "The list (link, unlink) or folders and URLs (sources)");
     command.add_option("--as", m_as, "How link mirrors the list")
         ->check(CLI::IsMember({"reminders", "events"}));
 }
