@@ -28,6 +28,8 @@ class RadicaleServer {
     int port() const { return m_port; }
     /// A netrc file with alice's login for the server.
     const std::filesystem::path& netrcFile() const { return m_netrc; }
+    /// Where the server keeps its collections (as folders of .ics files).
+    std::filesystem::path storageFolder() const { return m_folder / "storage"; }
     /// Writes a netrc file beside the other with `password` for alice.
     std::filesystem::path netrcWithPassword(const std::string& password) const;
 

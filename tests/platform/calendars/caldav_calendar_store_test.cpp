@@ -1,10 +1,12 @@
 // The CalDAV adapter against a real server: what another client changed in
-// between is a conflict, and a server that cannot be reached or refuses the
-// credentials says so.
+// between is a conflict, a server that cannot be reached or refuses the
+// credentials says so, and no identifier leaves its collection.
 #include "platform/calendars/caldav_calendar_store.h"
 #include "support/radicale_server.h"
 
 #include <gtest/gtest.h>
+
+#include <fstream>
 
 namespace tasket::platform {
 namespace {
@@ -63,6 +65,42 @@ TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
         CalendarInfo info{"", "X", "", Kind::reminder, ""};
         EXPECT_EQ(store.saveCalendar(info, true).error().code, c.code);
     }
+}
+
+// Items another client wrote with hostile UIDs are read, and moving them
+// writes them inside the target collection and nowhere else.
+TEST(CaldavCalendarStore, HostileIdentifiersStayInsideTheirCollection) {
+    testing::RadicaleServer server;
+    CaldavCalendarStore store({server.url()}, {server.netrcFile()});
+    CalendarInfo from{"", "From", "", Kind::reminder, ""}, to{"", "To", "", Kind::reminder, ""};
+    ASSERT_TRUE(store.saveCalendar(from, true));
+    ASSERT_TRUE(store.saveCalendar(to, true));
+    const auto account = server.storageFolder() / "collection-root" / "alice";
+    const auto folderOf = [&](const std::string& url) {
+        return account / std::filesystem::path(url).parent_path().filename();
+    };
+    const std::string cases[] = {"../../x",    "/etc/passwd", "..",
+                                 "%2e%2e%2fy", "a/b?c#d",     std::string(300, 'z')};
+    int n = 0;
+    for (const auto& uid : cases)
+        std::ofstream(folderOf(from.identifier) / ("item" + std::to_string(n++) + ".ics"))
+            << "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//other//EN\r\nBEGIN:VTODO\r\nUID:" << uid
+            << "\r\nSUMMARY:hostile\r\nEND:VTODO\r\nEND:VCALENDAR\r\n";
+    auto items = store.items(Kind::reminder, {}).value();
+    ASSERT_EQ(items.size(), std::size(cases));
+    for (auto& item : items) {
+        SCOPED_TRACE(item.identifier);
+        item.calendarIdentifier = to.identifier;
+        ASSERT_TRUE(store.saveReminder(item, true));
+        EXPECT_EQ(store.itemWithIdentifier(item.identifier)->calendarIdentifier, to.identifier);
+    }
+    std::size_t inTarget = 0, elsewhere = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(account))
+        if (entry.path().extension() == ".ics" &&
+            entry.path().string().find(".Radicale") == std::string::npos) // not its caches
+            ++(entry.path().parent_path() == folderOf(to.identifier) ? inTarget : elsewhere);
+    EXPECT_EQ(inTarget, std::size(cases));
+    EXPECT_EQ(elsewhere, 0u);
 }
 
 } // namespace
