@@ -340,6 +340,7 @@ Result<std::vector<CalendarInfo>> CaldavCalendarStore::discover() const {
         std::ranges::sort(ofSource, {}, &CalendarInfo::identifier);
         found.insert(found.end(), ofSource.begin(), ofSource.end());
     }
+    m_listed = found;
     return found;
 }
 
@@ -357,6 +358,14 @@ std::vector<CalendarInfo> CaldavCalendarStore::calendars(CalendarEntityType type
 
 std::optional<CalendarInfo>
 CaldavCalendarStore::calendarWithIdentifier(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (const auto pending = m_pendingCalendars.find(identifier);
+        pending != m_pendingCalendars.end())
+        return pending->second;
+    if (m_listed)
+        for (const auto& each : *m_listed)
+            if (each.identifier == identifier)
+                return each;
     for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
         for (auto& each : calendars(type))
             if (each.identifier == identifier)
@@ -597,6 +606,7 @@ Result<> CaldavCalendarStore::commitLocked() {
             return httpFailure(isNew ? "making the calendar" : "changing the calendar",
                                info.identifier, answer->status);
         m_newCalendars.erase(info.identifier);
+        m_listed.reset();
         it = m_pendingCalendars.erase(it);
     }
     while (!m_pendingItems.empty()) {
@@ -657,6 +667,7 @@ Result<> CaldavCalendarStore::commitLocked() {
         std::erase_if(m_seen, [&](const auto& entry) {
             return entry.second.item.calendarIdentifier == it->first;
         });
+        m_listed.reset();
         it = m_pendingCalendars.erase(it);
     }
     return {};

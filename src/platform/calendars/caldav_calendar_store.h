@@ -54,6 +54,8 @@ class CaldavCalendarStore final : public CalendarStore {
     void reset() override;
 
     /// Every calendar of every source, or the first failure to reach one.
+    /// calendars() asks the server each time; a lookup by identifier uses
+    /// the last answer and asks again only for a calendar not in it.
     [[nodiscard]] Result<std::vector<CalendarInfo>> discover() const;
     /// HTTP requests made so far.
     [[nodiscard]] std::size_t requestCount() const;
@@ -81,6 +83,7 @@ class CaldavCalendarStore final : public CalendarStore {
     mutable std::recursive_mutex m_mutex;
     mutable std::map<std::string, std::string, std::less<>> m_homes; // source -> calendar home
     mutable std::map<std::string, Remote, std::less<>> m_seen;       // by identifier
+    mutable std::optional<std::vector<CalendarInfo>> m_listed;       // the last discovery
     std::map<std::string, std::optional<CalendarInfo>, std::less<>> m_pendingCalendars;
     std::map<std::string, std::optional<CalendarItem>, std::less<>> m_pendingItems;
     std::set<std::string, std::less<>> m_newItems;
