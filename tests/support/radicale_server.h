@@ -1,8 +1,7 @@
 // A real Radicale CalDAV server for one test: started on a free loopback
 // port with htpasswd (plain) authentication and its storage in a temporary
-// folder, which goes with everything in it when the object is destroyed.
-// Should the test process die first, the server gets SIGTERM. As root the
-// server runs as "nobody", the folder handed to that user.
+// folder, which goes when the object is destroyed. Should the test process
+// die first, the server gets SIGTERM. As root it runs as "nobody".
 #pragma once
 
 #include "support/temp_dir.h"
@@ -17,7 +16,7 @@ namespace tasket::testing {
 class RadicaleServer {
   public:
     /// Starts the server with the account "alice"; throws std::runtime_error
-    /// (with the server's log) when it does not come up.
+    /// when it does not come up.
     RadicaleServer();
     ~RadicaleServer();
     RadicaleServer(const RadicaleServer&) = delete;
@@ -25,19 +24,15 @@ class RadicaleServer {
 
     /// The server's root URL ("http://127.0.0.1:<port>/").
     std::string url() const;
-    int port() const { return m_port; }
     /// A netrc file with alice's login for the server.
-    const std::filesystem::path& netrcFile() const { return m_netrc; }
+    std::filesystem::path netrcFile() const { return m_folder / "netrc"; }
     /// Where the server keeps its collections (as folders of .ics files).
     std::filesystem::path storageFolder() const { return m_folder / "storage"; }
-    /// Writes a netrc file beside the other with `password` for alice.
-    std::filesystem::path netrcWithPassword(const std::string& password) const;
 
   private:
     void stop();
 
     TempDir m_folder;
-    std::filesystem::path m_netrc;
     int m_port = 0;
     pid_t m_pid = -1;
 };
