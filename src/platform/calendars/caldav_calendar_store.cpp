@@ -346,8 +346,13 @@ Result<std::vector<CalendarInfo>> CaldavCalendarStore::discover() const {
 
 std::vector<CalendarInfo> CaldavCalendarStore::calendars(CalendarEntityType type) const {
     Lock lock(m_mutex);
+    return withPending(discover().value_or(std::vector<CalendarInfo>{}), type);
+}
+
+std::vector<CalendarInfo> CaldavCalendarStore::withPending(std::vector<CalendarInfo> listed,
+                                                           CalendarEntityType type) const {
     std::vector<CalendarInfo> found;
-    for (auto& each : discover().value_or(std::vector<CalendarInfo>{}))
+    for (auto& each : listed)
         if (!m_pendingCalendars.contains(each.identifier) && each.entityType == type)
             found.push_back(std::move(each));
     for (const auto& [id, pending] : m_pendingCalendars)
@@ -455,7 +460,7 @@ CaldavCalendarStore::items(CalendarEntityType kind,
         auto known = discover();
         if (!known)
             return std::unexpected(known.error());
-        chosen = calendars(kind);
+        chosen = withPending(std::move(*known), kind);
     }
     std::vector<CalendarItem> found;
     for (const auto& each : chosen) {

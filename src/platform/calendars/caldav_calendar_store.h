@@ -74,6 +74,9 @@ class CaldavCalendarStore final : public CalendarStore {
     };
     [[nodiscard]] Result<> storeItem(CalendarItem& item, bool commit) override;
     [[nodiscard]] Result<std::vector<Remote>> query(const CalendarInfo& calendar) const;
+    /// The calendars of `listed` holding `type`, with the pending changes.
+    [[nodiscard]] std::vector<CalendarInfo> withPending(std::vector<CalendarInfo> listed,
+                                                        CalendarEntityType type) const;
     [[nodiscard]] std::optional<Remote> remote(std::string_view identifier) const;
     [[nodiscard]] Result<> commitLocked();
     [[nodiscard]] Result<> commitIf(bool commit);
