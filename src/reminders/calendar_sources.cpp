@@ -1,5 +1,6 @@
 #include "reminders/calendar_sources.h"
 
+#include "platform/calendars/caldav_calendar_store.h"
 #include "platform/calendars/vdir_calendar_store.h"
 #include "settings/settings_catalog.h"
 
@@ -16,18 +17,28 @@ using platform::Errc;
 platform::Result<std::shared_ptr<platform::CalendarStore>>
 openCalendarStore(const settings::CustomizationManager& customization) {
     std::vector<std::filesystem::path> roots;
+    std::vector<std::string> accounts;
     for (const auto& source : customization.value(settings::catalog::calendarSources)) {
-        if (source.find("://") != std::string::npos)
-            return platform::fail(Errc::unavailable,
-                                  fmt::format("the calendar source {} is a server; only vdir "
-                                              "folders can be used so far",
+        if (platform::CaldavCalendarStore::isUrl(source))
+            accounts.push_back(source);
+        else if (source.find("://") != std::string::npos)
+            return platform::fail(Errc::invalidArgument,
+                                  fmt::format("the calendar source {} is neither a folder nor "
+                                              "an http(s) CalDAV account",
                                               source));
-        roots.emplace_back(source);
+        else
+            roots.emplace_back(source);
     }
+    if (!roots.empty() && !accounts.empty())
+        return platform::fail(Errc::invalidArgument,
+                              "the calendar sources mix folders and CalDAV accounts; use one or "
+                              "the other");
+    if (!accounts.empty())
+        return std::make_shared<platform::CaldavCalendarStore>(std::move(accounts));
     if (roots.empty())
         return platform::fail(Errc::invalidArgument,
-                              "there are no calendar sources: name a vdir folder with "
-                              "`tasket calendars sources FOLDER`");
+                              "there are no calendar sources: name a vdir folder or a CalDAV "
+                              "account with `tasket calendars sources FOLDER|URL`");
     return std::make_shared<platform::VdirCalendarStore>(std::move(roots));
 }
 

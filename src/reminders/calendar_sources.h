@@ -1,5 +1,6 @@
 // The calendar store of the user's "Calendar.Sources" setting: the vdir
-// folders it names.
+// folders it names, or its CalDAV accounts (their credentials from the
+// netrc file), not both at once.
 #pragma once
 
 #include "platform/calendars/calendar_store.h"
@@ -10,8 +11,8 @@
 
 namespace tasket::reminders {
 
-/// Fails with invalidArgument when no source is set, and with unavailable
-/// for a source this build cannot reach.
+/// Fails with invalidArgument when no source is set, when a source is
+/// neither a folder nor an http(s) URL, or when the two kinds are mixed.
 [[nodiscard]] platform::Result<std::shared_ptr<platform::CalendarStore>>
 openCalendarStore(const settings::CustomizationManager& customization);
 

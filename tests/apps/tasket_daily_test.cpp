@@ -4,9 +4,11 @@
 // a smart list of today's tasks around midnight, the mistakes people make,
 // and two tasket add at once losing nothing.
 #include "common/exit_code.h"
+#include "platform/calendars/caldav_calendar_store.h"
 #include "platform/clock.h"
 #include "platform/date_text.h"
 #include "support/program_run.h"
+#include "support/radicale_server.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -241,4 +243,33 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     const auto tasks = run({"tasks", "--list", "Home"});
     EXPECT_NE(tasks.find("Buy oat milk"), std::string::npos) << tasks;
     EXPECT_NE(tasks.find("From todoman"), std::string::npos) << tasks;
+}
+
+// The same mirror through a CalDAV account on a real server, the login in
+// ~/.netrc: the task is stored there, and another client's edit comes back.
+TEST(TasketDaily, CalendarsMirrorListsIntoACaldavAccount) {
+    tasket::testing::RadicaleServer server;
+    tasket::testing::TempDir dir;
+    std::filesystem::copy_file(server.netrcFile(), dir / ".netrc");
+    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const auto run = [&](const std::vector<std::string>& arguments) {
+        const ProgramRun result = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.out;
+    };
+    run({"lists", "add", "Home"});
+    run({"add", "Buy milk", "--list", "Home"});
+    run({"calendars", "sources", server.url()});
+    EXPECT_EQ(run({"calendars", "link", "Home", "--as", "reminders"}),
+              "1 lists: 1 created, 0 updated, 0 read back, 0 imported, 0 deleted, 0 failed\n");
+
+    using tasket::platform::CalendarEntityType;
+    tasket::platform::CaldavCalendarStore other({server.url()}, {server.netrcFile()});
+    auto items = other.items(CalendarEntityType::reminder, {}).value();
+    ASSERT_EQ(items.size(), 1u);
+    EXPECT_EQ(items.front().title, "Buy milk");
+    items.front().title = "Buy oat milk";
+    ASSERT_TRUE(other.saveReminder(items.front(), true));
+    EXPECT_NE(run({"calendars", "sync"}).find("1 read back"), std::string::npos);
+    EXPECT_NE(run({"tasks", "--list", "Home"}).find("Buy oat milk"), std::string::npos);
 }

@@ -34,11 +34,12 @@ const CommandInfo& CalendarsCommand::info() const {
     static constexpr CommandInfo kInfo{
         .keyword = "calendars",
         .usage =
-            "tasket calendars [list] | sources [FOLDER...] | link LIST --as reminders|events | "
+            "tasket calendars [list] | sources [FOLDER|URL...] | link LIST --as reminders|events | "
             "unlink LIST | sync [--json]",
         .summary = "Mirror lists into calendars as reminders or events",
-        .help = "sources names the vdir folders that hold the calendars (each one a source),\n"
-                "or prints them. link mirrors a list as a reminders list or an event calendar,\n"
+        .help = "sources names the vdir folders, or the http(s) URLs of the CalDAV accounts\n"
+                "(logins from ~/.netrc), that hold the calendars (each one a source), or\n"
+                "prints them. link mirrors a list as a reminders list or an event calendar,\n"
                 "making its calendar and writing its tasks; unlink stops that (the calendar\n"
                 "is removed only in the exact mode). sync brings every linked list and its\n"
                 "calendar in step, reading back what other calendar programs changed, by the\n"
@@ -52,7 +53,8 @@ const CommandInfo& CalendarsCommand::info() const {
 void CalendarsCommand::addOptions(CLI::App& command) {
     command.add_option("action", m_action, "list (the default), sources, link, unlink or sync")
         ->check(CLI::IsMember({"list", "sources", "link", "unlink", "sync"}));
-    command.add_option("arguments", m_arguments, "The list (link, unlink) or folders (sources)");
+    command.add_option("arguments", m_arguments,
+                       "The list (link, unlink) or folders and URLs (sources)");
     command.add_option("--as", m_as, "How link mirrors the list")
         ->check(CLI::IsMember({"reminders", "events"}));
 }

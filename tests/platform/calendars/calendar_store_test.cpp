@@ -1,6 +1,8 @@
 // The contract every calendar store keeps, run against each adapter.
+#include "platform/calendars/caldav_calendar_store.h"
 #include "platform/calendars/in_memory_calendar_store.h"
 #include "platform/calendars/vdir_calendar_store.h"
+#include "support/radicale_server.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -192,7 +194,17 @@ INSTANTIATE_TEST_SUITE_P(
                           [](const std::filesystem::path& dir) -> std::unique_ptr<CalendarStore> {
                               return std::make_unique<VdirCalendarStore>(
                                   std::vector<std::filesystem::path>{dir / "calendars"});
-                          }}),
+                          }},
+                      Adapter{"Caldav",
+                              [](const std::filesystem::path&) -> std::unique_ptr<CalendarStore> {
+                                  // A fresh server for each test; the last stops at exit.
+                                  static std::unique_ptr<testing::RadicaleServer> server;
+                                  server.reset();
+                                  server = std::make_unique<testing::RadicaleServer>();
+                                  return std::make_unique<CaldavCalendarStore>(
+                                      std::vector<std::string>{server->url()},
+                                      CaldavCalendarStore::Options{server->netrcFile()});
+                              }}),
     [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace

@@ -1,0 +1,689 @@
+#include "platform/calendars/caldav_calendar_store.h"
+
+#include "platform/calendars/detail/ical_codec.h"
+#include "platform/uuid.h"
+
+#include <curl/curl.h>
+#include <fmt/format.h>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+
+namespace tasket::platform {
+
+using Lock = std::lock_guard<std::recursive_mutex>;
+
+namespace {
+
+constexpr const char* kDav = "DAV:";
+constexpr const char* kCaldav = "urn:ietf:params:xml:ns:caldav";
+constexpr const char* kApple = "http://apple.com/ns/ical/";
+
+struct Response {
+    long status = 0;
+    std::string body;
+    std::string etag;
+};
+
+std::string xmlEscape(std::string_view text) {
+    std::string out;
+    for (const char ch : text) {
+        switch (ch) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default: out += ch;
+        }
+    }
+    return out;
+}
+
+// Every byte but the unreserved ones (RFC 3986) as %XX.
+std::string percentEncode(std::string_view text) {
+    std::string out;
+    for (const unsigned char ch : text) {
+        if (std::isalnum(ch) || ch == '-' || ch == '.' || ch == '_' || ch == '~')
+            out += static_cast<char>(ch);
+        else
+            out += fmt::format("%{:02X}", ch);
+    }
+    return out;
+}
+
+// The resource name of the item named `identifier` inside its collection.
+std::string resourceName(std::string_view identifier) {
+    return percentEncode(detail::itemFileName(identifier));
+}
+
+std::string withSlash(std::string url) {
+    if (!url.ends_with('/'))
+        url += '/';
+    return url;
+}
+
+Date now() {
+    return Date::fromSystem(std::chrono::system_clock::now());
+}
+
+// ---- XML ---------------------------------------------------------------------------
+
+bool is(const xmlNode* node, const char* ns, const char* name) {
+    return node && node->type == XML_ELEMENT_NODE && node->ns &&
+           std::strcmp(reinterpret_cast<const char*>(node->ns->href), ns) == 0 &&
+           std::strcmp(reinterpret_cast<const char*>(node->name), name) == 0;
+}
+
+const xmlNode* child(const xmlNode* node, const char* ns, const char* name) {
+    for (const xmlNode* each = node ? node->children : nullptr; each; each = each->next)
+        if (is(each, ns, name))
+            return each;
+    return nullptr;
+}
+
+std::string text(const xmlNode* node) {
+    if (!node)
+        return {};
+    xmlChar* content = xmlNodeGetContent(node);
+    std::string out = content ? reinterpret_cast<const char*>(content) : "";
+    xmlFree(content);
+    return out;
+}
+
+struct XmlDoc {
+    explicit XmlDoc(const std::string& body)
+        : doc(xmlReadMemory(body.data(), static_cast<int>(body.size()), "response.xml", nullptr,
+                            XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING)) {}
+    ~XmlDoc() { xmlFreeDoc(doc); }
+    XmlDoc(const XmlDoc&) = delete;
+    XmlDoc& operator=(const XmlDoc&) = delete;
+    xmlDoc* doc;
+};
+
+// Calls `visit` with the href and the successful <prop> of each response of
+// a multistatus body; fails when the body is not one.
+Result<> eachResponse(const std::string& body,
+                      const std::function<void(const std::string&, const xmlNode*)>& visit) {
+    XmlDoc xml(body);
+    const xmlNode* root = xml.doc ? xmlDocGetRootElement(xml.doc) : nullptr;
+    if (!is(root, kDav, "multistatus"))
+        return fail(Errc::parseError, "the server's answer is not a WebDAV multistatus");
+    for (const xmlNode* response = root->children; response; response = response->next) {
+        if (!is(response, kDav, "response"))
+            continue;
+        const auto href = text(child(response, kDav, "href"));
+        for (const xmlNode* propstat = response->children; propstat; propstat = propstat->next)
+            if (is(propstat, kDav, "propstat") &&
+                text(child(propstat, kDav, "status")).find(" 200") != std::string::npos)
+                visit(href, child(propstat, kDav, "prop"));
+    }
+    return {};
+}
+
+} // namespace
+
+// ---- HTTP --------------------------------------------------------------------------
+
+struct CaldavCalendarStore::Connection {
+    explicit Connection(Options given) : options(std::move(given)), curl(curl_easy_init()) {}
+    ~Connection() { curl_easy_cleanup(curl); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* out) {
+        static_cast<std::string*>(out)->append(data, size * count);
+        return size * count;
+    }
+    static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* out) {
+        const std::string_view line(data, size * count);
+        if (line.size() > 5 && strncasecmp(line.data(), "etag:", 5) == 0) {
+            auto value = line.substr(5);
+            while (!value.empty() && (value.front() == ' ' || value.front() == '\t'))
+                value.remove_prefix(1);
+            while (!value.empty() && (value.back() == '\r' || value.back() == '\n'))
+                value.remove_suffix(1);
+            static_cast<Response*>(out)->etag = value;
+        }
+        return size * count;
+    }
+
+    // One request; fails only when the server cannot be reached or answers
+    // 401/403 (the status of any other answer is the caller's to judge).
+    Result<Response> request(const std::string& method, const std::string& url,
+                             const std::string& body, std::vector<std::string> headers) {
+        ++requests;
+        Response response;
+        curl_easy_reset(curl);
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
+        curl_easy_setopt(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
+        if (!options.netrcFile.empty())
+            curl_easy_setopt(curl, CURLOPT_NETRC_FILE, options.netrcFile.c_str());
+        curl_easy_setopt(curl, CURLOPT_TIMEOUT, options.timeoutSeconds);
+        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &Connection::onBody);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
+        curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &Connection::onHeader);
+        curl_easy_setopt(curl, CURLOPT_HEADERDATA, &response);
+        if (!body.empty() || method == "PUT") {
+            curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
+            curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+        }
+        curl_slist* list = nullptr;
+        headers.emplace_back("Expect:");
+        for (const auto& header : headers)
+            list = curl_slist_append(list, header.c_str());
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list);
+        char error[CURL_ERROR_SIZE] = {};
+        curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error);
+        const CURLcode code = curl_easy_perform(curl);
+        curl_slist_free_all(list);
+        if (code != CURLE_OK)
+            return fail(Errc::unavailable,
+                        fmt::format("cannot reach the calendar server at {}: {}", url,
+                                    error[0] ? error : curl_easy_strerror(code)));
+        curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &response.status);
+        if (response.status == 401 || response.status == 403)
+            return fail(Errc::permissionDenied,
+                        fmt::format("the calendar server at {} refused the credentials ({}); check "
+                                    "its entry in the netrc file",
+                                    url, response.status));
+        return response;
+    }
+
+    // A WebDAV request whose answer is a multistatus.
+    Result<Response> dav(const std::string& method, const std::string& url, int depth,
+                         const std::string& body) {
+        auto response = request(
+            method, url, body,
+            {"Depth: " + std::to_string(depth), "Content-Type: application/xml; charset=utf-8"});
+        if (response && response->status != 207)
+            return fail(response->status == 404 ? Errc::notFound : Errc::ioError,
+                        fmt::format("{} {} failed: HTTP {}", method, url, response->status));
+        return response;
+    }
+
+    // `href` resolved against `base`.
+    static std::string resolve(const std::string& base, const std::string& href) {
+        CURLU* url = curl_url();
+        std::string out = href;
+        if (curl_url_set(url, CURLUPART_URL, base.c_str(), 0) == CURLUE_OK &&
+            curl_url_set(url, CURLUPART_URL, href.c_str(), 0) == CURLUE_OK) {
+            char* full = nullptr;
+            if (curl_url_get(url, CURLUPART_URL, &full, 0) == CURLUE_OK)
+                out = full;
+            curl_free(full);
+        }
+        curl_url_cleanup(url);
+        return out;
+    }
+
+    Options options;
+    CURL* curl;
+    std::size_t requests = 0;
+};
+
+namespace {
+
+// An error for an answer that is not one of `expected`.
+std::unexpected<Error> httpFailure(const std::string& what, const std::string& url, long status) {
+    const Errc code = status == 412   ? Errc::conflict
+                      : status == 404 ? Errc::notFound
+                                      : Errc::ioError;
+    return fail(code, status == 412
+                          ? fmt::format("{} {}: another client changed it first", what, url)
+                          : fmt::format("{} {} failed: HTTP {}", what, url, status));
+}
+
+} // namespace
+
+CaldavCalendarStore::CaldavCalendarStore(std::vector<std::string> urls, Options options)
+    : m_urls(std::move(urls)), m_connection(std::make_unique<Connection>(options)) {}
+
+CaldavCalendarStore::~CaldavCalendarStore() = default;
+
+bool CaldavCalendarStore::isUrl(std::string_view source) {
+    return source.starts_with("http://") || source.starts_with("https://");
+}
+
+std::size_t CaldavCalendarStore::requestCount() const {
+    Lock lock(m_mutex);
+    return m_connection->requests;
+}
+
+std::vector<CalendarSource> CaldavCalendarStore::sources() const {
+    std::vector<CalendarSource> sources;
+    for (const auto& url : m_urls)
+        sources.push_back({url, url});
+    return sources;
+}
+
+Result<std::vector<CalendarInfo>> CaldavCalendarStore::discover() const {
+    Lock lock(m_mutex);
+    auto& http = *m_connection;
+    std::vector<CalendarInfo> found;
+    for (const auto& source : m_urls) {
+        auto home = m_homes.find(source);
+        if (home == m_homes.end()) {
+            // The principal, then its calendar home; each defaults to the URL before.
+            std::string principal = source;
+            auto answer = http.dav(
+                "PROPFIND", source, 0,
+                R"(<d:propfind xmlns:d="DAV:"><d:prop><d:current-user-principal/></d:prop></d:propfind>)");
+            if (!answer)
+                return std::unexpected(answer.error());
+            if (auto parsed = eachResponse(
+                    answer->body,
+                    [&](const std::string&, const xmlNode* prop) {
+                        const auto href =
+                            text(child(child(prop, kDav, "current-user-principal"), kDav, "href"));
+                        if (!href.empty())
+                            principal = Connection::resolve(source, href);
+                    });
+                !parsed)
+                return std::unexpected(parsed.error());
+            std::string calendarHome = principal;
+            answer = http.dav(
+                "PROPFIND", principal, 0,
+                R"(<d:propfind xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav"><d:prop><c:calendar-home-set/></d:prop></d:propfind>)");
+            if (!answer)
+                return std::unexpected(answer.error());
+            if (auto parsed = eachResponse(
+                    answer->body,
+                    [&](const std::string&, const xmlNode* prop) {
+                        const auto href =
+                            text(child(child(prop, kCaldav, "calendar-home-set"), kDav, "href"));
+                        if (!href.empty())
+                            calendarHome = Connection::resolve(principal, href);
+                    });
+                !parsed)
+                return std::unexpected(parsed.error());
+            home = m_homes.emplace(source, withSlash(calendarHome)).first;
+        }
+        auto answer = http.dav(
+            "PROPFIND", home->second, 1,
+            R"(<d:propfind xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav" xmlns:a="http://apple.com/ns/ical/" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:resourcetype/><d:displayname/><c:supported-calendar-component-set/><a:calendar-color/><s:getctag/><d:sync-token/></d:prop></d:propfind>)");
+        if (!answer)
+            return std::unexpected(answer.error());
+        std::vector<CalendarInfo> ofSource;
+        auto parsed = eachResponse(answer->body, [&](const std::string& href, const xmlNode* prop) {
+            if (!child(child(prop, kDav, "resourcetype"), kCaldav, "calendar"))
+                return;
+            bool todo = false, event = false;
+            const xmlNode* set = child(prop, kCaldav, "supported-calendar-component-set");
+            for (const xmlNode* comp = set ? set->children : nullptr; comp; comp = comp->next)
+                if (is(comp, kCaldav, "comp")) {
+                    xmlChar* name = xmlGetProp(comp, reinterpret_cast<const xmlChar*>("name"));
+                    const std::string value = name ? reinterpret_cast<const char*>(name) : "";
+                    xmlFree(name);
+                    todo = todo || value == "VTODO";
+                    event = event || value == "VEVENT";
+                }
+            const auto url = withSlash(Connection::resolve(home->second, href));
+            auto title = text(child(prop, kDav, "displayname"));
+            if (title.empty())
+                title = url;
+            auto color = text(child(prop, kApple, "calendar-color"));
+            if (color.size() > 7 && color.front() == '#')
+                color.resize(7); // #RRGGBBAA
+            ofSource.push_back(
+                {url, std::move(title), std::move(color),
+                 event && !todo ? CalendarEntityType::event : CalendarEntityType::reminder,
+                 source});
+        });
+        if (!parsed)
+            return std::unexpected(parsed.error());
+        std::ranges::sort(ofSource, {}, &CalendarInfo::identifier);
+        found.insert(found.end(), ofSource.begin(), ofSource.end());
+    }
+    m_listed = found;
+    return found;
+}
+
+std::vector<CalendarInfo> CaldavCalendarStore::calendars(CalendarEntityType type) const {
+    Lock lock(m_mutex);
+    return withPending(discover().value_or(std::vector<CalendarInfo>{}), type);
+}
+
+std::vector<CalendarInfo> CaldavCalendarStore::withPending(std::vector<CalendarInfo> listed,
+                                                           CalendarEntityType type) const {
+    std::vector<CalendarInfo> found;
+    for (auto& each : listed)
+        if (!m_pendingCalendars.contains(each.identifier) && each.entityType == type)
+            found.push_back(std::move(each));
+    for (const auto& [id, pending] : m_pendingCalendars)
+        if (pending && pending->entityType == type)
+            found.push_back(*pending);
+    return found;
+}
+
+std::optional<CalendarInfo>
+CaldavCalendarStore::calendarWithIdentifier(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (const auto pending = m_pendingCalendars.find(identifier);
+        pending != m_pendingCalendars.end())
+        return pending->second;
+    if (m_listed)
+        for (const auto& each : *m_listed)
+            if (each.identifier == identifier)
+                return each;
+    for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
+        for (auto& each : calendars(type))
+            if (each.identifier == identifier)
+                return std::move(each);
+    return std::nullopt;
+}
+
+Result<> CaldavCalendarStore::saveCalendar(CalendarInfo& calendar, bool commit) {
+    Lock lock(m_mutex);
+    CalendarInfo saved = calendar;
+    if (saved.sourceIdentifier.empty()) {
+        const auto fallback = defaultCalendarForNewReminders();
+        saved.sourceIdentifier = fallback         ? fallback->sourceIdentifier
+                                 : m_urls.empty() ? std::string()
+                                                  : m_urls.front();
+    }
+    if (std::ranges::find(m_urls, saved.sourceIdentifier) == m_urls.end())
+        return fail(Errc::notFound,
+                    "there is no calendar source \"" + saved.sourceIdentifier + "\"");
+    if (saved.identifier.empty()) {
+        if (auto known = discover(); !known)
+            return std::unexpected(known.error());
+        saved.identifier = m_homes.at(saved.sourceIdentifier) + Uuid::generate().toString() + "/";
+        m_newCalendars.insert(saved.identifier);
+    } else {
+        const auto existing = calendarWithIdentifier(saved.identifier);
+        if (!existing)
+            return fail(Errc::notFound, "there is no calendar \"" + saved.identifier + "\"");
+        if (existing->entityType != saved.entityType ||
+            existing->sourceIdentifier != saved.sourceIdentifier)
+            return fail(Errc::invalidArgument, "a calendar keeps its kind and its source");
+    }
+    m_pendingCalendars.insert_or_assign(saved.identifier, saved);
+    calendar = std::move(saved);
+    return commitIf(commit);
+}
+
+Result<> CaldavCalendarStore::removeCalendar(std::string_view identifier, bool commit) {
+    Lock lock(m_mutex);
+    if (!calendarWithIdentifier(identifier))
+        return fail(Errc::notFound, "there is no calendar \"" + std::string(identifier) + "\"");
+    std::erase_if(m_pendingItems, [identifier](const auto& entry) {
+        return entry.second && entry.second->calendarIdentifier == identifier;
+    });
+    m_pendingCalendars.insert_or_assign(std::string(identifier), std::nullopt);
+    return commitIf(commit);
+}
+
+Result<std::vector<CaldavCalendarStore::Remote>>
+CaldavCalendarStore::query(const CalendarInfo& calendar) const {
+    const std::string component =
+        calendar.entityType == CalendarEntityType::event ? "VEVENT" : "VTODO";
+    auto answer = m_connection->dav(
+        "REPORT", calendar.identifier, 1,
+        fmt::format(
+            R"(<c:calendar-query xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav"><d:prop><d:getetag/><c:calendar-data/></d:prop><c:filter><c:comp-filter name="VCALENDAR"><c:comp-filter name="{}"/></c:comp-filter></c:filter></c:calendar-query>)",
+            component));
+    if (!answer)
+        return std::unexpected(answer.error());
+    std::vector<Remote> found;
+    auto parsed = eachResponse(answer->body, [&](const std::string& href, const xmlNode* prop) {
+        auto data = text(child(prop, kCaldav, "calendar-data"));
+        auto item = detail::parseCalendarItem(data);
+        if (!item)
+            return; // not an item we can read; left alone
+        item->calendarIdentifier = calendar.identifier;
+        found.push_back({Connection::resolve(calendar.identifier, href),
+                         text(child(prop, kDav, "getetag")), std::move(data), std::move(*item)});
+    });
+    if (!parsed)
+        return std::unexpected(parsed.error());
+    return found;
+}
+
+Result<std::vector<CalendarItem>>
+CaldavCalendarStore::items(CalendarEntityType kind,
+                           std::span<const std::string> calendarIdentifiers) const {
+    Lock lock(m_mutex);
+    std::vector<CalendarInfo> chosen;
+    for (const auto& id : calendarIdentifiers) {
+        auto found = calendarWithIdentifier(id);
+        if (!found)
+            return fail(Errc::notFound, "there is no calendar \"" + id + "\"");
+        chosen.push_back(std::move(*found));
+    }
+    if (calendarIdentifiers.empty()) {
+        auto known = discover();
+        if (!known)
+            return std::unexpected(known.error());
+        chosen = withPending(std::move(*known), kind);
+    }
+    std::vector<CalendarItem> found;
+    for (const auto& each : chosen) {
+        if (each.entityType != kind || m_newCalendars.contains(each.identifier))
+            continue; // a calendar not made yet holds only pending items
+        auto listed = query(each);
+        if (!listed)
+            return std::unexpected(listed.error());
+        for (auto& remote : *listed) {
+            if (!m_pendingItems.contains(remote.item.identifier))
+                found.push_back(remote.item);
+            m_seen.insert_or_assign(remote.item.identifier, std::move(remote));
+        }
+    }
+    for (const auto& [id, pending] : m_pendingItems)
+        if (pending && pending->kind == kind &&
+            std::ranges::any_of(chosen, [&](const CalendarInfo& c) {
+                return c.identifier == pending->calendarIdentifier;
+            }))
+            found.push_back(*pending);
+    return found;
+}
+
+std::optional<CaldavCalendarStore::Remote>
+CaldavCalendarStore::remote(std::string_view identifier) const {
+    if (identifier.empty())
+        return std::nullopt;
+    // Where it was last seen, where this store would put it, then everywhere.
+    std::vector<std::pair<std::string, std::string>> likely; // href, calendar
+    if (const auto seen = m_seen.find(identifier); seen != m_seen.end())
+        likely.emplace_back(seen->second.href, seen->second.item.calendarIdentifier);
+    std::vector<CalendarInfo> all;
+    for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
+        for (auto& each : calendars(type))
+            if (!m_newCalendars.contains(each.identifier))
+                all.push_back(std::move(each));
+    for (const auto& each : all)
+        likely.emplace_back(each.identifier + resourceName(identifier), each.identifier);
+    for (const auto& [href, calendar] : likely) {
+        if (std::ranges::find(all, calendar, &CalendarInfo::identifier) == all.end())
+            continue;
+        auto answer = m_connection->request("GET", href, {}, {});
+        if (!answer || answer->status != 200)
+            continue;
+        auto item = detail::parseCalendarItem(answer->body);
+        if (!item || item->identifier != identifier)
+            continue;
+        item->calendarIdentifier = calendar;
+        Remote found{href, answer->etag, std::move(answer->body), std::move(*item)};
+        // A known item keeps the tag it was last listed or written with.
+        if (const auto seen = m_seen.find(identifier); seen != m_seen.end())
+            found.etag = seen->second.etag;
+        else
+            m_seen.emplace(std::string(identifier), found);
+        return found;
+    }
+    for (const auto& each : all) {
+        auto listed = query(each);
+        if (!listed)
+            continue;
+        for (auto& candidate : *listed)
+            if (candidate.item.identifier == identifier) {
+                m_seen.insert_or_assign(candidate.item.identifier, candidate);
+                return std::move(candidate);
+            }
+    }
+    return std::nullopt;
+}
+
+std::optional<CalendarItem>
+CaldavCalendarStore::itemWithIdentifier(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
+        return pending->second;
+    auto found = remote(identifier);
+    if (!found)
+        return std::nullopt;
+    return std::move(found->item);
+}
+
+Result<> CaldavCalendarStore::storeItem(CalendarItem& item, bool commit) {
+    Lock lock(m_mutex);
+    CalendarItem saved = item;
+    if (saved.identifier.empty()) {
+        saved.identifier = Uuid::generate().toString();
+        m_newItems.insert(saved.identifier);
+    }
+    saved.lastModified = now();
+    if (auto text = detail::formatCalendarItem(saved, {}, *saved.lastModified); !text)
+        return std::unexpected(text.error());
+    m_pendingItems.insert_or_assign(saved.identifier, saved);
+    item = std::move(saved);
+    return commitIf(commit);
+}
+
+Result<> CaldavCalendarStore::removeItem(std::string_view identifier, bool commit) {
+    Lock lock(m_mutex);
+    if (!itemWithIdentifier(identifier))
+        return fail(Errc::notFound,
+                    "there is no calendar item \"" + std::string(identifier) + "\"");
+    m_pendingItems.insert_or_assign(std::string(identifier), std::nullopt);
+    return commitIf(commit);
+}
+
+Result<> CaldavCalendarStore::commit() {
+    Lock lock(m_mutex);
+    return commitLocked();
+}
+
+Result<> CaldavCalendarStore::commitIf(bool commit) {
+    return commit ? commitLocked() : Result<>{};
+}
+
+Result<> CaldavCalendarStore::commitLocked() {
+    auto& http = *m_connection;
+    // Calendars first (items may go into new ones), then items, then the
+    // removal of calendars. Each change leaves the pending set once stored.
+    for (auto it = m_pendingCalendars.begin(); it != m_pendingCalendars.end();) {
+        if (!it->second) {
+            ++it;
+            continue;
+        }
+        const auto& info = *it->second;
+        const bool isNew = m_newCalendars.contains(info.identifier);
+        std::string props = "<d:displayname>" + xmlEscape(info.title) + "</d:displayname>";
+        if (!info.color.empty())
+            props += "<a:calendar-color>" + xmlEscape(info.color) + "</a:calendar-color>";
+        const char* namespaces =
+            R"(xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav" xmlns:a="http://apple.com/ns/ical/")";
+        const auto answer =
+            isNew
+                ? http.request(
+                      "MKCALENDAR", info.identifier,
+                      fmt::format(
+                          R"(<?xml version="1.0" encoding="utf-8"?><c:mkcalendar {}><d:set><d:prop>{}<c:supported-calendar-component-set><c:comp name="{}"/></c:supported-calendar-component-set></d:prop></d:set></c:mkcalendar>)",
+                          namespaces, props,
+                          info.entityType == CalendarEntityType::event ? "VEVENT" : "VTODO"),
+                      {"Content-Type: application/xml; charset=utf-8"})
+                : http.request(
+                      "PROPPATCH", info.identifier,
+                      fmt::format(
+                          R"(<?xml version="1.0" encoding="utf-8"?><d:propertyupdate {}><d:set><d:prop>{}</d:prop></d:set></d:propertyupdate>)",
+                          namespaces, props),
+                      {"Content-Type: application/xml; charset=utf-8"});
+        if (!answer)
+            return std::unexpected(answer.error());
+        if (answer->status != (isNew ? 201 : 207))
+            return httpFailure(isNew ? "making the calendar" : "changing the calendar",
+                               info.identifier, answer->status);
+        m_newCalendars.erase(info.identifier);
+        m_listed.reset();
+        it = m_pendingCalendars.erase(it);
+    }
+    while (!m_pendingItems.empty()) {
+        const auto it = m_pendingItems.begin();
+        const auto stored = m_newItems.contains(it->first) ? std::nullopt : remote(it->first);
+        if (it->second) {
+            const auto& item = *it->second;
+            if (!calendarWithIdentifier(item.calendarIdentifier))
+                return fail(Errc::notFound,
+                            "there is no calendar \"" + item.calendarIdentifier + "\"");
+            const bool inPlace =
+                stored && stored->item.calendarIdentifier == item.calendarIdentifier;
+            const auto href =
+                inPlace ? stored->href : item.calendarIdentifier + resourceName(item.identifier);
+            auto text = detail::formatCalendarItem(item, stored ? stored->text : std::string(),
+                                                   item.lastModified.value_or(now()));
+            if (!text)
+                return std::unexpected(text.error());
+            const auto answer = http.request(
+                "PUT", href, *text,
+                {"Content-Type: text/calendar; charset=utf-8",
+                 inPlace ? "If-Match: " + stored->etag : std::string("If-None-Match: *")});
+            if (!answer)
+                return std::unexpected(answer.error());
+            if (answer->status != 201 && answer->status != 204 && answer->status != 200)
+                return httpFailure("saving the item at", href, answer->status);
+            if (stored && !inPlace) {
+                const auto removed =
+                    http.request("DELETE", stored->href, {}, {"If-Match: " + stored->etag});
+                if (!removed)
+                    return std::unexpected(removed.error());
+                if (removed->status >= 300 && removed->status != 404)
+                    return httpFailure("moving the item from", stored->href, removed->status);
+            }
+            if (answer->etag.empty())
+                m_seen.erase(item.identifier); // read again on its next use
+            else
+                m_seen.insert_or_assign(item.identifier,
+                                        Remote{href, answer->etag, std::move(*text), item});
+        } else if (stored) {
+            const auto answer =
+                http.request("DELETE", stored->href, {}, {"If-Match: " + stored->etag});
+            if (!answer)
+                return std::unexpected(answer.error());
+            if (answer->status >= 300 && answer->status != 404)
+                return httpFailure("removing the item at", stored->href, answer->status);
+            m_seen.erase(it->first);
+        }
+        m_newItems.erase(it->first);
+        m_pendingItems.erase(it);
+    }
+    for (auto it = m_pendingCalendars.begin(); it != m_pendingCalendars.end();) {
+        const auto answer = http.request("DELETE", it->first, {}, {});
+        if (!answer)
+            return std::unexpected(answer.error());
+        if (answer->status >= 300 && answer->status != 404)
+            return httpFailure("removing the calendar", it->first, answer->status);
+        std::erase_if(m_seen, [&](const auto& entry) {
+            return entry.second.item.calendarIdentifier == it->first;
+        });
+        m_listed.reset();
+        it = m_pendingCalendars.erase(it);
+    }
+    return {};
+}
+
+void CaldavCalendarStore::reset() {
+    Lock lock(m_mutex);
+    m_pendingCalendars.clear();
+    m_pendingItems.clear();
+    m_newCalendars.clear();
+    m_newItems.clear();
+}
+
+} // namespace tasket::platform

@@ -1,0 +1,96 @@
+// Calendars on CalDAV servers (RFC 4791) over libcurl: each source is an
+// account URL; its calendars are found from the account's principal and
+// calendar home, and each calendar is a collection named by its URL. An
+// item is one resource holding a VCALENDAR with one VTODO or VEVENT.
+//
+// Writes are conditional: a new item is PUT with If-None-Match: *, a
+// changed or removed one with If-Match and the entity tag last read, so a
+// change another client made in between fails with a conflict instead of
+// being overwritten. Credentials come from the netrc file libcurl reads
+// (the given one, else ~/.netrc); they never appear in a URL we build.
+// Identifiers never reach a URL as they are: a resource's name is a safe
+// name derived from the identifier, percent-encoded on top.
+#pragma once
+
+#include "platform/calendars/calendar_store.h"
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+
+namespace tasket::platform {
+
+struct CaldavOptions {
+    std::filesystem::path netrcFile; // empty: libcurl's default
+    long timeoutSeconds = 30;
+};
+
+class CaldavCalendarStore final : public CalendarStore {
+  public:
+    using Options = CaldavOptions;
+    /// A store over the accounts at `urls` (each a source, named by its URL).
+    explicit CaldavCalendarStore(std::vector<std::string> urls, Options options = {});
+    ~CaldavCalendarStore() override;
+
+    /// Whether `source` names a CalDAV account ("http://" or "https://").
+    [[nodiscard]] static bool isUrl(std::string_view source);
+
+    [[nodiscard]] std::vector<CalendarSource> sources() const override;
+    [[nodiscard]] std::vector<CalendarInfo> calendars(CalendarEntityType type) const override;
+    [[nodiscard]] std::optional<CalendarInfo>
+    calendarWithIdentifier(std::string_view identifier) const override;
+    [[nodiscard]] Result<> saveCalendar(CalendarInfo& calendar, bool commit) override;
+    [[nodiscard]] Result<> removeCalendar(std::string_view identifier, bool commit) override;
+
+    [[nodiscard]] Result<std::vector<CalendarItem>>
+    items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const override;
+    [[nodiscard]] std::optional<CalendarItem>
+    itemWithIdentifier(std::string_view identifier) const override;
+    [[nodiscard]] Result<> removeItem(std::string_view identifier, bool commit) override;
+
+    [[nodiscard]] Result<> commit() override;
+    void reset() override;
+
+    /// Every calendar of every source, or the first failure to reach one.
+    /// calendars() asks the server each time; a lookup by identifier uses
+    /// the last answer and asks again only for a calendar not in it.
+    [[nodiscard]] Result<std::vector<CalendarInfo>> discover() const;
+    /// HTTP requests made so far.
+    [[nodiscard]] std::size_t requestCount() const;
+
+    struct Connection;
+
+  private:
+    // An item as this store last listed or wrote it: its entity tag is the
+    // version a change is made against (a fetch to check that the item
+    // exists does not move it, so another client's change stays a conflict).
+    struct Remote {
+        std::string href; // absolute URL of the resource
+        std::string etag;
+        std::string text;
+        CalendarItem item;
+    };
+    [[nodiscard]] Result<> storeItem(CalendarItem& item, bool commit) override;
+    [[nodiscard]] Result<std::vector<Remote>> query(const CalendarInfo& calendar) const;
+    /// The calendars of `listed` holding `type`, with the pending changes.
+    [[nodiscard]] std::vector<CalendarInfo> withPending(std::vector<CalendarInfo> listed,
+                                                        CalendarEntityType type) const;
+    [[nodiscard]] std::optional<Remote> remote(std::string_view identifier) const;
+    [[nodiscard]] Result<> commitLocked();
+    [[nodiscard]] Result<> commitIf(bool commit);
+
+    const std::vector<std::string> m_urls;
+    std::unique_ptr<Connection> m_connection;
+    mutable std::recursive_mutex m_mutex;
+    mutable std::map<std::string, std::string, std::less<>> m_homes; // source -> calendar home
+    mutable std::map<std::string, Remote, std::less<>> m_seen;       // by identifier
+    mutable std::optional<std::vector<CalendarInfo>> m_listed;       // the last discovery
+    std::map<std::string, std::optional<CalendarInfo>, std::less<>> m_pendingCalendars;
+    std::map<std::string, std::optional<CalendarItem>, std::less<>> m_pendingItems;
+    std::set<std::string, std::less<>> m_newItems;
+    std::set<std::string, std::less<>> m_newCalendars;
+};
+
+} // namespace tasket::platform

@@ -1,0 +1,100 @@
+#include "support/radicale_server.h"
+
+#include "support/program_run.h"
+
+#include <netinet/in.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace tasket::testing {
+namespace {
+
+const char* const kPassword = "alice-secret";
+
+// A loopback port: the given one, or (0) one the kernel picks; connects to
+// it when `probe`, else binds it and returns the port number. Returns -1
+// when that fails.
+int loopback(int port, bool probe) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    auto* raw = reinterpret_cast<sockaddr*>(&address);
+    socklen_t size = sizeof address;
+    const bool ok =
+        fd >= 0 && (probe ? ::connect(fd, raw, size) == 0
+                          : ::bind(fd, raw, size) == 0 && ::getsockname(fd, raw, &size) == 0);
+    ::close(fd);
+    return ok ? ntohs(address.sin_port) : -1;
+}
+
+} // namespace
+
+RadicaleServer::RadicaleServer() : m_port(loopback(0, false)) {
+    const auto storage = storageFolder();
+    const auto config = m_folder / "config";
+    std::filesystem::create_directory(storage);
+    std::ofstream(m_folder / "users") << "alice:" << kPassword << "\n";
+    std::ofstream(config) << "[server]\nhosts = 127.0.0.1:" << m_port
+                          << "\n[auth]\ntype = htpasswd\nhtpasswd_encryption = plain\ndelay = 0\n"
+                          << "htpasswd_filename = " << (m_folder / "users").string()
+                          << "\n[rights]\ntype = owner_only\n[storage]\nfilesystem_folder = "
+                          << storage.string() << "\n[logging]\nlevel = warning\n";
+    std::ofstream(netrcFile()) << "machine 127.0.0.1 login alice password " << kPassword << "\n";
+
+    // The server ends with this process (setpriv's parent-death signal).
+    std::vector<std::string> arguments{"--pdeathsig", "TERM"};
+    if (::geteuid() == 0) {
+        const passwd* nobody = ::getpwnam("nobody");
+        if (!nobody)
+            throw std::runtime_error("no user nobody to run the server as");
+        for (const auto& path : {m_folder.path(), storage})
+            if (::chown(path.c_str(), nobody->pw_uid, nobody->pw_gid) != 0)
+                throw std::runtime_error("cannot hand the server folder to nobody");
+        arguments.insert(arguments.end(), {"--reuid", std::to_string(nobody->pw_uid), "--regid",
+                                           std::to_string(nobody->pw_gid), "--clear-groups"});
+    }
+    arguments.insert(arguments.end(),
+                     {"/usr/bin/python3", "-m", "radicale", "--config", config.string()});
+    m_pid = startProgram("/usr/bin/setpriv", arguments, {.home = m_folder.path()});
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (int status = 0; ::waitpid(m_pid, &status, WNOHANG) == m_pid) {
+            m_pid = -1;
+            throw std::runtime_error("Radicale ended at start; run it with --config " +
+                                     config.string() + " to see why");
+        }
+        if (loopback(m_port, true) == m_port)
+            return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    stop();
+    throw std::runtime_error("Radicale did not start listening in 30 seconds");
+}
+
+RadicaleServer::~RadicaleServer() {
+    stop();
+}
+
+void RadicaleServer::stop() {
+    if (m_pid <= 0)
+        return;
+    ::kill(m_pid, SIGTERM);
+    ::waitpid(m_pid, nullptr, 0);
+    m_pid = -1;
+}
+
+std::string RadicaleServer::url() const {
+    return "http://127.0.0.1:" + std::to_string(m_port) + "/";
+}
+
+} // namespace tasket::testing
