@@ -105,8 +105,7 @@ class DaemonRun {
     DaemonRun(const DaemonRun&) = delete;
     DaemonRun& operator=(const DaemonRun&) = delete;
     [[nodiscard]] std::string log() const {
-        std::ifstream in(m_pidFile.string() + ".log");
-        return {std::istreambuf_iterator<char>(in), {}};
+        return tasket::testing::readFile(m_pidFile.string() + ".log");
     }
     [[nodiscard]] bool running() const { return m_daemon > 0 && ::kill(m_daemon, 0) == 0; }
 

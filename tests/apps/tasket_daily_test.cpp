@@ -219,13 +219,12 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
         if (entry.path().extension() == ".ics")
             file = entry.path();
     ASSERT_FALSE(file.empty());
-    std::ifstream in(file);
-    std::string text(std::istreambuf_iterator<char>(in), {});
+    std::string text = tasket::testing::readFile(file);
     EXPECT_NE(text.find("DUE;VALUE=DATE:20261124"), std::string::npos) << text;
     const auto at = text.find("SUMMARY:Buy milk");
     ASSERT_NE(at, std::string::npos) << text;
     text.replace(at, 16, "SUMMARY:Buy oat milk");
-    std::ofstream(file) << text;
+    tasket::testing::writeFile(file, text);
 
     std::filesystem::create_directories(dir / "config/todoman");
     std::ofstream(dir / "config/todoman/config.py")

@@ -4,9 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <functional>
-#include <iterator>
 
 using namespace tasket::objectstore;
 using tasket::platform::Errc;
@@ -15,11 +13,6 @@ using tasket::testing::scalar;
 using tasket::testing::TempDir;
 
 namespace {
-
-std::string readAll(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 // Saves `count` items with `title` into the store at `path`.
 void saveItems(const std::filesystem::path& path, std::shared_ptr<Model> model, int count,
@@ -42,7 +35,7 @@ TEST(PersistentStore, DamagedFilesFailWithSqliteMessageAndStayUntouched) {
     sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA journal_mode=DELETE", nullptr,
                  nullptr, nullptr);
     sqlite3_close(db);
-    const std::string good = readAll(dir / "good.sqlite");
+    const std::string good = tasket::testing::readFile(dir / "good.sqlite");
     ASSERT_GT(good.size(), 8192u);
 
     struct Case {
@@ -58,13 +51,13 @@ TEST(PersistentStore, DamagedFilesFailWithSqliteMessageAndStayUntouched) {
           Case{"garbage header", std::string(100, '\xff') + good.substr(100), "not a database"}}) {
         SCOPED_TRACE(c.name);
         const auto path = dir / (std::string(c.name) + ".sqlite");
-        std::ofstream(path, std::ios::binary) << c.bytes;
+        tasket::testing::writeFile(path, c.bytes);
         auto store = PersistentStore::open(path, makeTestModel());
         ASSERT_FALSE(store);
         EXPECT_EQ(store.error().code, Errc::storeCorrupt);
         EXPECT_NE(store.error().message.find(c.message), std::string::npos)
             << store.error().message;
-        EXPECT_EQ(readAll(path), c.bytes);
+        EXPECT_EQ(tasket::testing::readFile(path), c.bytes);
         EXPECT_FALSE(std::filesystem::exists(path.string() + "-wal"));
     }
 }
@@ -159,11 +152,11 @@ TEST(PersistentStore, MigratesAdditivelyAndRefusesANewerSchema) {
     ctx->insertNewObject("Extra")->setValue("value", std::string("new entity"));
     EXPECT_SAVED(ctx);
 
-    const std::string before = readAll(file);
+    const std::string before = tasket::testing::readFile(file);
     auto older = PersistentStore::open(file, makeTestModel(1));
     ASSERT_FALSE(older);
     EXPECT_EQ(older.error().code, Errc::schemaTooNew);
-    EXPECT_EQ(readAll(file), before);
+    EXPECT_EQ(tasket::testing::readFile(file), before);
 }
 
 // A store brought up to the model once opens without writing, so even while
