@@ -174,10 +174,8 @@ void NotifierDaemon::report(const Result<>& result, std::string_view what) {
 }
 
 void NotifierDaemon::start() {
-    if (auto delivered = m_queue->deliveredNotifications())
-        for (const auto& notification : *delivered)
-            if (auto found = m_queue->delivered(notification.request.identifier); found && *found)
-                m_shown[notification.request.identifier] = (*found)->serverID;
+    // What an earlier session showed carries that session's numbers.
+    report(m_queue->forgetServerIDs(), "cannot forget the last session's notifications");
     if (m_actions.rescheduleAll)
         report(m_actions.rescheduleAll(), "cannot schedule the reminders of the store");
     deliverDue();

@@ -3,6 +3,7 @@
 #include "cloud/cloud_record_keys.h"
 #include "cloud/history_readers.h"
 #include "objectstore/history.h"
+#include "platform/atomic_file.h"
 #include "platform/clock.h"
 #include "settings/settings_keys.h"
 #include "store/modification_counter.h"
@@ -78,20 +79,11 @@ Known readKnown(const std::filesystem::path& file) {
 CloudResult<> writeKnown(const std::filesystem::path& file, const Known& known) {
     std::error_code ec;
     std::filesystem::create_directories(file.parent_path(), ec);
-    const auto temporary = file.string() + ".new";
-    {
-        std::ofstream out(temporary, std::ios::trunc);
-        for (const auto& [entity, name] : known)
-            out << entity << '\t' << name << '\n';
-        if (!out.flush())
-            return platform::cloudFail(CloudErrorCode::internalError,
-                                       fmt::format("cannot write {}", temporary));
-    }
-    std::filesystem::rename(temporary, file, ec);
-    if (ec)
-        return platform::cloudFail(
-            CloudErrorCode::internalError,
-            fmt::format("cannot replace {}: {}", file.string(), ec.message()));
+    std::string text;
+    for (const auto& [entity, name] : known)
+        text += fmt::format("{}\t{}\n", entity, name);
+    if (auto replaced = platform::replaceFile(file, text); !replaced)
+        return platform::cloudFail(CloudErrorCode::internalError, replaced.error().message);
     return {};
 }
 

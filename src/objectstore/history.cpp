@@ -1,5 +1,7 @@
 #include "objectstore/history.h"
 
+#include "platform/atomic_file.h"
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -58,29 +60,8 @@ platform::Result<HistoryToken> unarchiveToken(const std::vector<std::uint8_t>& d
 
 platform::Result<void> writeTokenFile(const std::filesystem::path& path, HistoryToken token) {
     const auto bytes = archiveToken(token);
-    // A temporary name of its own, so two programs writing the same file
-    // never write into one temporary file and rename a mix of both.
-    std::string temp = path.string() + ".tmp-XXXXXX";
-    const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
-    if (fd < 0)
-        return fail(Errc::ioError, fmt::format("cannot write {}: {}", temp, std::strerror(errno)));
-    const bool ok = ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
-                    ::fsync(fd) == 0;
-    const int written = errno;
-    ::close(fd);
-    if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) {
-        const int error = ok ? errno : written;
-        ::unlink(temp.c_str());
-        return fail(Errc::ioError,
-                    fmt::format("cannot write {}: {}", path.string(), std::strerror(error)));
-    }
-    if (const int dir = ::open(path.parent_path().empty() ? "." : path.parent_path().c_str(),
-                               O_RDONLY | O_DIRECTORY);
-        dir >= 0) {
-        ::fsync(dir);
-        ::close(dir);
-    }
-    return {};
+    return platform::replaceFile(
+        path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 platform::Result<std::optional<HistoryToken>> readTokenFile(const std::filesystem::path& path) {

@@ -233,6 +233,9 @@ Result<> answer(NotificationManager& manager, objectstore::ObjectContext& contex
         return done ? Result<>{} : std::unexpected(done.error());
     }
 
+    if (!task && !subtask) // deleted meanwhile: nothing to remind of again
+        return platform::fail(platform::Errc::notFound,
+                              "there is no task or subtask \"" + std::string(recordID) + "\"");
     std::optional<settings::TimeOfDay> allDayTime;
     const bool allDay =
         kind == ReminderKind::start

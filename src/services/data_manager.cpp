@@ -68,6 +68,7 @@ platform::Result<void> DataManager::mirror(objectstore::ObjectContext& context,
         m_customizationManager->isTasketAndRemindersAddOnlyDatabase();
     reminders::CalendarMirror calendars(m_eventStore, m_customizationManager);
     bool wrote = false;
+    platform::Result<void> failure;
     for (const auto& identifier : identifiers) {
         auto task = store::findByIdentifier<store::TK_Task>(context, identifier);
         if (!task)
@@ -81,11 +82,17 @@ platform::Result<void> DataManager::mirror(objectstore::ObjectContext& context,
         case TK_CalendarType::event: written = calendars.writeEvent(**task); break;
         case TK_CalendarType::none: continue;
         }
-        if (!written)
-            return written;
-        wrote = true;
+        if (written)
+            wrote = true;
+        else if (!failure)
+            failure = written; // the others still go, and what they wrote is kept
     }
-    return wrote ? context.save() : platform::Result<void>{};
+    // The identifiers of the items written, so the next pass updates them
+    // instead of writing them again.
+    if (wrote)
+        if (auto saved = context.save(); !saved)
+            return saved;
+    return failure;
 }
 
 } // namespace tasket::services

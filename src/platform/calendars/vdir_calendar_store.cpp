@@ -1,5 +1,6 @@
 #include "platform/calendars/vdir_calendar_store.h"
 
+#include "platform/atomic_file.h"
 #include "platform/calendars/detail/ical_codec.h"
 #include "platform/uuid.h"
 
@@ -40,33 +41,9 @@ std::string firstLine(std::string text) {
     return text;
 }
 
-// Writes `text` to a new file beside `file` and renames it over `file`.
+// Writes `text` over `file` (readable by the other calendar programs).
 Result<> writeAtomically(const fs::path& file, std::string_view text) {
-    const fs::path temporary =
-        file.parent_path() / fmt::format(".{}.{}.tmp", file.filename().string(), ::getpid());
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-        return fail(Errc::ioError,
-                    fmt::format("cannot write {}: {}", temporary.string(), std::strerror(errno)));
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const auto n = ::write(fd, text.data() + written, text.size() - written);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        written += static_cast<std::size_t>(n);
-    }
-    const bool complete = written == text.size() && ::fsync(fd) == 0;
-    const int saved = errno;
-    ::close(fd);
-    if (!complete || std::rename(temporary.c_str(), file.c_str()) != 0) {
-        const int reason = complete ? errno : saved;
-        ::unlink(temporary.c_str());
-        return fail(Errc::ioError,
-                    fmt::format("cannot write {}: {}", file.string(), std::strerror(reason)));
-    }
-    return {};
+    return replaceFile(file, text, 0644);
 }
 
 // A folder name that can name a calendar: 1 to 255 bytes, no "/", no

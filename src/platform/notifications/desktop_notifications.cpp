@@ -81,7 +81,9 @@ Result<std::unique_ptr<DesktopNotifications>> DesktopNotifications::connect(Hand
     for (auto [member, slot, callback] :
          {std::tuple{"ActionInvoked", &connection->actionSlot, &Connection::onAction},
           std::tuple{"NotificationClosed", &connection->closedSlot, &Connection::onClosed}})
-        if (const int r = sd_bus_match_signal(connection->bus, slot, nullptr, kServerPath, kServer,
+        // Only the notification server's own signals: another program on the
+        // bus must not complete tasks by sending an ActionInvoked.
+        if (const int r = sd_bus_match_signal(connection->bus, slot, kServer, kServerPath, kServer,
                                               member, callback, connection.get());
             r < 0)
             return fail(Errc::unavailable,

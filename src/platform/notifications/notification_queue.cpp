@@ -373,9 +373,14 @@ Result<std::vector<NotificationCategory>> NotificationQueue::notificationCategor
 // ---- Pending requests --------------------------------------------------------------------
 
 Result<> NotificationQueue::addNotificationRequest(const NotificationRequest& request) {
+    // A request added again with the same trigger keeps the time it was
+    // first added: a reschedule pass must not turn a reminder that fell due
+    // while nobody delivered it into one "already past when added".
     static const std::string sql =
         "INSERT OR REPLACE INTO pending (added_at, " + std::string(kRequestColumns) +
-        ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17)";
+        ") VALUES (COALESCE((SELECT added_at FROM pending WHERE identifier = ?2 AND year = ?3 "
+        "AND month = ?4 AND day = ?5 AND hour = ?6 AND minute = ?7), ?1), "
+        "?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17)";
     return write([&]() -> Result<> {
         auto stmt = prepare(sql);
         if (!stmt) {
@@ -528,6 +533,17 @@ Result<std::vector<DeliveredNotification>> NotificationQueue::deliveredNotificat
         out.push_back(std::move(d.notification));
     }
     return out;
+}
+
+Result<> NotificationQueue::forgetServerIDs() {
+    return write([&]() -> Result<> {
+        auto stmt = prepare("UPDATE delivered SET server_id = 0 WHERE server_id <> 0");
+        if (!stmt) {
+            return std::unexpected(stmt.error());
+        }
+        Reset reset{*stmt};
+        return run(*stmt);
+    });
 }
 
 Result<> NotificationQueue::removeDeliveredNotifications(std::span<const std::string> identifiers) {

@@ -133,6 +133,10 @@ class NotificationQueue final : public UserNotificationCenter {
                                               Date at);
     /// The delivered notification under `identifier`, if any.
     [[nodiscard]] Result<std::optional<Delivered>> delivered(const std::string& identifier) const;
+    /// Forgets the servers' numbers of every delivered notification: a
+    /// server numbers afresh in each session, so an old number would name
+    /// another program's notification.
+    [[nodiscard]] Result<> forgetServerIDs();
     /// The delivered notification the server numbered `serverID`, if any.
     [[nodiscard]] Result<std::optional<Delivered>>
     deliveredWithServerID(std::uint32_t serverID) const;

@@ -165,6 +165,9 @@ TEST_F(NotificationQueueTest, DueRequestsFireInOrderAfterASleepButNeverWhenPastO
     ASSERT_TRUE(m_queue->addNotificationRequest(request("this minute", {2030, 3, 31, 1, 0})));
 
     EXPECT_EQ(*m_queue->nextFireDate(m_clock.now(), m_berlin), m_berlin.date({2030, 3, 31, 3, 0}));
+    // After the sleep a reschedule pass adds "late" again, unchanged: still due.
+    m_clock.set(m_berlin.date({2030, 3, 31, 10, 0}));
+    ASSERT_TRUE(m_queue->addNotificationRequest(request("late", {2030, 3, 31, 9, 0})));
     EXPECT_EQ(due({2030, 3, 31, 10, 0}), (std::vector<std::string>{"this minute", "gap", "late"}));
     EXPECT_EQ(m_queue->queued()->size(), 3U)
         << "the one past when added is gone; the due ones stay until delivered";
