@@ -54,19 +54,19 @@ Date RealtimeWakeTimer::now() const {
 
 void RealtimeWakeTimer::arm(std::optional<Date> at) {
     m_armed = at;
-    itimerspec spec{};
+    itimerspec alarm{};
     if (at) {
         const double unix = std::max(at->unixSeconds(), 1e-9);
-        spec.it_value.tv_sec = static_cast<time_t>(std::floor(unix));
-        spec.it_value.tv_nsec = static_cast<long>((unix - std::floor(unix)) * 1e9);
-        if (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0)
-            spec.it_value.tv_nsec = 1;
+        alarm.it_value.tv_sec = static_cast<time_t>(std::floor(unix));
+        alarm.it_value.tv_nsec = static_cast<long>((unix - std::floor(unix)) * 1e9);
+        if (alarm.it_value.tv_sec == 0 && alarm.it_value.tv_nsec == 0)
+            alarm.it_value.tv_nsec = 1;
     } else {
         // A disarmed timer still has to tell of a clock being set, so it
         // waits for the furthest instant it can name.
-        spec.it_value.tv_sec = kFarFutureUnix;
+        alarm.it_value.tv_sec = kFarFutureUnix;
     }
-    ::timerfd_settime(m_timer, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr);
+    ::timerfd_settime(m_timer, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &alarm, nullptr);
 }
 
 void RealtimeWakeTimer::handleReadable() {
