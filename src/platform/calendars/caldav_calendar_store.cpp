@@ -14,8 +14,6 @@
 
 namespace tasket::platform {
 
-using Lock = std::lock_guard<std::recursive_mutex>;
-
 namespace {
 
 constexpr const char* kDav = "DAV:";
@@ -63,10 +61,6 @@ std::string withSlash(std::string url) {
     if (!url.ends_with('/'))
         url += '/';
     return url;
-}
-
-Date now() {
-    return Date::fromSystem(std::chrono::system_clock::now());
 }
 
 // ---- XML ---------------------------------------------------------------------------
@@ -541,39 +535,6 @@ CaldavCalendarStore::itemWithIdentifier(std::string_view identifier) const {
     return std::move(found->item);
 }
 
-Result<> CaldavCalendarStore::storeItem(CalendarItem& item, bool commit) {
-    Lock lock(m_mutex);
-    CalendarItem saved = item;
-    if (saved.identifier.empty()) {
-        saved.identifier = Uuid::generate().toString();
-        m_newItems.insert(saved.identifier);
-    }
-    saved.lastModified = now();
-    if (auto text = detail::formatCalendarItem(saved, {}, *saved.lastModified); !text)
-        return std::unexpected(text.error());
-    m_pendingItems.insert_or_assign(saved.identifier, saved);
-    item = std::move(saved);
-    return commitIf(commit);
-}
-
-Result<> CaldavCalendarStore::removeItem(std::string_view identifier, bool commit) {
-    Lock lock(m_mutex);
-    if (!itemWithIdentifier(identifier))
-        return fail(Errc::notFound,
-                    "there is no calendar item \"" + std::string(identifier) + "\"");
-    m_pendingItems.insert_or_assign(std::string(identifier), std::nullopt);
-    return commitIf(commit);
-}
-
-Result<> CaldavCalendarStore::commit() {
-    Lock lock(m_mutex);
-    return commitLocked();
-}
-
-Result<> CaldavCalendarStore::commitIf(bool commit) {
-    return commit ? commitLocked() : Result<>{};
-}
-
 Result<> CaldavCalendarStore::commitLocked() {
     auto& http = *m_connection;
     // Calendars first (items may go into new ones), then items, then the
@@ -678,12 +639,8 @@ Result<> CaldavCalendarStore::commitLocked() {
     return {};
 }
 
-void CaldavCalendarStore::reset() {
-    Lock lock(m_mutex);
-    m_pendingCalendars.clear();
-    m_pendingItems.clear();
+void CaldavCalendarStore::resetLocked() {
     m_newCalendars.clear();
-    m_newItems.clear();
 }
 
 } // namespace tasket::platform

@@ -12,7 +12,7 @@
 // name derived from the identifier, percent-encoded on top.
 #pragma once
 
-#include "platform/calendars/calendar_store.h"
+#include "platform/calendars/staged_calendar_store.h"
 
 #include <filesystem>
 #include <map>
@@ -27,7 +27,7 @@ struct CaldavOptions {
     long timeoutSeconds = 30;
 };
 
-class CaldavCalendarStore final : public CalendarStore {
+class CaldavCalendarStore final : public StagedCalendarStore {
   public:
     using Options = CaldavOptions;
     /// A store over the accounts at `urls` (each a source, named by its URL).
@@ -48,10 +48,6 @@ class CaldavCalendarStore final : public CalendarStore {
     items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const override;
     [[nodiscard]] std::optional<CalendarItem>
     itemWithIdentifier(std::string_view identifier) const override;
-    [[nodiscard]] Result<> removeItem(std::string_view identifier, bool commit) override;
-
-    [[nodiscard]] Result<> commit() override;
-    void reset() override;
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
@@ -72,24 +68,19 @@ class CaldavCalendarStore final : public CalendarStore {
         std::string text;
         CalendarItem item;
     };
-    [[nodiscard]] Result<> storeItem(CalendarItem& item, bool commit) override;
     [[nodiscard]] Result<std::vector<Remote>> query(const CalendarInfo& calendar) const;
     /// The calendars of `listed` holding `type`, with the pending changes.
     [[nodiscard]] std::vector<CalendarInfo> withPending(std::vector<CalendarInfo> listed,
                                                         CalendarEntityType type) const;
     [[nodiscard]] std::optional<Remote> remote(std::string_view identifier) const;
-    [[nodiscard]] Result<> commitLocked();
-    [[nodiscard]] Result<> commitIf(bool commit);
+    [[nodiscard]] Result<> commitLocked() override;
+    void resetLocked() override;
 
     const std::vector<std::string> m_urls;
     std::unique_ptr<Connection> m_connection;
-    mutable std::recursive_mutex m_mutex;
     mutable std::map<std::string, std::string, std::less<>> m_homes; // source -> calendar home
     mutable std::map<std::string, Remote, std::less<>> m_seen;       // by identifier
     mutable std::optional<std::vector<CalendarInfo>> m_listed;       // the last discovery
-    std::map<std::string, std::optional<CalendarInfo>, std::less<>> m_pendingCalendars;
-    std::map<std::string, std::optional<CalendarItem>, std::less<>> m_pendingItems;
-    std::set<std::string, std::less<>> m_newItems;
     std::set<std::string, std::less<>> m_newCalendars;
 };
 

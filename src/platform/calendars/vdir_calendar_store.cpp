@@ -18,7 +18,6 @@
 namespace tasket::platform {
 
 namespace fs = std::filesystem;
-using Lock = std::lock_guard<std::recursive_mutex>;
 
 namespace {
 
@@ -77,10 +76,6 @@ CalendarEntityType kindOf(const fs::path& folder) {
             return CalendarEntityType::event;
     }
     return CalendarEntityType::reminder;
-}
-
-Date now() {
-    return Date::fromSystem(std::chrono::system_clock::now());
 }
 
 } // namespace
@@ -301,39 +296,6 @@ VdirCalendarStore::itemWithIdentifier(std::string_view identifier) const {
     return std::move(stored->item);
 }
 
-Result<> VdirCalendarStore::storeItem(CalendarItem& item, bool commit) {
-    Lock lock(m_mutex);
-    CalendarItem saved = item;
-    if (saved.identifier.empty()) {
-        saved.identifier = Uuid::generate().toString();
-        m_newItems.insert(saved.identifier);
-    }
-    saved.lastModified = now();
-    if (auto text = detail::formatCalendarItem(saved, {}, *saved.lastModified); !text)
-        return std::unexpected(text.error());
-    m_pendingItems.insert_or_assign(saved.identifier, saved);
-    item = std::move(saved);
-    return commitIf(commit);
-}
-
-Result<> VdirCalendarStore::removeItem(std::string_view identifier, bool commit) {
-    Lock lock(m_mutex);
-    if (!itemWithIdentifier(identifier))
-        return fail(Errc::notFound,
-                    "there is no calendar item \"" + std::string(identifier) + "\"");
-    m_pendingItems.insert_or_assign(std::string(identifier), std::nullopt);
-    return commitIf(commit);
-}
-
-Result<> VdirCalendarStore::commit() {
-    Lock lock(m_mutex);
-    return commitLocked();
-}
-
-Result<> VdirCalendarStore::commitIf(bool commit) {
-    return commit ? commitLocked() : Result<>{};
-}
-
 Result<> VdirCalendarStore::commitLocked() {
     // Calendars first (items may go into new ones), then items, then the
     // removal of calendars. Each change leaves the pending set once stored.
@@ -412,13 +374,6 @@ Result<> VdirCalendarStore::commitLocked() {
         it = m_pendingCalendars.erase(it);
     }
     return {};
-}
-
-void VdirCalendarStore::reset() {
-    Lock lock(m_mutex);
-    m_pendingCalendars.clear();
-    m_pendingItems.clear();
-    m_newItems.clear();
 }
 
 } // namespace tasket::platform

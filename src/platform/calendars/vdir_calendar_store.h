@@ -13,7 +13,7 @@
 // the file system as paths.
 #pragma once
 
-#include "platform/calendars/calendar_store.h"
+#include "platform/calendars/staged_calendar_store.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -25,7 +25,7 @@
 
 namespace tasket::platform {
 
-class VdirCalendarStore final : public CalendarStore {
+class VdirCalendarStore final : public StagedCalendarStore {
   public:
     /// A store over the vdir roots `roots` (each a source, named by its
     /// path; a missing root is made when a calendar is first saved in it).
@@ -42,10 +42,6 @@ class VdirCalendarStore final : public CalendarStore {
     items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const override;
     [[nodiscard]] std::optional<CalendarItem>
     itemWithIdentifier(std::string_view identifier) const override;
-    [[nodiscard]] Result<> removeItem(std::string_view identifier, bool commit) override;
-
-    [[nodiscard]] Result<> commit() override;
-    void reset() override;
 
   private:
     struct Folder {
@@ -56,7 +52,6 @@ class VdirCalendarStore final : public CalendarStore {
         CalendarItem item;
         std::filesystem::path file;
     };
-    [[nodiscard]] Result<> storeItem(CalendarItem& item, bool commit) override;
     /// Calls `visit` with each item file of `folder` that parses, until it
     /// returns false; fails when the folder cannot be listed.
     [[nodiscard]] Result<> eachItemFile(
@@ -65,8 +60,7 @@ class VdirCalendarStore final : public CalendarStore {
     [[nodiscard]] std::vector<Folder> folders() const;
     [[nodiscard]] std::optional<Folder> folder(std::string_view identifier) const;
     [[nodiscard]] std::optional<StoredItem> storedItem(std::string_view identifier) const;
-    [[nodiscard]] Result<> commitLocked();
-    [[nodiscard]] Result<> commitIf(bool commit);
+    [[nodiscard]] Result<> commitLocked() override;
 
     // A file read before and unchanged since (same modification time and
     // size) is not parsed again.
@@ -77,13 +71,8 @@ class VdirCalendarStore final : public CalendarStore {
     };
 
     const std::vector<std::filesystem::path> m_roots;
-    mutable std::recursive_mutex m_mutex;
     mutable std::unordered_map<std::string, ParsedFile> m_parsed;                   // by path
     mutable std::map<std::string, std::filesystem::path, std::less<>> m_fileOfItem; // last seen
-    // Pending changes by identifier; nullopt: removed.
-    std::map<std::string, std::optional<CalendarInfo>, std::less<>> m_pendingCalendars;
-    std::map<std::string, std::optional<CalendarItem>, std::less<>> m_pendingItems;
-    std::set<std::string, std::less<>> m_newItems; // pending items that have no file yet
 };
 
 } // namespace tasket::platform
