@@ -87,18 +87,22 @@ std::shared_ptr<store::TK_Category> ShareFormModel::selectedList() const {
 }
 
 std::vector<ShareFormModel::ListRow> ShareFormModel::lists() const {
-    auto& picker = m_controller.picker();
-    auto categories = picker.categories();
+    auto categories = m_controller.picker().categories();
     const auto selected = selectedList();
     if (selected && std::ranges::find(categories, selected) == categories.end())
         categories.push_back(selected);
     std::vector<ListRow> rows;
     rows.reserve(categories.size() + 1);
     for (auto& category : categories)
-        rows.push_back(
-            {listLabel(*category, picker.numberOfTasks(*category)), std::move(category)});
-    rows.push_back({std::string(kNewListLabel), nullptr});
+        rows.push_back({std::move(category)});
+    rows.push_back({nullptr});
     return rows;
+}
+
+std::string ShareFormModel::label(const ListRow& row) const {
+    if (!row.category)
+        return std::string(kNewListLabel);
+    return listLabel(*row.category, m_controller.picker().numberOfTasks(*row.category));
 }
 
 std::size_t ShareFormModel::selectedRow() const {

@@ -28,7 +28,6 @@ class ShareFormModel {
 
     /// One entry of the list picker.
     struct ListRow {
-        std::string label;                            // "Inbox (3 tasks)"
         std::shared_ptr<store::TK_Category> category; // null: the "New List…" entry
     };
 
@@ -51,6 +50,9 @@ class ShareFormModel {
     /// The offered lists in the user's order (the selected one included even
     /// before the store lists it), then the "New List…" entry.
     std::vector<ListRow> lists() const;
+    /// What the picker shows for `row`: "Inbox (3 tasks)". Counting takes a
+    /// query, so a view asks only for the entries it shows.
+    std::string label(const ListRow& row) const;
     /// The entry of lists() that is selected: the chosen list's.
     std::size_t selectedRow() const;
     /// "name.ext (size)" for each file or picture that goes with the task,

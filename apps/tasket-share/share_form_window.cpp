@@ -2,6 +2,7 @@
 
 #include "rules/texts.h"
 
+#include <QAbstractListModel>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFontMetrics>
@@ -9,10 +10,13 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListView>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace tasket::apps {
 namespace {
@@ -24,11 +28,61 @@ QString fromUtf8(std::string_view text) {
 // The widest a link is drawn before its middle is elided, in average characters.
 constexpr int kLinkWidthInCharacters = 56;
 
+// The list picker's width, in average characters: its entries are not all
+// measured (see ListEntries).
+constexpr int kListWidthInCharacters = 28;
+
 bool isEnter(const QKeyEvent& key) {
     return key.key() == Qt::Key_Return || key.key() == Qt::Key_Enter;
 }
 
 } // namespace
+
+// The list picker's entries, each labelled only when a view asks for it:
+// a label counts the list's tasks, which takes a query, and a store may
+// hold a thousand lists of which the closed picker shows one.
+class ShareFormWindow::ListEntries final : public QAbstractListModel {
+  public:
+    ListEntries(const ShareFormModel& model, QObject* parent)
+        : QAbstractListModel(parent), m_model(model) {}
+
+    int rowCount(const QModelIndex& parent) const override {
+        return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override {
+        if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::EditRole))
+            return {};
+        const auto row = static_cast<std::size_t>(index.row());
+        if (row >= m_rows.size())
+            return {};
+        QString& label = m_labels[row];
+        if (label.isNull())
+            label = fromUtf8(m_model.label(m_rows[row]));
+        return label;
+    }
+
+    /// Follows the model: other lists reset the entries; the same lists
+    /// forget their labels, as titles and counts may have changed.
+    void update() {
+        auto rows = m_model.lists();
+        if (!std::ranges::equal(rows, m_rows, {}, &ShareFormModel::ListRow::category,
+                                &ShareFormModel::ListRow::category)) {
+            beginResetModel();
+            m_rows = std::move(rows);
+            m_labels = std::vector<QString>(m_rows.size());
+            endResetModel();
+        } else if (!m_rows.empty()) {
+            std::ranges::fill(m_labels, QString());
+            emit dataChanged(index(0), index(rowCount({}) - 1), {Qt::DisplayRole});
+        }
+    }
+
+  private:
+    const ShareFormModel& m_model;
+    std::vector<ShareFormModel::ListRow> m_rows;
+    mutable std::vector<QString> m_labels; // null: not asked for yet
+};
 
 ShareFormWindow::ShareFormWindow(ShareFormModel& model, QWidget* parent)
     : QDialog(parent), m_model(model) {
@@ -44,7 +98,12 @@ ShareFormWindow::ShareFormWindow(ShareFormModel& model, QWidget* parent)
 
     m_lists = new QComboBox(this);
     m_lists->setObjectName(QStringLiteral("lists"));
-    m_lists->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    m_listEntries = new ListEntries(m_model, this);
+    m_lists->setModel(m_listEntries);
+    m_lists->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    m_lists->setMinimumContentsLength(kListWidthInCharacters);
+    if (auto* view = qobject_cast<QListView*>(m_lists->view()))
+        view->setUniformItemSizes(true);
 
     m_link = new QLabel(this);
     m_link->setObjectName(QStringLiteral("link"));
@@ -144,16 +203,7 @@ void ShareFormWindow::redraw() {
 }
 
 void ShareFormWindow::redrawLists() {
-    QStringList labels;
-    for (const auto& row : m_model.lists())
-        labels.append(fromUtf8(row.label));
-    QStringList shown;
-    for (int i = 0; i < m_lists->count(); ++i)
-        shown.append(m_lists->itemText(i));
-    if (shown != labels) {
-        m_lists->clear();
-        m_lists->addItems(labels);
-    }
+    m_listEntries->update();
     m_lists->setCurrentIndex(static_cast<int>(m_model.selectedRow()));
 }
 

@@ -42,10 +42,13 @@ class ShareFormWindow final : public QDialog {
     void openNewListSheet();
     void openPremiumRequiredSheet();
 
+    class ListEntries;
+
     ShareFormModel& m_model;
     QFormLayout* m_form = nullptr;
     QPlainTextEdit* m_text = nullptr;
     QComboBox* m_lists = nullptr;
+    ListEntries* m_listEntries = nullptr;
     QLabel* m_link = nullptr;
     QLabel* m_files = nullptr;
     QLabel* m_problem = nullptr;

@@ -109,6 +109,8 @@ inline constexpr std::string_view kPinned = "isPinned = true";
 // ---- Membership of one list ----------------------------------------------------------
 
 inline constexpr std::string_view kInCategory = "category.categoryID = %@";
+/// The same by the list itself: no join, so the store counts through its index.
+inline constexpr std::string_view kInCategoryObject = "category = %@";
 inline constexpr std::string_view kHasPriorityWithID = "customPriority.priorityID = %@";
 inline constexpr std::string_view kHasStatusWithID = "customStatus.statusID = %@";
 

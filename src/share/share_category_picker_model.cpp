@@ -1,5 +1,6 @@
 #include "share/share_category_picker_model.h"
 
+#include "rules/predicates.h"
 #include "share/category_choice.h"
 
 #include <algorithm>
@@ -19,6 +20,19 @@ std::vector<std::shared_ptr<store::TK_Category>> ShareCategoryPickerModel::categ
 }
 
 std::size_t ShareCategoryPickerModel::numberOfTasks(const store::TK_Category& category) const {
+    // A stored list's tasks are counted by the store: loading them all to
+    // count them would read every task of a large store into memory.
+    namespace predicates = rules::predicates;
+    if (auto* context = category.context(); context && !category.objectID().isTemporary()) {
+        objectstore::FetchRequest request("TK_Task");
+        request.predicate =
+            predicates::parsed(predicates::kInCategoryObject, {category.objectID()});
+        if (m_isExcludingCompletedTasks)
+            request.predicate =
+                objectstore::andPredicate({*request.predicate, predicates::notCompleted()});
+        if (auto counted = context->count(request))
+            return *counted;
+    }
     const auto tasks = category.tasks();
     if (!m_isExcludingCompletedTasks)
         return tasks.size();
