@@ -1,7 +1,6 @@
 #include "reminders/calendar_sources.h"
 
-#include "platform/calendars/caldav_calendar_store.h"
-#include "platform/calendars/vdir_calendar_store.h"
+#include "platform/calendars/calendar_store_module.h"
 #include "settings/settings_catalog.h"
 
 #include <fmt/format.h>
@@ -19,7 +18,7 @@ openCalendarStore(const settings::CustomizationManager& customization) {
     std::vector<std::filesystem::path> roots;
     std::vector<std::string> accounts;
     for (const auto& source : customization.value(settings::catalog::calendarSources)) {
-        if (platform::CaldavCalendarStore::isUrl(source))
+        if (platform::isCaldavUrl(source))
             accounts.push_back(source);
         else if (source.find("://") != std::string::npos)
             return platform::fail(Errc::invalidArgument,
@@ -34,12 +33,12 @@ openCalendarStore(const settings::CustomizationManager& customization) {
                               "the calendar sources mix folders and CalDAV accounts; use one or "
                               "the other");
     if (!accounts.empty())
-        return std::make_shared<platform::CaldavCalendarStore>(std::move(accounts));
+        return platform::openCaldavCalendarStore(std::move(accounts));
     if (roots.empty())
         return platform::fail(Errc::invalidArgument,
                               "there are no calendar sources: name a vdir folder or a CalDAV "
                               "account with `tasket calendars sources FOLDER|URL`");
-    return std::make_shared<platform::VdirCalendarStore>(std::move(roots));
+    return platform::openVdirCalendarStore(std::move(roots));
 }
 
 } // namespace tasket::reminders

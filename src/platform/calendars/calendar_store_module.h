@@ -1,0 +1,42 @@
+// The vdir and CalDAV calendar stores are built as a module that a program
+// loads the first time it opens one of them. They bring the iCalendar,
+// HTTP, TLS and XML libraries, some thirty shared objects that every
+// program would otherwise load and relocate at each start, calendars or
+// not. The module and the programs are built together, so C++ types cross
+// between them as they are.
+#pragma once
+
+#include "platform/calendars/calendar_store.h"
+#include "platform/error.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tasket::platform {
+
+/// Whether `source` names a CalDAV account ("http://" or "https://").
+[[nodiscard]] bool isCaldavUrl(std::string_view source);
+
+/// A vdir store over the roots `roots`. Fails with `unavailable`, saying
+/// why, when the module cannot be loaded.
+[[nodiscard]] Result<std::shared_ptr<CalendarStore>>
+openVdirCalendarStore(std::vector<std::filesystem::path> roots);
+/// A CalDAV store over the accounts at `urls`, as openVdirCalendarStore.
+[[nodiscard]] Result<std::shared_ptr<CalendarStore>>
+openCaldavCalendarStore(std::vector<std::string> urls);
+
+/// What the module hands over through its one exported function,
+/// kCalendarStoreModuleEntry, which returns a pointer to it.
+struct CalendarStoreFactories {
+    static constexpr int kVersion = 1;
+    int version = kVersion;
+    std::shared_ptr<CalendarStore> (*vdir)(std::vector<std::filesystem::path> roots) = nullptr;
+    std::shared_ptr<CalendarStore> (*caldav)(std::vector<std::string> urls) = nullptr;
+};
+
+inline constexpr const char* kCalendarStoreModuleEntry = "tasket_calendar_store_factories";
+
+} // namespace tasket::platform
