@@ -64,9 +64,7 @@ struct Reminders {
 
     // Made for each use, so that it reads dates in the zone in force then.
     reminders::NotificationManager manager() const {
-        return reminders::NotificationManager(
-            daemon.queue(), daemon.timer().calendar(),
-            [settings = settings] { return settings->allDayReminderTime(); });
+        return reminders::notificationManager(daemon.queue(), daemon.timer().calendar(), settings);
     }
 };
 

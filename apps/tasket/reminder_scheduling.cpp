@@ -2,22 +2,14 @@
 
 #include "common/task_report.h"
 #include "reminders/reminder_store.h"
-#include "store/application_group.h"
 #include "tasket/store_view.h"
 
 #include <functional>
 
 namespace tasket::apps {
 
-platform::Result<ReminderScheduling> openReminderScheduling() {
-    auto queue = platform::NotificationQueue::open(store::applicationGroupContainerURL() /
-                                                   platform::NotificationQueue::kFileName);
-    if (!queue)
-        return std::unexpected(queue.error());
-    auto settings = openSettings();
-    auto manager = std::make_unique<reminders::NotificationManager>(
-        **queue, localCalendar(), [settings] { return settings->allDayReminderTime(); });
-    return ReminderScheduling{std::move(*queue), std::move(manager)};
+platform::Result<reminders::ReminderQueue> openReminderScheduling() {
+    return reminders::openReminderQueue(localCalendar(), openSettings());
 }
 
 namespace {

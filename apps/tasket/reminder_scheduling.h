@@ -5,23 +5,17 @@
 #pragma once
 
 #include "objectstore/object_context.h"
-#include "platform/notifications/notification_queue.h"
-#include "reminders/notification_manager.h"
+#include "reminders/reminder_store.h"
 
-#include <memory>
 #include <ostream>
 #include <span>
 #include <string>
 
 namespace tasket::apps {
 
-struct ReminderScheduling {
-    std::unique_ptr<platform::NotificationQueue> queue;
-    std::unique_ptr<reminders::NotificationManager> manager;
-};
-
-/// Opens the queue in the group container (creating it when absent).
-[[nodiscard]] platform::Result<ReminderScheduling> openReminderScheduling();
+/// Opens the queue in the group container (creating it when absent), with
+/// a manager reading the local calendar and the user's settings.
+[[nodiscard]] platform::Result<reminders::ReminderQueue> openReminderScheduling();
 
 /// Runs the per-record pass for the tasks and subtasks `identifiers` name
 /// (deleted ones lose their requests), in one queue transaction. The store

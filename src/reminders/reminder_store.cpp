@@ -1,5 +1,6 @@
 #include "reminders/reminder_store.h"
 
+#include "store/application_group.h"
 #include "store/lookup.h"
 
 #include <unordered_set>
@@ -83,6 +84,25 @@ SubtaskReminders subtaskReminders(const store::TK_Subtask& subtask) {
         out.subtask.task = out.task->identifier;
     }
     return out;
+}
+
+NotificationManager notificationManager(platform::UserNotificationCenter& center,
+                                        platform::Calendar calendar,
+                                        std::shared_ptr<settings::CustomizationManager> settings) {
+    return NotificationManager(center, std::move(calendar), [settings = std::move(settings)] {
+        return settings->allDayReminderTime();
+    });
+}
+
+Result<ReminderQueue> openReminderQueue(platform::Calendar calendar,
+                                        std::shared_ptr<settings::CustomizationManager> settings) {
+    auto queue = platform::NotificationQueue::open(store::applicationGroupContainerURL() /
+                                                   platform::NotificationQueue::kFileName);
+    if (!queue)
+        return std::unexpected(queue.error());
+    auto manager = std::make_unique<NotificationManager>(
+        notificationManager(**queue, std::move(calendar), std::move(settings)));
+    return ReminderQueue{std::move(*queue), std::move(manager)};
 }
 
 objectstore::FetchRequest rescheduleTasksRequest() {

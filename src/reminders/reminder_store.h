@@ -5,15 +5,39 @@
 #pragma once
 
 #include "objectstore/object_context.h"
+#include "platform/notifications/notification_queue.h"
 #include "reminders/notification_manager.h"
+#include "settings/customization_manager.h"
 #include "store/records.h"
 
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace tasket::reminders {
+
+// ---- The user's reminder queue -------------------------------------------------------
+
+/// A manager over `center` that reads dates in `calendar` and the all-day
+/// reminder time from `settings` (asked each time).
+[[nodiscard]] NotificationManager
+notificationManager(platform::UserNotificationCenter& center, platform::Calendar calendar,
+                    std::shared_ptr<settings::CustomizationManager> settings);
+
+struct ReminderQueue {
+    std::unique_ptr<platform::NotificationQueue> queue;
+    std::unique_ptr<NotificationManager> manager;
+};
+
+/// Opens the reminder queue of the group container (creating it when
+/// absent) with a manager over it, as `notificationManager` makes it.
+[[nodiscard]] Result<ReminderQueue>
+openReminderQueue(platform::Calendar calendar,
+                  std::shared_ptr<settings::CustomizationManager> settings);
+
+// ---- The passes over the store --------------------------------------------------------
 
 /// The records the full pass reschedules: a reminder switched on, and a
 /// start date not after the due date. A comparison with a missing date is

@@ -1,11 +1,9 @@
 #include "services/data_manager.h"
 
 #include "platform/calendar.h"
-#include "platform/notifications/notification_queue.h"
 #include "reminders/calendar_mirror.h"
 #include "reminders/calendar_sources.h"
 #include "reminders/reminder_store.h"
-#include "store/application_group.h"
 #include "store/lookup.h"
 
 namespace tasket::services {
@@ -29,12 +27,10 @@ DataManager::open(std::shared_ptr<store::LocalDataManager> localDataManager,
                   std::shared_ptr<cloud::CloudDataManager> cloudDataManager) {
     std::shared_ptr<platform::UserNotificationCenter> center;
     std::shared_ptr<reminders::NotificationManager> notifications;
-    if (auto queue = platform::NotificationQueue::open(store::applicationGroupContainerURL() /
-                                                       platform::NotificationQueue::kFileName)) {
-        center = std::move(*queue);
-        notifications = std::make_shared<reminders::NotificationManager>(
-            *center, platform::Calendar::current(),
-            [settings = customizationManager] { return settings->allDayReminderTime(); });
+    if (auto queue =
+            reminders::openReminderQueue(platform::Calendar::current(), customizationManager)) {
+        center = std::move(queue->queue);
+        notifications = std::move(queue->manager);
     }
     auto calendars = reminders::openCalendarStore(*customizationManager);
     auto manager = std::make_shared<DataManager>(

@@ -5,6 +5,7 @@
 // for the store, what to do), the documented exit status, and the user's files exactly as they
 // were.
 #include "common/exit_code.h"
+#include "support/output_checks.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
@@ -81,12 +82,7 @@ class HostileInputs : public ::testing::Test {
             const auto before = filesIn(home.path());
             const ProgramRun ran = run(c.command, home.path());
             EXPECT_EQ(ran.status, c.status) << ran.err;
-            std::size_t from = 0;
-            for (const auto& text : c.says) {
-                const auto found = ran.err.find(text, from);
-                EXPECT_NE(found, std::string::npos) << "\"" << text << "\" in\n" << ran.err;
-                from = found == std::string::npos ? from : found;
-            }
+            tasket::testing::expectInOrder(ran.err, c.says);
             EXPECT_TRUE(filesIn(home.path()) == before) << "a file of the user's changed";
             if (c.restore)
                 c.restore(home.path());

@@ -7,6 +7,7 @@
 #include "platform/calendars/caldav_calendar_store.h"
 #include "platform/clock.h"
 #include "platform/date_text.h"
+#include "support/output_checks.h"
 #include "support/program_run.h"
 #include "support/radicale_server.h"
 #include "support/temp_dir.h"
@@ -131,15 +132,10 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
         SCOPED_TRACE(::testing::PrintToString(arguments));
         const ProgramRun run = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
         EXPECT_EQ(run.status, step.status) << run.err;
-        const std::string output = run.out + run.err;
-        std::size_t from = 0;
-        for (const auto& text : step.expected) {
-            const std::size_t found = output.find(substituted(text, captured), from);
-            EXPECT_NE(found, std::string::npos) << text << " in\n" << output;
-            from = found == std::string::npos ? from : found;
-        }
-        for (const auto& text : step.absent)
-            EXPECT_EQ(output.find(text), std::string::npos) << text << " in\n" << output;
+        std::vector<std::string> expected;
+        for (const auto& text : step.expected)
+            expected.push_back(substituted(text, captured));
+        tasket::testing::expectInOrder(run.out + run.err, expected, step.absent);
         if (!step.capture.empty())
             captured[step.capture] = run.out.substr(0, run.out.find('\n'));
     }

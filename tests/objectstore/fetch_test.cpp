@@ -49,26 +49,18 @@ class FetchTest : public tasket::testing::EngineFixture {
 
 } // namespace
 
+// (What each predicate and sort selects, in SQL and in memory alike, is the
+// predicate library's semantics test; here the fetch's own window and count.)
 TEST_F(FetchTest, PredicateSortWindowAndCount) {
     EXPECT_EQ(titles(request(nullptr)),
               (V{"Alpha", "Bravo", "charlie", "delta", "echo", "foxtrot"}));
     EXPECT_EQ(titles(request("done == %d", {true})), (V{"charlie", "delta", "echo"}));
-    EXPECT_EQ(titles(request("list.title ==[c] %@", {"WORK"})),
-              (V{"Alpha", "Bravo", "charlie", "delta"}));
-    EXPECT_EQ(titles(request("score BETWEEN {1, 3}", {}, {{"score", false}})),
-              (V{"Bravo", "charlie", "Alpha"}));
     auto window = request(nullptr);
     window.fetchOffset = 1;
     window.fetchLimit = 2;
     EXPECT_EQ(titles(window), (V{"Bravo", "charlie"}));
     EXPECT_EQ(*view->count(request("done == NO")), 3u);
     EXPECT_EQ(*view->count(window), 2u);
-
-    FetchRequest lists("List");
-    lists.predicate = *Predicate::parse("ANY items.title BEGINSWITH[c] %@", {"ECH"});
-    auto found = view->fetch(lists);
-    ASSERT_TRUE(found);
-    EXPECT_EQ(texts(*found), V{"home"});
 }
 
 TEST_F(FetchTest, UnsavedChangesCountUnlessAskedNotTo) {

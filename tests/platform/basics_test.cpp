@@ -1,5 +1,3 @@
-#include "platform/clock.h"
-#include "platform/fatal.h"
 #include "platform/paths.h"
 #include "platform/uuid.h"
 #include "support/temp_dir.h"
@@ -8,9 +6,11 @@
 
 #include <regex>
 #include <set>
-#include <stdexcept>
 
 using namespace tasket::platform;
+
+// (Replacing the shared clock and the fatal handler is in the tests that
+// rely on it: share_flow_test, context_test.)
 
 TEST(Uuid, GeneratesUniqueUpperCaseV4TextAndParsesEitherCase) {
     std::set<std::string> seen;
@@ -29,15 +29,6 @@ TEST(Uuid, GeneratesUniqueUpperCaseV4TextAndParsesEitherCase) {
     EXPECT_TRUE(Uuid().isNil());
 }
 
-TEST(Clock, ManualClockIsInjectable) {
-    ManualClock clock(Date{100});
-    Clock::setShared(&clock);
-    clock.advance(5);
-    EXPECT_EQ(Clock::shared().now().secondsSinceReference, 105);
-    Clock::setShared(nullptr);
-    EXPECT_GT(Clock::shared().now().secondsSinceReference, 7e8); // after 2023
-}
-
 TEST(Paths, FollowXdgVariablesAndIgnoreRelativeOnes) {
     tasket::testing::TempDir dir;
     {
@@ -49,15 +40,4 @@ TEST(Paths, FollowXdgVariablesAndIgnoreRelativeOnes) {
     tasket::testing::ScopedEnv home("HOME", dir.path());
     tasket::testing::ScopedEnv relative("XDG_DATA_HOME", "relative/path");
     EXPECT_EQ(xdgDataHome(), dir / ".local/share");
-}
-
-TEST(Fatal, GoesThroughTheReplaceableHandler) {
-    auto previous = setFatalHandler([](const std::string& m) { throw std::runtime_error(m); });
-    try {
-        fatal("stop here");
-        ADD_FAILURE() << "fatal() returned";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "stop here");
-    }
-    setFatalHandler(previous);
 }

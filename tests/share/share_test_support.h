@@ -16,7 +16,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,10 +26,6 @@ using platform::Bytes;
 using platform::InMemoryItemProvider;
 using platform::ItemProvider;
 using platform::Url;
-
-inline void writeFile(const std::filesystem::path& path, std::string_view content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
 
 inline Bytes bytesOf(std::string_view text) {
     return Bytes(text.begin(), text.end());

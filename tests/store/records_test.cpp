@@ -137,57 +137,27 @@ TEST_F(Records, EnumerationFieldsKeepCodesTheyHaveNoCaseFor) {
     EXPECT_EQ(smart->reminderRelativeDateCase(), rules::TK_RelativeDate::none);
 }
 
+// The generated accessors: a to-one set moves the record, a to-many adds
+// and removes, both sides follow and the links persist. (Which relationship
+// each accessor names is the schema test's; inverses are the model's own
+// validation and the transfer round trip's.)
 TEST_F(Records, RelationshipsKeepBothSidesAndPersist) {
     auto home = TK_Category::insertNew(*writer);
     auto work = TK_Category::insertNew(*writer);
     auto task = TK_Task::insertNew(*writer);
-    auto subtask = TK_Subtask::insertNew(*writer);
     auto tag = TK_Tag::insertNew(*writer);
-    auto priority = TK_Priority::insertNew(*writer);
-    auto status = TK_Status::insertNew(*writer);
-    auto value = TK_AttributeValue::insertNew(*writer);
-    auto section = TK_BoardSection::insertNew(*writer);
-    auto smart = TK_SmartCategory::insertNew(*writer);
-    auto attachment = TK_Attachment::insertNew(*writer);
-
     task->setCategory(home);
     task->setCategory(work); // moves
-    subtask->setTask(task);
     task->addToTags(tag);
-    subtask->setCustomStatus(status);
-    attachment->setSubtask(subtask);
-    section->setValue(value); // the section's owner
-    section->addToTasks(task);
-    smart->addToFilterTags(tag);
-    home->setAddTasksToPriority(priority);
-    section->addToRemoveTasksFromStatuses(status);
     tag->addToAddTasksToTags(tag); // a tag may name its own kind
-
     EXPECT_TRUE(home->tasks().empty());
     EXPECT_TRUE(holds(work->tasks(), task));
-    EXPECT_TRUE(holds(task->subtasks(), subtask));
     EXPECT_TRUE(holds(tag->tasks(), task));
-    EXPECT_TRUE(holds(status->subtasks(), subtask));
-    EXPECT_TRUE(holds(subtask->attachmentsArray(), attachment));
-    EXPECT_TRUE(holds(value->boardSections(), section));
-    EXPECT_TRUE(holds(task->boardSections(), section));
-    EXPECT_TRUE(holds(tag->filters(), smart));
-    EXPECT_TRUE(smart->tags().empty()); // the smart list's own tags are another relationship
-    EXPECT_TRUE(holds(priority->categoryAddTasksToPriority(), home));
-    EXPECT_TRUE(holds(status->sectionRemoveTasksFromStatus(), section));
     EXPECT_TRUE(holds(tag->tagAddTasksToTags(), tag));
     ASSERT_SAVED(writer);
 
     EXPECT_EQ(reread(task)->category()->objectID(), work->objectID());
-    EXPECT_EQ(reread(subtask)->task()->objectID(), task->objectID());
-    EXPECT_EQ(reread(attachment)->subtask()->objectID(), subtask->objectID());
-    EXPECT_EQ(reread(attachment)->task(), nullptr);
-    EXPECT_EQ(reread(section)->value()->objectID(), value->objectID());
-    EXPECT_EQ(reread(section)->category(), nullptr);
-    EXPECT_EQ(reread(home)->addTasksToPriority()->objectID(), priority->objectID());
-    EXPECT_TRUE(holds(reread(status)->sectionRemoveTasksFromStatus(), reread(section)));
     EXPECT_TRUE(holds(reread(tag)->addTasksToTags(), reread(tag)));
-
     task->removeFromTags(tag);
     EXPECT_TRUE(tag->tasks().empty());
 }
