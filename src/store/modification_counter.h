@@ -1,9 +1,10 @@
 // The modification counter every record carries (numberOfModifications):
-// each local save that changes an object raises it by one, saturating at the
-// largest Int16. The cloud compares counters to decide which copy of an
-// object wins, so only local edits raise it: a save that sets the counter
-// itself keeps that value, and a context that writes what it received from
-// the cloud clears its will-save hook.
+// each local save that changes an object raises the stored value by one
+// (whatever the saving context last read), saturating at the largest Int16.
+// The cloud compares counters to decide which copy of an object wins, so
+// only local edits raise it: a save that sets the counter itself keeps that
+// value, and a context that writes what it received from the cloud clears
+// its will-save hook.
 #pragma once
 
 #include "objectstore/object_context.h"
