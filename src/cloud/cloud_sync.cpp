@@ -204,9 +204,13 @@ CloudResult<> CloudSync::Pass::queueFromHistory() {
                 ids[key].push_back(identifierOf(**object));
         }
         for (const auto& tombstone : transaction.tombstones) {
-            const auto key = notSyncedKey(context->model().entity(tombstone.id.entity).name);
-            if (!key.empty() && !tombstone.values.empty())
-                ids[key].push_back(textOf(tombstone.values.front().second));
+            const auto& entity = context->model().entity(tombstone.id.entity);
+            const auto key = notSyncedKey(entity.name);
+            const auto* keys = entityKeys(entity.name);
+            if (key.empty() || keys == nullptr)
+                continue;
+            if (const auto* id = tombstone.value(entity.attributes[keys->identifier].name))
+                ids[key].push_back(textOf(*id));
         }
     }
     for (const auto& [key, list] : ids) {
