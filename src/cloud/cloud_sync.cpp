@@ -46,15 +46,6 @@ CloudError storeFailure(const platform::Error& error) {
     return {CloudErrorCode::internalError, "the store failed: " + error.message, std::nullopt, {}};
 }
 
-std::optional<std::int64_t> localCounter(const objectstore::ManagedObject& object) {
-    const auto property =
-        object.entityDescription().propertyIndex(store::kNumberOfModificationsKey);
-    if (!property)
-        return std::nullopt;
-    const auto* value = std::get_if<std::int64_t>(&object.value(*property));
-    return value ? std::optional(*value) : std::nullopt;
-}
-
 std::string textOf(const objectstore::Value& value) {
     if (const auto* text = std::get_if<std::string>(&value))
         return *text;
@@ -317,7 +308,7 @@ CloudResult<> CloudSync::Pass::apply() {
                 it = objects.emplace(name, context->insertNewObject(entity)).first;
             } else {
                 const auto theirs = recordCounter(best.record);
-                if (!theirs || *theirs <= localCounter(*it->second).value_or(0))
+                if (!theirs || *theirs <= store::modificationCounter(*it->second).value_or(0))
                     continue;
             }
             applyAttributes(it->second, best);
@@ -471,14 +462,13 @@ CloudResult<> CloudSync::Pass::upload() {
                     else // left behind in the zone the object moved out of
                         deletes[copy.zone.database].push_back(copy.record.id);
                 }
-                if (!shouldUpload(localCounter(*it->second), record)) {
+                auto upload =
+                    CloudDataManager::recordToUpload(*it->second, std::move(record), *zone);
+                if (!upload) {
                     settled.push_back(name);
                     continue;
                 }
-                record.recordType = entity;
-                record.id = {name, zone->id};
-                writeFields(*it->second, zone->id.name != kPrivateZoneName, record);
-                saves[{zone->id, zone->database}].push_back(std::move(record));
+                saves[{zone->id, zone->database}].push_back(std::move(*upload));
             }
             if (auto done = cloud.dequeue(synced.notSyncedKey, settled); !done)
                 return std::unexpected(settingsFailure(done.error()));

@@ -19,4 +19,12 @@ void raiseModificationCounters(objectstore::ObjectContext& context) {
         raise(object);
 }
 
+std::optional<std::int64_t> modificationCounter(const objectstore::ManagedObject& object) {
+    const auto property = object.entityDescription().propertyIndex(kNumberOfModificationsKey);
+    if (!property)
+        return std::nullopt;
+    const auto* value = std::get_if<std::int64_t>(&object.value(*property));
+    return value ? std::optional(*value) : std::nullopt;
+}
+
 } // namespace tasket::store

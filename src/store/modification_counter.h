@@ -10,6 +10,7 @@
 #include "objectstore/object_context.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace tasket::store {
@@ -21,5 +22,9 @@ inline constexpr std::int64_t kMaximumNumberOfModifications = 32'767;
 /// entity has one and whose counter the save does not set itself (a will-save hook;
 /// LocalDataManager installs it on every context of its container).
 void raiseModificationCounters(objectstore::ObjectContext& context);
+
+/// The counter `object` holds; nullopt when its entity has none or it is unset.
+[[nodiscard]] std::optional<std::int64_t>
+modificationCounter(const objectstore::ManagedObject& object);
 
 } // namespace tasket::store
