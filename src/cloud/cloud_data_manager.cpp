@@ -227,25 +227,29 @@ CloudDataManager::fetchRecords(std::string_view recordType, const Zone& zone) {
     return database(zone.database).queryRecords({std::string(recordType), zone.id, 0});
 }
 
+std::optional<platform::CloudRecord>
+CloudDataManager::recordToUpload(const objectstore::ManagedObject& object,
+                                 platform::CloudRecord record, const Zone& zone) {
+    if (!shouldUpload(store::modificationCounter(object), record))
+        return std::nullopt;
+    record.recordType = object.entityDescription().name;
+    record.id = {identifierOf(object), zone.id};
+    writeFields(object, zone.id.name != kPrivateZoneName, record);
+    return record;
+}
+
 CloudResult<std::optional<platform::CloudRecord>>
 CloudDataManager::upload(const objectstore::ManagedObject& object, platform::CloudRecord record,
                          const Zone& zone) {
-    const auto& entity = object.entityDescription();
-    const std::string id = identifierOf(object);
-    const auto counter = entity.propertyIndex(store::kNumberOfModificationsKey);
-    std::optional<std::int64_t> local;
-    if (counter)
-        if (const auto* value = std::get_if<std::int64_t>(&object.value(*counter)))
-            local = *value;
-    if (!shouldUpload(local, record)) {
-        if (auto done = dequeue(notSyncedKey(entity.name), {id}); !done)
+    const auto upload = recordToUpload(object, std::move(record), zone);
+    if (!upload) {
+        if (auto done =
+                dequeue(notSyncedKey(object.entityDescription().name), {identifierOf(object)});
+            !done)
             return std::unexpected(settingsFailure(done.error()));
         return std::optional<platform::CloudRecord>{};
     }
-    record.recordType = entity.name;
-    record.id = {id, zone.id};
-    writeFields(object, zone.id.name != kPrivateZoneName, record);
-    auto saved = database(zone.database).modifyRecords({record}, {});
+    auto saved = database(zone.database).modifyRecords({*upload}, {});
     if (!saved)
         return std::unexpected(saved.error());
     return std::optional(saved->saved.at(0));

@@ -108,6 +108,12 @@ class CloudDataManager {
     /// when the cloud is not usable.
     [[nodiscard]] platform::CloudResult<std::vector<platform::CloudRecord>>
     fetchRecords(std::string_view recordType, const Zone& zone);
+    /// What `object` is uploaded as over `record` (the cloud's copy, or a new
+    /// record in the object's zone) under the counter rule: the record with
+    /// every field of the object, or nullopt when the cloud's copy stands.
+    [[nodiscard]] static std::optional<platform::CloudRecord>
+    recordToUpload(const objectstore::ManagedObject& object, platform::CloudRecord record,
+                   const Zone& zone);
     /// Uploads `object` over `record` (the cloud's copy, or a new record in
     /// the object's zone) under the counter rule. When the rule says no, the
     /// object's identifier leaves its queue and nothing is sent. Returns the

@@ -46,15 +46,6 @@ CloudError storeFailure(const platform::Error& error) {
     return {CloudErrorCode::internalError, "the store failed: " + error.message, std::nullopt, {}};
 }
 
-std::optional<std::int64_t> localCounter(const objectstore::ManagedObject& object) {
-    const auto property =
-        object.entityDescription().propertyIndex(store::kNumberOfModificationsKey);
-    if (!property)
-        return std::nullopt;
-    const auto* value = std::get_if<std::int64_t>(&object.value(*property));
-    return value ? std::optional(*value) : std::nullopt;
-}
-
 std::string textOf(const objectstore::Value& value) {
     if (const auto* text = std::get_if<std::string>(&value))
         return *text;
@@ -204,9 +195,13 @@ CloudResult<> CloudSync::Pass::queueFromHistory() {
                 ids[key].push_back(identifierOf(**object));
         }
         for (const auto& tombstone : transaction.tombstones) {
-            const auto key = notSyncedKey(context->model().entity(tombstone.id.entity).name);
-            if (!key.empty() && !tombstone.values.empty())
-                ids[key].push_back(textOf(tombstone.values.front().second));
+            const auto& entity = context->model().entity(tombstone.id.entity);
+            const auto key = notSyncedKey(entity.name);
+            const auto* keys = entityKeys(entity.name);
+            if (key.empty() || keys == nullptr)
+                continue;
+            if (const auto* id = tombstone.value(entity.attributes[keys->identifier].name))
+                ids[key].push_back(textOf(*id));
         }
     }
     for (const auto& [key, list] : ids) {
@@ -313,7 +308,7 @@ CloudResult<> CloudSync::Pass::apply() {
                 it = objects.emplace(name, context->insertNewObject(entity)).first;
             } else {
                 const auto theirs = recordCounter(best.record);
-                if (!theirs || *theirs <= localCounter(*it->second).value_or(0))
+                if (!theirs || *theirs <= store::modificationCounter(*it->second).value_or(0))
                     continue;
             }
             applyAttributes(it->second, best);
@@ -467,14 +462,13 @@ CloudResult<> CloudSync::Pass::upload() {
                     else // left behind in the zone the object moved out of
                         deletes[copy.zone.database].push_back(copy.record.id);
                 }
-                if (!shouldUpload(localCounter(*it->second), record)) {
+                auto upload =
+                    CloudDataManager::recordToUpload(*it->second, std::move(record), *zone);
+                if (!upload) {
                     settled.push_back(name);
                     continue;
                 }
-                record.recordType = entity;
-                record.id = {name, zone->id};
-                writeFields(*it->second, zone->id.name != kPrivateZoneName, record);
-                saves[{zone->id, zone->database}].push_back(std::move(record));
+                saves[{zone->id, zone->database}].push_back(std::move(*upload));
             }
             if (auto done = cloud.dequeue(synced.notSyncedKey, settled); !done)
                 return std::unexpected(settingsFailure(done.error()));

@@ -8,9 +8,11 @@
 #include "objectstore/model/value.h"
 #include "platform/error.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,6 +27,11 @@ namespace tasket::objectstore {
 struct Tombstone {
     ObjectID id;
     std::vector<std::pair<std::string, Value>> values;
+    /// The kept value of the named attribute; nullptr when it was not kept.
+    [[nodiscard]] const Value* value(std::string_view name) const {
+        const auto it = std::ranges::find(values, name, &std::pair<std::string, Value>::first);
+        return it == values.end() ? nullptr : &it->second;
+    }
     friend bool operator==(const Tombstone&, const Tombstone&) = default;
 };
 

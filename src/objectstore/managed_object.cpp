@@ -89,6 +89,7 @@ void ManagedObject::setValue(std::size_t attribute, Value v) {
         throw std::invalid_argument(
             fmt::format("{}: property {} is not an attribute", m_entity->name, attribute));
     fire();
+    std::erase_if(m_raised, [&](const auto& raised) { return raised.first == attribute; });
     const auto& a = m_entity->attributes[attribute];
     if (a.type == AttributeType::Int16)
         if (const auto* i = std::get_if<std::int64_t>(&v); i && (*i < -32768 || *i > 32767))
@@ -98,6 +99,13 @@ void ManagedObject::setValue(std::size_t attribute, Value v) {
         return;
     willChange(attribute);
     m_state.attributes[attribute] = std::move(v);
+}
+
+void ManagedObject::raiseOnSave(std::size_t attribute, std::int64_t maximum) {
+    const auto* current = std::get_if<std::int64_t>(&value(attribute));
+    setValue(attribute, std::min((current ? *current : 0) + 1, maximum));
+    willChange(attribute); // even at the maximum: the stored value may be lower
+    m_raised.emplace_back(attribute, maximum);
 }
 
 void ManagedObject::willChange(std::size_t property) {

@@ -12,10 +12,12 @@
 
 #include "objectstore/model/object_view.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tasket::objectstore {
@@ -71,6 +73,12 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     void setValue(std::size_t attribute, Value v);
     [[nodiscard]] const Value& value(std::string_view name) const;
     void setValue(std::string_view name, Value v);
+    /// Makes the coming save write the integer attribute as the value stored
+    /// at that moment plus one, at most `maximum`, whatever this context last
+    /// read of it (an inserted object: its own value plus one). Until then
+    /// the object holds its own value plus one; once saved, what was written.
+    /// Setting the attribute before the save cancels the raise.
+    void raiseOnSave(std::size_t attribute, std::int64_t maximum);
 
     // Relationships (property indexes)
     [[nodiscard]] ObjectPtr toOne(std::size_t property) const;
@@ -122,6 +130,7 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     mutable State m_state;
     std::optional<State> m_snapshot; // the committed state, kept from the first change
     std::vector<bool> m_changed;     // per property
+    std::vector<std::pair<std::size_t, std::int64_t>> m_raised; // attribute, maximum
 };
 
 } // namespace tasket::objectstore

@@ -385,6 +385,7 @@ void ObjectContext::rollback() {
         }
         o->m_deleted = false;
         std::fill(o->m_changed.begin(), o->m_changed.end(), false);
+        o->m_raised.clear();
         info.updated.push_back({id, {}});
     }
     m_changed.clear();
@@ -408,6 +409,7 @@ void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
         object->m_snapshot.reset();
         object->m_deleted = false;
         std::fill(object->m_changed.begin(), object->m_changed.end(), false);
+        object->m_raised.clear();
         object->m_loaded = false;
         object->m_state = {};
         return;

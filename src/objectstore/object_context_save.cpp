@@ -51,7 +51,7 @@ Result<SaveRequest> ObjectContext::makeSaveRequest(std::vector<ObjectPtr>& invol
             if (auto ok = checkDenyRules(*o); !ok)
                 return std::unexpected(ok.error());
             request.changes.push_back(
-                ObjectChange{ChangeKind::remove, o->m_id, o->m_version, {}, {}, {}, {}});
+                ObjectChange{ChangeKind::remove, o->m_id, o->m_version, {}, {}, {}, {}, {}});
             continue;
         }
         if (!o->m_inserted && !o->isUpdated())
@@ -98,7 +98,8 @@ Result<ObjectChange> ObjectContext::describeWrite(const ManagedObject& o) const 
                         o.m_state.attributes,
                         o.m_state.toOne,
                         o.m_changed,
-                        {}};
+                        {},
+                        o.m_inserted ? decltype(o.m_raised){} : o.m_raised};
     const ObjectIDSet empty;
     for (std::size_t ri = 0; ri < e.relationships.size(); ++ri) {
         if (e.storage[ri] != RelationshipStorage::JoinTable)
@@ -218,6 +219,9 @@ void ObjectContext::didSave(const std::vector<ObjectPtr>& involved, SaveResult r
                 u.changedProperties.push_back(o->entityDescription().propertyName(p));
             saved.updated.push_back(std::move(u));
         }
+        if (auto raised = result.raised.find(asRequested); raised != result.raised.end())
+            for (const auto& [attribute, value] : raised->second)
+                o->m_state.attributes[attribute] = value;
         if (auto row = merged.find(asRequested); row != merged.end()) {
             auto toMany = std::move(o->m_state.toMany);
             if (applyRow(*o, std::move(row->second)))
@@ -231,6 +235,7 @@ void ObjectContext::didSave(const std::vector<ObjectPtr>& involved, SaveResult r
         o->m_inserted = false;
         o->m_snapshot.reset();
         std::fill(o->m_changed.begin(), o->m_changed.end(), false);
+        o->m_raised.clear();
     }
     m_changed.clear();
     m_unprocessed = {};

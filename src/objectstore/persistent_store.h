@@ -79,6 +79,9 @@ struct ObjectChange {
         std::vector<ObjectID> added, removed;
     };
     std::vector<JoinDelta> joins;
+    /// Attributes written as their stored value plus one, at most the
+    /// maximum, instead of the value above (updates only).
+    std::vector<std::pair<std::size_t, std::int64_t>> raised{};
 };
 
 struct SaveRequest {
@@ -98,6 +101,10 @@ struct SaveResult {
     /// Objects the save wanted to update but another writer had deleted.
     std::vector<ObjectID> vanished;
     std::optional<HistoryToken> token;
+    /// The values written for raised attributes of updated objects that were
+    /// not merged (a merged row holds them).
+    std::unordered_map<ObjectID, std::vector<std::pair<std::size_t, std::int64_t>>, ObjectIDHash>
+        raised{};
     /// Deleted objects' preserved attribute values, for their tombstones.
     std::unordered_map<ObjectID, std::vector<std::pair<std::string, Value>>, ObjectIDHash>
         preserved{};

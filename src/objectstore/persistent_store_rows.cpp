@@ -297,26 +297,44 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
         result.versions[c.id] = 1;
     } else {
         // Update: only the changed columns, guarded by the version we read.
+        // A raised attribute is computed from the stored value; `raised`
+        // receives what was written for it.
+        std::vector<std::pair<std::size_t, std::int64_t>> raised;
+        auto raisedMaximum = [&](std::size_t p) -> std::optional<std::int64_t> {
+            for (const auto& [attribute, maximum] : c.raised)
+                if (attribute == p)
+                    return maximum;
+            return std::nullopt;
+        };
         auto runUpdate = [&](const std::vector<bool>& which, std::optional<std::int64_t> expected,
                              std::int64_t newVersion) -> Result<bool> {
             std::string set;
+            std::string returning;
+            std::vector<std::size_t> raisedHere;
             for (std::size_t p = 0; p < e.propertyCount(); ++p) {
                 if (!which[p])
                     continue;
                 if (!e.isAttribute(p) &&
                     e.storage[p - e.attributes.size()] != RelationshipStorage::ForeignKey)
                     continue;
-                set += sqlName(e.propertyName(p)) + "=?, ";
+                const auto column = sqlName(e.propertyName(p));
+                if (const auto maximum = raisedMaximum(p)) {
+                    set += fmt::format("{0}=min(coalesce({0}, 0)+1, {1}), ", column, *maximum);
+                    returning += (returning.empty() ? " RETURNING " : ", ") + column;
+                    raisedHere.push_back(p);
+                } else {
+                    set += column + "=?, ";
+                }
             }
             set += expected ? "_version=_version+1" : "_version=" + std::to_string(newVersion);
-            auto stmt = db.prepare(fmt::format("UPDATE {} SET {} WHERE pk=?{}", sqlName(e.name),
-                                               set, expected ? " AND _version=?" : ""));
+            auto stmt = db.prepare(fmt::format("UPDATE {} SET {} WHERE pk=?{}{}", sqlName(e.name),
+                                               set, expected ? " AND _version=?" : "", returning));
             if (!stmt)
                 return std::unexpected(stmt.error());
             StatementScope s(**stmt);
             int index = 1;
             for (std::size_t p = 0; p < e.propertyCount(); ++p) {
-                if (!which[p])
+                if (!which[p] || raisedMaximum(p))
                     continue;
                 if (e.isAttribute(p))
                     s->bind(index++, c.attributes[p]);
@@ -326,9 +344,16 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
             s->bindInt(index++, key);
             if (expected)
                 s->bindInt(index++, *expected);
-            if (s->step() != SQLITE_DONE)
+            const int rc = s->step();
+            if (rc == SQLITE_ROW && !raisedHere.empty()) {
+                raised.clear();
+                for (std::size_t i = 0; i < raisedHere.size(); ++i)
+                    raised.emplace_back(raisedHere[i], s->columnInt(static_cast<int>(i)));
+                return true;
+            }
+            if (rc != SQLITE_DONE)
                 return std::unexpected(db.error(fmt::format("cannot update {} {}", e.name, key)));
-            return db.changes() > 0;
+            return raisedHere.empty() && db.changes() > 0;
         };
         bool storedColumnChanged = false;
         for (std::size_t p = 0; p < e.propertyCount(); ++p)
@@ -343,6 +368,8 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
             return std::unexpected(updated.error());
         if (*updated) {
             result.versions[c.id] = storedColumnChanged ? c.version + 1 : c.version;
+            if (!raised.empty())
+                result.raised[c.id] = std::move(raised);
         } else {
             // Someone else wrote the row since this context read it.
             auto stored = loadRowLocked(c.id);
@@ -380,6 +407,8 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
                 else
                     row.toOne[p - e.attributes.size()] = keyOf(c.toOne[p - e.attributes.size()]);
             }
+            for (const auto& [attribute, value] : raised)
+                row.attributes[attribute] = value;
             row.version = newVersion;
             result.versions[c.id] = newVersion;
             result.merged.emplace_back(c.id, std::move(row));

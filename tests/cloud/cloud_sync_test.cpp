@@ -114,6 +114,34 @@ TEST_F(CloudSyncTest, UploadOfOneObjectFollowsTheCounter) {
     EXPECT_EQ(*(*newer)->field("taskAttachmentsFilter"), CloudValue{std::int64_t{0}});
 }
 
+// A context that read the task before a pass stored a higher counter from
+// the cloud still raises the stored one: its edit goes up, not lost.
+TEST_F(CloudSyncTest, AStaleContextsEditOutranksTheSyncedCounter) {
+    CloudDevice a = device(server, "alice");
+    CloudDevice b = device(server, "alice"); // the same account's second device
+    auto stale = a.add("TK_Task", "taskID", "T1");
+    a.save();
+    ASSERT_TRUE(a.sync->syncNow());
+    b.syncOK();
+    for (const char* title : {"b1", "b2", "b3"}) {
+        b.all("TK_Task", "taskID").at("T1")->setValue("title", std::string(title));
+        b.save();
+    }
+    b.syncOK();
+    ASSERT_TRUE(a.sync->syncNow()); // stores counter 4; `stale` still holds 1
+    stale->setValue("title", std::string("from a"));
+    a.save();
+    auto fresh = a.data->newBackgroundContext();
+    fresh->performAndWait([&] {
+        EXPECT_EQ((*fresh->existingObject(stale->objectID()))->value("numberOfModifications"),
+                  tasket::objectstore::Value{std::int64_t{5}});
+    });
+    a.syncOK();
+    b.syncOK();
+    EXPECT_EQ(b.all("TK_Task", "taskID").at("T1")->value("title"),
+              tasket::objectstore::Value{std::string("from a")});
+}
+
 // Private unless isShared is true; a participant's zone is looked up among
 // the shared ones; nothing without a usable cloud.
 TEST_F(CloudSyncTest, ZoneOfACategory) {

@@ -110,7 +110,7 @@ TEST(HistoryTombstones, KeepThePreservedValuesOfDeletedObjects) {
     const auto tombstone = [](const ObjectPtr& item) {
         return Tombstone{
             item->objectID(),
-            {{"identifier", item->value("identifier")}, {"title", item->value("title")}}};
+            {{"title", item->value("title")}, {"identifier", item->value("identifier")}}};
     };
     const std::vector expected{tombstone(items[0]), tombstone(items[1])};
 
@@ -123,6 +123,9 @@ TEST(HistoryTombstones, KeepThePreservedValuesOfDeletedObjects) {
     ASSERT_EQ(history->size(), 2u);
     EXPECT_EQ((*history)[0].tombstones, std::vector{expected[0]});
     EXPECT_EQ((*history)[1].tombstones, std::vector{expected[1]});
+    // Found by name, wherever the model lists it.
+    EXPECT_EQ(*(*history)[0].tombstones[0].value("identifier"), items[0]->value("identifier"));
+    EXPECT_EQ((*history)[0].tombstones[0].value("due"), nullptr);
 
     ASSERT_TRUE(store->deleteHistory(*(*history)[0].changes.token));
     history = store->historyAfter(std::nullopt);

@@ -25,7 +25,7 @@ inline std::shared_ptr<objectstore::Model> makeTestModel(int version = 1, bool w
                        {"score", AttributeType::Double, true, {}, false},
                        {"identifier", AttributeType::UUID, true, {}, false},
                        {"blob", AttributeType::Binary, true, {}, false}};
-    item.preservedOnDeletion = {"identifier", "title"};
+    item.preservedOnDeletion = {"title", "identifier"};
     if (withExtra)
         item.attributes.push_back({"priority", AttributeType::Int32, true, std::int64_t(3), false});
     item.relationships = {{"list", "List", "items", false, DeleteRule::Nullify},

@@ -1,9 +1,11 @@
 -- The server side of the cloud database: zones, records, subscriptions and
 -- shares in the schema "cloud", under row-level security so that a role
 -- (the account is current_user) sees only its own zones and the zones that
--- other roles share with it. Applying the file again changes nothing: the
--- whole body runs only while the schema version below is missing, so a
--- role that does not own the tables can run it too.
+-- other roles share with it. Applying the file again changes nothing: each
+-- version's block runs only while the schema is older, so a role that does
+-- not own the tables can run it on an up-to-date server. Version 1 stands
+-- as it was first written; version 2 changes it in place, on new servers
+-- and old ones alike. (The blocks run as one transaction.)
 --
 -- A change to records sends one NOTIFY per statement to the zone owner's
 -- private channel and to the shared channel of each participant, so a
@@ -195,3 +197,121 @@ BEGIN
   INSERT INTO cloud.schema_version VALUES (1);
 END
 $setup$;
+
+DO $upgrade$
+BEGIN
+  PERFORM pg_advisory_xact_lock(hashtext('cloud.schema'));
+  IF (SELECT max(v.version) FROM cloud.schema_version v) >= 2 THEN
+    RETURN;
+  END IF;
+
+  -- Version 2: push channels that no other role can name or be put on.
+  -- A role's channels are named from a random token that only a session
+  -- acting as that role is told (cloud.channel); who hears of a zone follows
+  -- its shares alone; a notification carries nothing but its channel. The
+  -- tokens and the audience of each zone live in tables no account may read
+  -- or write: only the functions below (run as the schema's owner) do.
+  CREATE TABLE cloud.listeners (
+    account name PRIMARY KEY,
+    token text NOT NULL DEFAULT replace(gen_random_uuid()::text, '-', '')
+  );
+  CREATE TABLE cloud.audience (
+    owner name NOT NULL,
+    zone text NOT NULL,
+    participant name NOT NULL,
+    PRIMARY KEY (owner, zone, participant)
+  );
+  REVOKE ALL ON cloud.listeners, cloud.audience FROM PUBLIC;
+  ALTER TABLE cloud.shares NO FORCE ROW LEVEL SECURITY;
+  INSERT INTO cloud.audience SELECT owner, zone, participant FROM cloud.shares;
+  ALTER TABLE cloud.shares FORCE ROW LEVEL SECURITY;
+
+  -- The zones' own list of participants, which their owners could write,
+  -- gives way to the audience.
+  DROP TRIGGER shares_added ON cloud.shares;
+  DROP TRIGGER shares_removed ON cloud.shares;
+  DROP FUNCTION cloud.keep_participants();
+  DROP TRIGGER zones_removed ON cloud.zones;
+  DROP FUNCTION cloud.announce_removal();
+  ALTER TABLE cloud.zones DROP COLUMN participants;
+
+  -- The channel `role` listens on for one of its databases ('private' or
+  -- 'shared'): "cloud_" || database || "_" || its token, made on first use.
+  -- Told only to a session that may act as `role`.
+  CREATE OR REPLACE FUNCTION cloud.channel(role name, database text) RETURNS text
+    LANGUAGE plpgsql VOLATILE STRICT SECURITY DEFINER
+    SET search_path = pg_catalog, pg_temp AS $fn$
+  DECLARE
+    secret text;
+  BEGIN
+    IF NOT pg_has_role(session_user, role, 'MEMBER') THEN
+      RAISE EXCEPTION 'only % may ask for the channels of %', role, role
+        USING ERRCODE = 'insufficient_privilege';
+    END IF;
+    INSERT INTO cloud.listeners (account) VALUES (role) ON CONFLICT DO NOTHING;
+    SELECT l.token INTO secret FROM cloud.listeners l WHERE l.account = role;
+    RETURN 'cloud_' || database || '_' || secret;
+  END $fn$;
+
+  -- Each share adds its participant to the zone's audience, until it goes.
+  CREATE FUNCTION cloud.keep_audience() RETURNS trigger
+    LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $fn$
+  BEGIN
+    IF TG_OP <> 'INSERT' THEN
+      DELETE FROM cloud.audience a USING gone g
+       WHERE a.owner = g.owner AND a.zone = g.zone AND a.participant = g.participant;
+    END IF;
+    IF TG_OP <> 'DELETE' THEN
+      INSERT INTO cloud.audience SELECT owner, zone, participant FROM came
+        ON CONFLICT DO NOTHING;
+    END IF;
+    RETURN NULL;
+  END $fn$;
+  CREATE TRIGGER shares_added AFTER INSERT ON cloud.shares
+    REFERENCING NEW TABLE AS came
+    FOR EACH STATEMENT EXECUTE FUNCTION cloud.keep_audience();
+  CREATE TRIGGER shares_changed AFTER UPDATE ON cloud.shares
+    REFERENCING OLD TABLE AS gone NEW TABLE AS came
+    FOR EACH STATEMENT EXECUTE FUNCTION cloud.keep_audience();
+  CREATE TRIGGER shares_removed AFTER DELETE ON cloud.shares
+    REFERENCING OLD TABLE AS gone
+    FOR EACH STATEMENT EXECUTE FUNCTION cloud.keep_audience();
+
+  -- One empty notification per listening role that hears of a zone the
+  -- statement touched: the owner on its private channel, the audience on
+  -- their shared ones.
+  CREATE OR REPLACE FUNCTION cloud.announce_changes() RETURNS trigger
+    LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $fn$
+  BEGIN
+    PERFORM pg_notify('cloud_private_' || l.token, '')
+       FROM (SELECT DISTINCT owner FROM changed) c
+       JOIN cloud.listeners l ON l.account = c.owner;
+    PERFORM pg_notify('cloud_shared_' || l.token, '')
+       FROM (SELECT DISTINCT owner, zone FROM changed) c
+       JOIN cloud.audience a ON a.owner = c.owner AND a.zone = c.zone
+       JOIN cloud.listeners l ON l.account = a.participant;
+    RETURN NULL;
+  END $fn$;
+
+  -- A zone deleted with its records: its listeners hear of it before the
+  -- cascade takes its shares, and so its audience, away.
+  CREATE FUNCTION cloud.announce_removal() RETURNS trigger
+    LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $fn$
+  BEGIN
+    PERFORM pg_notify('cloud_private_' || l.token, '')
+       FROM cloud.listeners l WHERE l.account = OLD.owner;
+    PERFORM pg_notify('cloud_shared_' || l.token, '')
+       FROM cloud.audience a JOIN cloud.listeners l ON l.account = a.participant
+      WHERE a.owner = OLD.owner AND a.zone = OLD.name;
+    RETURN OLD;
+  END $fn$;
+  CREATE TRIGGER zones_removing BEFORE DELETE ON cloud.zones
+    FOR EACH ROW EXECUTE FUNCTION cloud.announce_removal();
+
+  -- The trigger functions run only as triggers of these tables.
+  REVOKE EXECUTE ON FUNCTION cloud.keep_audience(), cloud.announce_changes(),
+    cloud.announce_removal() FROM PUBLIC;
+
+  UPDATE cloud.schema_version SET version = 2;
+END
+$upgrade$;

@@ -106,15 +106,23 @@ TEST(PostgresCloudDatabase, RowLevelSecurityHidesPrivateZones) {
         ASSERT_TRUE(rows.has_value()) << probe.sql;
         EXPECT_EQ(rows->text(0, 0), probe.answer) << probe.sql;
     }
-    const auto sharing = raw.execute("INSERT INTO cloud.shares (owner, zone, participant) "
-                                     "VALUES ('alice', 'Private', 'bob')");
-    ASSERT_FALSE(sharing.has_value());
-    EXPECT_EQ(sharing.error().code, CloudErrorCode::permissionFailure);
+    // Nor may he share her zone, learn her push channels, or choose who
+    // hears of his own zone other than by sharing it.
+    for (const char* refused :
+         {"INSERT INTO cloud.shares (owner, zone, participant) VALUES ('alice', 'Private', 'bob')",
+          "SELECT cloud.channel('alice', 'private')", "SELECT token FROM cloud.listeners",
+          "INSERT INTO cloud.audience VALUES ('bob', 'Private', 'alice')"}) {
+        const auto refusal = raw.execute(refused);
+        ASSERT_FALSE(refusal.has_value()) << refused;
+        EXPECT_EQ(refusal.error().code, CloudErrorCode::permissionFailure) << refused;
+    }
     EXPECT_EQ(alice->privateDatabase().queryRecords({"TK_Task", aliceZone, 0})->size(), 1U);
 }
 
 // A daemon polls the push descriptor: it turns readable when the other
 // account writes into the shared zone, and the push names the subscription.
+// Listening where alice's private pushes would go were channels named from
+// the role hears nothing of them.
 TEST(PostgresCloudDatabase, PushesWakeThePollLoop) {
     const std::string database = freshDatabase();
     auto alice = openAccount("alice", database);
@@ -124,6 +132,12 @@ TEST(PostgresCloudDatabase, PushesWakeThePollLoop) {
     ASSERT_TRUE(alice->saveShare({zone, "bob", CloudSharePermission::readWrite}).has_value());
     ASSERT_TRUE(bob->sharedDatabase().modifySubscriptions({{"Shared.Subscription", true}}, {}));
     ASSERT_TRUE(bob->takePushes()->empty());
+    auto guess = rawConnection("bob", database);
+    ASSERT_TRUE(guess.execute(R"(DO $$ BEGIN EXECUTE format('LISTEN %I', 'cloud_private_' ||
+                md5('alice')); END $$)"));
+    const CloudZoneID own{"Private", "alice"};
+    ASSERT_TRUE(alice->privateDatabase().modifyZones({own}, {}).has_value());
+    ASSERT_TRUE(alice->privateDatabase().modifyRecords({task(own, "P1")}, {}).has_value());
 
     ASSERT_TRUE(alice->privateDatabase().modifyRecords({task(zone, "T1")}, {}).has_value());
     pollfd wait{bob->pushSocket(), POLLIN, 0};
@@ -132,6 +146,8 @@ TEST(PostgresCloudDatabase, PushesWakeThePollLoop) {
     ASSERT_TRUE(pushes.has_value());
     ASSERT_EQ(pushes->size(), 1U);
     EXPECT_EQ(pushes->at(0).subscriptionID, "Shared.Subscription");
+    ASSERT_TRUE(guess.execute("SELECT 1")); // the earlier commits' notifications have come
+    EXPECT_TRUE(guess.takeNotifications()->empty());
 }
 
 // Our own rate limit answers 7 with the wait; a broken session answers 4
