@@ -101,6 +101,64 @@ TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
     EXPECT_FALSE(fresh->registeredObject(results->objectIDs()[2])->isFault());
 }
 
+// Each way a relationship is stored, read for a whole fetch at once: the
+// same members as reading them object by object, their rows loaded, and
+// this context's unsaved moves counted.
+TEST_F(FetchTest, PrefetchedRelationshipsMatchMembersReadOneByOne) {
+    auto all = view->fetch(request(nullptr));
+    ASSERT_TRUE(all);
+    auto x = make(*view, "Label", "x"), y = make(*view, "Label", "y");
+    for (const auto& [item, label] : {std::pair{0, x}, {1, x}, {0, y}, {4, y}})
+        (*all)[item]->addToMany((*all)[item]->propertyIndex("labels"), label);
+    ASSERT_SAVED(view);
+    // A to-one's target as a list of one, a to-many's members.
+    auto targets = [](const ObjectPtr& o, std::size_t property) {
+        if (!o->entityDescription().relationship(property).toMany)
+            return std::vector<ObjectID>{o->toOneID(property)};
+        return o->toManyIDs(property);
+    };
+    struct Case {
+        const char* entity;
+        const char* relationship; // stored as
+        const char* sortKey;
+    };
+    for (const auto& c : std::vector<Case>{{"Item", "labels", "title"},  // a join table
+                                           {"Label", "items", "name"},   // its other side
+                                           {"List", "items", "title"},   // the members' column
+                                           {"Item", "list", "title"}}) { // a column of its own
+        auto prefetching = context(), plain = context();
+        FetchRequest r(c.entity);
+        r.sortDescriptors = {{c.sortKey}};
+        r.prefetchedRelationships = {c.relationship};
+        auto fetched = prefetching->fetch(r);
+        r.prefetchedRelationships.clear();
+        auto expected = plain->fetch(r);
+        ASSERT_TRUE(fetched && expected) << c.entity;
+        ASSERT_EQ(fetched->size(), expected->size());
+        for (std::size_t i = 0; i < fetched->size(); ++i) {
+            const auto property = (*expected)[i]->propertyIndex(c.relationship);
+            const auto ids = targets((*expected)[i], property);
+            for (const auto& id : ids) {
+                auto member = prefetching->registeredObject(id);
+                EXPECT_TRUE(member && !member->isFault()) << c.entity << "." << c.relationship;
+            }
+            EXPECT_EQ(targets((*fetched)[i], property), ids) << c.entity << "." << c.relationship;
+        }
+    }
+    // echo moves from home to Work, unsaved, before either list's members are read.
+    auto moving = context();
+    FetchRequest lists("List");
+    lists.sortDescriptors = {{"title"}};
+    auto work = moving->fetch(lists).value().at(0);
+    auto echo = moving->fetch(request("title == 'echo'")).value().at(0);
+    echo->setToOne(echo->propertyIndex("list"), work);
+    lists.prefetchedRelationships = {"items"};
+    auto listed = moving->fetch(lists);
+    ASSERT_TRUE(listed);
+    EXPECT_EQ(members((*listed)[0], "items"), (V{"Alpha", "Bravo", "charlie", "delta", "echo"}));
+    EXPECT_EQ(members((*listed)[1], "items"), V{"foxtrot"});
+}
+
 TEST_F(FetchTest, BadRequestsAreErrorsNotCrashes) {
     struct Case {
         const char* entity;
