@@ -101,48 +101,40 @@ TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
     EXPECT_FALSE(fresh->registeredObject(results->objectIDs()[2])->isFault());
 }
 
-// Each way a relationship is stored, read for a whole fetch at once: the
-// same members as reading them object by object, their rows loaded, and
-// this context's unsaved moves counted.
+// Each way a relationship is stored, read for a whole fetch at once: the members one by one
+// reading gives, loaded, and this context's unsaved moves counted.
 TEST_F(FetchTest, PrefetchedRelationshipsMatchMembersReadOneByOne) {
     auto all = view->fetch(request(nullptr));
     ASSERT_TRUE(all);
-    auto x = make(*view, "Label", "x"), y = make(*view, "Label", "y");
-    for (const auto& [item, label] : {std::pair{0, x}, {1, x}, {0, y}, {4, y}})
+    for (const auto& [item, label] :
+         {std::pair{0, make(*view, "Label", "x")}, {4, make(*view, "Label", "y")}})
         (*all)[item]->addToMany((*all)[item]->propertyIndex("labels"), label);
     ASSERT_SAVED(view);
-    // A to-one's target as a list of one, a to-many's members.
     auto targets = [](const ObjectPtr& o, std::size_t property) {
         if (!o->entityDescription().relationship(property).toMany)
             return std::vector<ObjectID>{o->toOneID(property)};
         return o->toManyIDs(property);
     };
-    struct Case {
-        const char* entity;
-        const char* relationship; // stored as
-        const char* sortKey;
-    };
-    for (const auto& c : std::vector<Case>{{"Item", "labels", "title"},  // a join table
-                                           {"Label", "items", "name"},   // its other side
-                                           {"List", "items", "title"},   // the members' column
-                                           {"Item", "list", "title"}}) { // a column of its own
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"Item", "labels", "title"}, // a join table
+        {"Label", "items", "name"},  // its other side
+        {"List", "items", "title"},  // the members' column
+        {"Item", "list", "title"}};  // a column of its own
+    for (const auto& [entity, relationship, sortKey] : cases) {
         auto prefetching = context(), plain = context();
-        FetchRequest r(c.entity);
-        r.sortDescriptors = {{c.sortKey}};
-        r.prefetchedRelationships = {c.relationship};
+        FetchRequest r(entity);
+        r.sortDescriptors = {{sortKey}};
+        r.prefetchedRelationships = {relationship};
         auto fetched = prefetching->fetch(r);
         r.prefetchedRelationships.clear();
         auto expected = plain->fetch(r);
-        ASSERT_TRUE(fetched && expected) << c.entity;
-        ASSERT_EQ(fetched->size(), expected->size());
+        ASSERT_TRUE(fetched && expected && fetched->size() == expected->size()) << entity;
         for (std::size_t i = 0; i < fetched->size(); ++i) {
-            const auto property = (*expected)[i]->propertyIndex(c.relationship);
+            const auto property = (*expected)[i]->propertyIndex(relationship);
             const auto ids = targets((*expected)[i], property);
-            for (const auto& id : ids) {
-                auto member = prefetching->registeredObject(id);
-                EXPECT_TRUE(member && !member->isFault()) << c.entity << "." << c.relationship;
-            }
-            EXPECT_EQ(targets((*fetched)[i], property), ids) << c.entity << "." << c.relationship;
+            for (const auto& member : ids) // loaded with the fetch
+                EXPECT_FALSE(prefetching->registeredObject(member)->isFault()) << relationship;
+            EXPECT_EQ(targets((*fetched)[i], property), ids) << entity << "." << relationship;
         }
     }
     // echo moves from home to Work, unsaved, before either list's members are read.
