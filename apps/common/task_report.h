@@ -44,6 +44,11 @@ struct TaskReport {
 /// The calendar of the zone this process runs in, made once.
 const platform::Calendar& localCalendar();
 
+/// The relationships of a task that reportTask() reads: a fetch of tasks
+/// to report loads them with each batch.
+inline const std::vector<std::string> kReportedRelationships{"tags", "attachmentsArray", "category",
+                                                             "customPriority", "customStatus"};
+
 /// What `task` holds now (read on its context's queue), its dates in
 /// `calendar`'s zone and judged overdue against `now`; attachments in sort
 /// order.

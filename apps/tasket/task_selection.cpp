@@ -1,5 +1,6 @@
 #include "tasket/task_selection.h"
 
+#include "common/task_report.h"
 #include "rules/enum_table.h"
 #include "rules/predicates.h"
 #include "settings/focus_filter.h"
@@ -115,6 +116,7 @@ TaskSelection::request(objectstore::ObjectContext& context,
     request.predicate = objectstore::andPredicate(std::move(parts));
     request.sortDescriptors = {{"whenCreated", false}};
     request.fetchBatchSize = kBatchSize;
+    request.prefetchedRelationships = kReportedRelationships;
     return request;
 }
 

@@ -1,12 +1,14 @@
 // The result of a fetch with a batch size: the ordered identities are read
 // at once, the rows one batch at a time when an index in that batch is
-// first touched. Holds only identities until then, so a large result costs
+// first touched, with the members of the request's prefetched
+// relationships. Holds only identities until then, so a large result costs
 // a few bytes per object.
 #pragma once
 
 #include "objectstore/managed_object.h"
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace tasket::objectstore {
@@ -15,7 +17,7 @@ class BatchedResults {
   public:
     BatchedResults() = default;
     BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids,
-                   std::size_t batchSize);
+                   std::size_t batchSize, std::vector<std::string> prefetched = {});
 
     [[nodiscard]] std::size_t size() const { return m_ids.size(); }
     [[nodiscard]] bool empty() const { return m_ids.empty(); }
@@ -30,6 +32,7 @@ class BatchedResults {
     std::shared_ptr<ObjectContext> m_context;
     std::vector<ObjectID> m_ids;
     std::size_t m_batchSize = 0;
+    std::vector<std::string> m_prefetched; // relationship names
     mutable std::vector<bool> m_loaded;
 };
 

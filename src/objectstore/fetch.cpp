@@ -203,6 +203,8 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
                     return std::unexpected(ok.error());
             objects.push_back(std::move(o));
         }
+        if (auto ok = prefetchRelationships(objects, request.prefetchedRelationships); !ok)
+            return std::unexpected(ok.error());
         return objects;
     }
     auto ids = fetchObjectIDs(request);
@@ -220,6 +222,8 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
             objects.begin() + static_cast<std::ptrdiff_t>(std::min(objects.size(), i + batch)));
         if (auto ok = fireFaults(slice); !ok)
             return std::unexpected(ok.error());
+        if (auto ok = prefetchRelationships(slice, request.prefetchedRelationships); !ok)
+            return std::unexpected(ok.error());
     }
     return objects;
 }
@@ -230,7 +234,8 @@ Result<BatchedResults> ObjectContext::fetchBatched(const FetchRequest& request) 
         return std::unexpected(ids.error());
     const std::size_t batch =
         request.fetchBatchSize > 0 ? request.fetchBatchSize : std::max<std::size_t>(ids->size(), 1);
-    return BatchedResults(shared_from_this(), std::move(*ids), batch);
+    return BatchedResults(shared_from_this(), std::move(*ids), batch,
+                          request.prefetchedRelationships);
 }
 
 Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
@@ -266,9 +271,9 @@ Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
 // ---------------------------------------------------------------- batches
 
 BatchedResults::BatchedResults(std::shared_ptr<ObjectContext> context, std::vector<ObjectID> ids,
-                               std::size_t batchSize)
+                               std::size_t batchSize, std::vector<std::string> prefetched)
     : m_context(std::move(context)), m_ids(std::move(ids)),
-      m_batchSize(std::max<std::size_t>(batchSize, 1)),
+      m_batchSize(std::max<std::size_t>(batchSize, 1)), m_prefetched(std::move(prefetched)),
       m_loaded((m_ids.size() + m_batchSize - 1) / m_batchSize, false) {}
 
 ObjectPtr BatchedResults::at(std::size_t index) const {
@@ -278,9 +283,10 @@ ObjectPtr BatchedResults::at(std::size_t index) const {
         const std::size_t end = std::min(m_ids.size(), (batch + 1) * m_batchSize);
         for (std::size_t i = batch * m_batchSize; i < end; ++i)
             slice.push_back(m_context->objectWithID(m_ids[i]));
-        // On failure the batch stays faults; touching one meets the error
-        // on the fault's own path.
-        m_loaded[batch] = m_context->fireFaults(slice).has_value();
+        // On failure the batch stays faults (or its members unloaded);
+        // touching one meets the error on the fault's own path.
+        m_loaded[batch] = m_context->fireFaults(slice).has_value() &&
+                          m_context->prefetchRelationships(slice, m_prefetched).has_value();
     }
     return m_context->objectWithID(m_ids.at(index));
 }

@@ -1,6 +1,7 @@
 // What to fetch: an entity, a predicate, a sort order, a window (limit and
 // offset), a batch size, whether the context's unsaved changes count, and
-// the kind of result (objects, identities, or a count).
+// the kind of result (objects, identities, or a count), and the
+// relationships whose members are loaded with each batch.
 #pragma once
 
 #include "objectstore/predicate/predicate.h"
@@ -24,6 +25,10 @@ struct FetchRequest {
     std::size_t fetchBatchSize = 0; // 0: load every row at once
     bool includesPendingChanges = true;
     FetchResultType resultType = FetchResultType::objects;
+    /// Relationships of the entity (names) whose targets are loaded with
+    /// the objects, one query per relationship and batch, instead of one
+    /// query per object when each is first touched.
+    std::vector<std::string> prefetchedRelationships;
 
     FetchRequest() = default;
     explicit FetchRequest(std::string entity) : entityName(std::move(entity)) {}

@@ -230,6 +230,59 @@ Result<void> ObjectContext::fireFaults(const std::vector<ObjectPtr>& objects) {
     return {};
 }
 
+Result<void> ObjectContext::prefetchRelationships(const std::vector<ObjectPtr>& objects,
+                                                  const std::vector<std::string>& names) {
+    if (names.empty())
+        return {};
+    std::map<std::uint32_t, std::vector<ManagedObject*>> owners; // by entity
+    for (const auto& o : objects)
+        if (o && !o->isFault() && !o->m_id.isTemporary() && o->m_context == this)
+            owners[o->m_id.entity].push_back(o.get());
+    std::set<ObjectID> seen;
+    std::vector<ObjectPtr> members;
+    auto member = [&](ObjectID id) {
+        if (id.key != 0 && seen.insert(id).second)
+            members.push_back(objectWithID(id));
+    };
+    for (const auto& [entity, list] : owners) {
+        const auto& e = model().entity(entity);
+        for (const auto& name : names) {
+            const std::size_t property = list.front()->propertyIndex(name);
+            if (property < e.attributes.size())
+                throw std::out_of_range(fmt::format("{}.{} is not a relationship", e.name, name));
+            const std::size_t ri = property - e.attributes.size();
+            const auto& r = e.relationships[ri];
+            if (!r.toMany) { // the target's key came with the row
+                for (const auto* o : list)
+                    member(o->m_state.toOne[ri]);
+                continue;
+            }
+            std::vector<std::int64_t> keys;
+            for (const auto* o : list)
+                if (!o->m_state.toMany[ri])
+                    keys.push_back(o->m_id.key);
+            auto pairs = m_store->relatedKeysOf(entity, keys, property);
+            if (!pairs)
+                return std::unexpected(pairs.error());
+            std::unordered_map<std::int64_t, std::vector<ObjectID>> found;
+            for (const auto& [owner, target] : *pairs)
+                found[owner].push_back(ObjectID{r.destinationIndex, target});
+            for (auto* o : list) {
+                if (!o->m_state.toMany[ri]) {
+                    auto it = found.find(o->m_id.key);
+                    o->m_state.toMany[ri] =
+                        ObjectIDSet(it == found.end() ? std::vector<ObjectID>{} : it->second);
+                    if (e.storage[ri] == RelationshipStorage::InverseColumn)
+                        overlayPendingMembers(*o, ri);
+                }
+                for (const auto& id : o->m_state.toMany[ri]->ids())
+                    member(id);
+            }
+        }
+    }
+    return fireFaults(members);
+}
+
 void ObjectContext::forget(ObjectID id) {
     auto it = m_registered.find(id);
     if (it == m_registered.end())

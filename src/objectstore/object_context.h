@@ -93,6 +93,14 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     /// that is gone makes its object read as deleted, or fails with notFound
     /// when inaccessible faults are kept.
     [[nodiscard]] Result<void> fireFaults(const std::vector<ObjectPtr>& objects);
+    /// Loads the members of the named relationships of the given loaded
+    /// objects and the rows of those members: one query per relationship
+    /// and one per member entity, where touching them would ask once per
+    /// object. Objects whose members are already loaded keep them. A name
+    /// that is no relationship of an object's entity is a programmer error:
+    /// std::out_of_range.
+    [[nodiscard]] Result<void> prefetchRelationships(const std::vector<ObjectPtr>& objects,
+                                                     const std::vector<std::string>& names);
 
     // Fetching
     /// The matching objects in order, their rows loaded (in batches of

@@ -139,6 +139,10 @@ class PersistentStore {
                                                     std::span<const std::int64_t> keys);
     /// Keys of the objects a relationship of `id` points at.
     [[nodiscard]] Result<std::vector<std::int64_t>> relatedKeys(ObjectID id, std::size_t property);
+    /// relatedKeys() of many objects of `entity` in one query: (owner,
+    /// target) pairs ordered by owner, then target.
+    [[nodiscard]] Result<std::vector<std::pair<std::int64_t, std::int64_t>>>
+    relatedKeysOf(std::uint32_t entity, std::span<const std::int64_t> keys, std::size_t property);
     /// Runs a read-only statement of the engine's own making. `bind` binds
     /// its parameters, `row` is called for each row. Internal to the engine.
     [[nodiscard]] Result<void> query(const std::string& sql,

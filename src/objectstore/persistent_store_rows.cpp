@@ -38,6 +38,19 @@ Row readRow(const Statement& s, const EntityDescription& e) {
     return row;
 }
 
+// Keys as a JSON array, bound to one parameter and read by json_each: one
+// statement for any number of keys.
+std::string keyList(std::span<const std::int64_t> keys) {
+    std::string list = "[";
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        if (i)
+            list += ',';
+        list += std::to_string(keys[i]);
+    }
+    list += ']';
+    return list;
+}
+
 } // namespace
 
 Result<std::optional<Row>> PersistentStore::loadRowLocked(ObjectID id) {
@@ -67,13 +80,7 @@ Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity,
     if (keys.empty())
         return rows;
     const auto& e = m_model->entity(entity);
-    std::string list = "[";
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (i)
-            list += ',';
-        list += std::to_string(keys[i]);
-    }
-    list += ']';
+    const std::string list = keyList(keys);
     std::lock_guard lock(m_mutex);
     auto stmt =
         m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk IN (SELECT value FROM json_each(?))",
@@ -130,6 +137,50 @@ Result<std::vector<std::int64_t>> PersistentStore::relatedKeysLocked(ObjectID id
 Result<std::vector<std::int64_t>> PersistentStore::relatedKeys(ObjectID id, std::size_t property) {
     std::lock_guard lock(m_mutex);
     return relatedKeysLocked(id, property);
+}
+
+Result<std::vector<std::pair<std::int64_t, std::int64_t>>>
+PersistentStore::relatedKeysOf(std::uint32_t entity, std::span<const std::int64_t> keys,
+                               std::size_t property) {
+    std::vector<std::pair<std::int64_t, std::int64_t>> pairs;
+    if (keys.empty())
+        return pairs;
+    const auto& e = m_model->entity(entity);
+    const std::size_t ri = property - e.attributes.size();
+    const auto& r = e.relationships[ri];
+    const auto& dest = m_model->entity(r.destinationIndex);
+    // The (owner, target) columns and where they live, per storage.
+    std::string owner, target, from;
+    switch (e.storage[ri]) {
+    case RelationshipStorage::ForeignKey:
+        owner = "pk", target = sqlName(r.name), from = sqlName(e.name);
+        break;
+    case RelationshipStorage::InverseColumn:
+        owner = sqlName(r.inverse), target = "pk", from = sqlName(dest.name);
+        break;
+    case RelationshipStorage::JoinTable:
+        owner = "src", target = "dst", from = sqlName(e.joinTables[ri]);
+        break;
+    case RelationshipStorage::JoinTableInverse:
+        owner = "dst", target = "src", from = sqlName(e.joinTables[ri]);
+        break;
+    }
+    const std::string list = keyList(keys);
+    std::lock_guard lock(m_mutex);
+    auto stmt = m_db->prepare(fmt::format(
+        "SELECT {0}, {1} FROM {2} WHERE {0} IN (SELECT value FROM json_each(?)) AND {1} IS NOT "
+        "NULL ORDER BY {0}, {1}",
+        owner, target, from));
+    if (!stmt)
+        return std::unexpected(stmt.error());
+    StatementScope s(**stmt);
+    s->bindText(1, list);
+    int rc;
+    while ((rc = s->step()) == SQLITE_ROW)
+        pairs.emplace_back(s->columnInt(0), s->columnInt(1));
+    if (rc != SQLITE_DONE)
+        return std::unexpected(m_db->error(fmt::format("cannot read {}.{}", e.name, r.name), rc));
+    return pairs;
 }
 
 Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std::uint32_t entity,

@@ -106,7 +106,15 @@ Result<std::size_t> exportRecords(objectstore::ObjectContext& context, const Exp
     std::size_t done = 0;
     std::size_t written = 0;
     const std::size_t batch = std::max<std::size_t>(1, options.batchSize);
-    for (const auto& ids : *selected) {
+    for (std::size_t kind = 0; kind < selected->size(); ++kind) {
+        const auto& ids = (*selected)[kind];
+        // The objects of a list (tasks and what they hold) name few others
+        // each, which are loaded with the batch; the rest name whole lists
+        // of tasks, read an object at a time below.
+        const std::vector<std::string> prefetched =
+            kSelections[kind].ofList.empty() || kSelections[kind].ofList == kAll
+                ? std::vector<std::string>{}
+                : referencedRelationships(kSelections[kind].entity);
         for (std::size_t at = 0; at < ids.size(); at += batch) {
             const std::size_t end = std::min(ids.size(), at + batch);
             auto load = [&](std::size_t from) -> Result<std::vector<ObjectPtr>> {
@@ -114,6 +122,8 @@ Result<std::size_t> exportRecords(objectstore::ObjectContext& context, const Exp
                 for (std::size_t i = from; i < end; ++i)
                     objects.push_back(context.objectWithID(ids[i]));
                 if (auto loaded = context.fireFaults(objects); !loaded)
+                    return std::unexpected(loaded.error());
+                if (auto loaded = context.prefetchRelationships(objects, prefetched); !loaded)
                     return std::unexpected(loaded.error());
                 return objects;
             };

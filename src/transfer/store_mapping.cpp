@@ -171,6 +171,22 @@ AnyRecord recordFromObject(const ManagedObject& object) {
     throw std::logic_error(fmt::format("no record for {}", entity));
 }
 
+std::vector<std::string> referencedRelationships(std::string_view entity) {
+    std::vector<std::string> names;
+    auto collect = [&](const Plan& plan) {
+        for (const std::size_t property : plan.properties)
+            if (property >= plan.entity->attributes.size())
+                names.push_back(
+                    plan.entity->relationships[property - plan.entity->attributes.size()].name);
+    };
+#define TK_SHARED_RELATIONSHIPS(Record, Entity, contentType)                                       \
+    if (entity == #Entity)                                                                         \
+        collect(planOf<Record>());
+    TK_SHARED_RECORDS(TK_SHARED_RELATIONSHIPS)
+#undef TK_SHARED_RELATIONSHIPS
+    return names;
+}
+
 // ---- Applying -----------------------------------------------------------------
 
 Result<RecordApplier> RecordApplier::make(objectstore::ObjectContext& context) {

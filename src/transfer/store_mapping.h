@@ -26,6 +26,10 @@ template <class R> [[nodiscard]] R recordFrom(const objectstore::ManagedObject& 
 /// The record of `object`, of the kind that matches its entity.
 [[nodiscard]] AnyRecord recordFromObject(const objectstore::ManagedObject& object);
 
+/// The relationships (store names) of `entity` whose targets its record
+/// names: loading them with a batch of objects saves a query per object.
+[[nodiscard]] std::vector<std::string> referencedRelationships(std::string_view entity);
+
 /// The identifier `object` is named by in records ("" when it has none).
 [[nodiscard]] std::string recordIdentifier(const objectstore::ManagedObject& object);
 

@@ -93,6 +93,56 @@ TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
     EXPECT_FALSE(fresh->registeredObject(results->objectIDs()[2])->isFault());
 }
 
+// Each way a relationship is stored, read for a whole fetch at once: the members one by one
+// reading gives, loaded, and this context's unsaved moves counted.
+TEST_F(FetchTest, PrefetchedRelationshipsMatchMembersReadOneByOne) {
+    auto all = view->fetch(request(nullptr));
+    ASSERT_TRUE(all);
+    for (const auto& [item, label] :
+         {std::pair{0, make(*view, "Label", "x")}, {4, make(*view, "Label", "y")}})
+        (*all)[item]->addToMany((*all)[item]->propertyIndex("labels"), label);
+    ASSERT_SAVED(view);
+    auto targets = [](const ObjectPtr& o, std::size_t property) {
+        if (!o->entityDescription().relationship(property).toMany)
+            return std::vector<ObjectID>{o->toOneID(property)};
+        return o->toManyIDs(property);
+    };
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"Item", "labels", "title"}, // a join table
+        {"Label", "items", "name"},  // its other side
+        {"List", "items", "title"},  // the members' column
+        {"Item", "list", "title"}};  // a column of its own
+    for (const auto& [entity, relationship, sortKey] : cases) {
+        auto prefetching = context(), plain = context();
+        FetchRequest r(entity);
+        r.sortDescriptors = {{sortKey}};
+        r.prefetchedRelationships = {relationship};
+        auto fetched = prefetching->fetch(r);
+        r.prefetchedRelationships.clear();
+        auto expected = plain->fetch(r);
+        ASSERT_TRUE(fetched && expected && fetched->size() == expected->size()) << entity;
+        for (std::size_t i = 0; i < fetched->size(); ++i) {
+            const auto property = (*expected)[i]->propertyIndex(relationship);
+            const auto ids = targets((*expected)[i], property);
+            for (const auto& member : ids) // loaded with the fetch
+                EXPECT_FALSE(prefetching->registeredObject(member)->isFault()) << relationship;
+            EXPECT_EQ(targets((*fetched)[i], property), ids) << entity << "." << relationship;
+        }
+    }
+    // echo moves from home to Work, unsaved, before either list's members are read.
+    auto moving = context();
+    FetchRequest lists("List");
+    lists.sortDescriptors = {{"title"}};
+    auto work = moving->fetch(lists).value().at(0);
+    auto echo = moving->fetch(request("title == 'echo'")).value().at(0);
+    echo->setToOne(echo->propertyIndex("list"), work);
+    lists.prefetchedRelationships = {"items"};
+    auto listed = moving->fetch(lists);
+    ASSERT_TRUE(listed);
+    EXPECT_EQ(members((*listed)[0], "items"), (V{"Alpha", "Bravo", "charlie", "delta", "echo"}));
+    EXPECT_EQ(members((*listed)[1], "items"), V{"foxtrot"});
+}
+
 TEST_F(FetchTest, BadRequestsAreErrorsNotCrashes) {
     struct Case {
         const char* entity;

@@ -24,13 +24,18 @@ class Compiler {
   public:
     explicit Compiler(const Model& model) : m_model(model), m_builder(model, "t") {}
 
-    Fragment node(const BoundNode& n, SqlBuilder::Scope& scope) {
+    // `filter`: the node is not under a NOT, so NULL and 0 both drop the
+    // row and a comparison may be written as SQL's own (NULL for a missing
+    // value). SQLite reads `x = ?` as ruling out a missing to-one target,
+    // turns that hop's LEFT JOIN into a join and can start from the
+    // target's index; `x IS ?` rules nothing out.
+    Fragment node(const BoundNode& n, SqlBuilder::Scope& scope, bool filter) {
         switch (n.kind) {
         case Predicate::Kind::constant: return text(n.value ? "1" : "0");
-        case Predicate::Kind::comparison: return comparison(n.comparison, scope);
+        case Predicate::Kind::comparison: return comparison(n.comparison, scope, filter);
         case Predicate::Kind::negation: {
             Fragment out = text("(NOT ");
-            out += node(n.children.front(), scope);
+            out += node(n.children.front(), scope, false);
             return out += ")";
         }
         case Predicate::Kind::conjunction:
@@ -39,7 +44,7 @@ class Compiler {
                 return text(n.kind == Predicate::Kind::conjunction ? "1" : "0");
             std::vector<Fragment> terms;
             for (const auto& child : n.children)
-                terms.push_back(node(child, scope));
+                terms.push_back(node(child, scope, filter));
             return balanced(terms, 0, terms.size(),
                             n.kind == Predicate::Kind::conjunction ? " AND " : " OR ");
         }
@@ -85,9 +90,9 @@ class Compiler {
         return out += fmt::format(", {})", options);
     }
 
-    Fragment comparison(const BoundComparison& c, SqlBuilder::Scope& scope) {
+    Fragment comparison(const BoundComparison& c, SqlBuilder::Scope& scope, bool filter) {
         if (c.quantifier == Quantifier::direct)
-            return test(operand(c.lhs, scope, 0), c, scope);
+            return test(operand(c.lhs, scope, 0), c, scope, filter);
         const auto& path = std::get<BoundKeyPath>(c.lhs);
         const std::size_t step = *path.toManyStep;
         const std::string owner = m_builder.hops(scope, path, 0, step);
@@ -157,38 +162,43 @@ class Compiler {
     }
 
     // The comparison of `value` with the right-hand side, written so that it
-    // is 0 or 1 even where SQL would give NULL. As a `filter` (a WHERE of its
-    // own, where NULL and 0 both mean no) IN may give NULL.
+    // is 0 or 1 even where SQL would give NULL. As a `filter` (where NULL and
+    // 0 both mean no) it may give NULL: = against a value, the orderings and
+    // IN are then SQL's own.
     Fragment test(const Fragment& value, const BoundComparison& c, SqlBuilder::Scope& scope,
                   bool filter = false) {
         const Fragment lhs = folded(value, c.options);
         Fragment out;
         switch (c.op) {
         case Op::equal:
-        case Op::notEqual:
+        case Op::notEqual: {
+            const auto* constant = std::get_if<Scalar>(&c.rhs);
+            const bool plain = filter && c.op == Op::equal && constant &&
+                               !std::holds_alternative<std::monostate>(*constant);
             out = text("(");
             out += lhs;
-            out += c.op == Op::equal ? " IS " : " IS NOT ";
+            out += plain ? " = " : c.op == Op::equal ? " IS " : " IS NOT ";
             out += operand(c.rhs, scope, c.options);
             return out += ")";
+        }
         case Op::less:
         case Op::lessOrEqual:
         case Op::greater:
         case Op::greaterOrEqual:
-            out = text("COALESCE(");
+            out = text(filter ? "(" : "COALESCE(");
             out += lhs;
             out += fmt::format(" {} ", toString(c.op));
             out += operand(c.rhs, scope, c.options);
-            return out += ", 0)";
+            return out += filter ? ")" : ", 0)";
         case Op::between: {
             const auto& list = std::get<ScalarList>(c.rhs);
-            out = text("COALESCE(");
+            out = text(filter ? "(" : "COALESCE(");
             out += lhs;
             out += " BETWEEN ";
             out += folded(parameter(list[0]), c.options);
             out += " AND ";
             out += folded(parameter(list[1]), c.options);
-            return out += ", 0)";
+            return out += filter ? ")" : ", 0)";
         }
         case Op::in: {
             const auto& list = std::get<ScalarList>(c.rhs);
@@ -251,7 +261,7 @@ class Compiler {
 SqlPredicate compileToSql(const BoundPredicate& predicate) {
     Compiler compiler(predicate.model());
     detail::SqlBuilder::Scope scope{"t0", predicate.entityIndex(), {}, {}};
-    Fragment where = compiler.node(predicate.root(), scope);
+    Fragment where = compiler.node(predicate.root(), scope, true);
     SqlPredicate out;
     for (const auto& join : scope.joins) {
         if (!out.joins.empty())

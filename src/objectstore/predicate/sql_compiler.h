@@ -2,8 +2,11 @@
 // main table is aliased t0, to-one hops become LEFT JOINs (aliases t1,
 // t2, ...), a to-many step becomes an EXISTS subquery, or a list of owner
 // keys when ANY picks the elements by an indexed column. Values never enter
-// the SQL text; they are bound in order to its ?s. The condition is 0 or 1
-// for every row, never NULL, so NOT and OR keep the in-memory meaning.
+// the SQL text; they are bound in order to its ?s. It is a WHERE: a row
+// is kept exactly when the predicate holds in memory. Under a NOT every
+// term is 0 or 1, never NULL, so NOT keeps the in-memory meaning; outside
+// one a term may be NULL where it means no (`x = ?` for a missing x),
+// which lets SQLite start from a to-one target's index.
 #pragma once
 
 #include "objectstore/model/model.h"

@@ -322,7 +322,9 @@ TEST_F(SmallStore, SqlTextHoldsNoValuesAndReachesIndexes) {
         {"ANY tags.weight = 1", "EXISTS"},
         {"ANY tags.label ==[c] 'red'", "EXISTS"},
         {"ANY tags.label BEGINSWITH 'r'", "EXISTS"},
-        {"ALL tags.label = 'red'", "EXISTS"}};
+        {"ALL tags.label = 'red'", "EXISTS"},
+        {"folder.name = 'f'", "t1.\"name\" = ?"}, // lets SQLite join from the folder
+        {"NOT folder.name = 'f'", "t1.\"name\" IS ?"}};
     for (const auto& [format, shape] : shapes)
         EXPECT_THAT(where(format), HasSubstr(shape)) << format;
     EXPECT_THAT(where("ANY tags.label IN {'red'}"), Not(HasSubstr("COALESCE")));
