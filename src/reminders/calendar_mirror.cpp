@@ -282,8 +282,12 @@ Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, Calen
     std::optional<CalendarItem> current;
     if (existing)
         current = *existing;
-    else if (const auto id = task.calendarItemIdentifier(); id && !id->empty())
-        current = m_calendarStore->itemWithIdentifier(*id);
+    else if (const auto id = task.calendarItemIdentifier(); id && !id->empty()) {
+        auto found = m_calendarStore->findItem(*id);
+        if (!found)
+            return std::unexpected(found.error());
+        current = std::move(*found);
+    }
     if (current && current->kind == kind)
         item.identifier = current->identifier;
     item.calendarIdentifier = *calendarID;
@@ -382,11 +386,15 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
     for (auto& item : *listed)
         items.emplace(item.identifier, std::move(item));
 
+    const auto failed = [&](const platform::Error& error) {
+        ++report.failed;
+        report.errors.push_back(error.message);
+    };
     const auto write = [&](TK_Task& task, CalendarItem* existing, int& count) {
-        if (writeTask(task, kind, existing, calendar))
+        if (auto written = writeTask(task, kind, existing, calendar))
             ++count;
         else
-            ++report.failed;
+            failed(written.error());
     };
     std::set<std::string> seen;
     for (const auto& task : list.tasks()) {
@@ -400,7 +408,10 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         }
         if (found == items.end()) {
             // Gone from this calendar: moved here from another list, or deleted elsewhere.
-            if (const auto elsewhere = m_calendarStore->itemWithIdentifier(id)) {
+            const auto elsewhere = m_calendarStore->findItem(id);
+            if (!elsewhere) {
+                failed(elsewhere.error()); // not known to be gone: left alone
+            } else if (*elsewhere) {
                 if (mode != TK_RemindersDatabaseType::addOnly)
                     write(*task, nullptr, report.updated);
             } else if (mode == TK_RemindersDatabaseType::exact) {
@@ -435,10 +446,10 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         if (!item.applicationData.empty()) {
             // Written for a task that is gone.
             if (mode == TK_RemindersDatabaseType::exact) {
-                if (m_calendarStore->removeItem(id, true))
+                if (auto removed = m_calendarStore->removeItem(id, true))
                     ++report.deleted;
                 else
-                    ++report.failed;
+                    failed(removed.error());
             }
             continue;
         }

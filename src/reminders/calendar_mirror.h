@@ -76,17 +76,20 @@ class CalendarMirror {
     // ---- Every mirrored list -----------------------------------------------------------
     struct SyncReport {
         int lists = 0;
-        int created = 0;  // items written for tasks that had none
-        int updated = 0;  // items rewritten after their task changed
-        int readBack = 0; // tasks changed from an item edited elsewhere
-        int imported = 0; // tasks made for items created elsewhere
-        int deleted = 0;  // tasks and items deleted (exact mode)
-        int failed = 0;   // tasks whose item could not be saved
+        int created = 0;                 // items written for tasks that had none
+        int updated = 0;                 // items rewritten after their task changed
+        int readBack = 0;                // tasks changed from an item edited elsewhere
+        int imported = 0;                // tasks made for items created elsewhere
+        int deleted = 0;                 // tasks and items deleted (exact mode)
+        int failed = 0;                  // tasks whose item could not be saved or read
+        std::vector<std::string> errors; // why, one for each failure
     };
     /// Brings every list of `context` whose calendarType is reminder or
     /// event in step with its calendar (see the file comment), keeps
     /// remindersLists as the identifiers of those calendars, and saves the
-    /// context. Fails when the store cannot be read or the context saved.
+    /// context. Fails when the store cannot be read or the context saved;
+    /// an item that cannot be read or written is a failure of its task,
+    /// which is then left as it is (never taken for deleted).
     [[nodiscard]] Result<SyncReport> sync(objectstore::ObjectContext& context);
 
   private:

@@ -1,8 +1,10 @@
 // The calendar mirror over a real store file and both calendar stores.
+#include "platform/calendars/caldav_calendar_store.h"
 #include "platform/calendars/in_memory_calendar_store.h"
 #include "platform/calendars/vdir_calendar_store.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "reminders/calendar_mirror.h"
+#include "support/radicale_server.h"
 #include "support/store_fixture.h"
 
 #include <gtest/gtest.h>
@@ -175,6 +177,31 @@ TEST_F(CalendarMirrorTest, ADeletedCalendarIsReplaced) {
     EXPECT_NE(first, second);
     EXPECT_EQ(category->calendarIdentifier(), second);
     EXPECT_EQ(settings->remindersLists(), std::vector<std::string>{second});
+}
+
+// In exact mode a task whose item cannot be looked for (it is not in its
+// list's calendar, and a server holding others went away) stays, and the
+// sync says why.
+TEST_F(CalendarMirrorTest, AnItemThatCannotBeLookedForIsNotTakenForDeleted) {
+    testing::RadicaleServer home;
+    auto away = std::make_unique<testing::RadicaleServer>();
+    useStore(std::make_shared<platform::CaldavCalendarStore>(
+        std::vector<std::string>{home.url(), away->url()},
+        platform::CaldavOptions{home.netrcFile(), 5}));
+    settings->setRemindersDatabaseType(TK_RemindersDatabaseType::exact);
+    auto category = list("Home", TK_CalendarType::reminder);
+    category->setCalendarSourceIdentifier(home.url());
+    auto moved = task(category, "moved");
+    ASSERT_EQ(mirror->sync(*context).value().created, 1);
+
+    moved->setCalendarItemIdentifier(std::string("moved-to-a-calendar-away"));
+    away.reset();
+    const auto report = mirror->sync(*context).value();
+    EXPECT_FALSE(moved->isDeleted());
+    EXPECT_EQ(report.deleted, 0);
+    ASSERT_FALSE(report.errors.empty());
+    for (const auto& error : report.errors)
+        EXPECT_NE(error.find("cannot reach"), std::string::npos) << error;
 }
 
 // One scenario per mode, over vdir files edited by "another client" (a

@@ -2,6 +2,8 @@
 // port with htpasswd (plain) authentication and its storage in a temporary
 // folder, which goes when the object is destroyed. Should the test process
 // die first, the server gets SIGTERM. As root it runs as "nobody".
+// Optionally it answers writes without an entity tag, as a server may when
+// it changed what was written.
 #pragma once
 
 #include "support/temp_dir.h"
@@ -13,11 +15,15 @@
 
 namespace tasket::testing {
 
+struct RadicaleOptions {
+    bool tagsWrites = true; // answers to PUT carry the ETag
+};
+
 class RadicaleServer {
   public:
     /// Starts the server with the account "alice"; throws std::runtime_error
     /// when it does not come up.
-    RadicaleServer();
+    explicit RadicaleServer(RadicaleOptions options = {});
     ~RadicaleServer();
     RadicaleServer(const RadicaleServer&) = delete;
     RadicaleServer& operator=(const RadicaleServer&) = delete;

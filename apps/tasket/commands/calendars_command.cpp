@@ -157,7 +157,8 @@ platform::Result<void> CalendarsCommand::run(CommandContext& context) {
         return report->failed == 0
                    ? platform::Result<void>{}
                    : platform::fail(Errc::unavailable,
-                                    fmt::format("{} tasks could not be written", report->failed));
+                                    fmt::format("{} tasks could not be written or read: {}",
+                                                report->failed, report->errors.front()));
     }
 
     // list

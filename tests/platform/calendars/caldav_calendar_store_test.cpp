@@ -41,6 +41,30 @@ TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
     EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine");
 }
 
+// A server that answers writes without an entity tag: a later change is
+// made only while the server still holds the version written.
+TEST(CaldavCalendarStore, WithoutAnEntityTagAChangeIsStillConditional) {
+    testing::RadicaleServer server({.tagsWrites = false});
+    CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
+    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
+    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
+    ASSERT_TRUE(mine.saveCalendar(errands, true));
+    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+    ASSERT_TRUE(mine.saveReminder(item, true));
+    item.title = "mine";
+    ASSERT_TRUE(mine.saveReminder(item, true));
+
+    auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
+    theirCopy.title = "theirs";
+    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
+    item.title = "mine again";
+    const auto saved = mine.saveReminder(item, true);
+    ASSERT_FALSE(saved);
+    EXPECT_EQ(saved.error().code, Errc::conflict);
+    mine.reset();
+    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
+}
+
 TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
     testing::RadicaleServer server;
     const auto wrong = server.storageFolder().parent_path() / "wrong-netrc";
@@ -55,6 +79,10 @@ TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
         ASSERT_FALSE(items) << url;
         EXPECT_EQ(items.error().code, code);
         EXPECT_NE(items.error().message.find(says), std::string::npos) << items.error().message;
+        // Nor is an item taken for absent when it cannot be looked for.
+        const auto found = store.findItem("any");
+        ASSERT_FALSE(found);
+        EXPECT_EQ(found.error().code, code);
     }
 }
 
