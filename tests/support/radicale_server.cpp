@@ -112,6 +112,10 @@ void RadicaleServer::stop() {
     m_pid = -1;
 }
 
+std::string RadicaleServer::password() {
+    return kPassword;
+}
+
 std::string RadicaleServer::url() const {
     return "http://127.0.0.1:" + std::to_string(m_port) + "/";
 }

@@ -30,6 +30,8 @@ class RadicaleServer {
 
     /// The server's root URL ("http://127.0.0.1:<port>/").
     std::string url() const;
+    /// alice's password.
+    static std::string password();
     /// A netrc file with alice's login for the server.
     std::filesystem::path netrcFile() const { return m_folder / "netrc"; }
     /// Where the server keeps its collections (as folders of .ics files).

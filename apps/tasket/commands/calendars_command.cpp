@@ -38,7 +38,8 @@ const CommandInfo& CalendarsCommand::info() const {
             "unlink LIST | sync [--json]",
         .summary = "Mirror lists into calendars as reminders or events",
         .help = "sources names the vdir folders, or the http(s) URLs of the CalDAV accounts\n"
-                "(logins from ~/.netrc), that hold the calendars (each one a source), or\n"
+                "(logins from the keyring, else ~/.netrc), that hold the calendars (each one a "
+                "source), or\n"
                 "prints them. link mirrors a list as a reminders list or an event calendar,\n"
                 "making its calendar and writing its tasks; unlink stops that (the calendar\n"
                 "is removed only in the exact mode). sync brings every linked list and its\n"

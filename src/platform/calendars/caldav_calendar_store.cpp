@@ -1,6 +1,7 @@
 #include "platform/calendars/caldav_calendar_store.h"
 
 #include "platform/calendars/detail/ical_codec.h"
+#include "platform/calendars/detail/network_login.h"
 #include "platform/uuid.h"
 
 #include <curl/curl.h>
@@ -153,9 +154,14 @@ struct CaldavCalendarStore::Connection {
         curl_easy_reset(curl);
         curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
-        curl_easy_setopt(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
-        if (!options.netrcFile.empty())
-            curl_easy_setopt(curl, CURLOPT_NETRC_FILE, options.netrcFile.c_str());
+        if (const auto* login = loginFor(url)) {
+            curl_easy_setopt(curl, CURLOPT_USERNAME, login->user.c_str());
+            curl_easy_setopt(curl, CURLOPT_PASSWORD, login->password.c_str());
+        } else {
+            curl_easy_setopt(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
+            if (!options.netrcFile.empty())
+                curl_easy_setopt(curl, CURLOPT_NETRC_FILE, options.netrcFile.c_str());
+        }
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, options.timeoutSeconds);
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -184,7 +190,7 @@ struct CaldavCalendarStore::Connection {
         if (response.status == 401 || response.status == 403)
             return fail(Errc::permissionDenied,
                         fmt::format("the calendar server at {} refused the credentials ({}); check "
-                                    "its entry in the netrc file",
+                                    "its login in the keyring or the netrc file",
                                     url, response.status));
         return response;
     }
@@ -216,9 +222,21 @@ struct CaldavCalendarStore::Connection {
         return out;
     }
 
+    // The Secret Service's login for the server of `url`, asked once a server.
+    const detail::NetworkLogin* loginFor(const std::string& url) {
+        if (!options.secretService)
+            return nullptr;
+        auto origin = detail::originOf(url);
+        auto known = logins.find(origin);
+        if (known == logins.end())
+            known = logins.emplace(std::move(origin), detail::secretServiceLogin(url)).first;
+        return known->second ? &*known->second : nullptr;
+    }
+
     Options options;
     CURL* curl;
     std::size_t requests = 0;
+    std::map<std::string, std::optional<detail::NetworkLogin>> logins; // by origin
 };
 
 namespace {

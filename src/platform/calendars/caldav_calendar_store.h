@@ -9,8 +9,9 @@
 // being overwritten; when the server gave no entity tag for the version
 // last seen, the change is made only while the server still holds that
 // version. A read that fails is never taken for an item that is gone.
-// Credentials come from the netrc file libcurl reads
-// (the given one, else ~/.netrc); they never appear in a URL we build.
+// Credentials come from the Secret Service (a network password for the
+// server's protocol, host and port), else from the netrc file libcurl
+// reads (the given one, else ~/.netrc); they never appear in a URL we build.
 // Identifiers never reach a URL as they are: a resource's name is a safe
 // name derived from the identifier, percent-encoded on top.
 #pragma once
@@ -28,6 +29,7 @@ namespace tasket::platform {
 struct CaldavOptions {
     std::filesystem::path netrcFile; // empty: libcurl's default
     long timeoutSeconds = 30;
+    bool secretService = true; // logins from the Secret Service before the netrc file
 };
 
 class CaldavCalendarStore final : public StagedCalendarStore {

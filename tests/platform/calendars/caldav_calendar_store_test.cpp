@@ -2,11 +2,17 @@
 // between is a conflict, a server that cannot be reached or refuses the
 // credentials says so, and no identifier leaves its collection.
 #include "platform/calendars/caldav_calendar_store.h"
+#include "support/program_run.h"
 #include "support/radicale_server.h"
 
 #include <gtest/gtest.h>
+#include <libsecret/secret.h>
+#include <signal.h>
+#include <sys/wait.h>
 
+#include <chrono>
 #include <fstream>
+#include <thread>
 #include <tuple>
 
 namespace tasket::platform {
@@ -83,6 +89,63 @@ TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
         const auto found = store.findItem("any");
         ASSERT_FALSE(found);
         EXPECT_EQ(found.error().code, code);
+    }
+}
+
+// A keyring of the test's own: a private session bus with a real Secret
+// Service (gnome-keyring-daemon, its keyring unlocked with a password on
+// standard input), which this process then asks.
+struct Keyring {
+    Keyring() {
+        std::ofstream(home / "password") << "keyring-password";
+        const testing::ProgramOptions options{.home = home.path(), .inputFile = home / "password"};
+        bus = testing::startProgram("/usr/bin/dbus-daemon",
+                                    {"--session", "--nofork", "--address=" + address}, options);
+        for (int i = 0; i < 500 && !std::filesystem::exists(home / "bus"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        auto withBus = options;
+        withBus.environment = {"DBUS_SESSION_BUS_ADDRESS=" + address};
+        daemon =
+            testing::startProgram("/usr/bin/gnome-keyring-daemon",
+                                  {"--unlock", "--components=secrets", "--foreground"}, withBus);
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    }
+    ~Keyring() {
+        for (const pid_t each : {daemon, bus}) {
+            ::kill(each, SIGTERM);
+            ::waitpid(each, nullptr, 0);
+        }
+    }
+    // Stores a login as other programs do, once the service is up.
+    bool store(const char* server, int port, const char* user, const std::string& password) {
+        for (int i = 0; i < 200; ++i) {
+            GError* error = nullptr;
+            if (secret_password_store_sync(SECRET_SCHEMA_COMPAT_NETWORK, SECRET_COLLECTION_DEFAULT,
+                                           "login", password.c_str(), nullptr, &error, "protocol",
+                                           "http", "server", server, "port", port, "user", user,
+                                           nullptr))
+                return true;
+            g_clear_error(&error);
+            std::this_thread::sleep_for(std::chrono::milliseconds(25));
+        }
+        return false;
+    }
+    testing::TempDir home;
+    std::string address = "unix:path=" + (home / "bus").string();
+    pid_t bus = -1, daemon = -1;
+};
+
+TEST(CaldavCalendarStore, TheKeyringsLoginComesBeforeTheNetrcFile) {
+    testing::RadicaleServer server;
+    Keyring keyring;
+    const auto port = std::stoi(server.url().substr(std::string("http://127.0.0.1:").size()));
+    ASSERT_TRUE(keyring.store("127.0.0.1", port + 1, "alice", "another server's"));
+    ASSERT_TRUE(keyring.store("127.0.0.1", port, "alice", testing::RadicaleServer::password()));
+    const auto wrong = keyring.home / "netrc";
+    std::ofstream(wrong) << "machine 127.0.0.1 login alice password wrong\n";
+    for (const bool secretService : {true, false}) {
+        CaldavCalendarStore store({server.url()}, {wrong, 5, secretService});
+        EXPECT_EQ(store.items(Kind::reminder, {}).has_value(), secretService);
     }
 }
 
