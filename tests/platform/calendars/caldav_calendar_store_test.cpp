@@ -116,19 +116,27 @@ struct Keyring {
             ::waitpid(each, nullptr, 0);
         }
     }
-    // Stores a login as other programs do, once the service is up.
+    // Stores a login as other programs do, once our daemon holds the
+    // service's name (a call before would have the bus start another).
     bool store(const char* server, int port, const char* user, const std::string& password) {
-        for (int i = 0; i < 200; ++i) {
-            GError* error = nullptr;
-            if (secret_password_store_sync(SECRET_SCHEMA_COMPAT_NETWORK, SECRET_COLLECTION_DEFAULT,
-                                           "login", password.c_str(), nullptr, &error, "protocol",
-                                           "http", "server", server, "port", port, "user", user,
-                                           nullptr))
-                return true;
-            g_clear_error(&error);
-            std::this_thread::sleep_for(std::chrono::milliseconds(25));
-        }
-        return false;
+        for (int i = 0;
+             i < 500 && testing::runProgram("/usr/bin/dbus-send",
+                                            {"--bus=" + address, "--print-reply",
+                                             "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                             "org.freedesktop.DBus.NameHasOwner",
+                                             "string:org.freedesktop.secrets"},
+                                            {.home = home.path()})
+                                .out.find("boolean true") == std::string::npos;
+             ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        GError* error = nullptr;
+        const bool stored = secret_password_store_sync(
+            SECRET_SCHEMA_COMPAT_NETWORK, SECRET_COLLECTION_DEFAULT, "login", password.c_str(),
+            nullptr, &error, "protocol", "http", "server", server, "port", port, "user", user,
+            nullptr);
+        EXPECT_FALSE(error) << error->message;
+        g_clear_error(&error);
+        return stored;
     }
     testing::TempDir home;
     std::string address = "unix:path=" + (home / "bus").string();
