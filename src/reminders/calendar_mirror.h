@@ -19,6 +19,12 @@
 // calendar client and is read back into its task, unless the task changed
 // too, in which case the task wins. Items carry no fingerprint until we
 // write them, so an item another client created is imported once.
+//
+// With a folder to keep its state in, a sync remembers what it left in each
+// calendar (the store's change token and the fingerprint of each task), and
+// the next one does not read a calendar whose token is unchanged: it writes
+// only the tasks changed since. A change another client makes between our
+// last write and the token read after it is seen at the next change there.
 #pragma once
 
 #include "objectstore/object_context.h"
@@ -27,8 +33,12 @@
 #include "settings/customization_manager.h"
 #include "store/records.h"
 
+#include <filesystem>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tasket::reminders {
@@ -36,6 +46,13 @@ namespace tasket::reminders {
 using platform::CalendarEntityType;
 using platform::CalendarItem;
 using platform::Result;
+
+/// What a sync left in one calendar (see the file comment).
+struct SyncState {
+    int mode = 0; // TK_RemindersDatabaseType
+    std::string token;
+    std::map<std::string, std::string, std::less<>> fingerprints; // by item identifier
+};
 
 class CalendarMirror {
   public:
@@ -91,8 +108,17 @@ class CalendarMirror {
     /// an item that cannot be read or written is a failure of its task,
     /// which is then left as it is (never taken for deleted).
     [[nodiscard]] Result<SyncReport> sync(objectstore::ObjectContext& context);
+    /// Keeps what each sync left in each calendar in files in `folder`
+    /// (made when missing; see the file comment).
+    void keepSyncStateIn(std::filesystem::path folder);
 
   private:
+    [[nodiscard]] bool syncUnchanged(store::TK_Category& list, CalendarEntityType kind,
+                                     const std::vector<std::string>& linkedElsewhere,
+                                     const SyncState& state, const platform::Calendar& calendar,
+                                     SyncReport& report);
+    void keepSyncState(const std::string& calendarID, const store::TK_Category& list,
+                       CalendarEntityType kind, const platform::Calendar& calendar, bool complete);
     [[nodiscard]] Result<> writeTask(store::TK_Task& task, CalendarEntityType kind,
                                      CalendarItem* existing, const platform::Calendar& calendar);
     [[nodiscard]] Result<> syncList(objectstore::ObjectContext& context, store::TK_Category& list,
@@ -102,6 +128,9 @@ class CalendarMirror {
 
     std::shared_ptr<platform::CalendarStore> m_calendarStore;
     std::shared_ptr<settings::CustomizationManager> m_customizationManager;
+    std::filesystem::path m_stateFolder; // empty: keep no state
+    // Written by sync() once the context is saved; nullopt: remove the file.
+    std::vector<std::pair<std::filesystem::path, std::optional<std::string>>> m_statesToKeep;
 };
 
 /// The fingerprint of what a person sees of `item` (days and times read in

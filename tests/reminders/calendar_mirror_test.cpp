@@ -231,6 +231,7 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
             objectstore::ObjectContext::make(*opened, objectstore::ConcurrencyType::mainQueue);
         useStore(std::make_shared<platform::VdirCalendarStore>(
             std::vector<std::filesystem::path>{folders / "calendars"}));
+        mirror->keepSyncStateIn(folders / "state");
         platform::VdirCalendarStore otherClient({folders / "calendars"});
         settings->setRemindersDatabaseType(c.mode);
 
@@ -267,6 +268,18 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
         const auto again = mirror->sync(*context).value();
         EXPECT_EQ(again.created + again.updated + again.readBack + again.imported + again.deleted,
                   0);
+
+        // Changes made here alone are written from the state the last pass
+        // kept, without reading the calendar (its change token is the same).
+        ASSERT_FALSE(std::filesystem::is_empty(folders / "state"));
+        changed->setTitle(std::string("changed again"));
+        const auto editedItem = *edited->calendarItemIdentifier();
+        context->deleteObject(edited);
+        task(category, "new here");
+        EXPECT_EQ(mirror->sync(*context).value().created, 1);
+        EXPECT_EQ(otherClient.itemWithIdentifier(*changed->calendarItemIdentifier())->title,
+                  c.changedTaskWritten ? "changed again" : "changed");
+        EXPECT_EQ(otherClient.itemWithIdentifier(editedItem).has_value(), c.keptItemOfDeletedTask);
     }
 }
 

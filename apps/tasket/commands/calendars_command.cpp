@@ -4,6 +4,7 @@
 #include "reminders/calendar_mirror.h"
 #include "reminders/calendar_sources.h"
 #include "settings/settings_catalog.h"
+#include "store/application_group.h"
 #include "store/lookup.h"
 #include "tasket/store_view.h"
 
@@ -98,6 +99,7 @@ platform::Result<void> CalendarsCommand::run(CommandContext& context) {
     if (!calendarStore)
         return std::unexpected(calendarStore.error());
     reminders::CalendarMirror mirror(*calendarStore, view->customizationManager);
+    mirror.keepSyncStateIn(store::applicationGroupContainerURL() / "Calendar.Sync");
     auto& viewContext = *view->localDataManager->viewContext();
     const auto lists = store::offeredCategories(view->fetchManager->categories().value());
 

@@ -20,6 +20,7 @@ namespace {
 constexpr const char* kDav = "DAV:";
 constexpr const char* kCaldav = "urn:ietf:params:xml:ns:caldav";
 constexpr const char* kApple = "http://apple.com/ns/ical/";
+constexpr const char* kCalendarServer = "http://calendarserver.org/ns/";
 
 struct Response {
     long status = 0;
@@ -577,6 +578,27 @@ Result<std::string> CaldavCalendarStore::currentTag(const Remote& stored) const 
                 fmt::format("{}: another client may have changed it, and the server gave no "
                             "entity tag to tell; read it again",
                             stored.href));
+}
+
+std::optional<std::string> CaldavCalendarStore::changeToken(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (!m_pendingItems.empty() || m_newCalendars.contains(identifier))
+        return std::nullopt;
+    const auto answer = m_connection->dav(
+        "PROPFIND", std::string(identifier), 0,
+        R"(<d:propfind xmlns:d="DAV:" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:sync-token/><s:getctag/></d:prop></d:propfind>)");
+    std::string token;
+    if (answer)
+        (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
+            auto found = text(child(prop, kDav, "sync-token"));
+            if (found.empty())
+                found = text(child(prop, kCalendarServer, "getctag"));
+            if (!found.empty())
+                token = std::move(found);
+        });
+    if (token.empty())
+        return std::nullopt;
+    return token;
 }
 
 Result<std::optional<CalendarItem>>

@@ -55,6 +55,9 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     itemWithIdentifier(std::string_view identifier) const override;
     [[nodiscard]] Result<std::optional<CalendarItem>>
     findItem(std::string_view identifier) const override;
+    /// The collection's sync-token (RFC 6578), else its CTag: one request.
+    [[nodiscard]] std::optional<std::string>
+    changeToken(std::string_view identifier) const override;
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses

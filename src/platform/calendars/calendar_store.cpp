@@ -77,6 +77,10 @@ Result<> CalendarStore::validate(const CalendarItem& item) const {
     return {};
 }
 
+std::optional<std::string> CalendarStore::changeToken(std::string_view) const {
+    return std::nullopt;
+}
+
 Result<std::optional<CalendarItem>> CalendarStore::findItem(std::string_view identifier) const {
     return itemWithIdentifier(identifier);
 }

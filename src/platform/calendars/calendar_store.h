@@ -135,6 +135,10 @@ class CalendarStore {
     /// Saves a new or changed event (the span: see the file comment).
     [[nodiscard]] Result<> saveEvent(CalendarItem& event, EventSpan span, bool commit);
     [[nodiscard]] virtual Result<> removeItem(std::string_view identifier, bool commit) = 0;
+    /// A text that changes whenever an item of the calendar `identifier` is
+    /// added, changed or removed, by anyone; nullopt when the store cannot
+    /// tell (or has changes pending), and then only reading every item does.
+    [[nodiscard]] virtual std::optional<std::string> changeToken(std::string_view identifier) const;
 
     // ---- Batches ---------------------------------------------------------------------
     /// Stores every pending change; on failure the ones not yet stored stay pending.

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace tasket::platform {
 namespace {
@@ -180,6 +181,28 @@ TEST_P(CalendarStoreContract, ItemsMoveAndGoWithTheirCalendar) {
     ASSERT_TRUE(store->removeCalendar(other, true));
     EXPECT_FALSE(store->itemWithIdentifier(item.identifier));
     EXPECT_EQ(store->removeItem(item.identifier, true).error().code, Errc::notFound);
+}
+
+TEST_P(CalendarStoreContract, ChangeTokensMoveWithEveryChangeAndOnlyThen) {
+    const auto token = [&] { return store->changeToken(reminders); };
+    if (!token())
+        GTEST_SKIP() << "this store keeps no change tokens";
+    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = reminders};
+    const auto otherToken = store->changeToken(events);
+    auto last = token();
+    const auto moved = [&] {
+        const auto now = token();
+        EXPECT_EQ(token(), now) << "the token moved without a change";
+        return std::exchange(last, now) != now;
+    };
+    for (const char* title : {"a", "b", "c"}) {
+        item.title = title;
+        ASSERT_TRUE(save(item));
+        EXPECT_TRUE(moved()) << title;
+    }
+    ASSERT_TRUE(store->removeItem(item.identifier, true));
+    EXPECT_TRUE(moved());
+    EXPECT_EQ(store->changeToken(events), otherToken) << "another calendar's token moved";
 }
 
 INSTANTIATE_TEST_SUITE_P(
