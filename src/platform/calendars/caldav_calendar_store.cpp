@@ -535,9 +535,10 @@ CaldavCalendarStore::remote(std::string_view identifier) const {
         item->calendarIdentifier = calendar;
         if (seen != m_seen.end()) {
             // A change is made against the version last listed or written:
-            // its tag, or, when the server gave none, its text.
+            // its tag, or, when the server gave none, its text; the item read
+            // is the server's.
             if (seen->second.etag.empty() && seen->second.href == href)
-                return seen->second;
+                return Remote{href, "", seen->second.text, std::move(*item)};
             return Remote{href, seen->second.etag, std::move(answer->body), std::move(*item)};
         }
         Remote found{href, answer->etag, std::move(answer->body), std::move(*item)};

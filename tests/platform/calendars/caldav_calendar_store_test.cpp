@@ -20,55 +20,38 @@ namespace {
 
 using Kind = CalendarEntityType;
 
+// Also with a server that answers writes without an entity tag: a change
+// is then made only while the server still holds the version written.
 TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
-    testing::RadicaleServer server;
-    CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
-    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
-    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
-    ASSERT_TRUE(mine.saveCalendar(errands, true));
-    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
-    ASSERT_TRUE(mine.saveReminder(item, true));
+    for (const bool tagsWrites : {true, false}) {
+        SCOPED_TRACE(tagsWrites);
+        testing::RadicaleServer server({.tagsWrites = tagsWrites});
+        CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
+        CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
+        CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
+        ASSERT_TRUE(mine.saveCalendar(errands, true));
+        CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+        ASSERT_TRUE(mine.saveReminder(item, true));
+        item.title = "mine";
+        ASSERT_TRUE(mine.saveReminder(item, true));
 
-    auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
-    theirCopy.title = "theirs";
-    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
+        auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
+        theirCopy.title = "theirs";
+        ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
 
-    item.title = "mine";
-    const auto saved = mine.saveReminder(item, true);
-    ASSERT_FALSE(saved);
-    EXPECT_EQ(saved.error().code, Errc::conflict);
-    EXPECT_EQ(mine.removeItem(item.identifier, true).error().code, Errc::conflict);
-    mine.reset();
-    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
+        item.title = "mine again";
+        const auto saved = mine.saveReminder(item, true);
+        ASSERT_FALSE(saved);
+        EXPECT_EQ(saved.error().code, Errc::conflict);
+        EXPECT_EQ(mine.removeItem(item.identifier, true).error().code, Errc::conflict);
+        mine.reset();
+        EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
 
-    // Once read again, the change is made against their version.
-    ASSERT_EQ(mine.items(Kind::reminder, {}).value().front().title, "theirs");
-    ASSERT_TRUE(mine.saveReminder(item, true));
-    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine");
-}
-
-// A server that answers writes without an entity tag: a later change is
-// made only while the server still holds the version written.
-TEST(CaldavCalendarStore, WithoutAnEntityTagAChangeIsStillConditional) {
-    testing::RadicaleServer server({.tagsWrites = false});
-    CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
-    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
-    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
-    ASSERT_TRUE(mine.saveCalendar(errands, true));
-    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
-    ASSERT_TRUE(mine.saveReminder(item, true));
-    item.title = "mine";
-    ASSERT_TRUE(mine.saveReminder(item, true));
-
-    auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
-    theirCopy.title = "theirs";
-    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
-    item.title = "mine again";
-    const auto saved = mine.saveReminder(item, true);
-    ASSERT_FALSE(saved);
-    EXPECT_EQ(saved.error().code, Errc::conflict);
-    mine.reset();
-    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
+        // Once read again, the change is made against their version.
+        ASSERT_EQ(mine.items(Kind::reminder, {}).value().front().title, "theirs");
+        ASSERT_TRUE(mine.saveReminder(item, true));
+        EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine again");
+    }
 }
 
 TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
