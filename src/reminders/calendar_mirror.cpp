@@ -1,5 +1,6 @@
 #include "reminders/calendar_mirror.h"
 
+#include "platform/atomic_file.h"
 #include "platform/calendar.h"
 #include "platform/clock.h"
 #include "platform/uuid.h"
@@ -11,7 +12,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
 #include <set>
+#include <utility>
 
 namespace tasket::reminders {
 
@@ -145,6 +149,56 @@ void readItem(objectstore::ObjectContext& context, TK_Task& task, const Calendar
         setDate(task, kDue, item.endDate, item.allDay, calendar);
     }
     setRepetition(task, item.recurrenceRules);
+}
+
+void tally(const Result<>& done, int& count, CalendarMirror::SyncReport& report) {
+    if (done) {
+        ++count;
+    } else {
+        ++report.failed;
+        report.errors.push_back(done.error().message);
+    }
+}
+
+// ---- What a sync left in a calendar ----------------------------------------------------
+//
+// One file per calendar: a header line, the calendar's identifier, the mode,
+// its change token, then one line per linked task: item identifier, tab,
+// the fingerprint of what the task held when its item was last made equal
+// to it.
+
+constexpr std::string_view kSyncStateHeader = "tasket calendar sync state 1";
+
+bool isStateField(std::string_view text) {
+    return !text.empty() && text.find_first_of(std::string_view("\t\r\n\0", 4)) == text.npos;
+}
+
+std::filesystem::path syncStateFile(const std::filesystem::path& folder,
+                                    std::string_view calendarID) {
+    std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
+    for (const unsigned char ch : calendarID) {
+        hash ^= ch;
+        hash *= 1099511628211ULL;
+    }
+    return folder / fmt::format("{:016x}.state", hash);
+}
+
+std::optional<SyncState> readSyncState(const std::filesystem::path& folder,
+                                       std::string_view calendarID) {
+    std::ifstream in(syncStateFile(folder, calendarID));
+    std::string header, id, mode;
+    SyncState state;
+    if (!std::getline(in, header) || header != kSyncStateHeader || !std::getline(in, id) ||
+        id != calendarID || !std::getline(in, mode) || !std::getline(in, state.token))
+        return std::nullopt;
+    state.mode = std::atoi(mode.c_str());
+    for (std::string line; std::getline(in, line);) {
+        const auto tab = line.find('\t');
+        if (tab == std::string::npos)
+            return std::nullopt;
+        state.fingerprints.emplace(line.substr(0, tab), line.substr(tab + 1));
+    }
+    return state;
 }
 
 std::string dayText(Date date, const Calendar& calendar) {
@@ -282,8 +336,12 @@ Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, Calen
     std::optional<CalendarItem> current;
     if (existing)
         current = *existing;
-    else if (const auto id = task.calendarItemIdentifier(); id && !id->empty())
-        current = m_calendarStore->itemWithIdentifier(*id);
+    else if (const auto id = task.calendarItemIdentifier(); id && !id->empty()) {
+        auto found = m_calendarStore->findItem(*id);
+        if (!found)
+            return std::unexpected(found.error());
+        current = std::move(*found);
+    }
     if (current && current->kind == kind)
         item.identifier = current->identifier;
     item.calendarIdentifier = *calendarID;
@@ -332,6 +390,7 @@ Result<> CalendarMirror::removeCalendar(TK_Category& list) {
 
 Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectContext& context) {
     SyncReport report;
+    m_statesToKeep.clear();
     const auto calendar = Calendar::current(); // one zone for the whole pass
     std::vector<std::pair<std::shared_ptr<TK_Category>, CalendarEntityType>> lists;
     for (const auto kind : {CalendarEntityType::reminder, CalendarEntityType::event}) {
@@ -360,7 +419,17 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
         calendars.push_back(list->calendarIdentifier().value_or(""));
     }
     m_customizationManager->setRemindersLists(calendars);
-    if (auto saved = context.save(); !saved)
+    // The state is kept only once the tasks it describes are saved.
+    auto states = std::exchange(m_statesToKeep, {});
+    auto saved = context.save();
+    for (const auto& [file, text] : states) {
+        std::error_code error;
+        if (saved && text)
+            std::filesystem::create_directories(file.parent_path(), error);
+        if (!saved || !text || !platform::replaceFile(file, *text, 0600))
+            std::filesystem::remove(file, error); // a cache: without it the next pass reads all
+    }
+    if (!saved)
         return std::unexpected(saved.error());
     return report;
 }
@@ -374,6 +443,15 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
     if (!calendarID)
         return std::unexpected(calendarID.error());
     const bool replaced = before != *calendarID; // a new calendar holds none of the old items
+    const int failedBefore = report.failed;
+    if (!replaced && !m_stateFolder.empty())
+        if (const auto state = readSyncState(m_stateFolder, *calendarID);
+            state && state->mode == static_cast<int>(mode) &&
+            state->token == m_calendarStore->changeToken(*calendarID) &&
+            syncUnchanged(list, kind, linked, *state, calendar, report)) {
+            keepSyncState(*calendarID, list, kind, calendar, report.failed == failedBefore);
+            return {};
+        }
     const std::vector<std::string> ids{*calendarID};
     auto listed = m_calendarStore->items(kind, ids);
     if (!listed)
@@ -382,11 +460,15 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
     for (auto& item : *listed)
         items.emplace(item.identifier, std::move(item));
 
+    const auto failed = [&](const platform::Error& error) {
+        ++report.failed;
+        report.errors.push_back(error.message);
+    };
     const auto write = [&](TK_Task& task, CalendarItem* existing, int& count) {
-        if (writeTask(task, kind, existing, calendar))
+        if (auto written = writeTask(task, kind, existing, calendar))
             ++count;
         else
-            ++report.failed;
+            failed(written.error());
     };
     std::set<std::string> seen;
     for (const auto& task : list.tasks()) {
@@ -400,7 +482,10 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         }
         if (found == items.end()) {
             // Gone from this calendar: moved here from another list, or deleted elsewhere.
-            if (const auto elsewhere = m_calendarStore->itemWithIdentifier(id)) {
+            const auto elsewhere = m_calendarStore->findItem(id);
+            if (!elsewhere) {
+                failed(elsewhere.error()); // not known to be gone: left alone
+            } else if (*elsewhere) {
                 if (mode != TK_RemindersDatabaseType::addOnly)
                     write(*task, nullptr, report.updated);
             } else if (mode == TK_RemindersDatabaseType::exact) {
@@ -435,10 +520,10 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         if (!item.applicationData.empty()) {
             // Written for a task that is gone.
             if (mode == TK_RemindersDatabaseType::exact) {
-                if (m_calendarStore->removeItem(id, true))
+                if (auto removed = m_calendarStore->removeItem(id, true))
                     ++report.deleted;
                 else
-                    ++report.failed;
+                    failed(removed.error());
             }
             continue;
         }
@@ -455,7 +540,65 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
             write(*task, &item, rewritten);
         }
     }
+    keepSyncState(*calendarID, list, kind, calendar, report.failed == failedBefore);
     return {};
+}
+
+void CalendarMirror::keepSyncStateIn(std::filesystem::path folder) {
+    m_stateFolder = std::move(folder);
+}
+
+bool CalendarMirror::syncUnchanged(TK_Category& list, CalendarEntityType kind,
+                                   const std::vector<std::string>& linked, const SyncState& state,
+                                   const Calendar& calendar, SyncReport& report) {
+    const auto mode = m_customizationManager->remindersDatabaseType();
+    const auto tasks = list.tasks();
+    std::set<std::string, std::less<>> seen;
+    for (const auto& task : tasks)
+        if (const auto id = task->calendarItemIdentifier().value_or("");
+            !id.empty() && !task->isDeleted()) {
+            if (!state.fingerprints.contains(id))
+                return false; // moved here from another list: the full pass looks for it
+            seen.insert(id);
+        }
+    for (const auto& task : tasks) {
+        const auto id = task->calendarItemIdentifier().value_or("");
+        if (task->isDeleted())
+            continue;
+        if (id.empty())
+            tally(writeTask(*task, kind, nullptr, calendar), report.created, report);
+        else if (mode != TK_RemindersDatabaseType::addOnly &&
+                 contentFingerprint(itemForTask(*task, kind, calendar), calendar) !=
+                     state.fingerprints.find(id)->second)
+            tally(writeTask(*task, kind, nullptr, calendar), report.updated, report);
+    }
+    if (mode == TK_RemindersDatabaseType::exact)
+        for (const auto& [id, fingerprint] : state.fingerprints)
+            if (!seen.contains(id) && !std::ranges::binary_search(linked, id))
+                tally(m_calendarStore->removeItem(id, true), report.deleted, report);
+    return true;
+}
+
+void CalendarMirror::keepSyncState(const std::string& calendarID, const TK_Category& list,
+                                   CalendarEntityType kind, const Calendar& calendar,
+                                   bool complete) {
+    if (m_stateFolder.empty())
+        return;
+    const auto file = syncStateFile(m_stateFolder, calendarID);
+    const auto token = complete ? m_calendarStore->changeToken(calendarID) : std::nullopt;
+    if (!token || !isStateField(*token) || !isStateField(calendarID)) {
+        m_statesToKeep.emplace_back(file, std::nullopt);
+        return;
+    }
+    std::string text =
+        fmt::format("{}\n{}\n{}\n{}\n", kSyncStateHeader, calendarID,
+                    static_cast<int>(m_customizationManager->remindersDatabaseType()), *token);
+    for (const auto& task : list.tasks())
+        if (const auto id = task->calendarItemIdentifier().value_or("");
+            !task->isDeleted() && isStateField(id))
+            text += fmt::format("{}\t{}\n", id,
+                                contentFingerprint(itemForTask(*task, kind, calendar), calendar));
+    m_statesToKeep.emplace_back(file, std::move(text));
 }
 
 } // namespace tasket::reminders

@@ -19,6 +19,12 @@
 // calendar client and is read back into its task, unless the task changed
 // too, in which case the task wins. Items carry no fingerprint until we
 // write them, so an item another client created is imported once.
+//
+// With a folder to keep its state in, a sync remembers what it left in each
+// calendar (the store's change token and the fingerprint of each task), and
+// the next one does not read a calendar whose token is unchanged: it writes
+// only the tasks changed since. A change another client makes between our
+// last write and the token read after it is seen at the next change there.
 #pragma once
 
 #include "objectstore/object_context.h"
@@ -27,8 +33,12 @@
 #include "settings/customization_manager.h"
 #include "store/records.h"
 
+#include <filesystem>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tasket::reminders {
@@ -36,6 +46,13 @@ namespace tasket::reminders {
 using platform::CalendarEntityType;
 using platform::CalendarItem;
 using platform::Result;
+
+/// What a sync left in one calendar (see the file comment).
+struct SyncState {
+    int mode = 0; // TK_RemindersDatabaseType
+    std::string token;
+    std::map<std::string, std::string, std::less<>> fingerprints; // by item identifier
+};
 
 class CalendarMirror {
   public:
@@ -76,20 +93,32 @@ class CalendarMirror {
     // ---- Every mirrored list -----------------------------------------------------------
     struct SyncReport {
         int lists = 0;
-        int created = 0;  // items written for tasks that had none
-        int updated = 0;  // items rewritten after their task changed
-        int readBack = 0; // tasks changed from an item edited elsewhere
-        int imported = 0; // tasks made for items created elsewhere
-        int deleted = 0;  // tasks and items deleted (exact mode)
-        int failed = 0;   // tasks whose item could not be saved
+        int created = 0;                 // items written for tasks that had none
+        int updated = 0;                 // items rewritten after their task changed
+        int readBack = 0;                // tasks changed from an item edited elsewhere
+        int imported = 0;                // tasks made for items created elsewhere
+        int deleted = 0;                 // tasks and items deleted (exact mode)
+        int failed = 0;                  // tasks whose item could not be saved or read
+        std::vector<std::string> errors; // why, one for each failure
     };
     /// Brings every list of `context` whose calendarType is reminder or
     /// event in step with its calendar (see the file comment), keeps
     /// remindersLists as the identifiers of those calendars, and saves the
-    /// context. Fails when the store cannot be read or the context saved.
+    /// context. Fails when the store cannot be read or the context saved;
+    /// an item that cannot be read or written is a failure of its task,
+    /// which is then left as it is (never taken for deleted).
     [[nodiscard]] Result<SyncReport> sync(objectstore::ObjectContext& context);
+    /// Keeps what each sync left in each calendar in files in `folder`
+    /// (made when missing; see the file comment).
+    void keepSyncStateIn(std::filesystem::path folder);
 
   private:
+    [[nodiscard]] bool syncUnchanged(store::TK_Category& list, CalendarEntityType kind,
+                                     const std::vector<std::string>& linkedElsewhere,
+                                     const SyncState& state, const platform::Calendar& calendar,
+                                     SyncReport& report);
+    void keepSyncState(const std::string& calendarID, const store::TK_Category& list,
+                       CalendarEntityType kind, const platform::Calendar& calendar, bool complete);
     [[nodiscard]] Result<> writeTask(store::TK_Task& task, CalendarEntityType kind,
                                      CalendarItem* existing, const platform::Calendar& calendar);
     [[nodiscard]] Result<> syncList(objectstore::ObjectContext& context, store::TK_Category& list,
@@ -99,6 +128,9 @@ class CalendarMirror {
 
     std::shared_ptr<platform::CalendarStore> m_calendarStore;
     std::shared_ptr<settings::CustomizationManager> m_customizationManager;
+    std::filesystem::path m_stateFolder; // empty: keep no state
+    // Written by sync() once the context is saved; nullopt: remove the file.
+    std::vector<std::pair<std::filesystem::path, std::optional<std::string>>> m_statesToKeep;
 };
 
 /// The fingerprint of what a person sees of `item` (days and times read in

@@ -1,6 +1,6 @@
 // The calendar store of the user's "Calendar.Sources" setting: the vdir
 // folders it names, or its CalDAV accounts (their credentials from the
-// netrc file), not both at once.
+// Secret Service, else the netrc file), not both at once.
 #pragma once
 
 #include "platform/calendars/calendar_store.h"

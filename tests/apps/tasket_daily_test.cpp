@@ -192,7 +192,7 @@ TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
 
 // Lists mirrored into a vdir folder: the tasks (a shared one at once) become
 // .ics files that todoman lists, and an edit made there by another calendar program, or a
-// task todoman made, comes back into the store.
+// task todoman made, comes back into the store; events are as khal shows them.
 TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     tasket::testing::TempDir dir;
     const tasket::testing::ProgramOptions options{.home = dir.path()};
@@ -238,6 +238,26 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
     const auto tasks = run({"tasks", "--list", "Home"});
     EXPECT_NE(tasks.find("Buy oat milk"), std::string::npos) << tasks;
     EXPECT_NE(tasks.find("From todoman"), std::string::npos) << tasks;
+
+    // An event calendar as khal shows it: an all-day task over two days (its
+    // end day exclusive in the file) on each of them, and a timed one.
+    run({"lists", "add", "Trips"});
+    run({"add", "Conference", "--list", "Trips", "--start", "2026-11-23", "--due", "2026-11-24",
+         "--all-day"});
+    run({"add", "Call", "--list", "Trips", "--start", "2026-11-25T14:30", "--due",
+         "2026-11-25T15:00"});
+    run({"calendars", "link", "Trips", "--as", "events"});
+    std::filesystem::create_directories(dir / "config/khal");
+    std::ofstream(dir / "config/khal/config")
+        << "[calendars]\n[[all]]\npath = " << folder.string() << "/*\ntype = discover\n"
+        << "[locale]\ndateformat = %Y-%m-%d\nlongdateformat = %Y-%m-%d\ntimeformat = %H:%M\n"
+        << "datetimeformat = %Y-%m-%d %H:%M\nlongdatetimeformat = %Y-%m-%d %H:%M\n";
+    EXPECT_EQ(run({"list", "--day-format", "", "--format", "{start} | {end} | {title}",
+                   "2026-11-20", "2026-11-30"},
+                  KHAL_BINARY),
+              "2026-11-23 | 2026-11-24 | Conference\n"
+              "2026-11-23 | 2026-11-24 | Conference\n"
+              "2026-11-25 14:30 | 2026-11-25 15:00 | Call\n");
 }
 
 // The same mirror through a CalDAV account on a real server, the login in

@@ -1,8 +1,10 @@
 // The calendar mirror over a real store file and both calendar stores.
+#include "platform/calendars/caldav_calendar_store.h"
 #include "platform/calendars/in_memory_calendar_store.h"
 #include "platform/calendars/vdir_calendar_store.h"
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "reminders/calendar_mirror.h"
+#include "support/radicale_server.h"
 #include "support/store_fixture.h"
 
 #include <gtest/gtest.h>
@@ -177,6 +179,31 @@ TEST_F(CalendarMirrorTest, ADeletedCalendarIsReplaced) {
     EXPECT_EQ(settings->remindersLists(), std::vector<std::string>{second});
 }
 
+// In exact mode a task whose item cannot be looked for (it is not in its
+// list's calendar, and a server holding others went away) stays, and the
+// sync says why.
+TEST_F(CalendarMirrorTest, AnItemThatCannotBeLookedForIsNotTakenForDeleted) {
+    testing::RadicaleServer home;
+    auto away = std::make_unique<testing::RadicaleServer>();
+    useStore(std::make_shared<platform::CaldavCalendarStore>(
+        std::vector<std::string>{home.url(), away->url()},
+        platform::CaldavOptions{home.netrcFile(), 5}));
+    settings->setRemindersDatabaseType(TK_RemindersDatabaseType::exact);
+    auto category = list("Home", TK_CalendarType::reminder);
+    category->setCalendarSourceIdentifier(home.url());
+    auto moved = task(category, "moved");
+    ASSERT_EQ(mirror->sync(*context).value().created, 1);
+
+    moved->setCalendarItemIdentifier(std::string("moved-to-a-calendar-away"));
+    away.reset();
+    const auto report = mirror->sync(*context).value();
+    EXPECT_FALSE(moved->isDeleted());
+    EXPECT_EQ(report.deleted, 0);
+    ASSERT_FALSE(report.errors.empty());
+    for (const auto& error : report.errors)
+        EXPECT_NE(error.find("cannot reach"), std::string::npos) << error;
+}
+
 // One scenario per mode, over vdir files edited by "another client" (a
 // second store on the same folders).
 TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
@@ -204,6 +231,7 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
             objectstore::ObjectContext::make(*opened, objectstore::ConcurrencyType::mainQueue);
         useStore(std::make_shared<platform::VdirCalendarStore>(
             std::vector<std::filesystem::path>{folders / "calendars"}));
+        mirror->keepSyncStateIn(folders / "state");
         platform::VdirCalendarStore otherClient({folders / "calendars"});
         settings->setRemindersDatabaseType(c.mode);
 
@@ -240,6 +268,18 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
         const auto again = mirror->sync(*context).value();
         EXPECT_EQ(again.created + again.updated + again.readBack + again.imported + again.deleted,
                   0);
+
+        // Changes made here alone are written from the state the last pass
+        // kept, without reading the calendar (its change token is the same).
+        ASSERT_FALSE(std::filesystem::is_empty(folders / "state"));
+        changed->setTitle(std::string("changed again"));
+        const auto editedItem = *edited->calendarItemIdentifier();
+        context->deleteObject(edited);
+        task(category, "new here");
+        EXPECT_EQ(mirror->sync(*context).value().created, 1);
+        EXPECT_EQ(otherClient.itemWithIdentifier(*changed->calendarItemIdentifier())->title,
+                  c.changedTaskWritten ? "changed again" : "changed");
+        EXPECT_EQ(otherClient.itemWithIdentifier(editedItem).has_value(), c.keptItemOfDeletedTask);
     }
 }
 

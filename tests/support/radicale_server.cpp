@@ -19,6 +19,21 @@ namespace {
 
 const char* const kPassword = "alice-secret";
 
+// Radicale's WSGI application, its answers to PUT without their ETag.
+const char* const kUntaggedWrites = R"(import os, sys, wsgiref.simple_server, radicale
+os.environ["RADICALE_CONFIG"] = sys.argv[1]
+def app(environ, start):
+    def untagged(status, headers, exc_info=None):
+        if environ["REQUEST_METHOD"] == "PUT":
+            headers = [h for h in headers if h[0].lower() != "etag"]
+        return start(status, headers, exc_info)
+    return radicale.application(environ, untagged)
+class Quiet(wsgiref.simple_server.WSGIRequestHandler):
+    def log_message(self, *args): pass
+wsgiref.simple_server.make_server("127.0.0.1", int(sys.argv[2]), app,
+                                  handler_class=Quiet).serve_forever()
+)";
+
 // A loopback port: the given one, or (0) one the kernel picks; connects to
 // it when `probe`, else binds it and returns the port number. Returns -1
 // when that fails.
@@ -39,7 +54,7 @@ int loopback(int port, bool probe) {
 
 } // namespace
 
-RadicaleServer::RadicaleServer() : m_port(loopback(0, false)) {
+RadicaleServer::RadicaleServer(RadicaleOptions options) : m_port(loopback(0, false)) {
     const auto storage = storageFolder();
     const auto config = m_folder / "config";
     std::filesystem::create_directory(storage);
@@ -63,8 +78,12 @@ RadicaleServer::RadicaleServer() : m_port(loopback(0, false)) {
         arguments.insert(arguments.end(), {"--reuid", std::to_string(nobody->pw_uid), "--regid",
                                            std::to_string(nobody->pw_gid), "--clear-groups"});
     }
-    arguments.insert(arguments.end(),
-                     {"/usr/bin/python3", "-m", "radicale", "--config", config.string()});
+    if (options.tagsWrites)
+        arguments.insert(arguments.end(),
+                         {"/usr/bin/python3", "-m", "radicale", "--config", config.string()});
+    else
+        arguments.insert(arguments.end(), {"/usr/bin/python3", "-c", kUntaggedWrites,
+                                           config.string(), std::to_string(m_port)});
     m_pid = startProgram("/usr/bin/setpriv", arguments, {.home = m_folder.path()});
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -91,6 +110,10 @@ void RadicaleServer::stop() {
     ::kill(m_pid, SIGTERM);
     ::waitpid(m_pid, nullptr, 0);
     m_pid = -1;
+}
+
+std::string RadicaleServer::password() {
+    return kPassword;
 }
 
 std::string RadicaleServer::url() const {

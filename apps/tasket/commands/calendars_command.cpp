@@ -4,6 +4,7 @@
 #include "reminders/calendar_mirror.h"
 #include "reminders/calendar_sources.h"
 #include "settings/settings_catalog.h"
+#include "store/application_group.h"
 #include "store/lookup.h"
 #include "tasket/store_view.h"
 
@@ -38,7 +39,8 @@ const CommandInfo& CalendarsCommand::info() const {
             "unlink LIST | sync [--json]",
         .summary = "Mirror lists into calendars as reminders or events",
         .help = "sources names the vdir folders, or the http(s) URLs of the CalDAV accounts\n"
-                "(logins from ~/.netrc), that hold the calendars (each one a source), or\n"
+                "(logins from the keyring, else ~/.netrc), that hold the calendars (each one a "
+                "source), or\n"
                 "prints them. link mirrors a list as a reminders list or an event calendar,\n"
                 "making its calendar and writing its tasks; unlink stops that (the calendar\n"
                 "is removed only in the exact mode). sync brings every linked list and its\n"
@@ -97,6 +99,7 @@ platform::Result<void> CalendarsCommand::run(CommandContext& context) {
     if (!calendarStore)
         return std::unexpected(calendarStore.error());
     reminders::CalendarMirror mirror(*calendarStore, view->customizationManager);
+    mirror.keepSyncStateIn(store::applicationGroupContainerURL() / "Calendar.Sync");
     auto& viewContext = *view->localDataManager->viewContext();
     const auto lists = store::offeredCategories(view->fetchManager->categories().value());
 
@@ -157,7 +160,8 @@ platform::Result<void> CalendarsCommand::run(CommandContext& context) {
         return report->failed == 0
                    ? platform::Result<void>{}
                    : platform::fail(Errc::unavailable,
-                                    fmt::format("{} tasks could not be written", report->failed));
+                                    fmt::format("{} tasks could not be written or read: {}",
+                                                report->failed, report->errors.front()));
     }
 
     // list

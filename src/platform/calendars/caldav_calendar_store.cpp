@@ -1,6 +1,7 @@
 #include "platform/calendars/caldav_calendar_store.h"
 
 #include "platform/calendars/detail/ical_codec.h"
+#include "platform/calendars/detail/network_login.h"
 #include "platform/uuid.h"
 
 #include <curl/curl.h>
@@ -19,6 +20,7 @@ namespace {
 constexpr const char* kDav = "DAV:";
 constexpr const char* kCaldav = "urn:ietf:params:xml:ns:caldav";
 constexpr const char* kApple = "http://apple.com/ns/ical/";
+constexpr const char* kCalendarServer = "http://calendarserver.org/ns/";
 
 struct Response {
     long status = 0;
@@ -153,9 +155,14 @@ struct CaldavCalendarStore::Connection {
         curl_easy_reset(curl);
         curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
-        curl_easy_setopt(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
-        if (!options.netrcFile.empty())
-            curl_easy_setopt(curl, CURLOPT_NETRC_FILE, options.netrcFile.c_str());
+        if (const auto* login = loginFor(url)) {
+            curl_easy_setopt(curl, CURLOPT_USERNAME, login->user.c_str());
+            curl_easy_setopt(curl, CURLOPT_PASSWORD, login->password.c_str());
+        } else {
+            curl_easy_setopt(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
+            if (!options.netrcFile.empty())
+                curl_easy_setopt(curl, CURLOPT_NETRC_FILE, options.netrcFile.c_str());
+        }
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, options.timeoutSeconds);
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -184,7 +191,7 @@ struct CaldavCalendarStore::Connection {
         if (response.status == 401 || response.status == 403)
             return fail(Errc::permissionDenied,
                         fmt::format("the calendar server at {} refused the credentials ({}); check "
-                                    "its entry in the netrc file",
+                                    "its login in the keyring or the netrc file",
                                     url, response.status));
         return response;
     }
@@ -216,9 +223,21 @@ struct CaldavCalendarStore::Connection {
         return out;
     }
 
+    // The Secret Service's login for the server of `url`, asked once a server.
+    const detail::NetworkLogin* loginFor(const std::string& url) {
+        if (!options.secretService)
+            return nullptr;
+        auto origin = detail::originOf(url);
+        auto known = logins.find(origin);
+        if (known == logins.end())
+            known = logins.emplace(std::move(origin), detail::secretServiceLogin(url)).first;
+        return known->second ? &*known->second : nullptr;
+    }
+
     Options options;
     CURL* curl;
     std::size_t requests = 0;
+    std::map<std::string, std::optional<detail::NetworkLogin>> logins; // by origin
 };
 
 namespace {
@@ -478,61 +497,128 @@ CaldavCalendarStore::items(CalendarEntityType kind,
     return found;
 }
 
-std::optional<CaldavCalendarStore::Remote>
+Result<std::optional<CaldavCalendarStore::Remote>>
 CaldavCalendarStore::remote(std::string_view identifier) const {
     if (identifier.empty())
         return std::nullopt;
-    // Where it was last seen, where this store would put it, then everywhere.
-    std::vector<std::pair<std::string, std::string>> likely; // href, calendar
-    if (const auto seen = m_seen.find(identifier); seen != m_seen.end())
-        likely.emplace_back(seen->second.href, seen->second.item.calendarIdentifier);
+    auto known = discover();
+    if (!known)
+        return std::unexpected(known.error());
     std::vector<CalendarInfo> all;
     for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
-        for (auto& each : calendars(type))
+        for (auto& each : withPending(*known, type))
             if (!m_newCalendars.contains(each.identifier))
                 all.push_back(std::move(each));
+    // Where it was last seen, where this store would put it, then everywhere.
+    // Only an answer that it is not there counts as its absence.
+    std::optional<Error> failure;
+    std::vector<std::pair<std::string, std::string>> likely; // href, calendar
+    const auto seen = m_seen.find(identifier);
+    if (seen != m_seen.end())
+        likely.emplace_back(seen->second.href, seen->second.item.calendarIdentifier);
     for (const auto& each : all)
         likely.emplace_back(each.identifier + resourceName(identifier), each.identifier);
     for (const auto& [href, calendar] : likely) {
         if (std::ranges::find(all, calendar, &CalendarInfo::identifier) == all.end())
             continue;
         auto answer = m_connection->request("GET", href, {}, {});
-        if (!answer || answer->status != 200)
+        if (answer && answer->status != 200 && answer->status != 404 && answer->status != 410)
+            answer = httpFailure("reading the item at", href, answer->status);
+        if (!answer) {
+            failure = answer.error();
             continue;
-        auto item = detail::parseCalendarItem(answer->body);
+        }
+        auto item = answer->status == 200 ? detail::parseCalendarItem(answer->body)
+                                          : fail(Errc::notFound, "");
         if (!item || item->identifier != identifier)
             continue;
         item->calendarIdentifier = calendar;
+        if (seen != m_seen.end()) {
+            // A change is made against the version last listed or written:
+            // its tag, or, when the server gave none, its text; the item read
+            // is the server's.
+            if (seen->second.etag.empty() && seen->second.href == href)
+                return Remote{href, "", seen->second.text, std::move(*item)};
+            return Remote{href, seen->second.etag, std::move(answer->body), std::move(*item)};
+        }
         Remote found{href, answer->etag, std::move(answer->body), std::move(*item)};
-        // A known item keeps the tag it was last listed or written with.
-        if (const auto seen = m_seen.find(identifier); seen != m_seen.end())
-            found.etag = seen->second.etag;
-        else
-            m_seen.emplace(std::string(identifier), found);
+        m_seen.emplace(std::string(identifier), found);
         return found;
     }
     for (const auto& each : all) {
         auto listed = query(each);
-        if (!listed)
+        if (!listed) {
+            failure = listed.error();
             continue;
+        }
         for (auto& candidate : *listed)
             if (candidate.item.identifier == identifier) {
                 m_seen.insert_or_assign(candidate.item.identifier, candidate);
-                return std::move(candidate);
+                return std::optional(std::move(candidate));
             }
     }
+    if (failure)
+        return std::unexpected(*failure);
     return std::nullopt;
 }
 
-std::optional<CalendarItem>
-CaldavCalendarStore::itemWithIdentifier(std::string_view identifier) const {
+Result<std::string> CaldavCalendarStore::currentTag(const Remote& stored) const {
+    if (!stored.etag.empty())
+        return stored.etag;
+    const auto answer = m_connection->request("GET", stored.href, {}, {});
+    if (!answer)
+        return std::unexpected(answer.error());
+    if (answer->status != 200)
+        return httpFailure("reading the item at", stored.href, answer->status);
+    const auto before = detail::parseCalendarItem(stored.text);
+    const auto now = detail::parseCalendarItem(answer->body);
+    if (!answer->etag.empty() && before && now && now->identifier == before->identifier &&
+        now->hasSameContent(*before) && now->applicationData == before->applicationData)
+        return answer->etag;
+    return fail(Errc::conflict,
+                fmt::format("{}: another client may have changed it, and the server gave no "
+                            "entity tag to tell; read it again",
+                            stored.href));
+}
+
+std::optional<std::string> CaldavCalendarStore::changeToken(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (!m_pendingItems.empty() || m_newCalendars.contains(identifier))
+        return std::nullopt;
+    const auto answer = m_connection->dav(
+        "PROPFIND", std::string(identifier), 0,
+        R"(<d:propfind xmlns:d="DAV:" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:sync-token/><s:getctag/></d:prop></d:propfind>)");
+    std::string token;
+    if (answer)
+        (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
+            auto found = text(child(prop, kDav, "sync-token"));
+            if (found.empty())
+                found = text(child(prop, kCalendarServer, "getctag"));
+            if (!found.empty())
+                token = std::move(found);
+        });
+    if (token.empty())
+        return std::nullopt;
+    return token;
+}
+
+Result<std::optional<CalendarItem>>
+CaldavCalendarStore::findItem(std::string_view identifier) const {
     Lock lock(m_mutex);
     if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
         return pending->second;
     auto found = remote(identifier);
     if (!found)
+        return std::unexpected(found.error());
+    if (!*found)
         return std::nullopt;
-    return std::move(found->item);
+    return std::move((*found)->item);
+}
+
+std::optional<CalendarItem>
+CaldavCalendarStore::itemWithIdentifier(std::string_view identifier) const {
+    auto found = findItem(identifier);
+    return found ? std::move(*found) : std::nullopt;
 }
 
 Result<> CaldavCalendarStore::commitLocked() {
@@ -577,7 +663,21 @@ Result<> CaldavCalendarStore::commitLocked() {
     }
     while (!m_pendingItems.empty()) {
         const auto it = m_pendingItems.begin();
-        const auto stored = m_newItems.contains(it->first) ? std::nullopt : remote(it->first);
+        std::optional<Remote> stored;
+        if (!m_newItems.contains(it->first)) {
+            auto found = remote(it->first);
+            if (!found)
+                return std::unexpected(found.error());
+            stored = std::move(*found);
+        }
+        // Never unconditional: a version to change, or none to create over.
+        std::string tag;
+        if (stored) {
+            auto current = currentTag(*stored);
+            if (!current)
+                return std::unexpected(current.error());
+            tag = std::move(*current);
+        }
         if (it->second) {
             const auto& item = *it->second;
             if (!calendarWithIdentifier(item.calendarIdentifier))
@@ -591,30 +691,27 @@ Result<> CaldavCalendarStore::commitLocked() {
                                                    item.lastModified.value_or(now()));
             if (!text)
                 return std::unexpected(text.error());
-            const auto answer = http.request(
-                "PUT", href, *text,
-                {"Content-Type: text/calendar; charset=utf-8",
-                 inPlace ? "If-Match: " + stored->etag : std::string("If-None-Match: *")});
+            const auto answer =
+                http.request("PUT", href, *text,
+                             {"Content-Type: text/calendar; charset=utf-8",
+                              inPlace ? "If-Match: " + tag : std::string("If-None-Match: *")});
             if (!answer)
                 return std::unexpected(answer.error());
             if (answer->status != 201 && answer->status != 204 && answer->status != 200)
                 return httpFailure("saving the item at", href, answer->status);
             if (stored && !inPlace) {
-                const auto removed =
-                    http.request("DELETE", stored->href, {}, {"If-Match: " + stored->etag});
+                const auto removed = http.request("DELETE", stored->href, {}, {"If-Match: " + tag});
                 if (!removed)
                     return std::unexpected(removed.error());
                 if (removed->status >= 300 && removed->status != 404)
                     return httpFailure("moving the item from", stored->href, removed->status);
             }
-            if (answer->etag.empty())
-                m_seen.erase(item.identifier); // read again on its next use
-            else
-                m_seen.insert_or_assign(item.identifier,
-                                        Remote{href, answer->etag, std::move(*text), item});
+            // Without a tag (the server may have changed what it stored), the
+            // next change is made against this text.
+            m_seen.insert_or_assign(item.identifier,
+                                    Remote{href, answer->etag, std::move(*text), item});
         } else if (stored) {
-            const auto answer =
-                http.request("DELETE", stored->href, {}, {"If-Match: " + stored->etag});
+            const auto answer = http.request("DELETE", stored->href, {}, {"If-Match: " + tag});
             if (!answer)
                 return std::unexpected(answer.error());
             if (answer->status >= 300 && answer->status != 404)

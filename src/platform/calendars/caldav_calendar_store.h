@@ -6,8 +6,12 @@
 // Writes are conditional: a new item is PUT with If-None-Match: *, a
 // changed or removed one with If-Match and the entity tag last read, so a
 // change another client made in between fails with a conflict instead of
-// being overwritten. Credentials come from the netrc file libcurl reads
-// (the given one, else ~/.netrc); they never appear in a URL we build.
+// being overwritten; when the server gave no entity tag for the version
+// last seen, the change is made only while the server still holds that
+// version. A read that fails is never taken for an item that is gone.
+// Credentials come from the Secret Service (a network password for the
+// server's protocol, host and port), else from the netrc file libcurl
+// reads (the given one, else ~/.netrc); they never appear in a URL we build.
 // Identifiers never reach a URL as they are: a resource's name is a safe
 // name derived from the identifier, percent-encoded on top.
 #pragma once
@@ -25,6 +29,7 @@ namespace tasket::platform {
 struct CaldavOptions {
     std::filesystem::path netrcFile; // empty: libcurl's default
     long timeoutSeconds = 30;
+    bool secretService = true; // logins from the Secret Service before the netrc file
 };
 
 class CaldavCalendarStore final : public StagedCalendarStore {
@@ -48,6 +53,11 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const override;
     [[nodiscard]] std::optional<CalendarItem>
     itemWithIdentifier(std::string_view identifier) const override;
+    [[nodiscard]] Result<std::optional<CalendarItem>>
+    findItem(std::string_view identifier) const override;
+    /// The collection's sync-token (RFC 6578), else its CTag: one request.
+    [[nodiscard]] std::optional<std::string>
+    changeToken(std::string_view identifier) const override;
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
@@ -72,7 +82,13 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     /// The calendars of `listed` holding `type`, with the pending changes.
     [[nodiscard]] std::vector<CalendarInfo> withPending(std::vector<CalendarInfo> listed,
                                                         CalendarEntityType type) const;
-    [[nodiscard]] std::optional<Remote> remote(std::string_view identifier) const;
+    /// Where the item is and the version a change is made against; nullopt
+    /// when no calendar holds it, a failure when a calendar cannot be read.
+    [[nodiscard]] Result<std::optional<Remote>> remote(std::string_view identifier) const;
+    /// The entity tag to make a change to `stored` against: its own, else
+    /// the server's current one when the server still holds the same item;
+    /// a conflict when it holds another or gives no tag.
+    [[nodiscard]] Result<std::string> currentTag(const Remote& stored) const;
     [[nodiscard]] Result<> commitLocked() override;
     void resetLocked() override;
 

@@ -67,9 +67,22 @@ Result<> CalendarStore::validate(const CalendarItem& item) const {
     for (const auto& rule : item.recurrenceRules)
         if (rule.interval < 1)
             return fail(Errc::invalidArgument, "a recurrence interval must be at least 1");
-    if (!item.identifier.empty() && !itemWithIdentifier(item.identifier))
+    if (item.identifier.empty())
+        return {};
+    const auto existing = findItem(item.identifier);
+    if (!existing)
+        return std::unexpected(existing.error());
+    if (!*existing)
         return fail(Errc::notFound, "there is no calendar item \"" + item.identifier + "\"");
     return {};
+}
+
+std::optional<std::string> CalendarStore::changeToken(std::string_view) const {
+    return std::nullopt;
+}
+
+Result<std::optional<CalendarItem>> CalendarStore::findItem(std::string_view identifier) const {
+    return itemWithIdentifier(identifier);
 }
 
 } // namespace tasket::platform

@@ -122,14 +122,23 @@ class CalendarStore {
     /// empty) of kind `kind`. Fails when a calendar cannot be read.
     [[nodiscard]] virtual Result<std::vector<CalendarItem>>
     items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const = 0;
-    /// The item named `identifier`, or nullopt.
+    /// The item named `identifier`, or nullopt (also when it cannot be read).
     [[nodiscard]] virtual std::optional<CalendarItem>
     itemWithIdentifier(std::string_view identifier) const = 0;
+    /// The item named `identifier`; nullopt only when the store holds none,
+    /// a failure when it cannot tell (a server that cannot be reached or
+    /// refuses). The base asks itemWithIdentifier, for stores that always can.
+    [[nodiscard]] virtual Result<std::optional<CalendarItem>>
+    findItem(std::string_view identifier) const;
     /// Saves a new or changed reminder; a new one gets its identifier.
     [[nodiscard]] Result<> saveReminder(CalendarItem& reminder, bool commit);
     /// Saves a new or changed event (the span: see the file comment).
     [[nodiscard]] Result<> saveEvent(CalendarItem& event, EventSpan span, bool commit);
     [[nodiscard]] virtual Result<> removeItem(std::string_view identifier, bool commit) = 0;
+    /// A text that changes whenever an item of the calendar `identifier` is
+    /// added, changed or removed, by anyone; nullopt when the store cannot
+    /// tell (or has changes pending), and then only reading every item does.
+    [[nodiscard]] virtual std::optional<std::string> changeToken(std::string_view identifier) const;
 
     // ---- Batches ---------------------------------------------------------------------
     /// Stores every pending change; on failure the ones not yet stored stay pending.

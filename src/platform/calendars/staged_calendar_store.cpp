@@ -28,7 +28,10 @@ Result<> StagedCalendarStore::storeItem(CalendarItem& item, bool commit) {
 
 Result<> StagedCalendarStore::removeItem(std::string_view identifier, bool commit) {
     Lock lock(m_mutex);
-    if (!itemWithIdentifier(identifier))
+    const auto existing = findItem(identifier);
+    if (!existing)
+        return std::unexpected(existing.error());
+    if (!*existing)
         return fail(Errc::notFound,
                     "there is no calendar item \"" + std::string(identifier) + "\"");
     m_pendingItems.insert_or_assign(std::string(identifier), std::nullopt);

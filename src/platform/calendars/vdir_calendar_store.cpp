@@ -296,6 +296,35 @@ VdirCalendarStore::itemWithIdentifier(std::string_view identifier) const {
     return std::move(stored->item);
 }
 
+std::optional<std::string> VdirCalendarStore::changeToken(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    const auto found = m_pendingItems.empty() ? folder(identifier) : std::nullopt;
+    std::error_code error;
+    fs::directory_iterator entries(found ? found->path : fs::path(), error);
+    if (!found || error)
+        return std::nullopt;
+    // The sum of one hash per file, so the order of the listing does not matter.
+    std::uint64_t sum = 0, count = 0;
+    for (const auto& entry : entries) {
+        struct stat status {};
+        if (!isItemFile(entry) || ::stat(entry.path().c_str(), &status) != 0)
+            continue;
+        // The inode too: a file replaced within one tick of the clock is a new one.
+        const auto text =
+            fmt::format("{}/{}/{}/{}.{}/{}.{}", entry.path().filename().string(), status.st_ino,
+                        status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+                        status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+        std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
+        for (const unsigned char ch : text) {
+            hash ^= ch;
+            hash *= 1099511628211ULL;
+        }
+        sum += hash;
+        ++count;
+    }
+    return fmt::format("{}:{:016x}", count, sum);
+}
+
 Result<> VdirCalendarStore::commitLocked() {
     // Calendars first (items may go into new ones), then items, then the
     // removal of calendars. Each change leaves the pending set once stored.

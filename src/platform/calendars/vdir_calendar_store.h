@@ -42,6 +42,10 @@ class VdirCalendarStore final : public StagedCalendarStore {
     items(CalendarEntityType kind, std::span<const std::string> calendarIdentifiers) const override;
     [[nodiscard]] std::optional<CalendarItem>
     itemWithIdentifier(std::string_view identifier) const override;
+    /// The names, inodes, sizes and change times of the calendar's item
+    /// files, hashed: no file is read.
+    [[nodiscard]] std::optional<std::string>
+    changeToken(std::string_view identifier) const override;
 
   private:
     struct Folder {

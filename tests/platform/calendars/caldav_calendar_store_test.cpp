@@ -2,11 +2,17 @@
 // between is a conflict, a server that cannot be reached or refuses the
 // credentials says so, and no identifier leaves its collection.
 #include "platform/calendars/caldav_calendar_store.h"
+#include "support/program_run.h"
 #include "support/radicale_server.h"
 
 #include <gtest/gtest.h>
+#include <libsecret/secret.h>
+#include <signal.h>
+#include <sys/wait.h>
 
+#include <chrono>
 #include <fstream>
+#include <thread>
 #include <tuple>
 
 namespace tasket::platform {
@@ -14,31 +20,38 @@ namespace {
 
 using Kind = CalendarEntityType;
 
+// Also with a server that answers writes without an entity tag: a change
+// is then made only while the server still holds the version written.
 TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
-    testing::RadicaleServer server;
-    CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
-    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
-    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
-    ASSERT_TRUE(mine.saveCalendar(errands, true));
-    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
-    ASSERT_TRUE(mine.saveReminder(item, true));
+    for (const bool tagsWrites : {true, false}) {
+        SCOPED_TRACE(tagsWrites);
+        testing::RadicaleServer server({.tagsWrites = tagsWrites});
+        CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
+        CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
+        CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
+        ASSERT_TRUE(mine.saveCalendar(errands, true));
+        CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+        ASSERT_TRUE(mine.saveReminder(item, true));
+        item.title = "mine";
+        ASSERT_TRUE(mine.saveReminder(item, true));
 
-    auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
-    theirCopy.title = "theirs";
-    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
+        auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
+        theirCopy.title = "theirs";
+        ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
 
-    item.title = "mine";
-    const auto saved = mine.saveReminder(item, true);
-    ASSERT_FALSE(saved);
-    EXPECT_EQ(saved.error().code, Errc::conflict);
-    EXPECT_EQ(mine.removeItem(item.identifier, true).error().code, Errc::conflict);
-    mine.reset();
-    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
+        item.title = "mine again";
+        const auto saved = mine.saveReminder(item, true);
+        ASSERT_FALSE(saved);
+        EXPECT_EQ(saved.error().code, Errc::conflict);
+        EXPECT_EQ(mine.removeItem(item.identifier, true).error().code, Errc::conflict);
+        mine.reset();
+        EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "theirs");
 
-    // Once read again, the change is made against their version.
-    ASSERT_EQ(mine.items(Kind::reminder, {}).value().front().title, "theirs");
-    ASSERT_TRUE(mine.saveReminder(item, true));
-    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine");
+        // Once read again, the change is made against their version.
+        ASSERT_EQ(mine.items(Kind::reminder, {}).value().front().title, "theirs");
+        ASSERT_TRUE(mine.saveReminder(item, true));
+        EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine again");
+    }
 }
 
 TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
@@ -55,6 +68,75 @@ TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
         ASSERT_FALSE(items) << url;
         EXPECT_EQ(items.error().code, code);
         EXPECT_NE(items.error().message.find(says), std::string::npos) << items.error().message;
+        // Nor is an item taken for absent when it cannot be looked for.
+        const auto found = store.findItem("any");
+        ASSERT_FALSE(found);
+        EXPECT_EQ(found.error().code, code);
+    }
+}
+
+// A keyring of the test's own: a private session bus with a real Secret
+// Service (gnome-keyring-daemon, its keyring unlocked with a password on
+// standard input), which this process then asks.
+struct Keyring {
+    Keyring() {
+        std::ofstream(home / "password") << "keyring-password";
+        const testing::ProgramOptions options{.home = home.path(), .inputFile = home / "password"};
+        bus = testing::startProgram("/usr/bin/dbus-daemon",
+                                    {"--session", "--nofork", "--address=" + address}, options);
+        for (int i = 0; i < 500 && !std::filesystem::exists(home / "bus"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        auto withBus = options;
+        withBus.environment = {"DBUS_SESSION_BUS_ADDRESS=" + address};
+        daemon =
+            testing::startProgram("/usr/bin/gnome-keyring-daemon",
+                                  {"--unlock", "--components=secrets", "--foreground"}, withBus);
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    }
+    ~Keyring() {
+        for (const pid_t each : {daemon, bus}) {
+            ::kill(each, SIGTERM);
+            ::waitpid(each, nullptr, 0);
+        }
+    }
+    // Stores a login as other programs do, once our daemon holds the
+    // service's name (a call before would have the bus start another).
+    bool store(const char* server, int port, const char* user, const std::string& password) {
+        for (int i = 0;
+             i < 500 && testing::runProgram("/usr/bin/dbus-send",
+                                            {"--bus=" + address, "--print-reply",
+                                             "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                             "org.freedesktop.DBus.NameHasOwner",
+                                             "string:org.freedesktop.secrets"},
+                                            {.home = home.path()})
+                                .out.find("boolean true") == std::string::npos;
+             ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        GError* error = nullptr;
+        const bool stored = secret_password_store_sync(
+            SECRET_SCHEMA_COMPAT_NETWORK, SECRET_COLLECTION_DEFAULT, "login", password.c_str(),
+            nullptr, &error, "protocol", "http", "server", server, "port", port, "user", user,
+            nullptr);
+        EXPECT_FALSE(error) << error->message;
+        g_clear_error(&error);
+        return stored;
+    }
+    testing::TempDir home;
+    std::string address = "unix:path=" + (home / "bus").string();
+    pid_t bus = -1, daemon = -1;
+};
+
+TEST(CaldavCalendarStore, TheKeyringsLoginComesBeforeTheNetrcFile) {
+    testing::RadicaleServer server;
+    Keyring keyring;
+    const auto port = std::stoi(server.url().substr(std::string("http://127.0.0.1:").size()));
+    ASSERT_TRUE(keyring.store("127.0.0.1", port + 1, "alice", "another server's"));
+    ASSERT_TRUE(keyring.store("127.0.0.1", port, "alice", testing::RadicaleServer::password()));
+    const auto wrong = keyring.home / "netrc";
+    std::ofstream(wrong) << "machine 127.0.0.1 login alice password wrong\n";
+    for (const bool secretService : {true, false}) {
+        CaldavCalendarStore store({server.url()}, {wrong, 5, secretService});
+        EXPECT_EQ(store.items(Kind::reminder, {}).has_value(), secretService);
     }
 }
 

@@ -182,6 +182,22 @@ TEST_P(CalendarStoreContract, ItemsMoveAndGoWithTheirCalendar) {
     EXPECT_EQ(store->removeItem(item.identifier, true).error().code, Errc::notFound);
 }
 
+TEST_P(CalendarStoreContract, ChangeTokensMoveWithEveryChangeAndOnlyThen) {
+    const auto token = [&] { return store->changeToken(reminders); };
+    if (!token())
+        GTEST_SKIP() << "this store keeps no change tokens";
+    const auto otherToken = store->changeToken(events);
+    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = reminders};
+    for (const char* title : {"a", "b", ""}) { // "": removed
+        const auto before = token();
+        EXPECT_EQ(token(), before) << "the token moved without a change";
+        item.title = title;
+        ASSERT_TRUE(*title ? save(item) : store->removeItem(item.identifier, true));
+        EXPECT_NE(token(), before) << title;
+    }
+    EXPECT_EQ(store->changeToken(events), otherToken) << "another calendar's token moved";
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Adapters, CalendarStoreContract,
     ::testing::Values(Adapter{"InMemory",

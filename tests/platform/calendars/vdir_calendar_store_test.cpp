@@ -61,7 +61,7 @@ TEST(VdirCalendarStore, AnotherClientsItemIsReadUpdatedAndRemovedInPlace) {
     EXPECT_EQ(item->priority, 5);
     EXPECT_EQ(item->dueDateComponents, (DueDateComponents{{2026, 11, 24, 0, 0, 0, 0}, false, ""}));
     EXPECT_EQ(item->recurrenceRules,
-              (std::vector<RecurrenceRule>{{RecurrenceRule::Frequency::hourly, 3}}));
+              (std::vector<RecurrenceRule>{{RecurrenceRule::Frequency::weekly, 2}}));
 
     item->title = "Buy bread";
     item->completed = true;
@@ -78,6 +78,16 @@ TEST(VdirCalendarStore, AnotherClientsItemIsReadUpdatedAndRemovedInPlace) {
     EXPECT_TRUE(icalcomponent_get_first_property(todo, ICAL_CATEGORIES_PROPERTY));
     EXPECT_TRUE(icaltime_is_date(icalcomponent_get_due(todo)));
     icalcomponent_free(root);
+    // Their rule, unchanged by us, is kept as they wrote it; a changed one is ours.
+    const auto rule = [&] {
+        const auto text = testing::readFile(folder / "theirs.ics");
+        const auto at = text.find("\nRRULE");
+        return text.substr(at + 1, text.find('\n', at + 1) - at);
+    };
+    EXPECT_EQ(rule(), "RRULE:FREQ=WEEKLY;INTERVAL=2;BYDAY=MO,WE;UNTIL=20261231T000000Z\r\n");
+    item->recurrenceRules = {{RecurrenceRule::Frequency::daily, 3}};
+    ASSERT_TRUE(store.saveReminder(*item, true));
+    EXPECT_EQ(rule(), "RRULE:FREQ=DAILY;INTERVAL=3\r\n");
 
     ASSERT_TRUE(store.removeItem("../../outside", true));
     EXPECT_FALSE(fs::exists(folder / "theirs.ics"));

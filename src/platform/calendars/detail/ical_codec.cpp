@@ -4,10 +4,13 @@
 #include <libical/ical.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace tasket::platform::detail {
 
@@ -172,6 +175,76 @@ ComponentPtr parse(std::string_view text) {
     return ComponentPtr(icalparser_parse_string(terminated.c_str()));
 }
 
+// The recurrence rules of `c` as an item holds them (frequency and interval).
+std::vector<RecurrenceRule> rulesOf(icalcomponent* c) {
+    std::vector<RecurrenceRule> rules;
+    for (icalproperty* p = icalcomponent_get_first_property(c, ICAL_RRULE_PROPERTY); p;
+         p = icalcomponent_get_next_property(c, ICAL_RRULE_PROPERTY)) {
+        const auto rule = icalproperty_get_rrule(p);
+        if (const auto frequency = frequencyOf(rule.freq))
+            rules.push_back({*frequency, std::max<std::int64_t>(rule.interval, 1)});
+    }
+    return rules;
+}
+
+// ---- Rules kept as written ----------------------------------------------------------
+//
+// libical writes a rule it read back in its own order of parts; a rule we
+// keep is put back as its author wrote it, folded lines and all.
+
+bool startsWithWord(std::string_view line, std::string_view word) {
+    return line.size() >= word.size() &&
+           std::ranges::equal(line.substr(0, word.size()), word,
+                              [](char a, char b) { return std::toupper(a) == b; });
+}
+
+// Where the RRULE content lines (each with its folded continuations and line
+// end) of the first `kind` component of `text` are.
+std::vector<std::pair<std::size_t, std::size_t>> ruleLines(std::string_view text,
+                                                           std::string_view kind) {
+    std::vector<std::pair<std::size_t, std::size_t>> found;
+    const std::string begin = "BEGIN:" + std::string(kind);
+    bool inside = false;
+    int depth = 0; // of components nested in the item (alarms)
+    for (std::size_t at = 0, end = 0; at < text.size(); at = end) {
+        do {
+            const auto newline = text.find('\n', end);
+            end = newline == std::string_view::npos ? text.size() : newline + 1;
+        } while (end < text.size() && (text[end] == ' ' || text[end] == '\t'));
+        const auto line = text.substr(at, end - at);
+        const auto name = line.substr(0, line.find_first_of(":;\r\n"));
+        if (!inside) {
+            inside = startsWithWord(line, begin) &&
+                     line.find_first_not_of("\r\n", begin.size()) == std::string_view::npos;
+        } else if (startsWithWord(name, "BEGIN") && name.size() == 5) {
+            ++depth;
+        } else if (startsWithWord(name, "END") && name.size() == 3) {
+            if (depth-- == 0)
+                break;
+        } else if (depth == 0 && name.size() == 5 && startsWithWord(name, "RRULE")) {
+            found.emplace_back(at, end);
+        }
+    }
+    return found;
+}
+
+// `written` with the RRULE lines of its `kind` item replaced by those of
+// `previous`, when both hold as many.
+std::string withRulesOf(std::string written, std::string_view previous, std::string_view kind) {
+    const auto theirs = ruleLines(previous, kind);
+    const auto ours = ruleLines(written, kind);
+    if (theirs.size() != ours.size())
+        return written;
+    for (std::size_t i = ours.size(); i-- > 0;) {
+        std::string line;
+        for (const char ch : previous.substr(theirs[i].first, theirs[i].second - theirs[i].first))
+            if (ch != '\r')
+                line += ch == '\n' ? std::string("\r\n") : std::string(1, ch);
+        written.replace(ours[i].first, ours[i].second - ours[i].first, line);
+    }
+    return written;
+}
+
 } // namespace
 
 Result<CalendarItem> parseCalendarItem(std::string_view text) {
@@ -189,12 +262,7 @@ Result<CalendarItem> parseCalendarItem(std::string_view text) {
                                                              : CalendarEntityType::event;
     item.title = textOf(c, ICAL_SUMMARY_PROPERTY);
     item.notes = textOf(c, ICAL_DESCRIPTION_PROPERTY);
-    for (icalproperty* p = icalcomponent_get_first_property(c, ICAL_RRULE_PROPERTY); p;
-         p = icalcomponent_get_next_property(c, ICAL_RRULE_PROPERTY)) {
-        const auto rule = icalproperty_get_rrule(p);
-        if (const auto frequency = frequencyOf(rule.freq))
-            item.recurrenceRules.push_back({*frequency, std::max<std::int64_t>(rule.interval, 1)});
-    }
+    item.recurrenceRules = rulesOf(c);
     for (icalproperty* p = icalcomponent_get_first_property(c, ICAL_X_PROPERTY); p;
          p = icalcomponent_get_next_property(c, ICAL_X_PROPERTY))
         if (std::string_view(icalproperty_get_x_name(p)) == kApplicationDataProperty)
@@ -246,18 +314,24 @@ Result<std::string> formatCalendarItem(const CalendarItem& item, std::string_vie
 
     ComponentPtr root = previous.empty() ? nullptr : parse(previous);
     icalcomponent* c = root ? itemComponent(root.get()) : nullptr;
-    if (!c || icalcomponent_isa(c) != wanted || root.get() == c) {
+    const bool reused = c && icalcomponent_isa(c) == wanted && root.get() != c;
+    if (!reused) {
         root.reset(icalcomponent_vanew(ICAL_VCALENDAR_COMPONENT, icalproperty_new_version("2.0"),
                                        icalproperty_new_prodid("-//Tasket//Tasket//EN"), nullptr));
         c = icalcomponent_new(wanted);
         icalcomponent_add_component(root.get(), c);
         icalcomponent_set_uid(c, item.identifier.c_str());
     }
+    // A rule that says what the item's rules say is kept as it is, with the
+    // parts an item does not hold (COUNT, UNTIL, BYDAY, …).
+    const bool keepRules = reused && rulesOf(c) == item.recurrenceRules;
+    if (!keepRules)
+        removeAll(c, ICAL_RRULE_PROPERTY);
     for (const auto kind :
-         {ICAL_SUMMARY_PROPERTY, ICAL_DESCRIPTION_PROPERTY, ICAL_RRULE_PROPERTY,
-          ICAL_LASTMODIFIED_PROPERTY, ICAL_DTSTAMP_PROPERTY, ICAL_STATUS_PROPERTY,
-          ICAL_COMPLETED_PROPERTY, ICAL_PERCENTCOMPLETE_PROPERTY, ICAL_PRIORITY_PROPERTY,
-          ICAL_DUE_PROPERTY, ICAL_DTSTART_PROPERTY, ICAL_DTEND_PROPERTY, ICAL_DURATION_PROPERTY})
+         {ICAL_SUMMARY_PROPERTY, ICAL_DESCRIPTION_PROPERTY, ICAL_LASTMODIFIED_PROPERTY,
+          ICAL_DTSTAMP_PROPERTY, ICAL_STATUS_PROPERTY, ICAL_COMPLETED_PROPERTY,
+          ICAL_PERCENTCOMPLETE_PROPERTY, ICAL_PRIORITY_PROPERTY, ICAL_DUE_PROPERTY,
+          ICAL_DTSTART_PROPERTY, ICAL_DTEND_PROPERTY, ICAL_DURATION_PROPERTY})
         removeAll(c, kind);
     removeApplicationData(c);
 
@@ -268,6 +342,8 @@ Result<std::string> formatCalendarItem(const CalendarItem& item, std::string_vie
     if (!item.notes.empty())
         icalcomponent_add_property(c, icalproperty_new_description(item.notes.c_str()));
     for (const auto& rule : item.recurrenceRules) {
+        if (keepRules)
+            break;
         icalrecurrencetype r;
         icalrecurrencetype_clear(&r);
         r.freq = icalFrequency(rule.frequency);
@@ -306,6 +382,8 @@ Result<std::string> formatCalendarItem(const CalendarItem& item, std::string_vie
     char* text = icalcomponent_as_ical_string_r(root.get());
     std::string result(text);
     icalmemory_free_buffer(text);
+    if (keepRules)
+        return withRulesOf(std::move(result), previous, isReminder ? "VTODO" : "VEVENT");
     return result;
 }
 
