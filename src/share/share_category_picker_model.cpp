@@ -24,7 +24,7 @@ std::size_t ShareCategoryPickerModel::numberOfTasks(const store::TK_Category& ca
     // count them would read every task of a large store into memory.
     namespace predicates = rules::predicates;
     if (auto* context = category.context(); context && !category.objectID().isTemporary()) {
-        objectstore::FetchRequest request("TK_Task");
+        objectstore::FetchRequest request{std::string(store::TK_Task::entityName)};
         request.predicate =
             predicates::parsed(predicates::kInCategoryObject, {category.objectID()});
         if (m_isExcludingCompletedTasks)
