@@ -20,8 +20,10 @@ using detail::TokenKind;
 using platform::Errc;
 using platform::Error;
 
-// Deeper nesting than this is refused rather than risking the stack.
-constexpr int kMaxDepth = 200;
+// Deeper nesting than this is refused rather than risking the stack, ours
+// or SQLite's: its parser overflows near a hundred nested parentheses, and
+// each level here can add one to the SQL a predicate compiles to.
+constexpr int kMaxDepth = 40;
 
 bool isNaN(const Scalar& s) {
     if (const auto* d = std::get_if<double>(&s))
