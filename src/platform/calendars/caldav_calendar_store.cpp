@@ -283,39 +283,35 @@ Result<std::vector<CalendarInfo>> CaldavCalendarStore::discover() const {
         auto home = m_homes.find(source);
         if (home == m_homes.end()) {
             // The principal, then its calendar home; each defaults to the URL before.
-            std::string principal = source;
-            auto answer = http.dav(
-                "PROPFIND", source, 0,
+            // `url`'s property `ns:name`, an href, resolved against `url`.
+            const auto hrefAt = [&http](const std::string& url, const char* ns, const char* name,
+                                        std::string_view body) -> Result<std::string> {
+                auto answer = http.dav("PROPFIND", url, 0, std::string(body));
+                if (!answer)
+                    return std::unexpected(answer.error());
+                std::string resolved = url;
+                if (auto parsed = eachResponse(answer->body,
+                                               [&](const std::string&, const xmlNode* prop) {
+                                                   const auto href = text(
+                                                       child(child(prop, ns, name), kDav, "href"));
+                                                   if (!href.empty())
+                                                       resolved = Connection::resolve(url, href);
+                                               });
+                    !parsed)
+                    return std::unexpected(parsed.error());
+                return resolved;
+            };
+            const auto principal = hrefAt(
+                source, kDav, "current-user-principal",
                 R"(<d:propfind xmlns:d="DAV:"><d:prop><d:current-user-principal/></d:prop></d:propfind>)");
-            if (!answer)
-                return std::unexpected(answer.error());
-            if (auto parsed = eachResponse(
-                    answer->body,
-                    [&](const std::string&, const xmlNode* prop) {
-                        const auto href =
-                            text(child(child(prop, kDav, "current-user-principal"), kDav, "href"));
-                        if (!href.empty())
-                            principal = Connection::resolve(source, href);
-                    });
-                !parsed)
-                return std::unexpected(parsed.error());
-            std::string calendarHome = principal;
-            answer = http.dav(
-                "PROPFIND", principal, 0,
+            if (!principal)
+                return std::unexpected(principal.error());
+            const auto calendarHome = hrefAt(
+                *principal, kCaldav, "calendar-home-set",
                 R"(<d:propfind xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav"><d:prop><c:calendar-home-set/></d:prop></d:propfind>)");
-            if (!answer)
-                return std::unexpected(answer.error());
-            if (auto parsed = eachResponse(
-                    answer->body,
-                    [&](const std::string&, const xmlNode* prop) {
-                        const auto href =
-                            text(child(child(prop, kCaldav, "calendar-home-set"), kDav, "href"));
-                        if (!href.empty())
-                            calendarHome = Connection::resolve(principal, href);
-                    });
-                !parsed)
-                return std::unexpected(parsed.error());
-            home = m_homes.emplace(source, withSlash(calendarHome)).first;
+            if (!calendarHome)
+                return std::unexpected(calendarHome.error());
+            home = m_homes.emplace(source, withSlash(*calendarHome)).first;
         }
         auto answer = http.dav(
             "PROPFIND", home->second, 1,
