@@ -44,6 +44,7 @@ TEST(PredicateLanguage, MalformedTextWrongArgumentsAndTypeMismatchesAreRefused) 
         {"'x' CONTAINS ANY", {}, P, "found 'ANY'"},
         {std::string(5000, '(') + deep, {}, P, "nested too deeply"}, // refused, not overflowed
         {std::string(5000, '!') + deep, {}, P, "nested too deeply"},
+        {"title IN " + std::string(5000, '{'), {}, P, "expected a constant inside '{...}' at offset 10"},
         {"title = %@", {}, A, "too few arguments: %@ has no argument at offset 8"},
         {"title = %@", {"a", "b"}, A, "too many arguments: 2 given, the predicate uses 1"},
         {"count = %d", {"a"}, A, "argument for %d must be an integer or a bool at offset 8"},

@@ -338,6 +338,10 @@ class Parser {
             return take(), Expression(std::move(items));
         while (true) {
             const std::size_t position = peek().position;
+            // Only constants go inside; refusing a nested '{' here keeps a
+            // run of braces from recursing once per brace.
+            if (isSymbol("{"))
+                return failAt(Errc::parseError, position, "expected a constant inside '{...}'");
             auto item = expression();
             if (!item)
                 return std::nullopt;
