@@ -397,6 +397,7 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
         auto request = TK_Category::fetchRequest();
         request.predicate = rules::predicates::parsed("calendarType = %d",
                                                       {static_cast<int>(calendarTypeOf(kind))});
+        request.prefetchedRelationships = {"tasks"}; // one query for every task, not one each
         auto found = context.fetch(request);
         if (!found)
             return std::unexpected(found.error());
