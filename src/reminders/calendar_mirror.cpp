@@ -323,6 +323,15 @@ CalendarItem CalendarMirror::itemForTask(const TK_Task& task, CalendarEntityType
     return item;
 }
 
+const std::string& CalendarMirror::taskFingerprint(const TK_Task& task, CalendarEntityType kind,
+                                                   const Calendar& calendar) {
+    auto [it, added] = m_fingerprints.try_emplace(&task);
+    if (added)
+        it->second = {task.shared_from_this(),
+                      contentFingerprint(itemForTask(task, kind, calendar), calendar)};
+    return it->second.second;
+}
+
 Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, CalendarItem* existing,
                                    const Calendar& calendar) {
     const auto list = task.category();
@@ -391,6 +400,7 @@ Result<> CalendarMirror::removeCalendar(TK_Category& list) {
 Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectContext& context) {
     SyncReport report;
     m_statesToKeep.clear();
+    m_fingerprints.clear();
     const auto calendar = Calendar::current(); // one zone for the whole pass
     std::vector<std::pair<std::shared_ptr<TK_Category>, CalendarEntityType>> lists;
     for (const auto kind : {CalendarEntityType::reminder, CalendarEntityType::event}) {
@@ -422,6 +432,7 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
     m_customizationManager->setRemindersLists(calendars);
     // The state is kept only once the tasks it describes are saved.
     auto states = std::exchange(m_statesToKeep, {});
+    m_fingerprints.clear(); // the tasks may change before the next pass
     auto saved = context.save();
     for (const auto& [file, text] : states) {
         std::error_code error;
@@ -453,6 +464,9 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
             keepSyncState(*calendarID, list, kind, calendar, report.failed == failedBefore);
             return {};
         }
+    // The token before the items are read: a change made while this pass
+    // runs is not taken as seen.
+    (void)m_calendarStore->changeToken(*calendarID);
     const std::vector<std::string> ids{*calendarID};
     auto listed = m_calendarStore->items(kind, ids);
     if (!listed)
@@ -504,10 +518,10 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         auto& item = found->second;
         const auto recorded = item.applicationData;
         const bool itemChanged = contentFingerprint(item, calendar) != recorded;
-        const bool taskChanged =
-            contentFingerprint(itemForTask(*task, kind, calendar), calendar) != recorded;
+        const bool taskChanged = taskFingerprint(*task, kind, calendar) != recorded;
         if (itemChanged && !taskChanged) {
             readItem(context, *task, item, calendar);
+            m_fingerprints.erase(task.get());
             ++report.readBack;
             int rewritten = 0; // keeps the fingerprint of what the task now holds
             write(*task, &item, rewritten);
@@ -569,8 +583,7 @@ bool CalendarMirror::syncUnchanged(TK_Category& list, CalendarEntityType kind,
         if (id.empty())
             tally(writeTask(*task, kind, nullptr, calendar), report.created, report);
         else if (mode != TK_RemindersDatabaseType::addOnly &&
-                 contentFingerprint(itemForTask(*task, kind, calendar), calendar) !=
-                     state.fingerprints.find(id)->second)
+                 taskFingerprint(*task, kind, calendar) != state.fingerprints.find(id)->second)
             tally(writeTask(*task, kind, nullptr, calendar), report.updated, report);
     }
     if (mode == TK_RemindersDatabaseType::exact)
@@ -586,7 +599,7 @@ void CalendarMirror::keepSyncState(const std::string& calendarID, const TK_Categ
     if (m_stateFolder.empty())
         return;
     const auto file = syncStateFile(m_stateFolder, calendarID);
-    const auto token = complete ? m_calendarStore->changeToken(calendarID) : std::nullopt;
+    const auto token = complete ? m_calendarStore->tokenAfterOwnWrites(calendarID) : std::nullopt;
     if (!token || !isStateField(*token) || !isStateField(calendarID)) {
         m_statesToKeep.emplace_back(file, std::nullopt);
         return;
@@ -597,8 +610,7 @@ void CalendarMirror::keepSyncState(const std::string& calendarID, const TK_Categ
     for (const auto& task : list.tasks())
         if (const auto id = task->calendarItemIdentifier().value_or("");
             !task->isDeleted() && isStateField(id))
-            text += fmt::format("{}\t{}\n", id,
-                                contentFingerprint(itemForTask(*task, kind, calendar), calendar));
+            text += fmt::format("{}\t{}\n", id, taskFingerprint(*task, kind, calendar));
     m_statesToKeep.emplace_back(file, std::move(text));
 }
 

@@ -38,6 +38,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -119,6 +120,9 @@ class CalendarMirror {
                                      SyncReport& report);
     void keepSyncState(const std::string& calendarID, const store::TK_Category& list,
                        CalendarEntityType kind, const platform::Calendar& calendar, bool complete);
+    /// contentFingerprint of what `task` holds, computed once per pass.
+    const std::string& taskFingerprint(const store::TK_Task& task, CalendarEntityType kind,
+                                       const platform::Calendar& calendar);
     [[nodiscard]] Result<> writeTask(store::TK_Task& task, CalendarEntityType kind,
                                      CalendarItem* existing, const platform::Calendar& calendar);
     [[nodiscard]] Result<> syncList(objectstore::ObjectContext& context, store::TK_Category& list,
@@ -131,6 +135,11 @@ class CalendarMirror {
     std::filesystem::path m_stateFolder; // empty: keep no state
     // Written by sync() once the context is saved; nullopt: remove the file.
     std::vector<std::pair<std::filesystem::path, std::optional<std::string>>> m_statesToKeep;
+    // Valid for one pass: a task the pass reads an item into leaves it.
+    // Each entry holds its task, so no other object can take its address.
+    std::unordered_map<const store::TK_Task*,
+                       std::pair<std::shared_ptr<const objectstore::ManagedObject>, std::string>>
+        m_fingerprints;
 };
 
 /// The fingerprint of what a person sees of `item` (days and times read in

@@ -81,6 +81,10 @@ std::optional<std::string> CalendarStore::changeToken(std::string_view) const {
     return std::nullopt;
 }
 
+std::optional<std::string> CalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
+    return changeToken(identifier);
+}
+
 Result<std::optional<CalendarItem>> CalendarStore::findItem(std::string_view identifier) const {
     return itemWithIdentifier(identifier);
 }

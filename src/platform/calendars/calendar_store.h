@@ -139,6 +139,13 @@ class CalendarStore {
     /// added, changed or removed, by anyone; nullopt when the store cannot
     /// tell (or has changes pending), and then only reading every item does.
     [[nodiscard]] virtual std::optional<std::string> changeToken(std::string_view identifier) const;
+    /// The token the calendar `identifier` has if nothing but this store's
+    /// own commits changed it since changeToken last read it: what a sync
+    /// records as seen, so that a change another program makes meanwhile is
+    /// not taken as seen. The base reads changeToken again, which cannot
+    /// tell the two apart.
+    [[nodiscard]] virtual std::optional<std::string>
+    tokenAfterOwnWrites(std::string_view identifier) const;
 
     // ---- Batches ---------------------------------------------------------------------
     /// Stores every pending change; on failure the ones not yet stored stay pending.

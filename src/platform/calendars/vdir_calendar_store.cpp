@@ -59,6 +59,28 @@ bool isItemFile(const fs::directory_entry& entry) {
     return entry.is_regular_file() && !name.starts_with('.') && name.ends_with(".ics");
 }
 
+// The name, inode, size and change times of an item file, hashed. The
+// inode too: a file replaced within one tick of the clock is a new one.
+std::uint64_t fileHash(std::string_view name, const struct stat& status) {
+    const auto text = fmt::format("{}/{}/{}/{}.{}/{}.{}", name, status.st_ino, status.st_size,
+                                  status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+                                  status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
+    for (const unsigned char ch : text) {
+        hash ^= ch;
+        hash *= 1099511628211ULL;
+    }
+    return hash;
+}
+
+// The sum of one hash per file, so the order of the listing does not matter.
+std::string tokenOf(const std::map<std::string, std::uint64_t>& hashes) {
+    std::uint64_t sum = 0;
+    for (const auto& [name, hash] : hashes)
+        sum += hash;
+    return fmt::format("{}:{:016x}", hashes.size(), sum);
+}
+
 // What a folder holds: its `supported-components` file, else the kind of
 // its first item, else reminders.
 CalendarEntityType kindOf(const fs::path& folder) {
@@ -303,26 +325,37 @@ std::optional<std::string> VdirCalendarStore::changeToken(std::string_view ident
     fs::directory_iterator entries(found ? found->path : fs::path(), error);
     if (!found || error)
         return std::nullopt;
-    // The sum of one hash per file, so the order of the listing does not matter.
-    std::uint64_t sum = 0, count = 0;
+    auto& listed = m_listed[found->path.native()];
+    listed.clear();
     for (const auto& entry : entries) {
         struct stat status {};
-        if (!isItemFile(entry) || ::stat(entry.path().c_str(), &status) != 0)
-            continue;
-        // The inode too: a file replaced within one tick of the clock is a new one.
-        const auto text =
-            fmt::format("{}/{}/{}/{}.{}/{}.{}", entry.path().filename().string(), status.st_ino,
-                        status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
-                        status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
-        std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
-        for (const unsigned char ch : text) {
-            hash ^= ch;
-            hash *= 1099511628211ULL;
-        }
-        sum += hash;
-        ++count;
+        if (isItemFile(entry) && ::stat(entry.path().c_str(), &status) == 0)
+            listed[entry.path().filename().string()] =
+                fileHash(entry.path().filename().string(), status);
     }
-    return fmt::format("{}:{:016x}", count, sum);
+    return tokenOf(listed);
+}
+
+std::optional<std::string>
+VdirCalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    const auto found = m_pendingItems.empty() ? folder(identifier) : std::nullopt;
+    const auto listed = found ? m_listed.find(found->path.native()) : m_listed.end();
+    if (listed == m_listed.end())
+        return std::nullopt;
+    return tokenOf(listed->second);
+}
+
+void VdirCalendarStore::noteOwnWrite(const fs::path& file, bool removed) {
+    const auto listed = m_listed.find(file.parent_path().native());
+    if (listed == m_listed.end())
+        return;
+    const auto name = file.filename().string();
+    struct stat status {};
+    if (removed || ::stat(file.c_str(), &status) != 0)
+        listed->second.erase(name);
+    else
+        listed->second[name] = fileHash(name, status);
 }
 
 Result<> VdirCalendarStore::commitLocked() {
@@ -375,14 +408,18 @@ Result<> VdirCalendarStore::commitLocked() {
                 return std::unexpected(text.error());
             if (auto written = writeAtomically(file, *text); !written)
                 return written;
-            if (stored && stored->file != file)
+            noteOwnWrite(file, false);
+            if (stored && stored->file != file) {
                 fs::remove(stored->file);
+                noteOwnWrite(stored->file, true);
+            }
         } else if (stored) {
             std::error_code error;
             fs::remove(stored->file, error);
             if (error)
                 return fail(Errc::ioError, fmt::format("cannot remove {}: {}",
                                                        stored->file.string(), error.message()));
+            noteOwnWrite(stored->file, true);
         }
         m_newItems.erase(it->first);
         m_pendingItems.erase(it);
@@ -397,6 +434,7 @@ Result<> VdirCalendarStore::commitLocked() {
         std::error_code error;
         if (!path.empty())
             fs::remove_all(path, error);
+        m_listed.erase(path.native());
         if (error)
             return fail(Errc::ioError, fmt::format("cannot remove the calendar {}: {}",
                                                    path.string(), error.message()));

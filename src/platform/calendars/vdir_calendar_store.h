@@ -46,6 +46,10 @@ class VdirCalendarStore final : public StagedCalendarStore {
     /// files, hashed: no file is read.
     [[nodiscard]] std::optional<std::string>
     changeToken(std::string_view identifier) const override;
+    /// From what changeToken last listed, with this store's own writes
+    /// since put in: no file is listed.
+    [[nodiscard]] std::optional<std::string>
+    tokenAfterOwnWrites(std::string_view identifier) const override;
 
   private:
     struct Folder {
@@ -77,6 +81,10 @@ class VdirCalendarStore final : public StagedCalendarStore {
     const std::vector<std::filesystem::path> m_roots;
     mutable std::unordered_map<std::string, ParsedFile> m_parsed;                   // by path
     mutable std::map<std::string, std::filesystem::path, std::less<>> m_fileOfItem; // last seen
+    // The hash of each item file changeToken last listed, by folder, then
+    // file name; commits put their own writes in.
+    mutable std::unordered_map<std::string, std::map<std::string, std::uint64_t>> m_listed;
+    void noteOwnWrite(const std::filesystem::path& file, bool removed);
 };
 
 } // namespace tasket::platform

@@ -193,6 +193,8 @@ TEST_P(CalendarStoreContract, ChangeTokensMoveWithEveryChangeAndOnlyThen) {
         EXPECT_EQ(token(), before) << "the token moved without a change";
         item.title = title;
         ASSERT_TRUE(*title ? save(item) : store->removeItem(item.identifier, true));
+        const auto afterOwnWrites = store->tokenAfterOwnWrites(reminders);
+        EXPECT_EQ(afterOwnWrites, token()) << title;
         EXPECT_NE(token(), before) << title;
     }
     EXPECT_EQ(store->changeToken(events), otherToken) << "another calendar's token moved";

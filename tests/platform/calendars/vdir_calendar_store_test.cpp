@@ -93,6 +93,22 @@ TEST(VdirCalendarStore, AnotherClientsItemIsReadUpdatedAndRemovedInPlace) {
     EXPECT_FALSE(fs::exists(folder / "theirs.ics"));
 }
 
+TEST(VdirCalendarStore, TheTokenAfterOwnWritesLeavesOutAnotherClientsWrite) {
+    testing::TempDir dir;
+    const auto folder = dir / "root/cal";
+    fs::create_directories(folder);
+    const auto theirs = fs::path(TASKET_CALENDAR_DATA) / "another_client_todo.ics";
+    fs::copy_file(theirs, folder / "theirs.ics");
+    VdirCalendarStore store({dir / "root"});
+    auto item = store.itemWithIdentifier("../../outside");
+    ASSERT_TRUE(item && store.changeToken("cal"));
+    fs::copy_file(theirs, folder / "meanwhile.ics"); // while a sync runs
+    item->title = "ours";
+    ASSERT_TRUE(store.saveReminder(*item, true));
+    const auto afterOwnWrites = store.tokenAfterOwnWrites("cal");
+    EXPECT_NE(afterOwnWrites, store.changeToken("cal"));
+}
+
 TEST(VdirCalendarStore, WritesTheLayoutOtherClientsRead) {
     testing::TempDir dir;
     VdirCalendarStore store({dir / "root"});
