@@ -13,6 +13,13 @@ namespace {
 using platform::Errc;
 using ::testing::HasSubstr;
 
+std::string repeatedNot(int times) {
+    std::string text;
+    while (times-- > 0)
+        text += "NOT ";
+    return text;
+}
+
 const Uuid kValueID = *Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
 
 // Malformed text is a parse error; a wrong argument, and an unknown key or a
@@ -44,7 +51,14 @@ TEST(PredicateLanguage, MalformedTextWrongArgumentsAndTypeMismatchesAreRefused) 
         {"'x' CONTAINS ANY", {}, P, "found 'ANY'"},
         {std::string(5000, '(') + deep, {}, P, "nested too deeply"}, // refused, not overflowed
         {std::string(5000, '!') + deep, {}, P, "nested too deeply"},
-        {"title IN " + std::string(5000, '{'), {}, P, "expected a constant inside '{...}' at offset 10"},
+        {"title IN " + std::string(5000, '{'),
+         {},
+         P,
+         "expected a constant inside '{...}' at offset 10"},
+        {"a = 1 OR " + repeatedNot(39) + "a = 1 AND a = 2",
+         {},
+         P,
+         "nested too deeply"}, // 41 levels
         {"title = %@", {}, A, "too few arguments: %@ has no argument at offset 8"},
         {"title = %@", {"a", "b"}, A, "too many arguments: 2 given, the predicate uses 1"},
         {"count = %d", {"a"}, A, "argument for %d must be an integer or a bool at offset 8"},
@@ -90,7 +104,9 @@ TEST(PredicateLanguage, MalformedTextWrongArgumentsAndTypeMismatchesAreRefused) 
 }
 
 TEST(PredicateLanguage, PrintsCanonicalTextThatParsesBack) {
-    const std::tuple<const char*, std::vector<PredicateArgument>, const char*> cases[] = {
+    const auto nots = repeatedNot(38); // 40 levels, the most a tree may have
+    const std::tuple<std::string, std::vector<PredicateArgument>, std::string> cases[] = {
+        {"a = 1 OR " + nots + "a = 1 AND a = 2", {}, "a == 1 OR (" + nots + "a == 1 AND a == 2)"},
         {"a = 1 && b <> 2 || !(c =< 3)", {}, "(a == 1 AND b != 2) OR NOT c <= 3"},
         {"a = 1 and (b = 2 or c => 3)", {}, "a == 1 AND (b == 2 OR c >= 3)"},
         {"not (a = 1 AND b = 2)", {}, "NOT (a == 1 AND b == 2)"},

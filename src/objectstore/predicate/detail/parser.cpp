@@ -20,10 +20,21 @@ using detail::TokenKind;
 using platform::Errc;
 using platform::Error;
 
-// Deeper nesting than this is refused rather than risking the stack, ours
-// or SQLite's: its parser overflows near a hundred nested parentheses, and
-// each level here can add one to the SQL a predicate compiles to.
+// A tree deeper than this is refused rather than risking SQLite's stack:
+// its parser overflows near a hundred nested parentheses, and each level
+// of the tree can add one to the SQL a predicate compiles to. The text may
+// nest deeper (parentheses around a single term add no level to the tree),
+// up to kMaxNesting, which keeps our own recursion short. A tree within
+// kMaxDepth prints with at most that much nesting, so it always parses back.
 constexpr int kMaxDepth = 40;
+constexpr int kMaxNesting = 100;
+
+int depthOf(const Predicate& predicate) {
+    int deepest = 0;
+    for (const auto& child : predicate.children())
+        deepest = std::max(deepest, depthOf(child));
+    return predicate.children().empty() ? 0 : deepest + 1;
+}
 
 bool isNaN(const Scalar& s) {
     if (const auto* d = std::get_if<double>(&s))
@@ -57,6 +68,8 @@ class Parser {
             expected("AND, OR or the end of the predicate");
         if (m_error)
             return std::unexpected(*m_error);
+        if (depthOf(*predicate) > kMaxDepth)
+            return platform::fail(Errc::parseError, "predicate nested too deeply");
         if (m_nextArgument < m_arguments.size())
             return platform::fail(Errc::invalidArgument,
                                   fmt::format("too many arguments: {} given, the predicate uses {}",
@@ -117,7 +130,7 @@ class Parser {
         if (!(isKeyword("NOT") || isSymbol("!")))
             return primary();
         const std::size_t position = take().position;
-        if (++m_depth > kMaxDepth)
+        if (++m_depth > kMaxNesting)
             return failAt(Errc::parseError, position, "predicate nested too deeply");
         auto inner = negation();
         --m_depth;
@@ -129,7 +142,7 @@ class Parser {
     std::optional<Predicate> primary() {
         if (isSymbol("(")) {
             const std::size_t position = take().position;
-            if (++m_depth > kMaxDepth)
+            if (++m_depth > kMaxNesting)
                 return failAt(Errc::parseError, position, "predicate nested too deeply");
             auto inner = disjunction();
             --m_depth;
