@@ -134,6 +134,11 @@ void readItem(objectstore::ObjectContext& context, TK_Task& task, const Calendar
     task.setTitle(item.title.empty() ? std::string(rules::texts::kNewTask.translated())
                                      : item.title);
     task.setNote(item.notes.empty() ? std::nullopt : std::optional(item.notes));
+    // A reminder holds a repetition only with a due date (see itemForTask):
+    // without one, its lack of a rule says nothing of the task's.
+    const bool heldRepetition = item.kind == CalendarEntityType::event ||
+                                task.dueDateAndTime() || task.dueDate() ||
+                                !item.recurrenceRules.empty();
     if (item.kind == CalendarEntityType::reminder) {
         task.setIsCompleted(item.completed);
         const auto due = item.dueDateComponents;
@@ -148,7 +153,8 @@ void readItem(objectstore::ObjectContext& context, TK_Task& task, const Calendar
         setDate(task, kStart, item.startDate, item.allDay, calendar);
         setDate(task, kDue, item.endDate, item.allDay, calendar);
     }
-    setRepetition(task, item.recurrenceRules);
+    if (heldRepetition)
+        setRepetition(task, item.recurrenceRules);
 }
 
 void tally(const Result<>& done, int& count, CalendarMirror::SyncReport& report) {

@@ -237,6 +237,9 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
 
         auto category = list("Home", TK_CalendarType::reminder);
         auto edited = task(category, "edited");
+        edited->setDoesRemindRepeat(true); // daily, without a due date to hold a rule
+        edited->setRepeatIntervalType(TK_RepeatInterval::daily);
+        edited->setRepeatFrequency(1);
         auto itemDeleted = task(category, "item deleted");
         auto taskDeleted = task(category, "task deleted");
         auto changed = task(category, "changed");
@@ -257,6 +260,7 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
         const auto report = mirror->sync(*context);
         ASSERT_TRUE(report) << report.error().message;
         EXPECT_EQ(edited->title(), c.editedTitle);
+        EXPECT_TRUE(edited->doesRemindRepeat());
         EXPECT_EQ(!itemDeleted->isDeleted(), c.keptTaskOfDeletedItem);
         EXPECT_EQ(otherClient.itemWithIdentifier(taskDeletedItem).has_value(),
                   c.keptItemOfDeletedTask);
