@@ -584,18 +584,52 @@ std::optional<std::string> CaldavCalendarStore::changeToken(std::string_view ide
     const auto answer = m_connection->dav(
         "PROPFIND", std::string(identifier), 0,
         R"(<d:propfind xmlns:d="DAV:" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:sync-token/><s:getctag/></d:prop></d:propfind>)");
-    std::string token;
+    std::string token, syncToken;
     if (answer)
         (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
-            auto found = text(child(prop, kDav, "sync-token"));
-            if (found.empty())
-                found = text(child(prop, kCalendarServer, "getctag"));
-            if (!found.empty())
-                token = std::move(found);
+            syncToken = text(child(prop, kDav, "sync-token"));
+            token = syncToken.empty() ? text(child(prop, kCalendarServer, "getctag")) : syncToken;
         });
+    m_tokens.insert_or_assign(std::string(identifier), TokenRead{syncToken, {}});
     if (token.empty())
         return std::nullopt;
     return token;
+}
+
+std::optional<std::string>
+CaldavCalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    const auto read = m_tokens.find(identifier);
+    if (!m_pendingItems.empty() || read == m_tokens.end() || read->second.syncToken.empty())
+        return std::nullopt;
+    if (read->second.written.empty())
+        return read->second.syncToken;
+    const auto answer = m_connection->dav(
+        "REPORT", std::string(identifier), 0,
+        fmt::format(
+            R"(<d:sync-collection xmlns:d="DAV:"><d:sync-token>{}</d:sync-token><d:sync-level>1</d:sync-level><d:prop><d:getetag/></d:prop></d:sync-collection>)",
+            xmlEscape(read->second.syncToken)));
+    if (!answer)
+        return std::nullopt;
+    XmlDoc xml(answer->body);
+    const xmlNode* root = xml.doc ? xmlDocGetRootElement(xml.doc) : nullptr;
+    std::string token;
+    for (const xmlNode* node = root ? root->children : nullptr; node; node = node->next) {
+        if (is(node, kDav, "sync-token"))
+            token = text(node);
+        else if (is(node, kDav, "response") &&
+                 !read->second.written.contains(
+                     Connection::resolve(std::string(identifier), text(child(node, kDav, "href")))))
+            return std::nullopt; // another client's change: the next pass reads it
+    }
+    if (!is(root, kDav, "multistatus") || token.empty())
+        return std::nullopt;
+    return token;
+}
+
+void CaldavCalendarStore::noteWrite(const std::string& calendar, const std::string& href) {
+    if (const auto read = m_tokens.find(calendar); read != m_tokens.end())
+        read->second.written.insert(href);
 }
 
 Result<std::optional<CalendarItem>>
@@ -695,12 +729,14 @@ Result<> CaldavCalendarStore::commitLocked() {
                 return std::unexpected(answer.error());
             if (answer->status != 201 && answer->status != 204 && answer->status != 200)
                 return httpFailure("saving the item at", href, answer->status);
+            noteWrite(item.calendarIdentifier, href);
             if (stored && !inPlace) {
                 const auto removed = http.request("DELETE", stored->href, {}, {"If-Match: " + tag});
                 if (!removed)
                     return std::unexpected(removed.error());
                 if (removed->status >= 300 && removed->status != 404)
                     return httpFailure("moving the item from", stored->href, removed->status);
+                noteWrite(stored->item.calendarIdentifier, stored->href);
             }
             // Without a tag (the server may have changed what it stored), the
             // next change is made against this text.
@@ -712,6 +748,7 @@ Result<> CaldavCalendarStore::commitLocked() {
                 return std::unexpected(answer.error());
             if (answer->status >= 300 && answer->status != 404)
                 return httpFailure("removing the item at", stored->href, answer->status);
+            noteWrite(stored->item.calendarIdentifier, stored->href);
             m_seen.erase(it->first);
         }
         m_newItems.erase(it->first);

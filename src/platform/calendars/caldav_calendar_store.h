@@ -58,6 +58,11 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     /// The collection's sync-token (RFC 6578), else its CTag: one request.
     [[nodiscard]] std::optional<std::string>
     changeToken(std::string_view identifier) const override;
+    /// The collection's changes since changeToken read its sync-token
+    /// (RFC 6578 sync-collection), when they are this store's own writes
+    /// alone: one request. Nullopt for a server that keeps no sync-token.
+    [[nodiscard]] std::optional<std::string>
+    tokenAfterOwnWrites(std::string_view identifier) const override;
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
@@ -98,6 +103,14 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     mutable std::map<std::string, Remote, std::less<>> m_seen;       // by identifier
     mutable std::optional<std::vector<CalendarInfo>> m_listed;       // the last discovery
     std::set<std::string, std::less<>> m_newCalendars;
+    // Of each calendar: the sync-token changeToken last read (empty when
+    // the server keeps none) and the resources written since, by URL.
+    struct TokenRead {
+        std::string syncToken;
+        std::set<std::string> written;
+    };
+    mutable std::map<std::string, TokenRead, std::less<>> m_tokens;
+    void noteWrite(const std::string& calendar, const std::string& href);
 };
 
 } // namespace tasket::platform

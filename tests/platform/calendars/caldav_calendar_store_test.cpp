@@ -51,6 +51,13 @@ TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
         ASSERT_EQ(mine.items(Kind::reminder, {}).value().front().title, "theirs");
         ASSERT_TRUE(mine.saveReminder(item, true));
         EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "mine again");
+
+        // Their change made while ours are written is not taken as seen.
+        ASSERT_TRUE(mine.changeToken(errands.identifier));
+        CalendarItem another{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+        ASSERT_TRUE(theirs.saveReminder(another, true));
+        ASSERT_TRUE(mine.saveReminder(item, true));
+        EXPECT_FALSE(mine.tokenAfterOwnWrites(errands.identifier));
     }
 }
 
