@@ -119,7 +119,9 @@ class ShareSession {
             return;
         }
         if (m_options.list) {
-            auto found = store::findList(m_controller->picker().categories(), *m_options.list);
+            auto found = store::findList(
+                m_controller->picker().localDataFetchManager()->categories().value(),
+                *m_controller->localDataManager()->viewContext(), *m_options.list);
             const bool missing = !found && found.error().code == platform::Errc::notFound;
             if (missing && m_options.createList) {
                 if (auto created = m_controller->picker().createCategory(*m_options.list); !created)

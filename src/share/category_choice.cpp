@@ -11,18 +11,17 @@ namespace tasket::share {
 using store::TK_Category;
 
 std::shared_ptr<TK_Category>
-defaultCategory(const std::vector<std::shared_ptr<TK_Category>>& offered,
+defaultCategory(const store::FetchedCollection<TK_Category>& categories,
+                objectstore::ObjectContext& context,
                 const settings::CustomizationManager& customizationManager) {
-    if (offered.empty())
-        return nullptr;
     if (const auto chosen =
-            customizationManager.appGroupSuite()->stringValue(settings::keys::kDefaultCategory)) {
-        const auto match = std::ranges::find_if(
-            offered, [&](const auto& category) { return category->categoryID() == *chosen; });
-        if (match != offered.end())
-            return *match;
-    }
-    return offered.front();
+            customizationManager.appGroupSuite()->stringValue(settings::keys::kDefaultCategory))
+        if (auto found = store::offeredCategoryWithID(categories, context, *chosen))
+            return found;
+    for (auto category : categories)
+        if (store::isOfferedCategory(*category))
+            return category;
+    return nullptr;
 }
 
 std::shared_ptr<TK_Category> insertNewCategory(objectstore::ObjectContext& context,

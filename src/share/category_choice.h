@@ -18,10 +18,12 @@
 
 namespace tasket::share {
 
-/// The list named by the default-list setting when it is among `offered`,
-/// else the first of `offered`; nullptr when `offered` is empty.
+/// The list named by the default-list setting when `categories` offers it,
+/// else the first list `categories` offers (read from `context` a batch at
+/// a time only that far); nullptr when it offers none.
 std::shared_ptr<store::TK_Category>
-defaultCategory(const std::vector<std::shared_ptr<store::TK_Category>>& offered,
+defaultCategory(const store::FetchedCollection<store::TK_Category>& categories,
+                objectstore::ObjectContext& context,
                 const settings::CustomizationManager& customizationManager);
 
 /// A new list in `context`, not saved; by default titled "New Category"

@@ -40,9 +40,8 @@ void ShareViewController::loadForm(const platform::ImageConverter& converter,
         return;
     }
     m_localDataFetchManager = std::move(*fetchManager);
-    m_category =
-        defaultCategory(store::offeredCategories(m_localDataFetchManager->categories().value()),
-                        *m_customizationManager);
+    m_category = defaultCategory(m_localDataFetchManager->categories().value(),
+                                 *m_localDataManager->viewContext(), *m_customizationManager);
     if (!m_category)
         m_category = insertNewCategory(*m_localDataManager->viewContext());
 

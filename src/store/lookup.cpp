@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <string>
 
 namespace tasket::store {
@@ -89,6 +90,28 @@ offeredCategories(const FetchedCollection<TK_Category>& categories) {
             offered.push_back(std::move(category));
     }
     return offered;
+}
+
+std::shared_ptr<TK_Category> offeredCategoryWithID(const FetchedCollection<TK_Category>& categories,
+                                                   objectstore::ObjectContext& context,
+                                                   std::string_view identifier) {
+    const auto found = findByIdentifier<TK_Category>(context, identifier);
+    if (!found || !isOfferedCategory(**found) ||
+        std::ranges::find(categories.objectIDs(), (*found)->objectID()) ==
+            categories.objectIDs().end())
+        return nullptr;
+    return *found;
+}
+
+platform::Result<std::shared_ptr<TK_Category>>
+findList(const FetchedCollection<TK_Category>& categories, objectstore::ObjectContext& context,
+         std::string_view nameOrID) {
+    if (auto found = offeredCategoryWithID(categories, context, nameOrID))
+        return found;
+    for (auto category : categories)
+        if (isOfferedCategory(*category) && category->title() == nameOrID)
+            return category;
+    return findList(offeredCategories(categories), nameOrID); // its failure names every list
 }
 
 platform::Result<std::shared_ptr<TK_Category>>

@@ -43,4 +43,17 @@ offeredCategories(const FetchedCollection<TK_Category>& categories);
 [[nodiscard]] platform::Result<std::shared_ptr<TK_Category>>
 findList(const std::vector<std::shared_ptr<TK_Category>>& lists, std::string_view nameOrID);
 
+/// The same among the offered lists of `categories`, read from `context` a
+/// batch at a time only as far as the search needs (a list named by its
+/// identifier is looked up directly).
+[[nodiscard]] platform::Result<std::shared_ptr<TK_Category>>
+findList(const FetchedCollection<TK_Category>& categories, objectstore::ObjectContext& context,
+         std::string_view nameOrID);
+
+/// The list of `categories` whose identifier is `identifier` when it is
+/// offered, looked up directly; nullptr otherwise.
+std::shared_ptr<TK_Category> offeredCategoryWithID(const FetchedCollection<TK_Category>& categories,
+                                                   objectstore::ObjectContext& context,
+                                                   std::string_view identifier);
+
 } // namespace tasket::store

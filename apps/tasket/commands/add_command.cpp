@@ -18,21 +18,17 @@ namespace tasket::apps {
 
 namespace {
 
-// The offered lists in the user's own order.
-platform::Result<std::vector<std::shared_ptr<store::TK_Category>>>
-offeredLists(objectstore::ObjectContext& context) {
+// The lists in the user's own order, read a batch at a time.
+platform::Result<store::FetchedCollection<store::TK_Category>>
+listsInOrder(objectstore::ObjectContext& context) {
     auto request = store::TK_Category::fetchRequest();
     request.sortDescriptors = {{"sortIndex", true}, {"whenCreated", false}};
-    auto lists = context.fetch(request);
+    request.fetchBatchSize = 20;
+    auto lists = context.fetchBatched(request);
     if (!lists)
         return std::unexpected(lists.error());
-    std::vector<std::shared_ptr<store::TK_Category>> offered;
-    for (const auto& object : *lists) {
-        auto list = std::static_pointer_cast<store::TK_Category>(object);
-        if (store::isOfferedCategory(*list))
-            offered.push_back(std::move(list));
-    }
-    return offered;
+    return store::FetchedCollection<store::TK_Category>(
+        std::make_shared<const objectstore::BatchedResults>(std::move(*lists)));
 }
 
 } // namespace
@@ -91,10 +87,10 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
         else
             return std::unexpected(found.error());
     } else {
-        auto offered = offeredLists(viewContext);
-        if (!offered)
-            return std::unexpected(offered.error());
-        list = share::defaultCategory(*offered, *settings);
+        auto lists = listsInOrder(viewContext);
+        if (!lists)
+            return std::unexpected(lists.error());
+        list = share::defaultCategory(*lists, viewContext, *settings);
         if (!list)
             return platform::fail(platform::Errc::notFound,
                                   "there is no list to add the task to: name one with --list "
