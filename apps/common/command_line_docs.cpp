@@ -1,11 +1,14 @@
 #include "common/command_line_docs.h"
 
+#include "common/exit_code.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
+#include <ostream>
 #include <vector>
 
 namespace tasket::apps {
@@ -237,6 +240,20 @@ std::optional<std::string> commandLineDocs(std::string_view kind, const CLI::App
     if (kind == "man")
         return man(app, program);
     return std::nullopt;
+}
+
+std::optional<int> writeCommandLineDocs(std::span<const std::string> arguments, const CLI::App& app,
+                                        const ProgramDocs& program, std::ostream& out,
+                                        std::ostream& err) {
+    if (arguments.size() != 2 || arguments[0] != "--docs")
+        return std::nullopt;
+    const auto docs = commandLineDocs(arguments[1], app, program);
+    if (!docs) {
+        err << fmt::format("{}: --docs takes {}\n", program.name, kCommandLineDocKinds);
+        return kExitUsage;
+    }
+    out << *docs;
+    return kExitSuccess;
 }
 
 } // namespace tasket::apps

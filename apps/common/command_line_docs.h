@@ -4,7 +4,9 @@
 // the empty group) are left out.
 #pragma once
 
+#include <iosfwd>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -27,5 +29,12 @@ std::optional<std::string> commandLineDocs(std::string_view kind, const CLI::App
 
 /// The kinds commandLineDocs writes, for help texts.
 inline constexpr std::string_view kCommandLineDocKinds = "bash, zsh, fish or man";
+
+/// For the hidden command line "--docs KIND" alone: writes those docs to
+/// `out` (or to `err` why not) and gives the exit status; nullopt for any
+/// other command line.
+std::optional<int> writeCommandLineDocs(std::span<const std::string> arguments, const CLI::App& app,
+                                        const ProgramDocs& program, std::ostream& out,
+                                        std::ostream& err);
 
 } // namespace tasket::apps

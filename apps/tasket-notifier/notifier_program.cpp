@@ -42,16 +42,10 @@ std::optional<int> parse(std::span<const std::string> arguments, NotifierOptions
                    "whose icon and name the notifications carry")
         ->type_name("NAME")
         ->capture_default_str();
-    if (arguments.size() == 2 && arguments[0] == "--docs") {
-        const auto docs = commandLineDocs(
-            arguments[1], app, {"tasket-notifier", "deliver Tasket's reminders", kTasketVersion});
-        if (!docs) {
-            err << fmt::format("tasket-notifier: --docs takes {}\n", kCommandLineDocKinds);
-            return kExitUsage;
-        }
-        out << *docs;
-        return kExitSuccess;
-    }
+    if (const auto status = writeCommandLineDocs(
+            arguments, app, {"tasket-notifier", "deliver Tasket's reminders", kTasketVersion}, out,
+            err))
+        return *status;
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
         app.parse(reversed);

@@ -70,17 +70,11 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
         app.add_option("--screenshot", screenshot)->type_name("FILE.png")->group("");
 
     // Hidden: the completions and manual page, written from this command line.
-    if (arguments.size() == 2 && arguments[0] == "--docs") {
-        const auto docs = commandLineDocs(
-            arguments[1], app,
-            {"tasket-share", "save what you share as a new task in Tasket", kTasketVersion});
-        if (!docs) {
-            err << fmt::format("tasket-share: --docs takes {}\n", kCommandLineDocKinds);
-            return {std::nullopt, kExitUsage};
-        }
-        out << *docs;
-        return {std::nullopt, kExitSuccess};
-    }
+    if (const auto status = writeCommandLineDocs(
+            arguments, app,
+            {"tasket-share", "save what you share as a new task in Tasket", kTasketVersion}, out,
+            err))
+        return {std::nullopt, *status};
 
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {

@@ -89,15 +89,8 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
         sub->formatter(formatter);
 
     // Hidden: the completions and manual page, written from this command line.
-    if (arguments.size() == 2 && arguments[0] == "--docs") {
-        const auto docs = commandLineDocs(arguments[1], app, kDocs);
-        if (!docs) {
-            err << fmt::format("tasket: --docs takes {}\n", kCommandLineDocKinds);
-            return kExitUsage;
-        }
-        out << *docs;
-        return kExitSuccess;
-    }
+    if (const auto status = writeCommandLineDocs(arguments, app, kDocs, out, err))
+        return *status;
 
     // CLI11 parses from the last argument backwards.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

@@ -465,10 +465,10 @@ Result<std::vector<NotificationRequest>> NotificationQueue::pendingNotificationR
     return out;
 }
 
-Result<>
-NotificationQueue::removePendingNotificationRequests(std::span<const std::string> identifiers) {
+Result<> NotificationQueue::removeRows(std::string_view table,
+                                       std::span<const std::string> identifiers) {
     return write([&]() -> Result<> {
-        auto stmt = prepare("DELETE FROM pending WHERE identifier = ?1");
+        auto stmt = prepare("DELETE FROM " + std::string(table) + " WHERE identifier = ?1");
         if (!stmt) {
             return std::unexpected(stmt.error());
         }
@@ -481,6 +481,11 @@ NotificationQueue::removePendingNotificationRequests(std::span<const std::string
         }
         return {};
     });
+}
+
+Result<>
+NotificationQueue::removePendingNotificationRequests(std::span<const std::string> identifiers) {
+    return removeRows("pending", identifiers);
 }
 
 // ---- Delivered notifications ---------------------------------------------------------------
@@ -547,20 +552,7 @@ Result<> NotificationQueue::forgetServerIDs() {
 }
 
 Result<> NotificationQueue::removeDeliveredNotifications(std::span<const std::string> identifiers) {
-    return write([&]() -> Result<> {
-        auto stmt = prepare("DELETE FROM delivered WHERE identifier = ?1");
-        if (!stmt) {
-            return std::unexpected(stmt.error());
-        }
-        for (const auto& identifier : identifiers) {
-            Reset reset{*stmt};
-            bindText(*stmt, 1, identifier);
-            if (auto ran = run(*stmt); !ran) {
-                return ran;
-            }
-        }
-        return {};
-    });
+    return removeRows("delivered", identifiers);
 }
 
 // ---- Badge ---------------------------------------------------------------------------------

@@ -151,6 +151,9 @@ class NotificationQueue final : public UserNotificationCenter {
     /// Steps `stmt` to its end; fails with the database's error.
     [[nodiscard]] Result<> run(sqlite3_stmt* stmt) const;
     [[nodiscard]] Result<> write(const std::function<Result<>()>& body);
+    /// Removes the rows of `table` with each of `identifiers`, in one write.
+    [[nodiscard]] Result<> removeRows(std::string_view table,
+                                      std::span<const std::string> identifiers);
     [[nodiscard]] Error error(std::string_view what) const;
     [[nodiscard]] Result<std::vector<Queued>> readPending(std::string_view where) const;
     [[nodiscard]] Result<std::vector<Delivered>> readDelivered(std::string_view where,
