@@ -4,6 +4,7 @@
 #include "platform/calendars/detail/ical_codec.h"
 #include "platform/uuid.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -62,19 +63,26 @@ bool isItemFile(const fs::directory_entry& entry) {
 // The name, inode, size and change times of an item file, hashed. The
 // inode too: a file replaced within one tick of the clock is a new one.
 std::uint64_t fileHash(std::string_view name, const struct stat& status) {
-    const auto text = fmt::format("{}/{}/{}/{}.{}/{}.{}", name, status.st_ino, status.st_size,
-                                  status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
-                                  status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
     std::uint64_t hash = 14695981039346656037ULL; // FNV-1a
-    for (const unsigned char ch : text) {
-        hash ^= ch;
-        hash *= 1099511628211ULL;
-    }
+    const auto mix = [&](const void* bytes, std::size_t size) {
+        for (std::size_t i = 0; i < size; ++i) {
+            hash ^= static_cast<const unsigned char*>(bytes)[i];
+            hash *= 1099511628211ULL;
+        }
+    };
+    mix(name.data(), name.size());
+    for (const std::int64_t field :
+         {static_cast<std::int64_t>(status.st_ino), static_cast<std::int64_t>(status.st_size),
+          static_cast<std::int64_t>(status.st_mtim.tv_sec),
+          static_cast<std::int64_t>(status.st_mtim.tv_nsec),
+          static_cast<std::int64_t>(status.st_ctim.tv_sec),
+          static_cast<std::int64_t>(status.st_ctim.tv_nsec)})
+        mix(&field, sizeof field);
     return hash;
 }
 
 // The sum of one hash per file, so the order of the listing does not matter.
-std::string tokenOf(const std::map<std::string, std::uint64_t>& hashes) {
+std::string tokenOf(const std::unordered_map<std::string, std::uint64_t>& hashes) {
     std::uint64_t sum = 0;
     for (const auto& [name, hash] : hashes)
         sum += hash;
@@ -321,18 +329,20 @@ VdirCalendarStore::itemWithIdentifier(std::string_view identifier) const {
 std::optional<std::string> VdirCalendarStore::changeToken(std::string_view identifier) const {
     Lock lock(m_mutex);
     const auto found = m_pendingItems.empty() ? folder(identifier) : std::nullopt;
-    std::error_code error;
-    fs::directory_iterator entries(found ? found->path : fs::path(), error);
-    if (!found || error)
+    DIR* dir = found ? ::opendir(found->path.c_str()) : nullptr;
+    if (!dir)
         return std::nullopt;
     auto& listed = m_listed[found->path.native()];
     listed.clear();
-    for (const auto& entry : entries) {
+    // Each file is looked up from the folder (as isItemFile would tell).
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view name = entry->d_name;
         struct stat status {};
-        if (isItemFile(entry) && ::stat(entry.path().c_str(), &status) == 0)
-            listed[entry.path().filename().string()] =
-                fileHash(entry.path().filename().string(), status);
+        if (!name.starts_with('.') && name.ends_with(".ics") &&
+            ::fstatat(::dirfd(dir), entry->d_name, &status, 0) == 0 && S_ISREG(status.st_mode))
+            listed.emplace(name, fileHash(name, status));
     }
+    ::closedir(dir);
     return tokenOf(listed);
 }
 

@@ -83,7 +83,8 @@ class VdirCalendarStore final : public StagedCalendarStore {
     mutable std::map<std::string, std::filesystem::path, std::less<>> m_fileOfItem; // last seen
     // The hash of each item file changeToken last listed, by folder, then
     // file name; commits put their own writes in.
-    mutable std::unordered_map<std::string, std::map<std::string, std::uint64_t>> m_listed;
+    mutable std::unordered_map<std::string, std::unordered_map<std::string, std::uint64_t>>
+        m_listed;
     void noteOwnWrite(const std::filesystem::path& file, bool removed);
 };
 
