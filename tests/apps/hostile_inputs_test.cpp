@@ -7,6 +7,7 @@
 #include "common/exit_code.h"
 #include "support/output_checks.h"
 #include "support/program_run.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -136,11 +137,8 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
         {"another program's database",
          [](const fs::path& home) {
              fs::remove(storeFile(home));
-             sqlite3* db = nullptr;
-             sqlite3_open(storeFile(home).c_str(), &db);
-             sqlite3_exec(db, "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')", nullptr,
-                          nullptr, nullptr);
-             sqlite3_close(db);
+             tasket::testing::sqlRows(storeFile(home),
+                                      "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')");
          },
          kShare,
          kExitSoftware,

@@ -7,13 +7,13 @@
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "support/program_run.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 
 #include <QBuffer>
 #include <QImage>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,6 +29,7 @@ using tasket::store::TK_Category;
 using tasket::store::TK_Task;
 using tasket::testing::ProgramOptions;
 using tasket::testing::ProgramRun;
+using tasket::testing::sqlRows;
 using tasket::testing::writeFile;
 
 namespace {
@@ -284,16 +285,7 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
         ::waitpid(child, &status, 0);
     }
     if (std::filesystem::exists(storeFile())) {
-        sqlite3* db = nullptr;
-        ASSERT_EQ(sqlite3_open_v2(storeFile().c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
-                  SQLITE_OK);
-        sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr),
-                  SQLITE_OK);
-        ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
-        EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "ok");
-        sqlite3_finalize(statement);
-        sqlite3_close(db);
+        EXPECT_EQ(sqlRows(storeFile(), "PRAGMA integrity_check"), std::vector<std::string>{"ok"});
     }
     for (const auto& task : storedTasks()) {
         EXPECT_EQ(task->title(), "Big");
@@ -312,14 +304,8 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
 // nothing behind.
 TEST_F(TasketShareTest, AFailedSaveIsReportedAndExitsNonZero) {
     ASSERT_EQ(share({"--yes", "--text", "First", "https://example.org/1"}).status, 0);
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(storeFile().c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db,
-                           "CREATE TRIGGER refuse BEFORE INSERT ON TK_Task "
-                           "BEGIN SELECT RAISE(ABORT, 'the disk said no'); END",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(db);
+    sqlRows(storeFile(), "CREATE TRIGGER refuse BEFORE INSERT ON TK_Task "
+                         "BEGIN SELECT RAISE(ABORT, 'the disk said no'); END");
     const ProgramRun run = share({"--yes", "--text", "Second", "https://example.org/2"});
     EXPECT_NE(run.status, 0);
     EXPECT_TRUE(run.err.contains("the task could not be saved")) << run.err;

@@ -1,6 +1,7 @@
 #include "helpers/engine_fixture.h"
 #include "objectstore/persistent_store.h"
 
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -4,10 +4,10 @@
 #include "settings/settings_keys.h"
 #include "store/local_data_fetch_manager.h"
 #include "store/tk_data_model.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <functional>
 #include <map>
@@ -223,17 +223,9 @@ std::string queryPlan(const LocalDataFetchManager& manager, Kind kind,
     const std::string sql = "EXPLAIN QUERY PLAN SELECT t0.pk FROM \"" + request.entityName +
                             "\" AS t0 " + where->joins + " " + order->joins + " WHERE " +
                             where->where + " ORDER BY " + order->orderBy;
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* statement = nullptr;
-    EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(db);
     std::string plan;
-    while (sqlite3_step(statement) == SQLITE_ROW)
-        plan +=
-            std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 3))) + "\n";
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
+    for (const auto& step : tasket::testing::sqlRows(file, sql, 3))
+        plan += step + "\n";
     return plan;
 }
 
