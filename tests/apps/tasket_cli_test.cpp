@@ -120,48 +120,32 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
     ASSERT_NE(at, std::string::npos);
     const std::string sharedID = seeded.out.substr(at - 36, 36);
 
-    struct Case {
-        std::vector<std::string> arguments;
-        int status;
-        std::vector<std::string> expected; // in this order
-        std::vector<std::string> absent;
-    };
-    const std::vector<Case> cases = {
-        {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}, {}},
-        {{"lists", "--json"},
-         0,
-         {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""},
-         {}},
+    const std::vector<tasket::testing::Step> steps = {
+        {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}},
+        {{"lists", "--json"}, 0, {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""}},
         {{"tasks", "--list", "Home"},
          0,
          {"Read article\tHome", "Water plants\tHome"},
          {"Write report"}},
         {{"tasks", "--search", "RE"}, 0, {"Write report", "Read article"}, {"Water plants"}},
-        {{"tasks", "--list", "Elsewhere"}, kExitNoInput, {"there is no list \"Elsewhere\""}, {}},
+        {{"tasks", "--list", "Elsewhere"}, kExitNoInput, {"there is no list \"Elsewhere\""}},
         {{"show", sharedID},
          0,
          {"Read article", "list:  Home", "link:  https://example.com/article",
-          "attachment: notes.txt (file, 1234 bytes)"},
-         {}},
+          "attachment: notes.txt (file, 1234 bytes)"}},
         // Identifiers are found whatever the case of their letters.
         {{"show", "--json", lower(sharedID)},
          0,
          {"\"title\": \"Read article\"", "\"url\": \"https://example.com/article\"",
-          "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"},
-         {}},
-        {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}, {}},
+          "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"}},
+        {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}},
         {{"entities", "tasks", "--id", sharedID, "--json"},
          0,
          {"\"title\": \"Read article\"", "\"category\": {", "\"title\": \"Home\""},
          {"Water plants"}},
         {{"entities", "focus-lists", "--search", "OR"}, 0, {"\tWork\n"}, {"Home"}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.arguments));
-        const ProgramRun run = runProgram(TASKET_BINARY, c.arguments, {.home = dir.path()});
-        EXPECT_EQ(run.status, c.status) << run.err;
-        tasket::testing::expectInOrder(run.out + run.err, c.expected, c.absent);
-    }
+    tasket::testing::runSteps(TASKET_BINARY, steps, {.home = dir.path()});
 }
 
 // While the lock is on, no command that shows stored data runs without a

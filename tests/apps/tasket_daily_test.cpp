@@ -30,21 +30,6 @@ namespace {
 
 constexpr const char* kZone = "Pacific/Kiritimati";
 
-struct Step {
-    std::vector<std::string> arguments; // "{NAME}" is the output captured as NAME
-    int status = 0;
-    std::vector<std::string> expected = {}; // in this order, in standard output and error
-    std::vector<std::string> absent = {};
-    std::string capture = {}; // keeps the first output line under this name
-};
-
-std::string substituted(std::string text, const std::map<std::string, std::string>& names) {
-    for (const auto& [name, value] : names)
-        for (std::size_t at; (at = text.find("{" + name + "}")) != std::string::npos;)
-            text.replace(at, name.size() + 2, value);
-    return text;
-}
-
 } // namespace
 
 TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
@@ -57,13 +42,20 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
     const std::string today = tasket::platform::isoDay(now, zone);
     const std::string tomorrow = tasket::platform::isoDay(zone.addingDays(now, 1), zone);
 
-    const std::vector<Step> steps = {
+    const auto share = TASKET_SHARE_BINARY;
+    const std::vector<tasket::testing::Step> steps = {
         {{"lists", "add", "Work"}, 0, {}, {}, "W"},
         {{"add", "Call Ann", "--list", "Work", "--due", today + "T23:59"}, 0, {}, {}, "A"},
         {{"add", "Pay rent", "--list", "{W}", "--due", tomorrow + "T00:00"}, 0, {}, {}, "B"},
         {{"add", "Sleep", "--list", "Home"},
          kExitNoInput,
          {"there is no list \"Home\"", "the lists are \"Work\"", "--create-list"}},
+        {{"--yes", "--list", "Home", "https://example.com"},
+         kExitNoInput,
+         {"there is no list \"Home\"; the lists are \"Work\"; add --create-list to make it"},
+         {},
+         {},
+         share},
         {{"add", "Sleep", "--list", "Home", "--create-list", "--pin"}, 0, {}, {}, "C"},
         {{"add", "Bad", "--due", "2026-02-30"}, kExitDataError, {"\"2026-02-30\" is not a date"}},
         {{"add", "Bad", "--tag", "urgent"}, kExitNoInput, {"there is no tag \"urgent\""}},
@@ -123,22 +115,15 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
         {{"reminders", "list"}, 0, {"start\t{R}", "due\t{R}"}},
         {{"edit", "{R}", "--no-remind"}},
         {{"reminders", "list"}, 0, {"{A}"}, {"{R}"}},
+        {{"--yes", "--list", "Later", "--create-list", "--text", "Read", "https://e.org"},
+         0,
+         {},
+         {},
+         {},
+         share},
+        {{"tasks", "--list", "Later"}, 0, {"\tRead\tLater\t"}},
     };
-    std::map<std::string, std::string> captured;
-    for (const Step& step : steps) {
-        std::vector<std::string> arguments;
-        for (const auto& argument : step.arguments)
-            arguments.push_back(substituted(argument, captured));
-        SCOPED_TRACE(::testing::PrintToString(arguments));
-        const ProgramRun run = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
-        EXPECT_EQ(run.status, step.status) << run.err;
-        std::vector<std::string> expected;
-        for (const auto& text : step.expected)
-            expected.push_back(substituted(text, captured));
-        tasket::testing::expectInOrder(run.out + run.err, expected, step.absent);
-        if (!step.capture.empty())
-            captured[step.capture] = run.out.substr(0, run.out.find('\n'));
-    }
+    auto captured = tasket::testing::runSteps(TASKET_BINARY, steps, options);
     EXPECT_TRUE(std::regex_match(captured["A"], std::regex("[0-9A-F-]{36}"))) << captured["A"];
 }
 
@@ -165,29 +150,6 @@ TEST(TasketDaily, ParallelAddsLoseNothing) {
         std::filesystem::exists(tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite-wal"));
     const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
     EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
-}
-
-// tasket-share into a list that does not exist says so and offers
-// --create-list, which makes it.
-TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
-    tasket::testing::TempDir dir;
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
-    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Work"}, options).status,
-              0);
-    const std::vector<std::string> share = {
-        "https://example.com", "--text", "Read", "--list", "Later", "--yes"};
-    const ProgramRun refused = tasket::testing::runProgram(TASKET_SHARE_BINARY, share, options);
-    EXPECT_EQ(refused.status, kExitNoInput);
-    EXPECT_NE(refused.err.find("there is no list \"Later\"; the lists are \"Work\"; add "
-                               "--create-list to make it"),
-              std::string::npos)
-        << refused.err;
-    auto creating = share;
-    creating.push_back("--create-list");
-    EXPECT_EQ(tasket::testing::runProgram(TASKET_SHARE_BINARY, creating, options).status, 0);
-    const ProgramRun listed =
-        tasket::testing::runProgram(TASKET_BINARY, {"tasks", "--list", "Later"}, options);
-    EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
 }
 
 // Lists mirrored into a vdir folder: the tasks (a shared one at once) become
