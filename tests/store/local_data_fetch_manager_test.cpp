@@ -372,35 +372,24 @@ TEST_F(LocalDataFetchManagerTest, MergedBackgroundSavesRepublishExactlyTheAffect
         std::function<void(ObjectContext&)> change;
         std::set<Kind> republished;
     };
+    using C = ObjectContext;
     const std::vector<Case> cases = {
         {"a task inserted into a list",
-         [&](ObjectContext& c) {
-             task(c, "second", std::static_pointer_cast<TK_Category>(c.objectWithID(inboxID)), 2);
-         },
+         [&](C& c) { task(c, "second", as<TK_Category>(c.objectWithID(inboxID)), 2); },
          {Kind::tasks}},
         {"a subtask inserted under a task",
-         [&](ObjectContext& c) {
-             subtask(c, "step", std::static_pointer_cast<TK_Task>(c.objectWithID(firstID)));
-         },
+         [&](C& c) { subtask(c, "step", as<TK_Task>(c.objectWithID(firstID))); },
          {Kind::subtasks}},
-        {"a tag inserted", [](ObjectContext& c) { insert(c, "TK_Tag", "new"); }, {Kind::tags}},
-        {"a value without an attribute inserted",
-         [](ObjectContext& c) { value(c, "orphan", nullptr); },
-         {}},
+        {"a tag inserted", [](C& c) { insert(c, "TK_Tag", "new"); }, {Kind::tags}},
+        {"a value without an attribute inserted", [](C& c) { value(c, "orphan", nullptr); }, {}},
         {"a value inserted for an attribute",
-         [&](ObjectContext& c) {
-             value(c, "Large", std::static_pointer_cast<TK_Attribute>(c.objectWithID(sizeID)));
-         },
+         [&](C& c) { value(c, "Large", as<TK_Attribute>(c.objectWithID(sizeID))); },
          {Kind::values}},
         {"a task's title changed",
-         [&](ObjectContext& c) {
-             std::static_pointer_cast<TK_Task>(c.objectWithID(firstID))->setTitle("renamed");
-         },
+         [&](C& c) { as<TK_Task>(c.objectWithID(firstID))->setTitle("renamed"); },
          {Kind::tasks}},
         {"a list's title emptied, which unlists its tasks",
-         [&](ObjectContext& c) {
-             std::static_pointer_cast<TK_Category>(c.objectWithID(inboxID))->setTitle("");
-         },
+         [&](C& c) { as<TK_Category>(c.objectWithID(inboxID))->setTitle(""); },
          {Kind::categories, Kind::tasks}},
     };
 
