@@ -1,5 +1,6 @@
 #include "store/application_group.h"
 #include "store/local_data_manager.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -116,26 +117,22 @@ TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
     }
 }
 
-TEST(ApplicationGroupDeathTest, RefusesAFolderItCannotWrite) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+TEST(ApplicationGroup, RefusesAFolderItCannotWrite) {
     TempDir dir;
-    fs::create_directories(dir / "home/group.QRX-Lumenforge.Tasket");
+    const auto folder = dir / "home/group.QRX-Lumenforge.Tasket";
+    fs::create_directories(folder);
     fs::permissions(dir.path(), fs::perms(0755));
     fs::permissions(dir / "home", fs::perms(0755));
-    fs::permissions(dir / "home/group.QRX-Lumenforge.Tasket", fs::perms(0555));
-    // Permission bits do not bind root, so the attempt runs without
-    // privileges, as the folder's owner.
-    auto refused = [&] {
-        if (::geteuid() == 0 &&
-            (::chown((dir / "home/group.QRX-Lumenforge.Tasket").c_str(), 65534, 65534) != 0 ||
-             ::setgid(65534) != 0 || ::setuid(65534) != 0))
-            return false;
-        auto folder = prepareApplicationGroupContainer(dir / "home");
-        return !folder && folder.error().message.find("Permission denied") != std::string::npos &&
-               folder.error().message.find((dir / "home/group.QRX-Lumenforge.Tasket").string()) !=
-                   std::string::npos;
-    };
-    EXPECT_EXIT(std::exit(refused() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+    fs::permissions(folder, fs::perms(0555));
+    // Permission bits do not bind root: the attempt runs as the folder's
+    // owner, without privileges.
+    ASSERT_TRUE(::geteuid() != 0 || ::chown(folder.c_str(), 65534, 65534) == 0);
+    const std::string message = tasket::testing::asUnprivilegedUser([&] {
+        auto prepared = prepareApplicationGroupContainer(dir / "home");
+        return prepared ? std::string("prepared") : prepared.error().message;
+    });
+    EXPECT_NE(message.find("Permission denied"), std::string::npos) << message;
+    EXPECT_NE(message.find(folder.string()), std::string::npos) << message;
 }
 
 // The process-wide container is fixed at the first use, under the data

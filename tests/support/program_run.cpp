@@ -1,6 +1,7 @@
 #include "support/program_run.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -193,6 +194,32 @@ pid_t startProgram(const std::filesystem::path& program, const std::vector<std::
     closeIfOpen(input);
     ::close(out);
     return child;
+}
+
+std::string asUnprivilegedUser(const std::function<std::string()>& attempt) {
+    Pipe result;
+    const pid_t child = ::fork();
+    if (child < 0)
+        throw std::runtime_error("fork failed");
+    if (child == 0) {
+        constexpr uid_t kNobody = 65534;
+        if (::geteuid() == 0 &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0))
+            ::_exit(125);
+        const std::string text = attempt();
+        const bool written =
+            ::write(result.write, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        ::_exit(written ? 0 : 126);
+    }
+    closeIfOpen(result.write);
+    std::string text;
+    char buffer[512];
+    for (ssize_t n; (n = ::read(result.read, buffer, sizeof buffer)) > 0;)
+        text.append(buffer, static_cast<std::size_t>(n));
+    closeIfOpen(result.read);
+    int raw = 0;
+    ::waitpid(child, &raw, 0);
+    return statusOf(raw) == 0 ? text : "(the child failed: " + std::to_string(statusOf(raw)) + ")";
 }
 
 std::vector<std::string> serverPrivileges(const char* signal,

@@ -63,6 +63,11 @@ std::vector<std::string> serverPrivileges(const char* signal,
 void waitUntilReady(pid_t& pid, std::chrono::seconds timeout, const std::function<bool()>& ready,
                     const std::function<std::string()>& describe, int stop);
 
+/// Runs `attempt` in a child process and returns what it returned. When
+/// this process is root, the child first becomes "nobody", so that
+/// permission bits bind it; a child that fails says so instead.
+std::string asUnprivilegedUser(const std::function<std::string()>& attempt);
+
 /// The group container under `home` as the programs find it.
 std::filesystem::path groupFolder(const std::filesystem::path& home);
 

@@ -1,10 +1,9 @@
 #include "platform/extension/shared_file.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -41,35 +40,18 @@ TEST(SharedFile, RefusesWhatCannotBecomeAnAttachment) {
     }
 }
 
-// The error code of checkSharedFile(path), or -1 when it succeeds. Root reads
-// every file, so as root the check runs in a child that has become nobody.
-int checkAsUnprivilegedUser(const std::filesystem::path& path) {
-    const auto check = [&] {
-        auto checked = checkSharedFile(path, "secret.txt");
-        return checked ? -1 : static_cast<int>(checked.error().code);
-    };
-    if (::geteuid() != 0)
-        return check();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        constexpr uid_t kNobody = 65534;
-        if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)
-            ::_exit(100);
-        ::_exit(check() + 1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) - 1 : 99;
-}
-
 TEST(SharedFile, RefusesAnUnreadableFile) {
     TempDir dir;
     std::filesystem::permissions(dir.path(), std::filesystem::perms::others_exec,
                                  std::filesystem::perm_options::add);
     std::ofstream(dir / "secret.txt") << "x";
     std::filesystem::permissions(dir / "secret.txt", std::filesystem::perms::none);
-    EXPECT_EQ(checkAsUnprivilegedUser(dir / "secret.txt"),
-              static_cast<int>(Errc::permissionDenied));
+    // Root reads every file: the check runs as an unprivileged user.
+    EXPECT_EQ(tasket::testing::asUnprivilegedUser([&] {
+                  auto checked = checkSharedFile(dir / "secret.txt", "secret.txt");
+                  return checked ? "read" : std::to_string(static_cast<int>(checked.error().code));
+              }),
+              std::to_string(static_cast<int>(Errc::permissionDenied)));
 
     auto checked = checkSharedFile(dir / "secret.txt", "secret.txt");
     if (!checked) {
