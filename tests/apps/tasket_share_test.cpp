@@ -352,11 +352,7 @@ TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
         std::size_t tasksAfter;
     };
     const Case cases[] = {
-        {{"--yes", "--list", "Work", "--text", "Saved blind", "https://a.example"},
-         {},
-         false,
-         0,
-         1},
+        {{"--yes", "--list", "Work", "--text", "Blind", "https://a.example"}, {}, false, 0, 1},
         {{"--yes", "--json", "--text", "Default list", "https://b.example"}, {}, false, 0, 2},
         {{"--yes", "--list", "Nowhere", "https://c.example"}, {}, false, 66, 2},
         {{"https://d.example"}, "Typed\n1\ny\n", false, 79, 2},
