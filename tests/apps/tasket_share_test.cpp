@@ -269,12 +269,7 @@ TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
 TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
     buyPaidTier();
     const std::size_t size = 24u * 1024 * 1024;
-    {
-        std::ofstream big((dir / "big.bin").string(), std::ios::binary);
-        const std::string block(1024 * 1024, 'x');
-        for (std::size_t i = 0; i < size / block.size(); ++i)
-            big << block;
-    }
+    writeFile(dir / "big.bin", std::string(size, 'x'));
     const std::vector<std::string> arguments = {"--yes", "--text", "Big", "big.bin"};
     for (const int delayMs : {0, 20, 40, 60, 90, 120, 160, 220, 300, 400, 600}) {
         const pid_t child =
