@@ -2,6 +2,7 @@
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -32,10 +33,8 @@ TEST(SharedFile, RefusesWhatCannotBecomeAnAttachment) {
         auto checked = checkSharedFile(path, display);
         ASSERT_FALSE(checked);
         EXPECT_EQ(checked.error().code, code);
-        EXPECT_NE(checked.error().message.find(display), std::string::npos)
-            << checked.error().message;
-        EXPECT_NE(checked.error().message.find(phrase), std::string::npos)
-            << checked.error().message;
+        EXPECT_THAT(checked.error().message, ::testing::HasSubstr(display));
+        EXPECT_THAT(checked.error().message, ::testing::HasSubstr(phrase));
         EXPECT_FALSE(readSharedFile(path, display));
     }
 }
@@ -55,9 +54,8 @@ TEST(SharedFile, RefusesAnUnreadableFile) {
 
     auto checked = checkSharedFile(dir / "secret.txt", "secret.txt");
     if (!checked) {
-        EXPECT_NE(checked.error().message.find("\"secret.txt\": permission to read it is denied"),
-                  std::string::npos)
-            << checked.error().message;
+        EXPECT_THAT(checked.error().message,
+                    ::testing::HasSubstr("\"secret.txt\": permission to read it is denied"));
     }
 }
 
@@ -74,7 +72,7 @@ TEST(SharedFile, EnforcesTheSizeLimitOnWhatIsRead) {
     ASSERT_FALSE(over);
     EXPECT_EQ(over.error().code, Errc::invalidArgument);
     EXPECT_NE(over.error().message.find("\"over.bin\""), std::string::npos);
-    EXPECT_NE(over.error().message.find("64 MiB"), std::string::npos) << over.error().message;
+    EXPECT_THAT(over.error().message, ::testing::HasSubstr("64 MiB"));
 
     std::ofstream(dir / "data.bin") << std::string_view("a\0b", 3);
     EXPECT_EQ(readSharedFile(dir / "data.bin", "data.bin", 3), (Bytes{'a', 0, 'b'}));
