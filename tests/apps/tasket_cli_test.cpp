@@ -52,12 +52,6 @@ groupSuite(const std::filesystem::path& home) {
         home / "config", std::string(tasket::settings::keys::kAppGroupSuite));
 }
 
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
 } // namespace
 
 // Help and version answer on standard output; a wrong command line gets
@@ -119,6 +113,9 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
     const auto at = seeded.out.find("\tRead article");
     ASSERT_NE(at, std::string::npos);
     const std::string sharedID = seeded.out.substr(at - 36, 36);
+    std::string lowerID = sharedID;
+    std::ranges::transform(lowerID, lowerID.begin(),
+                           [](unsigned char c) { return std::tolower(c); });
 
     const std::vector<tasket::testing::Step> steps = {
         {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}},
@@ -134,7 +131,7 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
          {"Read article", "list:  Home", "link:  https://example.com/article",
           "attachment: notes.txt (file, 1234 bytes)"}},
         // Identifiers are found whatever the case of their letters.
-        {{"show", "--json", lower(sharedID)},
+        {{"show", "--json", lowerID},
          0,
          {"\"title\": \"Read article\"", "\"url\": \"https://example.com/article\"",
           "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"}},
