@@ -37,13 +37,10 @@ ProgramRun runFrame(std::vector<std::string> arguments) {
 // Seeds two lists with a task each under `home`; returns what it printed
 // (one line per record: kind, identifier, title).
 std::string seedTwoLists(const std::filesystem::path& home) {
-    const ProgramRun seeded =
-        runProgram(SEED_STORE_BINARY,
-                   {tasket::testing::groupFolder(home).string(), "--list", "Home", "--task",
-                    "Water plants", "--list", "Work", "--task", "Write report"},
-                   {.home = home});
-    EXPECT_EQ(seeded.status, 0) << seeded.err;
-    return seeded.out;
+    return tasket::testing::seedStore(
+        tasket::testing::groupFolder(home),
+        {"--list", "Home", "--task", "Water plants", "--list", "Work", "--task", "Write report"},
+        home);
 }
 
 std::shared_ptr<tasket::platform::FilePreferencesSuite>
@@ -103,16 +100,15 @@ TEST(TasketCli, HelpVersionAndWrongCommandLines) {
 TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
     tasket::testing::TempDir dir;
     std::ofstream(dir / "notes.txt") << std::string(1234, 'x');
-    const ProgramRun seeded = runProgram(
-        SEED_STORE_BINARY,
-        {tasket::testing::groupFolder(dir.path()).string(), "--list", "Home", "--task",
-         "Water plants", "--task", "Read article", "--url", "https://example.com/article",
-         "--attach", "notes.txt", "--list", "Work", "--task", "Write report"},
-        {.home = dir.path()});
-    ASSERT_EQ(seeded.status, 0) << seeded.err;
-    const auto at = seeded.out.find("\tRead article");
+    const std::string seeded = tasket::testing::seedStore(
+        tasket::testing::groupFolder(dir.path()),
+        {"--list", "Home", "--task", "Water plants", "--task", "Read article", "--url",
+         "https://example.com/article", "--attach", "notes.txt", "--list", "Work", "--task",
+         "Write report"},
+        dir.path());
+    const auto at = seeded.find("\tRead article");
     ASSERT_NE(at, std::string::npos);
-    const std::string sharedID = seeded.out.substr(at - 36, 36);
+    const std::string sharedID = seeded.substr(at - 36, 36);
     std::string lowerID = sharedID;
     std::ranges::transform(lowerID, lowerID.begin(),
                            [](unsigned char c) { return std::tolower(c); });

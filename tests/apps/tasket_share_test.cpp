@@ -330,12 +330,8 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
 // names a list of the store, the prompt that would list them is refused,
 // and the form draws only the locked screen.
 TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
-    ASSERT_EQ(tasket::testing::runProgram(SEED_STORE_BINARY,
-                                          {tasket::testing::groupFolder(dir.path()).string(),
-                                           "--list", "Home", "--list", "Work"},
-                                          {.home = dir.path()})
-                  .status,
-              0);
+    tasket::testing::seedStore(tasket::testing::groupFolder(dir.path()),
+                               {"--list", "Home", "--list", "Work"}, dir.path());
     tasket::platform::FilePreferencesSuite suite(dir / "config", std::string(keys::kAppGroupSuite));
     ASSERT_TRUE(suite.setValue(keys::kIsAuthenticationEnabled, true));
     const std::filesystem::path png = dir / "locked.png";

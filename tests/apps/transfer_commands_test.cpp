@@ -21,13 +21,10 @@ ProgramRun tasket(const tasket::testing::TempDir& home, std::vector<std::string>
 TEST(TransferCommands, ExportImportAndWhatTheyRefuse) {
     tasket::testing::TempDir dir;
     std::ofstream(dir / "notes.txt") << "some notes";
-    ASSERT_EQ(runProgram(SEED_STORE_BINARY,
-                         {tasket::testing::groupFolder(dir.path()).string(), "--list", "Home",
-                          "--task", "Water plants", "--attach", "notes.txt", "--list", "Work",
-                          "--task", "Write report"},
-                         {.home = dir.path()})
-                  .status,
-              0);
+    tasket::testing::seedStore(tasket::testing::groupFolder(dir.path()),
+                               {"--list", "Home", "--task", "Water plants", "--attach", "notes.txt",
+                                "--list", "Work", "--task", "Write report"},
+                               dir.path());
     const ProgramRun all = tasket(dir, {"export", "--all"});
     ASSERT_EQ(all.status, 0) << all.err;
     EXPECT_NE(all.out.find("\"kind\":\"TK_SharedAttachment\""), std::string::npos);

@@ -222,6 +222,15 @@ std::string asUnprivilegedUser(const std::function<std::string()>& attempt) {
     return statusOf(raw) == 0 ? text : "(the child failed: " + std::to_string(statusOf(raw)) + ")";
 }
 
+std::string seedStore(const std::filesystem::path& folder, std::vector<std::string> arguments,
+                      const std::filesystem::path& home) {
+    arguments.insert(arguments.begin(), folder.string());
+    const ProgramRun run = runProgram(SEED_STORE_BINARY, arguments, {.home = home});
+    if (run.status != 0)
+        throw std::runtime_error("seed_store failed: " + run.err);
+    return run.out;
+}
+
 std::vector<std::string> serverPrivileges(const char* signal,
                                           const std::vector<std::filesystem::path>& folders) {
     std::vector<std::string> arguments{"--pdeathsig", signal};

@@ -68,6 +68,12 @@ void waitUntilReady(pid_t& pid, std::chrono::seconds timeout, const std::functio
 /// permission bits bind it; a child that fails says so instead.
 std::string asUnprivilegedUser(const std::function<std::string()>& attempt);
 
+/// Runs seed_store (tests/support/seed_store.cpp) on the store folder
+/// `folder` with `arguments`, from `home`; returns what it printed, and
+/// throws std::runtime_error when it fails.
+std::string seedStore(const std::filesystem::path& folder, std::vector<std::string> arguments,
+                      const std::filesystem::path& home);
+
 /// The group container under `home` as the programs find it.
 std::filesystem::path groupFolder(const std::filesystem::path& home);
 
