@@ -25,9 +25,7 @@
 
 namespace fs = std::filesystem;
 using namespace tasket::apps;
-using tasket::testing::ProgramRun;
-using tasket::testing::readFile;
-using tasket::testing::writeFile;
+using namespace tasket::testing;
 
 namespace {
 
@@ -55,7 +53,7 @@ class HostileInputs : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         // One small store, written by the program and checkpointed.
-        s_store = new tasket::testing::TempDir;
+        s_store = new TempDir;
         for (const char* link : {"https://example.org/a", "https://example.org/b"})
             ASSERT_EQ(run({TASKET_SHARE_BINARY, "--yes", link}, s_store->path()).status, 0);
         ASSERT_EQ(run({TASKET_BINARY, "lists"}, s_store->path()).status, 0);
@@ -65,12 +63,10 @@ class HostileInputs : public ::testing::Test {
     static ProgramRun run(std::vector<std::string> command, const fs::path& home) {
         const std::string program = command.front();
         command.erase(command.begin());
-        return tasket::testing::runProgram(program, command, {.home = home});
+        return runProgram(program, command, {.home = home});
     }
 
-    static fs::path storeFile(const fs::path& home) {
-        return tasket::testing::groupFolder(home) / "TK_Data.sqlite";
-    }
+    static fs::path storeFile(const fs::path& home) { return groupFolder(home) / "TK_Data.sqlite"; }
 
     // Runs each case (with `command` and expecting `status` unless it says
     // otherwise) in a fresh copy of the store: the status, the messages, and
@@ -79,20 +75,20 @@ class HostileInputs : public ::testing::Test {
                int status) {
         for (const auto& c : cases) {
             SCOPED_TRACE(c.name);
-            tasket::testing::TempDir home;
+            TempDir home;
             fs::copy(s_store->path(), home.path(), fs::copy_options::recursive);
             c.spoil(home.path());
             const auto before = filesIn(home.path());
             const ProgramRun ran = run(c.command.empty() ? command : c.command, home.path());
             EXPECT_EQ(ran.status, c.status < 0 ? status : c.status) << ran.err;
-            tasket::testing::expectInOrder(ran.err, c.says);
+            expectInOrder(ran.err, c.says);
             EXPECT_TRUE(filesIn(home.path()) == before) << "a file of the user's changed";
             if (c.restore)
                 c.restore(home.path());
         }
     }
 
-    static inline tasket::testing::TempDir* s_store = nullptr;
+    static inline TempDir* s_store = nullptr;
 };
 
 const std::vector<std::string> kLists = {TASKET_BINARY, "lists"};
@@ -113,7 +109,7 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
         {"a write-ahead log from another database",
          [](const fs::path& home) {
              // Another store's log: its first page describes other tables.
-             tasket::testing::TempDir other;
+             TempDir other;
              ASSERT_EQ(
                  run({TASKET_SHARE_BINARY, "--yes", "https://example.org/x"}, other.path()).status,
                  0);
@@ -136,13 +132,12 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
         {"another program's database",
          [](const fs::path& home) {
              fs::remove(storeFile(home));
-             tasket::testing::sqlRows(storeFile(home),
-                                      "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')");
+             sqlRows(storeFile(home), "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')");
          },
          {kLoadFailure, "holds tables that are not a store's"}},
         {"a group folder that is a link to somewhere else",
          [](const fs::path& home) {
-             const auto group = tasket::testing::groupFolder(home);
+             const auto group = groupFolder(home);
              fs::rename(group, home / "elsewhere");
              fs::create_directory_symlink(home / "elsewhere", group);
          },
@@ -179,7 +174,7 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
         cases.push_back(
             {"a full disk",
              [](const fs::path& home) {
-                 const auto group = tasket::testing::groupFolder(home);
+                 const auto group = groupFolder(home);
                  fs::rename(group, home / "kept");
                  fs::create_directory(group);
                  ASSERT_EQ(::mount("tmpfs", group.c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0);
@@ -193,9 +188,7 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
              {kLoadFailure, "disk I/O error", "disk is not full"},
              kShare,
              kExitSoftware,
-             [](const fs::path& home) {
-                 ::umount2(tasket::testing::groupFolder(home).c_str(), MNT_DETACH);
-             }});
+             [](const fs::path& home) { ::umount2(groupFolder(home).c_str(), MNT_DETACH); }});
     // The store cut short at every page boundary.
     const auto size = fs::file_size(storeFile(s_store->path()));
     for (std::uintmax_t cut = 4096; cut < size; cut += 4096)

@@ -22,8 +22,7 @@
 #include <vector>
 
 using namespace tasket::apps;
-using tasket::testing::ProgramRun;
-using tasket::testing::runProgram;
+using namespace tasket::testing;
 
 namespace {
 
@@ -37,8 +36,8 @@ ProgramRun runFrame(std::vector<std::string> arguments) {
 // Seeds two lists with a task each under `home`; returns what it printed
 // (one line per record: kind, identifier, title).
 std::string seedTwoLists(const std::filesystem::path& home) {
-    return tasket::testing::seedStore(
-        tasket::testing::groupFolder(home),
+    return seedStore(
+        groupFolder(home),
         {"--list", "Home", "--task", "Water plants", "--list", "Work", "--task", "Write report"},
         home);
 }
@@ -98,14 +97,14 @@ TEST(TasketCli, HelpVersionAndWrongCommandLines) {
 // store is among the hostile inputs; the lists' text form is in the daily
 // test.)
 TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     std::ofstream(dir / "notes.txt") << std::string(1234, 'x');
-    const std::string seeded = tasket::testing::seedStore(
-        tasket::testing::groupFolder(dir.path()),
-        {"--list", "Home", "--task", "Water plants", "--task", "Read article", "--url",
-         "https://example.com/article", "--attach", "notes.txt", "--list", "Work", "--task",
-         "Write report"},
-        dir.path());
+    const std::string seeded =
+        seedStore(groupFolder(dir.path()),
+                  {"--list", "Home", "--task", "Water plants", "--task", "Read article", "--url",
+                   "https://example.com/article", "--attach", "notes.txt", "--list", "Work",
+                   "--task", "Write report"},
+                  dir.path());
     const auto at = seeded.find("\tRead article");
     ASSERT_NE(at, std::string::npos);
     const std::string sharedID = seeded.substr(at - 36, 36);
@@ -113,7 +112,7 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
     std::ranges::transform(lowerID, lowerID.begin(),
                            [](unsigned char c) { return std::tolower(c); });
 
-    const std::vector<tasket::testing::Step> steps = {
+    const std::vector<Step> steps = {
         {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}},
         {{"lists", "--json"}, 0, {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""}},
         {{"tasks", "--list", "Home"},
@@ -138,7 +137,7 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
          {"Water plants"}},
         {{"entities", "focus-lists", "--search", "OR"}, 0, {"\tWork\n"}, {"Home"}},
     };
-    tasket::testing::runSteps(TASKET_BINARY, steps, {.home = dir.path()});
+    runSteps(TASKET_BINARY, steps, {.home = dir.path()});
 }
 
 // While the lock is on, no command that shows stored data runs without a
@@ -146,7 +145,7 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
 // table is tried with arguments that would make it print, and nothing of
 // the store (titles, identifiers) comes out.
 TEST(TasketProgram, ShowsNothingStoredWhileLocked) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     const std::string seeded = seedTwoLists(dir.path());
     std::vector<std::string> secrets;
     std::istringstream lines(seeded);
@@ -189,7 +188,7 @@ TEST(TasketProgram, ShowsNothingStoredWhileLocked) {
 // A focus set by one process is followed by another that watches the
 // settings, and narrows the tasks the program prints.
 TEST(TasketProgram, FocusSetByOneProcessIsFollowedByAnother) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     const std::string seeded = seedTwoLists(dir.path());
     const auto at = seeded.find("\tWork\n");
     ASSERT_NE(at, std::string::npos);

@@ -24,7 +24,7 @@
 #include <vector>
 
 using namespace tasket::apps;
-using tasket::testing::ProgramRun;
+using namespace tasket::testing;
 
 namespace {
 
@@ -33,17 +33,17 @@ constexpr const char* kZone = "Pacific/Kiritimati";
 } // namespace
 
 TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     // The programs inherit the test's zone (the suite pins one for every test).
     ASSERT_EQ(setenv("TZ", kZone, 1), 0);
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const ProgramOptions options{.home = dir.path()};
     const auto zone = tasket::platform::Calendar::inZone(kZone).value();
     const auto now = tasket::platform::Clock::shared().now();
     const std::string today = tasket::platform::isoDay(now, zone);
     const std::string tomorrow = tasket::platform::isoDay(zone.addingDays(now, 1), zone);
 
     const auto share = TASKET_SHARE_BINARY;
-    const std::vector<tasket::testing::Step> steps = {
+    const std::vector<Step> steps = {
         {{"lists", "add", "Work"}, 0, {}, {}, "W"},
         {{"add", "Call Ann", "--list", "Work", "--due", today + "T23:59"}, 0, {}, {}, "A"},
         {{"add", "Pay rent", "--list", "{W}", "--due", tomorrow + "T00:00"}, 0, {}, {}, "B"},
@@ -115,32 +115,30 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
          .program = share},
         {{"tasks", "--list", "Later"}, 0, {"\tRead\tLater\t"}},
     };
-    auto captured = tasket::testing::runSteps(TASKET_BINARY, steps, options);
+    auto captured = runSteps(TASKET_BINARY, steps, options);
     EXPECT_TRUE(std::regex_match(captured["A"], std::regex("[0-9A-F-]{36}"))) << captured["A"];
 }
 
 // Several tasket add at the same moment on one store: each saves its task,
 // and the last one out closes the store, leaving no log to replay.
 TEST(TasketDaily, ParallelAddsLoseNothing) {
-    tasket::testing::TempDir dir;
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
-    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Inbox"}, options).status,
-              0);
+    TempDir dir;
+    const ProgramOptions options{.home = dir.path()};
+    ASSERT_EQ(runProgram(TASKET_BINARY, {"lists", "add", "Inbox"}, options).status, 0);
     constexpr int kRounds = 4;
     for (int round = 0; round < kRounds; ++round) {
-        const pid_t first = tasket::testing::startProgram(
-            TASKET_BINARY, {"add", "first " + std::to_string(round)}, options);
-        const pid_t second = tasket::testing::startProgram(
-            TASKET_BINARY, {"add", "second " + std::to_string(round)}, options);
+        const pid_t first =
+            startProgram(TASKET_BINARY, {"add", "first " + std::to_string(round)}, options);
+        const pid_t second =
+            startProgram(TASKET_BINARY, {"add", "second " + std::to_string(round)}, options);
         for (const pid_t child : {first, second}) {
             int status = 0;
             ASSERT_EQ(waitpid(child, &status, 0), child);
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         }
     }
-    EXPECT_FALSE(
-        std::filesystem::exists(tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite-wal"));
-    const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
+    EXPECT_FALSE(std::filesystem::exists(groupFolder(dir.path()) / "TK_Data.sqlite-wal"));
+    const ProgramRun count = runProgram(TASKET_BINARY, {"count"}, options);
     EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
 }
 
@@ -148,11 +146,11 @@ TEST(TasketDaily, ParallelAddsLoseNothing) {
 // .ics files that todoman lists, and an edit made there by another calendar program, or a
 // task todoman made, comes back into the store; events are as khal shows them.
 TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
-    tasket::testing::TempDir dir;
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    TempDir dir;
+    const ProgramOptions options{.home = dir.path()};
     const auto run = [&](const std::vector<std::string>& arguments,
                          const char* program = TASKET_BINARY) {
-        const ProgramRun result = tasket::testing::runProgram(program, arguments, options);
+        const ProgramRun result = runProgram(program, arguments, options);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     };
@@ -169,12 +167,12 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
         if (entry.path().extension() == ".ics")
             file = entry.path();
     ASSERT_FALSE(file.empty());
-    std::string text = tasket::testing::readFile(file);
+    std::string text = readFile(file);
     EXPECT_NE(text.find("DUE;VALUE=DATE:20261124"), std::string::npos) << text;
     const auto at = text.find("SUMMARY:Buy milk");
     ASSERT_NE(at, std::string::npos) << text;
     text.replace(at, 16, "SUMMARY:Buy oat milk");
-    tasket::testing::writeFile(file, text);
+    writeFile(file, text);
 
     std::filesystem::create_directories(dir / "config/todoman");
     std::ofstream(dir / "config/todoman/config.py")
@@ -217,12 +215,12 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
 // The same mirror through a CalDAV account on a real server, the login in
 // ~/.netrc: the task is stored there, and another client's edit comes back.
 TEST(TasketDaily, CalendarsMirrorListsIntoACaldavAccount) {
-    tasket::testing::RadicaleServer server;
-    tasket::testing::TempDir dir;
+    RadicaleServer server;
+    TempDir dir;
     std::filesystem::copy_file(server.netrcFile(), dir / ".netrc");
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const ProgramOptions options{.home = dir.path()};
     const auto run = [&](const std::vector<std::string>& arguments) {
-        const ProgramRun result = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
+        const ProgramRun result = runProgram(TASKET_BINARY, arguments, options);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     };

@@ -27,18 +27,13 @@ namespace keys = tasket::settings::keys;
 using tasket::store::LocalDataManager;
 using tasket::store::TK_Category;
 using tasket::store::TK_Task;
-using tasket::testing::ProgramOptions;
-using tasket::testing::ProgramRun;
-using tasket::testing::sqlRows;
-using tasket::testing::writeFile;
+using namespace tasket::testing;
 
 namespace {
 
 class TasketShareTest : public ::testing::Test {
   protected:
-    std::filesystem::path storeFile() const {
-        return tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite";
-    }
+    std::filesystem::path storeFile() const { return groupFolder(dir.path()) / "TK_Data.sqlite"; }
 
     /// No display, so the terminal prompt asks, unless `offscreen` lets the
     /// form draw off screen. Runs in the test folder.
@@ -52,7 +47,7 @@ class TasketShareTest : public ::testing::Test {
                      std::optional<std::string> input = std::nullopt) {
         auto o = options();
         o.input = std::move(input);
-        return tasket::testing::runProgram(TASKET_SHARE_BINARY, arguments, o);
+        return runProgram(TASKET_SHARE_BINARY, arguments, o);
     }
 
     void buyPaidTier() {
@@ -80,7 +75,7 @@ class TasketShareTest : public ::testing::Test {
         return tasks.empty() ? nullptr : tasks.front();
     }
 
-    tasket::testing::TempDir dir;
+    TempDir dir;
     bool offscreen = false;
     std::vector<std::shared_ptr<LocalDataManager>> readers;
 };
@@ -272,8 +267,7 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
     writeFile(dir / "big.bin", std::string(size, 'x'));
     const std::vector<std::string> arguments = {"--yes", "--text", "Big", "big.bin"};
     for (const int delayMs : {0, 20, 40, 60, 90, 120, 160, 220, 300, 400, 600}) {
-        const pid_t child =
-            tasket::testing::startProgram(TASKET_SHARE_BINARY, arguments, options());
+        const pid_t child = startProgram(TASKET_SHARE_BINARY, arguments, options());
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         ::kill(child, SIGKILL);
         int status = 0;
@@ -318,8 +312,7 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
     ASSERT_EQ(::unlockpt(master), 0);
     auto o = options();
     o.inputFile = ::ptsname(master);
-    const ProgramRun run =
-        tasket::testing::runProgram(TASKET_SHARE_BINARY, {"--yes", "--image", "-"}, o);
+    const ProgramRun run = runProgram(TASKET_SHARE_BINARY, {"--yes", "--image", "-"}, o);
     ::close(master);
     EXPECT_EQ(run.status, 64) << run.err;
     EXPECT_TRUE(run.err.contains("refusing to read picture bytes from a terminal")) << run.err;
@@ -330,8 +323,7 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
 // names a list of the store, the prompt that would list them is refused,
 // and the form draws only the locked screen.
 TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
-    tasket::testing::seedStore(tasket::testing::groupFolder(dir.path()),
-                               {"--list", "Home", "--list", "Work"}, dir.path());
+    seedStore(groupFolder(dir.path()), {"--list", "Home", "--list", "Work"}, dir.path());
     tasket::platform::FilePreferencesSuite suite(dir / "config", std::string(keys::kAppGroupSuite));
     ASSERT_TRUE(suite.setValue(keys::kIsAuthenticationEnabled, true));
     const std::filesystem::path png = dir / "locked.png";
