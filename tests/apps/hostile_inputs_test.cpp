@@ -7,6 +7,7 @@
 #include "common/exit_code.h"
 #include "support/output_checks.h"
 #include "support/program_run.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -24,9 +25,7 @@
 
 namespace fs = std::filesystem;
 using namespace tasket::apps;
-using tasket::testing::ProgramRun;
-using tasket::testing::readFile;
-using tasket::testing::writeFile;
+using namespace tasket::testing;
 
 namespace {
 
@@ -44,9 +43,9 @@ std::map<std::string, std::string> filesIn(const fs::path& folder) {
 struct Case {
     std::string name;
     std::function<void(const fs::path& home)> spoil;
-    std::vector<std::string> command; // the program, then its arguments
-    int status;
-    std::vector<std::string> says; // in standard error, in this order
+    std::vector<std::string> says;         // in standard error, in this order
+    std::vector<std::string> command = {}; // the program, then its arguments; empty: the test's
+    int status = -1;                       // -1: the test's
     std::function<void(const fs::path& home)> restore = {};
 };
 
@@ -54,7 +53,7 @@ class HostileInputs : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         // One small store, written by the program and checkpointed.
-        s_store = new tasket::testing::TempDir;
+        s_store = new TempDir;
         for (const char* link : {"https://example.org/a", "https://example.org/b"})
             ASSERT_EQ(run({TASKET_SHARE_BINARY, "--yes", link}, s_store->path()).status, 0);
         ASSERT_EQ(run({TASKET_BINARY, "lists"}, s_store->path()).status, 0);
@@ -64,32 +63,32 @@ class HostileInputs : public ::testing::Test {
     static ProgramRun run(std::vector<std::string> command, const fs::path& home) {
         const std::string program = command.front();
         command.erase(command.begin());
-        return tasket::testing::runProgram(program, command, {.home = home});
+        return runProgram(program, command, {.home = home});
     }
 
-    static fs::path storeFile(const fs::path& home) {
-        return tasket::testing::groupFolder(home) / "TK_Data.sqlite";
-    }
+    static fs::path storeFile(const fs::path& home) { return groupFolder(home) / "TK_Data.sqlite"; }
 
-    // Runs each case in a fresh copy of the store: the status, the messages,
-    // and the home folder's files untouched.
-    void check(const std::vector<Case>& cases) {
+    // Runs each case (with `command` and expecting `status` unless it says
+    // otherwise) in a fresh copy of the store: the status, the messages, and
+    // the home folder's files untouched.
+    void check(const std::vector<Case>& cases, const std::vector<std::string>& command,
+               int status) {
         for (const auto& c : cases) {
             SCOPED_TRACE(c.name);
-            tasket::testing::TempDir home;
+            TempDir home;
             fs::copy(s_store->path(), home.path(), fs::copy_options::recursive);
             c.spoil(home.path());
             const auto before = filesIn(home.path());
-            const ProgramRun ran = run(c.command, home.path());
-            EXPECT_EQ(ran.status, c.status) << ran.err;
-            tasket::testing::expectInOrder(ran.err, c.says);
+            const ProgramRun ran = run(c.command.empty() ? command : c.command, home.path());
+            EXPECT_EQ(ran.status, c.status < 0 ? status : c.status) << ran.err;
+            expectInOrder(ran.err, c.says);
             EXPECT_TRUE(filesIn(home.path()) == before) << "a file of the user's changed";
             if (c.restore)
                 c.restore(home.path());
         }
     }
 
-    static inline tasket::testing::TempDir* s_store = nullptr;
+    static inline TempDir* s_store = nullptr;
 };
 
 const std::vector<std::string> kLists = {TASKET_BINARY, "lists"};
@@ -106,13 +105,11 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
              std::fill_n(bytes.begin(), 100, '\0');
              writeFile(storeFile(home), bytes);
          },
-         kShare,
-         kExitSoftware,
          {kLoadFailure, "file is not a database", "Nothing was changed."}},
         {"a write-ahead log from another database",
          [](const fs::path& home) {
              // Another store's log: its first page describes other tables.
-             tasket::testing::TempDir other;
+             TempDir other;
              ASSERT_EQ(
                  run({TASKET_SHARE_BINARY, "--yes", "https://example.org/x"}, other.path()).status,
                  0);
@@ -130,35 +127,25 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
              ASSERT_GT(fs::file_size(log), 0u);
              writeFile(storeFile(home).string() + "-wal", readFile(log));
          },
-         kLists,
-         kExitSoftware,
-         {kLoadFailure, "Nothing was changed."}},
+         {kLoadFailure, "Nothing was changed."},
+         kLists},
         {"another program's database",
          [](const fs::path& home) {
              fs::remove(storeFile(home));
-             sqlite3* db = nullptr;
-             sqlite3_open(storeFile(home).c_str(), &db);
-             sqlite3_exec(db, "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')", nullptr,
-                          nullptr, nullptr);
-             sqlite3_close(db);
+             sqlRows(storeFile(home), "CREATE TABLE notes(text); INSERT INTO notes VALUES('mine')");
          },
-         kShare,
-         kExitSoftware,
          {kLoadFailure, "holds tables that are not a store's"}},
         {"a group folder that is a link to somewhere else",
          [](const fs::path& home) {
-             const auto group = tasket::testing::groupFolder(home);
+             const auto group = groupFolder(home);
              fs::rename(group, home / "elsewhere");
              fs::create_directory_symlink(home / "elsewhere", group);
          },
-         kShare,
-         kExitSoftware,
          {"link"}},
         {"a file-size limit the save would pass",
          [](const fs::path&) {},
-         {"/usr/bin/prlimit", "--fsize=4096", TASKET_SHARE_BINARY, "--yes", "https://e.org/d"},
-         kExitSoftware,
-         {kLoadFailure, "disk is not full"}},
+         {kLoadFailure, "disk is not full"},
+         {"/usr/bin/prlimit", "--fsize=4096", TASKET_SHARE_BINARY, "--yes", "https://e.org/d"}},
     };
     // A store the user may only read: root reads and writes anything, so
     // as root the program runs as nobody.
@@ -178,16 +165,16 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
                              ASSERT_EQ(::lchown(entry.path().c_str(), 65534, 65534), 0);
                          ASSERT_EQ(::chown(home.c_str(), 65534, 65534), 0);
                      },
+                     {"attempt to write a readonly database", "can be read and written"},
                      asUser(kShare),
-                     kExitNoPermission,
-                     {"attempt to write a readonly database", "can be read and written"}});
+                     kExitNoPermission});
     // A full disk: a small file system holding the group folder, filled up.
     // Mounting one needs root.
     if (root)
         cases.push_back(
             {"a full disk",
              [](const fs::path& home) {
-                 const auto group = tasket::testing::groupFolder(home);
+                 const auto group = groupFolder(home);
                  fs::rename(group, home / "kept");
                  fs::create_directory(group);
                  ASSERT_EQ(::mount("tmpfs", group.c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0);
@@ -198,21 +185,18 @@ TEST_F(HostileInputs, ADamagedOrForeignStoreIsNamedAndLeftAsItIs) {
                  while (filler.write(block.data(), block.size()) && filler.flush()) {
                  }
              },
+             {kLoadFailure, "disk I/O error", "disk is not full"},
              kShare,
              kExitSoftware,
-             {kLoadFailure, "disk I/O error", "disk is not full"},
-             [](const fs::path& home) {
-                 ::umount2(tasket::testing::groupFolder(home).c_str(), MNT_DETACH);
-             }});
+             [](const fs::path& home) { ::umount2(groupFolder(home).c_str(), MNT_DETACH); }});
     // The store cut short at every page boundary.
     const auto size = fs::file_size(storeFile(s_store->path()));
     for (std::uintmax_t cut = 4096; cut < size; cut += 4096)
         cases.push_back({"cut at byte " + std::to_string(cut),
                          [cut](const fs::path& home) { fs::resize_file(storeFile(home), cut); },
-                         kLists,
-                         kExitSoftware,
-                         {kLoadFailure, "malformed", "Nothing was changed."}});
-    check(cases);
+                         {kLoadFailure, "malformed", "Nothing was changed."},
+                         kLists});
+    check(cases, kShare, kExitSoftware);
 }
 
 TEST_F(HostileInputs, AnUnusableSettingsFileIsReportedAndTheProgramsGoOnWithDefaults) {
@@ -228,31 +212,24 @@ TEST_F(HostileInputs, AnUnusableSettingsFileIsReportedAndTheProgramsGoOnWithDefa
             bytes[i] = static_cast<char>((i * 7919u + 13u) % 256u);
         return bytes;
     }();
-    check({
+    const std::vector<Case> cases = {
         {"binary garbage",
          settings([&](const fs::path& f) { writeFile(f, garbage); }),
-         kLists,
-         kExitSuccess,
          {"not a valid preferences document", "using defaults"}},
         {"huge",
          settings([](const fs::path& f) {
              writeFile(f, "{");
              fs::resize_file(f, 40u << 20);
          }),
-         kLists,
-         kExitSuccess,
          {"more than a document may hold", "using defaults"}},
         {"a folder",
          settings([](const fs::path& f) { fs::create_directory(f); }),
-         kLists,
-         kExitSuccess,
          {"cannot be read (it is not a regular file)"}},
         {"a named pipe",
          settings([](const fs::path& f) { ::mkfifo(f.c_str(), 0600); }),
-         kLists,
-         kExitSuccess,
          {"cannot be read (it is not a regular file)"}},
-    });
+    };
+    check(cases, kLists, kExitSuccess);
 }
 
 TEST_F(HostileInputs, SpecialFilesAndAbsurdCommandLinesAreRefusedOrBounded) {
@@ -275,24 +252,19 @@ TEST_F(HostileInputs, SpecialFilesAndAbsurdCommandLinesAreRefusedOrBounded) {
         thousand.push_back("--bogus" + std::to_string(i));
     // Each refusal leaves the store as it was: with nothing else to share,
     // nothing is saved.
-    check({
-        {"a device",
-         nothing,
-         share({"/dev/zero"}),
-         kExitDataError,
-         {"\"/dev/zero\": it is a device"}},
+    const std::vector<Case> cases = {
+        {"a device", nothing, {"\"/dev/zero\": it is a device"}, share({"/dev/zero"})},
         {"a named pipe",
          [](const fs::path& h) { ::mkfifo((h / "pipe").c_str(), 0600); },
-         share({"pipe"}),
-         kExitDataError,
-         {"pipe"}},
-        {"a socket", socketAt, share({"socket"}), kExitDataError, {"socket"}},
-        {"a folder", nothing, share({"/"}), kExitDataError, {"\"/\""}},
-        {"a thousand unknown options", nothing, thousand, kExitUsage, {"--bogus0"}},
+         {"\"pipe\": it is a FIFO"},
+         share({"pipe"})},
+        {"a socket", socketAt, {"\"socket\": it is a socket"}, share({"socket"})},
+        {"a folder", nothing, {"\"/\""}, share({"/"})},
+        {"a thousand unknown options", nothing, {"--bogus0"}, thousand, kExitUsage},
         {"a text longer than the store takes",
          nothing,
-         {TASKET_SHARE_BINARY, "--yes", "--text", std::string(120'000, 'x') + '\xff'},
-         kExitDataError,
-         {"UTF-8"}},
-    });
+         {"UTF-8"},
+         {TASKET_SHARE_BINARY, "--yes", "--text", std::string(120'000, 'x') + '\xff'}},
+    };
+    check(cases, {}, kExitDataError);
 }

@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QImageReader>
 #include <QImageWriter>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -99,8 +100,7 @@ TEST_F(QtImageConverterTest, RefusesBytesThatAreNoPicture) {
         auto png = m_converter.convertToPNG(bytes);
         ASSERT_FALSE(png);
         EXPECT_EQ(png.error().code, Errc::invalidArgument);
-        EXPECT_NE(png.error().message.find("cannot be decoded"), std::string::npos)
-            << png.error().message;
+        EXPECT_THAT(png.error().message, ::testing::HasSubstr("cannot be decoded"));
     }
 }
 

@@ -307,10 +307,7 @@ TEST_F(ShareFormTest, TheListsFollowAnotherProgramAndDoneExplainsAChosenListItDe
                                          {"--delete=Errands", "Home,Office"}}) {
         const auto option = QString(change).section('=', 0, 0).toStdString();
         const auto value = QString(change).section('=', 1).toStdString();
-        ASSERT_EQ(runProgram(SEED_STORE_BINARY, {dir.path().string(), option, value},
-                             {.home = dir.path()})
-                      .status,
-                  0);
+        seedStore(dir.path(), {option, value}, dir.path());
         QStringList expected =
             QString(labels).split(',').replaceInStrings(QRegularExpression("$"), " (0 tasks)");
         expected.append("New List…");

@@ -22,8 +22,7 @@
 #include <vector>
 
 using namespace tasket::apps;
-using tasket::testing::ProgramRun;
-using tasket::testing::runProgram;
+using namespace tasket::testing;
 
 namespace {
 
@@ -37,25 +36,16 @@ ProgramRun runFrame(std::vector<std::string> arguments) {
 // Seeds two lists with a task each under `home`; returns what it printed
 // (one line per record: kind, identifier, title).
 std::string seedTwoLists(const std::filesystem::path& home) {
-    const ProgramRun seeded =
-        runProgram(SEED_STORE_BINARY,
-                   {tasket::testing::groupFolder(home).string(), "--list", "Home", "--task",
-                    "Water plants", "--list", "Work", "--task", "Write report"},
-                   {.home = home});
-    EXPECT_EQ(seeded.status, 0) << seeded.err;
-    return seeded.out;
+    return seedStore(
+        groupFolder(home),
+        {"--list", "Home", "--task", "Water plants", "--list", "Work", "--task", "Write report"},
+        home);
 }
 
 std::shared_ptr<tasket::platform::FilePreferencesSuite>
 groupSuite(const std::filesystem::path& home) {
     return std::make_shared<tasket::platform::FilePreferencesSuite>(
         home / "config", std::string(tasket::settings::keys::kAppGroupSuite));
-}
-
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
 }
 
 } // namespace
@@ -107,61 +97,47 @@ TEST(TasketCli, HelpVersionAndWrongCommandLines) {
 // store is among the hostile inputs; the lists' text form is in the daily
 // test.)
 TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     std::ofstream(dir / "notes.txt") << std::string(1234, 'x');
-    const ProgramRun seeded = runProgram(
-        SEED_STORE_BINARY,
-        {tasket::testing::groupFolder(dir.path()).string(), "--list", "Home", "--task",
-         "Water plants", "--task", "Read article", "--url", "https://example.com/article",
-         "--attach", "notes.txt", "--list", "Work", "--task", "Write report"},
-        {.home = dir.path()});
-    ASSERT_EQ(seeded.status, 0) << seeded.err;
-    const auto at = seeded.out.find("\tRead article");
+    const std::string seeded =
+        seedStore(groupFolder(dir.path()),
+                  {"--list", "Home", "--task", "Water plants", "--task", "Read article", "--url",
+                   "https://example.com/article", "--attach", "notes.txt", "--list", "Work",
+                   "--task", "Write report"},
+                  dir.path());
+    const auto at = seeded.find("\tRead article");
     ASSERT_NE(at, std::string::npos);
-    const std::string sharedID = seeded.out.substr(at - 36, 36);
+    const std::string sharedID = seeded.substr(at - 36, 36);
+    std::string lowerID = sharedID;
+    std::ranges::transform(lowerID, lowerID.begin(),
+                           [](unsigned char c) { return std::tolower(c); });
 
-    struct Case {
-        std::vector<std::string> arguments;
-        int status;
-        std::vector<std::string> expected; // in this order
-        std::vector<std::string> absent;
-    };
-    const std::vector<Case> cases = {
-        {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}, {}},
-        {{"lists", "--json"},
-         0,
-         {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""},
-         {}},
+    const std::vector<Step> steps = {
+        {{"version"}, 0, {"tasket " + std::string(kTasketVersion) + "\n"}},
+        {{"lists", "--json"}, 0, {"\"title\": \"Home\"", "\"tasks\": 2", "\"title\": \"Work\""}},
         {{"tasks", "--list", "Home"},
          0,
          {"Read article\tHome", "Water plants\tHome"},
          {"Write report"}},
         {{"tasks", "--search", "RE"}, 0, {"Write report", "Read article"}, {"Water plants"}},
-        {{"tasks", "--list", "Elsewhere"}, kExitNoInput, {"there is no list \"Elsewhere\""}, {}},
+        {{"tasks", "--list", "Elsewhere"}, kExitNoInput, {"there is no list \"Elsewhere\""}},
         {{"show", sharedID},
          0,
          {"Read article", "list:  Home", "link:  https://example.com/article",
-          "attachment: notes.txt (file, 1234 bytes)"},
-         {}},
+          "attachment: notes.txt (file, 1234 bytes)"}},
         // Identifiers are found whatever the case of their letters.
-        {{"show", "--json", lower(sharedID)},
+        {{"show", "--json", lowerID},
          0,
          {"\"title\": \"Read article\"", "\"url\": \"https://example.com/article\"",
-          "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"},
-         {}},
-        {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}, {}},
+          "\"list\": \"Home\"", "\"fileExtension\": \"txt\"", "\"size\": 1234"}},
+        {{"show", "00000000-0000-0000-0000-000000000000"}, kExitNoInput, {"there is no task"}},
         {{"entities", "tasks", "--id", sharedID, "--json"},
          0,
          {"\"title\": \"Read article\"", "\"category\": {", "\"title\": \"Home\""},
          {"Water plants"}},
         {{"entities", "focus-lists", "--search", "OR"}, 0, {"\tWork\n"}, {"Home"}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.arguments));
-        const ProgramRun run = runProgram(TASKET_BINARY, c.arguments, {.home = dir.path()});
-        EXPECT_EQ(run.status, c.status) << run.err;
-        tasket::testing::expectInOrder(run.out + run.err, c.expected, c.absent);
-    }
+    runSteps(TASKET_BINARY, steps, {.home = dir.path()});
 }
 
 // While the lock is on, no command that shows stored data runs without a
@@ -169,7 +145,7 @@ TEST(TasketProgram, PrintsWhatTheStoreHoldsOrWhyNot) {
 // table is tried with arguments that would make it print, and nothing of
 // the store (titles, identifiers) comes out.
 TEST(TasketProgram, ShowsNothingStoredWhileLocked) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     const std::string seeded = seedTwoLists(dir.path());
     std::vector<std::string> secrets;
     std::istringstream lines(seeded);
@@ -212,7 +188,7 @@ TEST(TasketProgram, ShowsNothingStoredWhileLocked) {
 // A focus set by one process is followed by another that watches the
 // settings, and narrows the tasks the program prints.
 TEST(TasketProgram, FocusSetByOneProcessIsFollowedByAnother) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     const std::string seeded = seedTwoLists(dir.path());
     const auto at = seeded.find("\tWork\n");
     ASSERT_NE(at, std::string::npos);

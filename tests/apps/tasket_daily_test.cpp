@@ -24,39 +24,25 @@
 #include <vector>
 
 using namespace tasket::apps;
-using tasket::testing::ProgramRun;
+using namespace tasket::testing;
 
 namespace {
 
 constexpr const char* kZone = "Pacific/Kiritimati";
 
-struct Step {
-    std::vector<std::string> arguments; // "{NAME}" is the output captured as NAME
-    int status = 0;
-    std::vector<std::string> expected = {}; // in this order, in standard output and error
-    std::vector<std::string> absent = {};
-    std::string capture = {}; // keeps the first output line under this name
-};
-
-std::string substituted(std::string text, const std::map<std::string, std::string>& names) {
-    for (const auto& [name, value] : names)
-        for (std::size_t at; (at = text.find("{" + name + "}")) != std::string::npos;)
-            text.replace(at, name.size() + 2, value);
-    return text;
-}
-
 } // namespace
 
 TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     // The programs inherit the test's zone (the suite pins one for every test).
     ASSERT_EQ(setenv("TZ", kZone, 1), 0);
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const ProgramOptions options{.home = dir.path()};
     const auto zone = tasket::platform::Calendar::inZone(kZone).value();
     const auto now = tasket::platform::Clock::shared().now();
     const std::string today = tasket::platform::isoDay(now, zone);
     const std::string tomorrow = tasket::platform::isoDay(zone.addingDays(now, 1), zone);
 
+    const auto share = TASKET_SHARE_BINARY;
     const std::vector<Step> steps = {
         {{"lists", "add", "Work"}, 0, {}, {}, "W"},
         {{"add", "Call Ann", "--list", "Work", "--due", today + "T23:59"}, 0, {}, {}, "A"},
@@ -64,6 +50,10 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
         {{"add", "Sleep", "--list", "Home"},
          kExitNoInput,
          {"there is no list \"Home\"", "the lists are \"Work\"", "--create-list"}},
+        {.arguments = {"--yes", "--list", "Home", "https://example.com"},
+         .status = kExitNoInput,
+         .expected = {"there is no list \"Home\"; the lists are \"Work\"; add --create-list"},
+         .program = share},
         {{"add", "Sleep", "--list", "Home", "--create-list", "--pin"}, 0, {}, {}, "C"},
         {{"add", "Bad", "--due", "2026-02-30"}, kExitDataError, {"\"2026-02-30\" is not a date"}},
         {{"add", "Bad", "--tag", "urgent"}, kExitNoInput, {"there is no tag \"urgent\""}},
@@ -105,12 +95,9 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
          0,
          {"\"identifier\": \"{A}\"", "\"interruptionLevel\": \"active\""},
          {"{B}"}},
-        {{"add", "Wake", "--remind", tomorrow + "T07:15:59", "--remind-start", today, "--level",
-          "passive"},
-         0,
-         {},
-         {},
-         "R"},
+        {.arguments = {"add", "Wake", "--remind", tomorrow + "T07:15:59", "--remind-start", today,
+                       "--level", "passive"},
+         .capture = "R"},
         // The all-day start fires at the all-day reminder time; seconds are dropped.
         {{"reminders", "list", "--json"},
          0,
@@ -123,82 +110,47 @@ TEST(TasketDaily, CommandsDoWhatTheySayAndRefuseWhatTheyCannot) {
         {{"reminders", "list"}, 0, {"start\t{R}", "due\t{R}"}},
         {{"edit", "{R}", "--no-remind"}},
         {{"reminders", "list"}, 0, {"{A}"}, {"{R}"}},
+        {.arguments = {"--yes", "--list", "Later", "--create-list", "--text", "Read",
+                       "https://e.org"},
+         .program = share},
+        {{"tasks", "--list", "Later"}, 0, {"\tRead\tLater\t"}},
     };
-    std::map<std::string, std::string> captured;
-    for (const Step& step : steps) {
-        std::vector<std::string> arguments;
-        for (const auto& argument : step.arguments)
-            arguments.push_back(substituted(argument, captured));
-        SCOPED_TRACE(::testing::PrintToString(arguments));
-        const ProgramRun run = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
-        EXPECT_EQ(run.status, step.status) << run.err;
-        std::vector<std::string> expected;
-        for (const auto& text : step.expected)
-            expected.push_back(substituted(text, captured));
-        tasket::testing::expectInOrder(run.out + run.err, expected, step.absent);
-        if (!step.capture.empty())
-            captured[step.capture] = run.out.substr(0, run.out.find('\n'));
-    }
+    auto captured = runSteps(TASKET_BINARY, steps, options);
     EXPECT_TRUE(std::regex_match(captured["A"], std::regex("[0-9A-F-]{36}"))) << captured["A"];
 }
 
 // Several tasket add at the same moment on one store: each saves its task,
 // and the last one out closes the store, leaving no log to replay.
 TEST(TasketDaily, ParallelAddsLoseNothing) {
-    tasket::testing::TempDir dir;
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
-    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Inbox"}, options).status,
-              0);
+    TempDir dir;
+    const ProgramOptions options{.home = dir.path()};
+    ASSERT_EQ(runProgram(TASKET_BINARY, {"lists", "add", "Inbox"}, options).status, 0);
     constexpr int kRounds = 4;
     for (int round = 0; round < kRounds; ++round) {
-        const pid_t first = tasket::testing::startProgram(
-            TASKET_BINARY, {"add", "first " + std::to_string(round)}, options);
-        const pid_t second = tasket::testing::startProgram(
-            TASKET_BINARY, {"add", "second " + std::to_string(round)}, options);
+        const pid_t first =
+            startProgram(TASKET_BINARY, {"add", "first " + std::to_string(round)}, options);
+        const pid_t second =
+            startProgram(TASKET_BINARY, {"add", "second " + std::to_string(round)}, options);
         for (const pid_t child : {first, second}) {
             int status = 0;
             ASSERT_EQ(waitpid(child, &status, 0), child);
             EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         }
     }
-    EXPECT_FALSE(
-        std::filesystem::exists(tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite-wal"));
-    const ProgramRun count = tasket::testing::runProgram(TASKET_BINARY, {"count"}, options);
+    EXPECT_FALSE(std::filesystem::exists(groupFolder(dir.path()) / "TK_Data.sqlite-wal"));
+    const ProgramRun count = runProgram(TASKET_BINARY, {"count"}, options);
     EXPECT_EQ(count.out, std::to_string(2 * kRounds) + "\n") << count.err;
-}
-
-// tasket-share into a list that does not exist says so and offers
-// --create-list, which makes it.
-TEST(TasketDaily, ShareIntoAMissingListOffersToMakeIt) {
-    tasket::testing::TempDir dir;
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
-    ASSERT_EQ(tasket::testing::runProgram(TASKET_BINARY, {"lists", "add", "Work"}, options).status,
-              0);
-    const std::vector<std::string> share = {
-        "https://example.com", "--text", "Read", "--list", "Later", "--yes"};
-    const ProgramRun refused = tasket::testing::runProgram(TASKET_SHARE_BINARY, share, options);
-    EXPECT_EQ(refused.status, kExitNoInput);
-    EXPECT_NE(refused.err.find("there is no list \"Later\"; the lists are \"Work\"; add "
-                               "--create-list to make it"),
-              std::string::npos)
-        << refused.err;
-    auto creating = share;
-    creating.push_back("--create-list");
-    EXPECT_EQ(tasket::testing::runProgram(TASKET_SHARE_BINARY, creating, options).status, 0);
-    const ProgramRun listed =
-        tasket::testing::runProgram(TASKET_BINARY, {"tasks", "--list", "Later"}, options);
-    EXPECT_NE(listed.out.find("\tRead\tLater\t"), std::string::npos) << listed.out << listed.err;
 }
 
 // Lists mirrored into a vdir folder: the tasks (a shared one at once) become
 // .ics files that todoman lists, and an edit made there by another calendar program, or a
 // task todoman made, comes back into the store; events are as khal shows them.
 TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
-    tasket::testing::TempDir dir;
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    TempDir dir;
+    const ProgramOptions options{.home = dir.path()};
     const auto run = [&](const std::vector<std::string>& arguments,
                          const char* program = TASKET_BINARY) {
-        const ProgramRun result = tasket::testing::runProgram(program, arguments, options);
+        const ProgramRun result = runProgram(program, arguments, options);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     };
@@ -215,12 +167,12 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
         if (entry.path().extension() == ".ics")
             file = entry.path();
     ASSERT_FALSE(file.empty());
-    std::string text = tasket::testing::readFile(file);
+    std::string text = readFile(file);
     EXPECT_NE(text.find("DUE;VALUE=DATE:20261124"), std::string::npos) << text;
     const auto at = text.find("SUMMARY:Buy milk");
     ASSERT_NE(at, std::string::npos) << text;
     text.replace(at, 16, "SUMMARY:Buy oat milk");
-    tasket::testing::writeFile(file, text);
+    writeFile(file, text);
 
     std::filesystem::create_directories(dir / "config/todoman");
     std::ofstream(dir / "config/todoman/config.py")
@@ -263,12 +215,12 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
 // The same mirror through a CalDAV account on a real server, the login in
 // ~/.netrc: the task is stored there, and another client's edit comes back.
 TEST(TasketDaily, CalendarsMirrorListsIntoACaldavAccount) {
-    tasket::testing::RadicaleServer server;
-    tasket::testing::TempDir dir;
+    RadicaleServer server;
+    TempDir dir;
     std::filesystem::copy_file(server.netrcFile(), dir / ".netrc");
-    const tasket::testing::ProgramOptions options{.home = dir.path()};
+    const ProgramOptions options{.home = dir.path()};
     const auto run = [&](const std::vector<std::string>& arguments) {
-        const ProgramRun result = tasket::testing::runProgram(TASKET_BINARY, arguments, options);
+        const ProgramRun result = runProgram(TASKET_BINARY, arguments, options);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     };

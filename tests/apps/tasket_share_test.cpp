@@ -7,13 +7,13 @@
 #include "store/local_data_manager.h"
 #include "store/records.h"
 #include "support/program_run.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 
 #include <QBuffer>
 #include <QImage>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,17 +27,13 @@ namespace keys = tasket::settings::keys;
 using tasket::store::LocalDataManager;
 using tasket::store::TK_Category;
 using tasket::store::TK_Task;
-using tasket::testing::ProgramOptions;
-using tasket::testing::ProgramRun;
-using tasket::testing::writeFile;
+using namespace tasket::testing;
 
 namespace {
 
 class TasketShareTest : public ::testing::Test {
   protected:
-    std::filesystem::path storeFile() const {
-        return tasket::testing::groupFolder(dir.path()) / "TK_Data.sqlite";
-    }
+    std::filesystem::path storeFile() const { return groupFolder(dir.path()) / "TK_Data.sqlite"; }
 
     /// No display, so the terminal prompt asks, unless `offscreen` lets the
     /// form draw off screen. Runs in the test folder.
@@ -51,7 +47,7 @@ class TasketShareTest : public ::testing::Test {
                      std::optional<std::string> input = std::nullopt) {
         auto o = options();
         o.input = std::move(input);
-        return tasket::testing::runProgram(TASKET_SHARE_BINARY, arguments, o);
+        return runProgram(TASKET_SHARE_BINARY, arguments, o);
     }
 
     void buyPaidTier() {
@@ -79,7 +75,7 @@ class TasketShareTest : public ::testing::Test {
         return tasks.empty() ? nullptr : tasks.front();
     }
 
-    tasket::testing::TempDir dir;
+    TempDir dir;
     bool offscreen = false;
     std::vector<std::shared_ptr<LocalDataManager>> readers;
 };
@@ -268,32 +264,17 @@ TEST_F(TasketShareTest, AScreenshotDrawsTheFormIntoAPNGAndWritesNothing) {
 TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
     buyPaidTier();
     const std::size_t size = 24u * 1024 * 1024;
-    {
-        std::ofstream big((dir / "big.bin").string(), std::ios::binary);
-        const std::string block(1024 * 1024, 'x');
-        for (std::size_t i = 0; i < size / block.size(); ++i)
-            big << block;
-    }
+    writeFile(dir / "big.bin", std::string(size, 'x'));
     const std::vector<std::string> arguments = {"--yes", "--text", "Big", "big.bin"};
     for (const int delayMs : {0, 20, 40, 60, 90, 120, 160, 220, 300, 400, 600}) {
-        const pid_t child =
-            tasket::testing::startProgram(TASKET_SHARE_BINARY, arguments, options());
+        const pid_t child = startProgram(TASKET_SHARE_BINARY, arguments, options());
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         ::kill(child, SIGKILL);
         int status = 0;
         ::waitpid(child, &status, 0);
     }
     if (std::filesystem::exists(storeFile())) {
-        sqlite3* db = nullptr;
-        ASSERT_EQ(sqlite3_open_v2(storeFile().c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
-                  SQLITE_OK);
-        sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr),
-                  SQLITE_OK);
-        ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
-        EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "ok");
-        sqlite3_finalize(statement);
-        sqlite3_close(db);
+        EXPECT_EQ(sqlRows(storeFile(), "PRAGMA integrity_check"), std::vector<std::string>{"ok"});
     }
     for (const auto& task : storedTasks()) {
         EXPECT_EQ(task->title(), "Big");
@@ -312,14 +293,8 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
 // nothing behind.
 TEST_F(TasketShareTest, AFailedSaveIsReportedAndExitsNonZero) {
     ASSERT_EQ(share({"--yes", "--text", "First", "https://example.org/1"}).status, 0);
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(storeFile().c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db,
-                           "CREATE TRIGGER refuse BEFORE INSERT ON TK_Task "
-                           "BEGIN SELECT RAISE(ABORT, 'the disk said no'); END",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(db);
+    sqlRows(storeFile(), "CREATE TRIGGER refuse BEFORE INSERT ON TK_Task "
+                         "BEGIN SELECT RAISE(ABORT, 'the disk said no'); END");
     const ProgramRun run = share({"--yes", "--text", "Second", "https://example.org/2"});
     EXPECT_NE(run.status, 0);
     EXPECT_TRUE(run.err.contains("the task could not be saved")) << run.err;
@@ -337,8 +312,7 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
     ASSERT_EQ(::unlockpt(master), 0);
     auto o = options();
     o.inputFile = ::ptsname(master);
-    const ProgramRun run =
-        tasket::testing::runProgram(TASKET_SHARE_BINARY, {"--yes", "--image", "-"}, o);
+    const ProgramRun run = runProgram(TASKET_SHARE_BINARY, {"--yes", "--image", "-"}, o);
     ::close(master);
     EXPECT_EQ(run.status, 64) << run.err;
     EXPECT_TRUE(run.err.contains("refusing to read picture bytes from a terminal")) << run.err;
@@ -349,12 +323,7 @@ TEST_F(TasketShareTest, APictureFromAStandardInputThatIsATerminalIsRefused) {
 // names a list of the store, the prompt that would list them is refused,
 // and the form draws only the locked screen.
 TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
-    ASSERT_EQ(tasket::testing::runProgram(SEED_STORE_BINARY,
-                                          {tasket::testing::groupFolder(dir.path()).string(),
-                                           "--list", "Home", "--list", "Work"},
-                                          {.home = dir.path()})
-                  .status,
-              0);
+    seedStore(groupFolder(dir.path()), {"--list", "Home", "--list", "Work"}, dir.path());
     tasket::platform::FilePreferencesSuite suite(dir / "config", std::string(keys::kAppGroupSuite));
     ASSERT_TRUE(suite.setValue(keys::kIsAuthenticationEnabled, true));
     const std::filesystem::path png = dir / "locked.png";
@@ -366,11 +335,7 @@ TEST_F(TasketShareTest, ALockedShareSavesButNamesNoList) {
         std::size_t tasksAfter;
     };
     const Case cases[] = {
-        {{"--yes", "--list", "Work", "--text", "Saved blind", "https://a.example"},
-         {},
-         false,
-         0,
-         1},
+        {{"--yes", "--list", "Work", "--text", "Blind", "https://a.example"}, {}, false, 0, 1},
         {{"--yes", "--json", "--text", "Default list", "https://b.example"}, {}, false, 0, 2},
         {{"--yes", "--list", "Nowhere", "https://c.example"}, {}, false, 66, 2},
         {{"https://d.example"}, "Typed\n1\ny\n", false, 79, 2},

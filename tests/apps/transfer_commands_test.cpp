@@ -9,25 +9,21 @@
 #include <fstream>
 #include <sstream>
 
-using tasket::testing::ProgramRun;
-using tasket::testing::runProgram;
+using namespace tasket::testing;
 
 namespace {
 
-ProgramRun tasket(const tasket::testing::TempDir& home, std::vector<std::string> arguments) {
+ProgramRun tasket(const TempDir& home, std::vector<std::string> arguments) {
     return runProgram(TASKET_BINARY, arguments, {.home = home.path()});
 }
 
 TEST(TransferCommands, ExportImportAndWhatTheyRefuse) {
-    tasket::testing::TempDir dir;
+    TempDir dir;
     std::ofstream(dir / "notes.txt") << "some notes";
-    ASSERT_EQ(runProgram(SEED_STORE_BINARY,
-                         {tasket::testing::groupFolder(dir.path()).string(), "--list", "Home",
-                          "--task", "Water plants", "--attach", "notes.txt", "--list", "Work",
-                          "--task", "Write report"},
-                         {.home = dir.path()})
-                  .status,
-              0);
+    seedStore(groupFolder(dir.path()),
+              {"--list", "Home", "--task", "Water plants", "--attach", "notes.txt", "--list",
+               "Work", "--task", "Write report"},
+              dir.path());
     const ProgramRun all = tasket(dir, {"export", "--all"});
     ASSERT_EQ(all.status, 0) << all.err;
     EXPECT_NE(all.out.find("\"kind\":\"TK_SharedAttachment\""), std::string::npos);
@@ -37,7 +33,7 @@ TEST(TransferCommands, ExportImportAndWhatTheyRefuse) {
     EXPECT_NE(home.out.find("Water plants"), std::string::npos);
     EXPECT_EQ(home.out.find("Write report"), std::string::npos);
 
-    tasket::testing::TempDir empty;
+    TempDir empty;
     const ProgramRun moved = tasket(empty, {"import", (dir / "all.jsonl").string()});
     ASSERT_EQ(moved.status, 0) << moved.err;
     EXPECT_EQ(tasket(empty, {"export"}).out, all.out);

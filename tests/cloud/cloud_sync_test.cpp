@@ -1,6 +1,7 @@
-// Cloud bookkeeping and sync over the in-memory cloud database: the retry
-// and counter rules, zone lookup, subscriptions, and a fault script that
-// fails requests in every retryable way.
+// Cloud bookkeeping and sync over the in-memory cloud database: the counter
+// rule, zone lookup, subscriptions, and a fault script that fails requests
+// in every retryable way (and some that are not), which is where the retry
+// delays are checked.
 #include "platform/clock.h"
 #include "platform/cloud/in_memory_cloud_container.h"
 #include "settings/settings_keys.h"
@@ -38,29 +39,7 @@ class CloudSyncTest : public ::testing::Test {
     std::shared_ptr<InMemoryCloudServer> server = std::make_shared<InMemoryCloudServer>();
 };
 
-CloudError error(CloudErrorCode code, std::optional<double> retryAfter = std::nullopt) {
-    return {code, "", retryAfter, {}};
-}
-
 } // namespace
-
-TEST(CloudRules, RetryDelays) {
-    struct Case {
-        CloudError error;
-        std::optional<double> delay;
-    };
-    const Case cases[] = {
-        {error(CloudErrorCode::requestRateLimited, 10.0), 10.0},
-        {error(CloudErrorCode::zoneBusy), 3.0},
-        {error(CloudErrorCode::serviceUnavailable), 3.0},
-        {error(CloudErrorCode::networkUnavailable, 0.5), 0.5},
-        {error(CloudErrorCode::networkFailure), 3.0},
-        {error(CloudErrorCode::notAuthenticated, 10.0), std::nullopt},
-        {error(CloudErrorCode::serverRecordChanged), std::nullopt},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(retryDelay(c.error), c.delay) << cloudErrorName(c.error.code);
-}
 
 TEST(CloudRules, CounterDecidesTheUpload) {
     struct Case {

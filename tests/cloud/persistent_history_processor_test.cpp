@@ -31,10 +31,7 @@ struct Store {
 
     void otherProcessAdds(std::initializer_list<const char*> titles) { // a transaction each
         for (const char* title : titles)
-            EXPECT_EQ(tasket::testing::runProgram(SEED_STORE_BINARY, {dir.path(), "--list", title},
-                                                  {.home = dir.path()})
-                          .status,
-                      0);
+            tasket::testing::seedStore(dir.path(), {"--list", title}, dir.path());
     }
     std::vector<tasket::objectstore::HistoryTransaction> history() {
         return *data->container()->store()->historyAfter(std::nullopt);

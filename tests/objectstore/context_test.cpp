@@ -2,6 +2,8 @@
 #include "platform/main_queue.h"
 #include "support/fatal_trap.h"
 
+#include <sqlite3.h>
+
 #include <chrono>
 #include <set>
 #include <thread>

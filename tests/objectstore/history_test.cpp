@@ -91,11 +91,8 @@ TEST(HistoryToken, ArchiveRoundTripsAndRejectsAnythingElse) {
 
 // A deleted object leaves a tombstone with the attributes its entity
 // preserves, cascaded deletions included; pruning history prunes them too.
-TEST(HistoryTombstones, KeepThePreservedValuesOfDeletedObjects) {
-    TempDir dir;
-    auto store =
-        *PersistentStore::open(dir / "t.sqlite", makeTestModel(), StoreOptions{true, false});
-    auto c = ObjectContext::make(store, ConcurrencyType::mainQueue);
+TEST_F(History, DeletedObjectsLeaveTombstonesWithTheirPreservedValues) {
+    auto c = context();
     auto list = c->insertNewObject("List");
     std::vector<ObjectPtr> items;
     for (const char* title : {"kept", "cascaded"}) {

@@ -29,51 +29,33 @@ EntityDescription& B(Model& m) {
 
 TEST(Model, ValidationRejectsWhatDoesNotPairUp) {
     struct Case {
-        const char* name;
-        std::function<void(Model&)> breakIt;
         const char* message;
+        std::function<void(Model&)> breakIt;
     };
+    using M = Model;
+    const AttributeDescription bs{"bs", AttributeType::Bool}, pk{"pk", AttributeType::Bool};
+    const std::vector<SortIndexDescription> byNothing{{{}, {"name"}}}, onToMany{{{"name"}, {"bs"}}};
     const std::vector<Case> cases = {
-        {"missing inverse", [](Model& m) { B(m).relationships.clear(); },
-         "inverse 'B.a' does not exist"},
-        {"inverse names another", [](Model& m) { B(m).relationships[0].inverse = "other"; },
-         "does not point back"},
-        {"unknown destination", [](Model& m) { A(m).relationships[0].destination = "C"; },
-         "destination entity 'C' does not exist"},
-        {"inverse is an attribute", [](Model& m) { B(m).relationships[0].inverse = "name"; },
-         "does not point back"},
-        {"property twice",
-         [](Model& m) {
-             A(m).attributes.push_back({"bs", AttributeType::Bool});
-         },
-         "used twice"},
-        {"reserved name",
-         [](Model& m) {
-             A(m).attributes.push_back({"pk", AttributeType::Bool});
-         },
-         "reserved"},
-        {"default of another type",
-         [](Model& m) { A(m).attributes[0].defaultValue = std::int64_t(1); },
-         "default value is not of type String"},
-        {"sort index orders by nothing",
-         [](Model& m) {
-             A(m).sortIndexes = {{{}, {"name"}}};
-         },
-         "orders by nothing"},
-        {"sort index on a to-many",
-         [](Model& m) {
-             A(m).sortIndexes = {{{"name"}, {"bs"}}};
-         },
-         "A.bs: a sort index names what is not a column"},
-        {"sort index on an unknown name", [](Model& m) { B(m).sortIndexes = {{{"size"}}}; },
-         "B.size: a sort index names what is not a column"},
+        {"inverse 'B.a' does not exist", [](M& m) { B(m).relationships.clear(); }},
+        {"does not point back (it names A.other)",
+         [](M& m) { B(m).relationships[0].inverse = "other"; }},
+        {"entity 'C' does not exist", [](M& m) { A(m).relationships[0].destination = "C"; }},
+        {"does not point back (it names A.name)",
+         [](M& m) { B(m).relationships[0].inverse = "name"; }},
+        {"used twice", [&](M& m) { A(m).attributes.push_back(bs); }},
+        {"reserved", [&](M& m) { A(m).attributes.push_back(pk); }},
+        {"is not of type String", [](M& m) { A(m).attributes[0].defaultValue = std::int64_t(1); }},
+        {"orders by nothing", [&](M& m) { A(m).sortIndexes = byNothing; }},
+        {"A.bs: a sort index names what is not a column",
+         [&](M& m) { A(m).sortIndexes = onToMany; }},
+        {"B.size: a sort index names what is not a column",
+         [](M& m) { B(m).sortIndexes = {{{"size"}}}; }},
     };
     for (const auto& c : cases) {
         Model m = pair(c.breakIt);
         auto ok = m.finalize();
-        ASSERT_FALSE(ok) << c.name;
-        EXPECT_NE(ok.error().message.find(c.message), std::string::npos)
-            << c.name << ": " << ok.error().message;
+        ASSERT_FALSE(ok) << c.message;
+        EXPECT_NE(ok.error().message.find(c.message), std::string::npos) << ok.error().message;
     }
     Model good = pair([](Model& m) { B(m).sortIndexes = {{{"a"}}}; });
     ASSERT_TRUE(good.finalize());

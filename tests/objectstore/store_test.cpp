@@ -1,8 +1,9 @@
 #include "helpers/engine_fixture.h"
 #include "objectstore/persistent_store.h"
+#include "support/program_run.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <functional>
 
@@ -42,30 +43,12 @@ TEST(PersistentStore, FolderProblemsAreNamed) {
     fs::create_directory(dir / "ro");
     fs::permissions(dir / "ro", fs::perms::owner_read | fs::perms::owner_exec |
                                     fs::perms::others_read | fs::perms::others_exec);
-    int out[2];
-    ASSERT_EQ(pipe(out), 0);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(out[0]);
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            _exit(3);
+    const std::string message = tasket::testing::asUnprivilegedUser([&] {
         auto readOnly = PersistentStore::open(dir / "ro" / "s.sqlite", makeTestModel());
-        if (readOnly)
-            _exit(1);
-        const std::string m = readOnly.error().message;
-        [[maybe_unused]] auto n = write(out[1], m.data(), m.size());
-        _exit(readOnly.error().code == Errc::permissionDenied ? 0 : 2);
-    }
-    close(out[1]);
-    std::string message;
-    char buffer[512];
-    for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;)
-        message.append(buffer, static_cast<std::size_t>(n));
-    close(out[0]);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0) << message;
+        if (readOnly || readOnly.error().code != Errc::permissionDenied)
+            return std::string("opened, or refused for another reason");
+        return readOnly.error().message;
+    });
     EXPECT_NE(message.find((dir / "ro").string()), std::string::npos) << message;
     EXPECT_FALSE(fs::exists(dir / "ro" / "s.sqlite"));
 }

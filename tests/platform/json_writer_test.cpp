@@ -1,5 +1,6 @@
 #include "platform/json_writer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -105,8 +106,7 @@ TEST(JsonWriter, ANonFiniteNumberIsNullForPeopleAndFailsARecord) {
         const auto record = write(Form::record);
         ASSERT_FALSE(record);
         EXPECT_EQ(record.error().code, tasket::platform::Errc::invalidArgument);
-        EXPECT_NE(record.error().message.find("\"due\""), std::string::npos)
-            << record.error().message;
+        EXPECT_THAT(record.error().message, ::testing::HasSubstr("\"due\""));
     }
 }
 

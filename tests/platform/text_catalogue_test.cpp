@@ -5,6 +5,7 @@
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -30,11 +31,10 @@ TEST(TextCatalogue, TheShareProgramAndTheLibrarySpeakTheUsersLanguage) {
         {.home = dir.path(),
          .environment = {"LC_ALL=C.UTF-8", "LANGUAGE=de", "TASKET_LOCALEDIR=" + locale.string()}});
     ASSERT_EQ(saved.status, 0) << saved.err;
-    EXPECT_NE(saved.out.find("list:  Neue Kategorie"), std::string::npos) << saved.out;
-    EXPECT_NE(saved.err.find("Tasket Premium wird benötigt. Bitte kaufe Tasket Premium, um "
-                             "diese Funktion zu nutzen."),
-              std::string::npos)
-        << saved.err;
+    EXPECT_THAT(saved.out, ::testing::HasSubstr("list:  Neue Kategorie"));
+    EXPECT_THAT(saved.err,
+                ::testing::HasSubstr("Tasket Premium wird benötigt. Bitte kaufe Tasket Premium, um "
+                                     "diese Funktion zu nutzen."));
     EXPECT_EQ(saved.err.find("Tasket Premium is Required"), std::string::npos) << saved.err;
 
     const ScopedEnv localeDir("TASKET_LOCALEDIR", locale);

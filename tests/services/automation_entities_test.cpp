@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <tuple>
 
 using namespace tasket;
 using namespace tasket::services;
@@ -75,38 +75,22 @@ TEST(AutomationEntities, QueriesResolveSuggestAndSearch) {
     TK_FocusFilterCategoryAppEntityQuery focusLists(view);
     const std::vector<std::string> someIDs = {*water->taskID(), "TAG-1", valueID.toString(),
                                               *home->categoryID(), "unknown"};
-    struct Case {
-        const char* query;
-        std::function<std::vector<std::string>()> run;
-        std::vector<std::string> expected;
-    };
-    const Case cases[] = {
-        {"tasks by id", [&] { return titles(tasks.entities(someIDs)); }, {"Water plants"}},
-        {"tasks suggested",
-         [&] { return titles(tasks.suggestedEntities()); },
-         {"Read article", "Water plants"}},
-        {"tasks by text",
-         [&] { return titles(tasks.entities(std::string_view("AR"))); },
-         {"Read article"}},
-        {"lists by id",
-         [&] { return titles(lists.entities(someIDs)); },
-         {"Home", "urgent", "Large"}},
-        {"lists suggested",
-         [&] { return titles(lists.suggestedEntities()); },
-         {"Home", "Work", "urgent", "Large"}},
-        {"lists without lists",
-         [&] { return titles(otherLists.suggestedEntities()); },
-         {"urgent", "Large"}},
-        {"focus lists by id", [&] { return titles(focusLists.entities(someIDs)); }, {"Home"}},
-        {"focus lists suggested",
-         [&] { return titles(focusLists.suggestedEntities()); },
-         {"Home", "Work"}},
-        {"focus lists by text",
-         [&] { return titles(focusLists.entities(std::string_view("o"))); },
+    using Titles = std::vector<std::string>;
+    const std::tuple<const char*, Titles, Titles> cases[] = {
+        {"tasks by id", titles(tasks.entities(someIDs)), {"Water plants"}},
+        {"tasks suggested", titles(tasks.suggestedEntities()), {"Read article", "Water plants"}},
+        {"tasks by text", titles(tasks.entities(std::string_view("AR"))), {"Read article"}},
+        {"lists by id", titles(lists.entities(someIDs)), {"Home", "urgent", "Large"}},
+        {"lists suggested", titles(lists.suggestedEntities()), {"Home", "Work", "urgent", "Large"}},
+        {"lists without lists", titles(otherLists.suggestedEntities()), {"urgent", "Large"}},
+        {"focus lists by id", titles(focusLists.entities(someIDs)), {"Home"}},
+        {"focus lists suggested", titles(focusLists.suggestedEntities()), {"Home", "Work"}},
+        {"focus by text",
+         titles(focusLists.entities(std::string_view("o"))),
          {"Home", "Work", "Old"}},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.run(), c.expected) << c.query;
+    for (const auto& [query, got, expected] : cases)
+        EXPECT_EQ(got, expected) << query;
 
     const auto found = tasks.entities(someIDs);
     ASSERT_TRUE(found && found->size() == 1 && found->front().category);

@@ -4,6 +4,8 @@
 #include "share/shared_input.h"
 #include "share_test_support.h"
 
+#include <gmock/gmock.h>
+
 using namespace tasket::testing;
 using tasket::platform::Errc;
 using tasket::platform::ExtensionContext;
@@ -53,61 +55,35 @@ std::vector<std::string> titles(const SharedInput& input) {
 TEST_F(SharedInputTest, ReadsEachKindOfProviderAsTheRulesSayAskingForThePaidTierOnce) {
     writeFile(dir / "README", "read me");
     writeFile(dir / "photo.png", "png on disk");
+    const auto linkData = InMemoryItemProvider::make(std::string(tasket::platform::kTypeURL),
+                                                     bytesOf("https://example.org/x"));
+    const auto photoFile =
+        InMemoryItemProvider::make("public.png", *Url::fromFilePath(dir / "photo.png"));
+    const auto text =
+        InMemoryItemProvider::make(std::string(tasket::platform::kTypePlainText), Bytes{});
+    const auto picture = pictureInMemory(pngBytes(), "public.png");
     struct Case {
         const char* name;
         std::vector<std::shared_ptr<const ItemProvider>> providers;
         bool paidTier;
         std::string url;
         std::vector<std::string> attachments; // title|extension
-        bool withoutPremium;
-        int checks; // of the paid tier: once when the item has providers
+        bool withoutPremium = false;
+        int checks = 1; // of the paid tier: once when the item has providers
     };
     const std::vector<Case> cases = {
         {"nothing shared", {}, true, "", {}, false, 0},
-        {"a link handed out as data",
-         {InMemoryItemProvider::make(std::string(tasket::platform::kTypeURL),
-                                     bytesOf("https://example.org/x"))},
-         false,
-         "https://example.org/x",
-         {},
-         false,
-         1},
-        {"a picture without the paid tier is skipped and flagged",
-         {pictureInMemory(pngBytes(), "public.png")},
-         false,
-         "",
-         {},
-         true,
-         1},
-        {"an image provider handing out a file URL reads the file",
-         {InMemoryItemProvider::make("public.png", *Url::fromFilePath(dir / "photo.png"))},
-         true,
-         "",
-         {"photo|png"},
-         false,
-         1},
-        {"a picture in memory becomes PNG with no title",
-         {pictureInMemory(pngBytes(), "public.png")},
-         true,
-         "",
-         {"|png"},
-         false,
-         1},
-        {"other types are ignored",
-         {InMemoryItemProvider::make(std::string(tasket::platform::kTypePlainText), Bytes{})},
-         true,
-         "",
-         {},
-         false,
-         1},
+        {"a link handed out as data", {linkData}, false, "https://example.org/x", {}},
+        {"a picture without the paid tier is skipped and flagged", {picture}, false, "", {}, true},
+        {"an image provider's file URL: the file", {photoFile}, true, "", {"photo|png"}},
+        {"a picture in memory becomes PNG with no title", {picture}, true, "", {"|png"}},
+        {"other types are ignored", {text}, true, "", {}},
         {"providers in order: the last link wins, files keep their order",
          {webLink("https://one.example"), fileLink(dir / "README"), webLink("https://two.example"),
-          fileLink(dir / "photo.png"), pictureInMemory(pngBytes(), "public.png")},
+          fileLink(dir / "photo.png"), picture},
          true,
          "https://two.example",
-         {"README|", "photo|png", "|png"},
-         false,
-         1},
+         {"README|", "photo|png", "|png"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -153,9 +129,7 @@ TEST_F(SharedInputTest, WhatCannotBeReadIsRefusedNamingItAndTheRestIsKept) {
              true);
     EXPECT_EQ(titles(input), std::vector<std::string>{"kept|txt"});
     ASSERT_EQ(input.refused.size(), 3u);
-    EXPECT_NE(input.refused[0].message.find("gone.txt"), std::string::npos)
-        << input.refused[0].message;
-    EXPECT_NE(input.refused[1].message.find("cannot be decoded"), std::string::npos)
-        << input.refused[1].message;
+    EXPECT_THAT(input.refused[0].message, ::testing::HasSubstr("gone.txt"));
+    EXPECT_THAT(input.refused[1].message, ::testing::HasSubstr("cannot be decoded"));
     EXPECT_EQ(input.refused[2].message, "the sender went away");
 }

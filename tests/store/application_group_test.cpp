@@ -1,5 +1,6 @@
 #include "store/application_group.h"
 #include "store/local_data_manager.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +8,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <functional>
 
 using namespace tasket::store;
 using tasket::testing::ScopedEnv;
@@ -36,64 +36,54 @@ class ScopedUmask {
 } // namespace
 
 TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
+    enum class Home { missing, folder, file };
+    enum class Group { missing, folder0755, file, link, foreign };
     struct Case {
         const char* name;
-        std::function<fs::path(const TempDir&)> setUp; // returns the data home
-        std::string failure;                           // empty: succeeds
+        Home home;
+        Group group;
+        std::string failure; // empty: succeeds
         fs::perms mode = fs::perms::owner_all;
         mode_t umask = 022;
     };
     const std::string group = "group.QRX-Lumenforge.Tasket";
+    const bool root = ::geteuid() == 0;
     const Case cases[] = {
-        {"missing, with missing parents made private under any umask",
-         [](const TempDir& d) { return d / "a/b"; }, "", fs::perms::owner_all, 0},
-        {"missing, under a umask that takes owner bits",
-         [](const TempDir& d) {
-             fs::create_directories(d / "home");
-             return d / "home";
-         },
-         "", fs::perms::owner_all, 0277},
-        {"existing, kept as it is",
-         [&](const TempDir& d) {
-             fs::create_directories(d / "home" / group);
-             fs::permissions(d / "home" / group, fs::perms(0755));
-             return d / "home";
-         },
-         "", fs::perms(0755)},
-        {"data home is a file",
-         [](const TempDir& d) {
-             writeFile(d / "home");
-             return d / "home";
-         },
-         "Not a directory"},
-        {"group folder is a file",
-         [&](const TempDir& d) {
-             fs::create_directories(d / "home");
-             writeFile(d / "home" / group);
-             return d / "home";
-         },
-         "it is not a directory"},
-        {"group folder is a link to a folder elsewhere",
-         [&](const TempDir& d) {
-             fs::create_directories(d / "home");
-             fs::create_directories(d / "elsewhere");
-             fs::create_directory_symlink(d / "elsewhere", d / "home" / group);
-             return d / "home";
-         },
-         "it is a symbolic link"},
-        {"group folder belongs to another user",
-         [&](const TempDir& d) {
-             fs::create_directories(d / "home" / group);
-             if (::geteuid() == 0 && ::chown((d / "home" / group).c_str(), 65534, 65534) != 0)
-                 ADD_FAILURE() << "chown failed";
-             return d / "home";
-         },
-         ::geteuid() == 0 ? "it belongs to another user" : ""},
+        {"missing, missing parents made private under any umask", Home::missing, Group::missing, "",
+         fs::perms::owner_all, 0},
+        {"missing, under a umask that takes owner bits", Home::folder, Group::missing, "",
+         fs::perms::owner_all, 0277},
+        {"existing, kept as it is", Home::folder, Group::folder0755, "", fs::perms(0755)},
+        {"data home is a file", Home::file, Group::missing, "Not a directory"},
+        {"group folder is a file", Home::folder, Group::file, "it is not a directory"},
+        {"group folder is a link elsewhere", Home::folder, Group::link, "it is a symbolic link"},
+        {"group folder belongs to another user", Home::folder, Group::foreign,
+         root ? "it belongs to another user" : ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         TempDir dir;
-        const fs::path home = c.setUp(dir);
+        const fs::path home = c.home == Home::missing ? dir / "a/b" : dir / "home";
+        if (c.home == Home::folder)
+            fs::create_directory(home);
+        if (c.home == Home::file)
+            writeFile(home);
+        switch (c.group) {
+        case Group::missing: break;
+        case Group::folder0755:
+            fs::create_directory(home / group);
+            fs::permissions(home / group, fs::perms(0755));
+            break;
+        case Group::file: writeFile(home / group); break;
+        case Group::link:
+            fs::create_directory(dir / "elsewhere");
+            fs::create_directory_symlink(dir / "elsewhere", home / group);
+            break;
+        case Group::foreign:
+            fs::create_directory(home / group);
+            ASSERT_TRUE(!root || ::chown((home / group).c_str(), 65534, 65534) == 0);
+            break;
+        }
         auto folder = [&] {
             ScopedUmask mask(c.umask);
             return prepareApplicationGroupContainer(home);
@@ -116,26 +106,22 @@ TEST(ApplicationGroup, PreparesAPrivateFolderOrSaysWhyItCannot) {
     }
 }
 
-TEST(ApplicationGroupDeathTest, RefusesAFolderItCannotWrite) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+TEST(ApplicationGroup, RefusesAFolderItCannotWrite) {
     TempDir dir;
-    fs::create_directories(dir / "home/group.QRX-Lumenforge.Tasket");
+    const auto folder = dir / "home/group.QRX-Lumenforge.Tasket";
+    fs::create_directories(folder);
     fs::permissions(dir.path(), fs::perms(0755));
     fs::permissions(dir / "home", fs::perms(0755));
-    fs::permissions(dir / "home/group.QRX-Lumenforge.Tasket", fs::perms(0555));
-    // Permission bits do not bind root, so the attempt runs without
-    // privileges, as the folder's owner.
-    auto refused = [&] {
-        if (::geteuid() == 0 &&
-            (::chown((dir / "home/group.QRX-Lumenforge.Tasket").c_str(), 65534, 65534) != 0 ||
-             ::setgid(65534) != 0 || ::setuid(65534) != 0))
-            return false;
-        auto folder = prepareApplicationGroupContainer(dir / "home");
-        return !folder && folder.error().message.find("Permission denied") != std::string::npos &&
-               folder.error().message.find((dir / "home/group.QRX-Lumenforge.Tasket").string()) !=
-                   std::string::npos;
-    };
-    EXPECT_EXIT(std::exit(refused() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+    fs::permissions(folder, fs::perms(0555));
+    // Permission bits do not bind root: the attempt runs as the folder's
+    // owner, without privileges.
+    ASSERT_TRUE(::geteuid() != 0 || ::chown(folder.c_str(), 65534, 65534) == 0);
+    const std::string message = tasket::testing::asUnprivilegedUser([&] {
+        auto prepared = prepareApplicationGroupContainer(dir / "home");
+        return prepared ? std::string("prepared") : prepared.error().message;
+    });
+    EXPECT_NE(message.find("Permission denied"), std::string::npos) << message;
+    EXPECT_NE(message.find(folder.string()), std::string::npos) << message;
 }
 
 // The process-wide container is fixed at the first use, under the data

@@ -4,10 +4,10 @@
 #include "settings/settings_keys.h"
 #include "store/local_data_fetch_manager.h"
 #include "store/tk_data_model.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <functional>
 #include <map>
@@ -102,21 +102,21 @@ template <class Record> std::shared_ptr<Record> as(ObjectPtr o) {
     return std::static_pointer_cast<Record>(std::move(o));
 }
 
-std::shared_ptr<TK_Category> category(ObjectContext& c, const std::string& title,
-                                      double created = 0) {
-    return as<TK_Category>(insert(c, TK_Category::entityName, title, created));
+template <class Record>
+std::shared_ptr<Record> make(ObjectContext& c, const std::string& title, double created = 0) {
+    return as<Record>(insert(c, Record::entityName, title, created));
 }
 
 std::shared_ptr<TK_Task> task(ObjectContext& c, const std::string& title,
                               const std::shared_ptr<TK_Category>& list, double created = 0) {
-    auto o = as<TK_Task>(insert(c, TK_Task::entityName, title, created));
+    auto o = make<TK_Task>(c, title, created);
     o->setCategory(list);
     return o;
 }
 
 std::shared_ptr<TK_Subtask> subtask(ObjectContext& c, const std::string& title,
                                     const std::shared_ptr<TK_Task>& parent, double created = 0) {
-    auto o = as<TK_Subtask>(insert(c, TK_Subtask::entityName, title, created));
+    auto o = make<TK_Subtask>(c, title, created);
     o->setTask(parent);
     return o;
 }
@@ -124,14 +124,9 @@ std::shared_ptr<TK_Subtask> subtask(ObjectContext& c, const std::string& title,
 std::shared_ptr<TK_AttributeValue> value(ObjectContext& c, const std::string& title,
                                          const std::shared_ptr<TK_Attribute>& owner,
                                          double created = 0) {
-    auto o = as<TK_AttributeValue>(insert(c, TK_AttributeValue::entityName, title, created));
+    auto o = make<TK_AttributeValue>(c, title, created);
     o->setAttribute(owner);
     return o;
-}
-
-std::shared_ptr<TK_Attribute> attribute(ObjectContext& c, const std::string& title,
-                                        double created = 0) {
-    return as<TK_Attribute>(insert(c, TK_Attribute::entityName, title, created));
 }
 
 // ---- The fixture ---------------------------------------------------------------------
@@ -170,7 +165,7 @@ class LocalDataFetchManagerTest : public ::testing::Test {
 // A manager keeping only the lists never fetches the rest, even when a
 // search, sort or merge would rebuild them, yet still writes sort settings.
 TEST_F(LocalDataFetchManagerTest, KeepsOnlyTheCollectionsAskedFor) {
-    auto inbox = category(view(), "Inbox");
+    auto inbox = make<TK_Category>(view(), "Inbox");
     task(view(), "in the inbox", inbox);
     save();
     auto made = LocalDataFetchManager::make(data, customization, focus,
@@ -193,7 +188,7 @@ TEST_F(LocalDataFetchManagerTest, KeepsOnlyTheCollectionsAskedFor) {
 }
 
 TEST_F(LocalDataFetchManagerTest, CollectionsLoadRowsOnlyWhenReached) {
-    auto inbox = category(view(), "Inbox");
+    auto inbox = make<TK_Category>(view(), "Inbox");
     for (int i = 0; i < 50; ++i)
         task(view(), "task " + std::to_string(i), inbox, i);
     save();
@@ -223,17 +218,9 @@ std::string queryPlan(const LocalDataFetchManager& manager, Kind kind,
     const std::string sql = "EXPLAIN QUERY PLAN SELECT t0.pk FROM \"" + request.entityName +
                             "\" AS t0 " + where->joins + " " + order->joins + " WHERE " +
                             where->where + " ORDER BY " + order->orderBy;
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* statement = nullptr;
-    EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(db);
     std::string plan;
-    while (sqlite3_step(statement) == SQLITE_ROW)
-        plan +=
-            std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 3))) + "\n";
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
+    for (const auto& step : tasket::testing::sqlRows(file, sql, 3))
+        plan += step + "\n";
     return plan;
 }
 
@@ -289,7 +276,7 @@ std::vector<SortCase> sortCases() {
     auto loose = [](C& c) { return as<TK_Task>(insert(c, TK_Task::entityName, "held")); };
     return {
         {Kind::folders, "TK_Folder",
-         [](C& c, P o) { as<TK_Folder>(o)->addToCategories(category(c, "held")); }},
+         [](C& c, P o) { as<TK_Folder>(o)->addToCategories(make<TK_Category>(c, "held")); }},
         {Kind::smartCategories, "TK_SmartCategory", [](C&, P) {}, false},
         {Kind::categories, "TK_Category", [](C& c, P o) { task(c, "held", as<TK_Category>(o)); }},
         {Kind::tags, "TK_Tag", [=](C& c, P o) { loose(c)->addToTags(as<TK_Tag>(o)); }},
@@ -320,7 +307,7 @@ TEST_P(SortOrders, EveryOrderAndDirectionSortsAndIsWrittenBack) {
     auto add = [&](const std::string& title, double created, std::int16_t sortIndex, int n) {
         auto o = insert(view(), c.entity, title, created, sortIndex);
         if (c.kind == Kind::values) // listed only with an attribute
-            as<TK_AttributeValue>(o)->setAttribute(attribute(view(), "held"));
+            as<TK_AttributeValue>(o)->setAttribute(make<TK_Attribute>(view(), "held"));
         for (int i = 0; i < n; ++i)
             c.holdOne(view(), o);
     };
@@ -367,9 +354,9 @@ INSTANTIATE_TEST_SUITE_P(LocalDataFetchManager, SortOrders, ::testing::ValuesIn(
 // ---- Changes merged from another context -----------------------------------------------
 
 TEST_F(LocalDataFetchManagerTest, MergedBackgroundSavesRepublishExactlyTheAffectedCollections) {
-    auto inbox = category(view(), "Inbox", 1);
+    auto inbox = make<TK_Category>(view(), "Inbox", 1);
     auto first = task(view(), "first", inbox, 1);
-    auto size = attribute(view(), "Size");
+    auto size = make<TK_Attribute>(view(), "Size");
     save();
     const auto inboxID = inbox->objectID();
     const auto firstID = first->objectID();
@@ -380,35 +367,24 @@ TEST_F(LocalDataFetchManagerTest, MergedBackgroundSavesRepublishExactlyTheAffect
         std::function<void(ObjectContext&)> change;
         std::set<Kind> republished;
     };
+    using C = ObjectContext;
     const std::vector<Case> cases = {
         {"a task inserted into a list",
-         [&](ObjectContext& c) {
-             task(c, "second", std::static_pointer_cast<TK_Category>(c.objectWithID(inboxID)), 2);
-         },
+         [&](C& c) { task(c, "second", as<TK_Category>(c.objectWithID(inboxID)), 2); },
          {Kind::tasks}},
         {"a subtask inserted under a task",
-         [&](ObjectContext& c) {
-             subtask(c, "step", std::static_pointer_cast<TK_Task>(c.objectWithID(firstID)));
-         },
+         [&](C& c) { subtask(c, "step", as<TK_Task>(c.objectWithID(firstID))); },
          {Kind::subtasks}},
-        {"a tag inserted", [](ObjectContext& c) { insert(c, "TK_Tag", "new"); }, {Kind::tags}},
-        {"a value without an attribute inserted",
-         [](ObjectContext& c) { value(c, "orphan", nullptr); },
-         {}},
+        {"a tag inserted", [](C& c) { insert(c, "TK_Tag", "new"); }, {Kind::tags}},
+        {"a value without an attribute inserted", [](C& c) { value(c, "orphan", nullptr); }, {}},
         {"a value inserted for an attribute",
-         [&](ObjectContext& c) {
-             value(c, "Large", std::static_pointer_cast<TK_Attribute>(c.objectWithID(sizeID)));
-         },
+         [&](C& c) { value(c, "Large", as<TK_Attribute>(c.objectWithID(sizeID))); },
          {Kind::values}},
         {"a task's title changed",
-         [&](ObjectContext& c) {
-             std::static_pointer_cast<TK_Task>(c.objectWithID(firstID))->setTitle("renamed");
-         },
+         [&](C& c) { as<TK_Task>(c.objectWithID(firstID))->setTitle("renamed"); },
          {Kind::tasks}},
         {"a list's title emptied, which unlists its tasks",
-         [&](ObjectContext& c) {
-             std::static_pointer_cast<TK_Category>(c.objectWithID(inboxID))->setTitle("");
-         },
+         [&](C& c) { as<TK_Category>(c.objectWithID(inboxID))->setTitle(""); },
          {Kind::categories, Kind::tasks}},
     };
 
@@ -450,16 +426,16 @@ TEST_F(LocalDataFetchManagerTest, MergedBackgroundSavesRepublishExactlyTheAffect
 // ---- Search and focus ------------------------------------------------------------------
 
 TEST_F(LocalDataFetchManagerTest, SearchTextsAndFocusNarrowTheirCollectionsAndClearingRestores) {
-    auto groceries = category(view(), "Groceries", 3);
-    auto work = category(view(), "Work", 2);
-    auto bags = category(view(), "grocery bags", 1);
+    auto groceries = make<TK_Category>(view(), "Groceries", 3);
+    auto work = make<TK_Category>(view(), "Work", 2);
+    auto bags = make<TK_Category>(view(), "grocery bags", 1);
     auto milk = task(view(), "Buy milk", groceries, 3);
     task(view(), "buy bread", groceries, 2);
     task(view(), "Call the office", work, 1);
     task(view(), "Reuse bags", bags, 0);
     subtask(view(), "Skimmed", milk, 2);
     subtask(view(), "Ask about lactose-free", milk, 1);
-    auto colour = attribute(view(), "Colour", 2);
+    auto colour = make<TK_Attribute>(view(), "Colour", 2);
     value(view(), "Green grocer", colour, 2);
     value(view(), "Red", colour, 1);
     save();

@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace tasket::testing {
 
@@ -53,9 +54,7 @@ class PostgresServer {
     std::filesystem::path m_passwordFile;
     std::string m_alicePassword = "alice-secret";
     std::string m_bobPassword = "bob-secret";
-    uid_t m_uid = 0;
-    gid_t m_gid = 0;
-    bool m_switchUser = false;
+    std::vector<std::string> m_privileges; // setpriv's, for initdb and the server
     pid_t m_pid = -1;
 };
 

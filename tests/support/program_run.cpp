@@ -1,7 +1,9 @@
 #include "support/program_run.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <thread>
 
 namespace tasket::testing {
 
@@ -181,11 +184,86 @@ ProgramRun runProgram(const std::filesystem::path& program,
 pid_t startProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                    const ProgramOptions& options) {
     int input = openInputFile(options);
-    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const pid_t child = spawn(program, arguments, options, input, null, null);
+    const int out =
+        options.outputFile.empty()
+            ? ::open("/dev/null", O_WRONLY | O_CLOEXEC)
+            : ::open(options.outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (out < 0)
+        throw std::runtime_error("cannot open " + options.outputFile.string());
+    const pid_t child = spawn(program, arguments, options, input, out, out);
     closeIfOpen(input);
-    ::close(null);
+    ::close(out);
     return child;
+}
+
+std::string asUnprivilegedUser(const std::function<std::string()>& attempt) {
+    Pipe result;
+    const pid_t child = ::fork();
+    if (child < 0)
+        throw std::runtime_error("fork failed");
+    if (child == 0) {
+        constexpr uid_t kNobody = 65534;
+        if (::geteuid() == 0 &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0))
+            ::_exit(125);
+        const std::string text = attempt();
+        const bool written =
+            ::write(result.write, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        ::_exit(written ? 0 : 126);
+    }
+    closeIfOpen(result.write);
+    std::string text;
+    char buffer[512];
+    for (ssize_t n; (n = ::read(result.read, buffer, sizeof buffer)) > 0;)
+        text.append(buffer, static_cast<std::size_t>(n));
+    closeIfOpen(result.read);
+    int raw = 0;
+    ::waitpid(child, &raw, 0);
+    return statusOf(raw) == 0 ? text : "(the child failed: " + std::to_string(statusOf(raw)) + ")";
+}
+
+std::string seedStore(const std::filesystem::path& folder, std::vector<std::string> arguments,
+                      const std::filesystem::path& home) {
+    arguments.insert(arguments.begin(), folder.string());
+    const ProgramRun run = runProgram(SEED_STORE_BINARY, arguments, {.home = home});
+    if (run.status != 0)
+        throw std::runtime_error("seed_store failed: " + run.err);
+    return run.out;
+}
+
+std::vector<std::string> serverPrivileges(const char* signal,
+                                          const std::vector<std::filesystem::path>& folders) {
+    std::vector<std::string> arguments{"--pdeathsig", signal};
+    if (::geteuid() != 0)
+        return arguments;
+    const passwd* nobody = ::getpwnam("nobody");
+    if (!nobody)
+        throw std::runtime_error("no user nobody to run the server as");
+    for (const auto& folder : folders)
+        if (::chown(folder.c_str(), nobody->pw_uid, nobody->pw_gid) != 0)
+            throw std::runtime_error("cannot hand " + folder.string() + " to nobody");
+    arguments.insert(arguments.end(), {"--reuid", std::to_string(nobody->pw_uid), "--regid",
+                                       std::to_string(nobody->pw_gid), "--clear-groups"});
+    return arguments;
+}
+
+void waitUntilReady(pid_t& pid, std::chrono::seconds timeout, const std::function<bool()>& ready,
+                    const std::function<std::string()>& describe, int stop) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (int status = 0; ::waitpid(pid, &status, WNOHANG) == pid) {
+            pid = -1;
+            throw std::runtime_error("ended at start: " + describe());
+        }
+        if (ready())
+            return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ::kill(pid, stop);
+    ::waitpid(pid, nullptr, 0);
+    pid = -1;
+    throw std::runtime_error("not ready in " + std::to_string(timeout.count()) +
+                             " seconds: " + describe());
 }
 
 } // namespace tasket::testing

@@ -3,16 +3,12 @@
 #include "support/program_run.h"
 
 #include <netinet/in.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
-#include <stdexcept>
-#include <thread>
 
 namespace tasket::testing {
 namespace {
@@ -66,18 +62,7 @@ RadicaleServer::RadicaleServer(RadicaleOptions options) : m_port(loopback(0, fal
                           << storage.string() << "\n[logging]\nlevel = warning\n";
     std::ofstream(netrcFile()) << "machine 127.0.0.1 login alice password " << kPassword << "\n";
 
-    // The server ends with this process (setpriv's parent-death signal).
-    std::vector<std::string> arguments{"--pdeathsig", "TERM"};
-    if (::geteuid() == 0) {
-        const passwd* nobody = ::getpwnam("nobody");
-        if (!nobody)
-            throw std::runtime_error("no user nobody to run the server as");
-        for (const auto& path : {m_folder.path(), storage})
-            if (::chown(path.c_str(), nobody->pw_uid, nobody->pw_gid) != 0)
-                throw std::runtime_error("cannot hand the server folder to nobody");
-        arguments.insert(arguments.end(), {"--reuid", std::to_string(nobody->pw_uid), "--regid",
-                                           std::to_string(nobody->pw_gid), "--clear-groups"});
-    }
+    std::vector<std::string> arguments = serverPrivileges("TERM", {m_folder.path(), storage});
     if (options.tagsWrites)
         arguments.insert(arguments.end(),
                          {"/usr/bin/python3", "-m", "radicale", "--config", config.string()});
@@ -85,19 +70,10 @@ RadicaleServer::RadicaleServer(RadicaleOptions options) : m_port(loopback(0, fal
         arguments.insert(arguments.end(), {"/usr/bin/python3", "-c", kUntaggedWrites,
                                            config.string(), std::to_string(m_port)});
     m_pid = startProgram("/usr/bin/setpriv", arguments, {.home = m_folder.path()});
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (int status = 0; ::waitpid(m_pid, &status, WNOHANG) == m_pid) {
-            m_pid = -1;
-            throw std::runtime_error("Radicale ended at start; run it with --config " +
-                                     config.string() + " to see why");
-        }
-        if (loopback(m_port, true) == m_port)
-            return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    stop();
-    throw std::runtime_error("Radicale did not start listening in 30 seconds");
+    waitUntilReady(
+        m_pid, std::chrono::seconds(30), [this] { return loopback(m_port, true) == m_port; },
+        [&] { return "Radicale; run it with --config " + config.string() + " to see why"; },
+        SIGTERM);
 }
 
 RadicaleServer::~RadicaleServer() {

@@ -3,6 +3,7 @@
 #include "support/temp_dir.h"
 #include "transfer/record_codec.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
@@ -91,8 +92,7 @@ TEST(RecordCodec, EachMissingKeyAndEachWrongTypeFailsNamingTheKey) {
             for (const auto& replacement : {std::optional<std::string>(), std::optional(wrong)}) {
                 auto decoded = decode<R>(build(i, replacement));
                 ASSERT_FALSE(decoded) << RecordTraits<R>::kName << "." << key;
-                EXPECT_NE(decoded.error().message.find("\"" + key + "\""), std::string::npos)
-                    << decoded.error().message;
+                EXPECT_THAT(decoded.error().message, ::testing::HasSubstr("\"" + key + "\""));
             }
         }
     });

@@ -8,6 +8,7 @@
 #include "transfer/record_stream.h"
 #include "transfer/taskwarrior_import.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
@@ -133,8 +134,7 @@ TEST_F(RecordStore, ABadLineImportsNothing) {
         std::istringstream in(good + c.second + "\n");
         auto report = importRecords(*context, in, false);
         ASSERT_FALSE(report) << c.second;
-        EXPECT_NE(report.error().message.find(c.message), std::string::npos)
-            << report.error().message;
+        EXPECT_THAT(report.error().message, ::testing::HasSubstr(c.message));
         EXPECT_FALSE(context->hasChanges());
         EXPECT_EQ(context->count(store::TK_Task::fetchRequest()).value(), 0u);
     }

@@ -4,11 +4,11 @@
 
 #include "objectstore/object_context.h"
 #include "support/saved.h"
+#include "support/sql.h"
 #include "support/temp_dir.h"
 #include "support/test_model.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <string>
@@ -59,18 +59,5 @@ class EngineFixture : public ::testing::Test {
     TempDir dir;
     std::shared_ptr<objectstore::PersistentStore> store;
 };
-
-/// The first column of the first row `sql` gives on `file`, read with a
-/// connection of its own; -1 when there is none.
-inline std::int64_t scalar(const std::filesystem::path& file, const char* sql) {
-    sqlite3* db = nullptr;
-    sqlite3_open(file.c_str(), &db);
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db, sql, -1, &s, nullptr);
-    const std::int64_t v = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    return v;
-}
 
 } // namespace tasket::testing

@@ -78,15 +78,10 @@ class UserNotificationCenterContract : public ::testing::TestWithParam<AdapterMa
 
 TEST_P(UserNotificationCenterContract, RequestsComeBackAsAddedAndAnIdentifierAddedAgainReplaces) {
     auto full = request("b");
-    full.content = {"Reminder",
-                    "Home",
-                    "Pay rent",
-                    true,
-                    1,
-                    "cat",
-                    {{"categoryIdentifier", "L1"}, {"x", "\"/\\é"}},
-                    InterruptionLevel::timeSensitive,
-                    1.0};
+    const std::map<std::string, std::string> info{{"categoryIdentifier", "L1"}, {"x", "\"/\\é"}};
+    full.content = {"Reminder", "Home", "Pay rent", true, 1, "cat", info};
+    full.content.interruptionLevel = InterruptionLevel::timeSensitive;
+    full.content.relevanceScore = 1.0;
     auto bare = request("a", {2031, 12, 31, 23, 59, false});
     bare.content.interruptionLevel = InterruptionLevel::passive;
     ASSERT_TRUE(center().addNotificationRequest(full));
