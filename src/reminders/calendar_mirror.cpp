@@ -136,9 +136,8 @@ void readItem(objectstore::ObjectContext& context, TK_Task& task, const Calendar
     task.setNote(item.notes.empty() ? std::nullopt : std::optional(item.notes));
     // A reminder holds a repetition only with a due date (see itemForTask):
     // without one, its lack of a rule says nothing of the task's.
-    const bool heldRepetition = item.kind == CalendarEntityType::event ||
-                                task.dueDateAndTime() || task.dueDate() ||
-                                !item.recurrenceRules.empty();
+    const bool heldRepetition = item.kind == CalendarEntityType::event || task.dueDateAndTime() ||
+                                task.dueDate() || !item.recurrenceRules.empty();
     if (item.kind == CalendarEntityType::reminder) {
         task.setIsCompleted(item.completed);
         const auto due = item.dueDateComponents;
@@ -331,11 +330,10 @@ CalendarItem CalendarMirror::itemForTask(const TK_Task& task, CalendarEntityType
 
 const std::string& CalendarMirror::taskFingerprint(const TK_Task& task, CalendarEntityType kind,
                                                    const Calendar& calendar) {
-    auto [it, added] = m_fingerprints.try_emplace(&task);
+    auto [it, added] = m_fingerprints.try_emplace(task.objectID());
     if (added)
-        it->second = {task.shared_from_this(),
-                      contentFingerprint(itemForTask(task, kind, calendar), calendar)};
-    return it->second.second;
+        it->second = contentFingerprint(itemForTask(task, kind, calendar), calendar);
+    return it->second;
 }
 
 Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, CalendarItem* existing,
@@ -527,7 +525,7 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         const bool taskChanged = taskFingerprint(*task, kind, calendar) != recorded;
         if (itemChanged && !taskChanged) {
             readItem(context, *task, item, calendar);
-            m_fingerprints.erase(task.get());
+            m_fingerprints.erase(task->objectID());
             ++report.readBack;
             int rewritten = 0; // keeps the fingerprint of what the task now holds
             write(*task, &item, rewritten);

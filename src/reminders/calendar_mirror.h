@@ -136,9 +136,7 @@ class CalendarMirror {
     // Written by sync() once the context is saved; nullopt: remove the file.
     std::vector<std::pair<std::filesystem::path, std::optional<std::string>>> m_statesToKeep;
     // Valid for one pass: a task the pass reads an item into leaves it.
-    // Each entry holds its task, so no other object can take its address.
-    std::unordered_map<const store::TK_Task*,
-                       std::pair<std::shared_ptr<const objectstore::ManagedObject>, std::string>>
+    std::unordered_map<objectstore::ObjectID, std::string, objectstore::ObjectIDHash>
         m_fingerprints;
 };
 
