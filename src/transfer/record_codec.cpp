@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <bitset>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -166,7 +167,8 @@ template <class T> bool readOptional(dom::element value, std::optional<T>& out, 
 // instead of a visit of the member's variant for every value.
 template <class R> using FieldReader = bool (*)(dom::element, R&, Problem&);
 
-template <class R, std::size_t I> bool readField(dom::element value, R& record, Problem& problem) {
+template <class R, std::size_t I>
+[[gnu::flatten]] bool readField(dom::element value, R& record, Problem& problem) {
     constexpr auto member = RecordTraits<R>::kFields[I].member;
     return readOptional(value, record.*std::get<member.index()>(member), problem);
 }
@@ -261,20 +263,30 @@ simdjson::dom::parser& threadParser() {
 template <class R> Result<R> decodeObject(dom::object object) {
     constexpr auto& fields = RecordTraits<R>::kFields;
     static constexpr auto kReaders = fieldReaders<R>(std::make_index_sequence<fields.size()>());
-    Result<R> result(std::in_place); // filled in place: a record is large to move
+    // Filled in place and returned by name on every path, failures too, so
+    // that the record (over a kilobyte) is never moved.
+    Result<R> result(std::in_place);
     R& record = *result;
+    const auto fail = [&](std::string_view key, std::string_view what) {
+        result = std::unexpected(failure(record, key, what));
+    };
     bool seenID = false;
-    std::array<bool, fields.size()> seen{};
+    std::bitset<fields.size()> seen;
     std::size_t next = 0;
     Problem problem;
     // The iterator's key() and value() rather than its pair, which costs a
-    // stall per field as it passes through memory.
-    for (auto member = object.begin(); member != object.end(); ++member) {
+    // stall per field as it passes through memory; the end is found once,
+    // since writes to the record could alias the tape as far as the
+    // compiler knows.
+    const auto end = object.end();
+    for (auto member = object.begin(); member != end; ++member) {
         const std::string_view key = member.key();
         const dom::element value = member.value();
         if (key.size() == 2 && key[0] == 'i' && key[1] == 'd') {
-            if (!readPresent(value, record.id, problem))
-                return std::unexpected(failure(record, key, problem));
+            if (!readPresent(value, record.id, problem)) {
+                fail(key, problem);
+                return result;
+            }
             seenID = true;
             continue;
         }
@@ -282,15 +294,22 @@ template <class R> Result<R> decodeObject(dom::object object) {
         if (index < 0)
             continue;
         next = static_cast<std::size_t>(index) + 1;
-        if (!kReaders[static_cast<std::size_t>(index)](value, record, problem))
-            return std::unexpected(failure(record, key, problem));
-        seen[static_cast<std::size_t>(index)] = true;
+        if (!kReaders[static_cast<std::size_t>(index)](value, record, problem)) {
+            fail(key, problem);
+            return result;
+        }
+        seen.set(static_cast<std::size_t>(index));
     }
-    if (!seenID)
-        return std::unexpected(failure(record, "id", "is missing"));
-    for (std::size_t i = 0; i < fields.size(); ++i)
-        if (!seen[i])
-            return std::unexpected(failure(record, fields[i].key, "is missing"));
+    if (!seenID) {
+        fail("id", "is missing");
+        return result;
+    }
+    if (!seen.all())
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            if (!seen[i]) {
+                fail(fields[i].key, "is missing");
+                return result;
+            }
     return result;
 }
 
