@@ -53,7 +53,7 @@ void TaskSelection::addOptions(CLI::App& command) {
 platform::Result<objectstore::FetchRequest>
 TaskSelection::request(objectstore::ObjectContext& context,
                        const rules::PredicateTime& time) const {
-    std::vector<Predicate> parts{predicates::validTask()};
+    std::vector<Predicate> parts;
     std::shared_ptr<store::TK_Category> list;
     if (!m_list.empty()) {
         auto found = findNamed<store::TK_Category>(context, m_list);
@@ -111,6 +111,10 @@ TaskSelection::request(objectstore::ObjectContext& context,
     if (auto focus = settings::storedFocus(*openSettings()->appGroupSuite());
         focus && !focus->empty())
         parts.push_back(predicates::inCategories(*focus));
+    // Whether a task is whole comes last: it holds for nearly every task,
+    // and SQLite mostly tests a table's terms in the order written, so the
+    // selective ones should reject first.
+    parts.push_back(predicates::validTask());
 
     auto request = store::TK_Task::fetchRequest();
     request.predicate = objectstore::andPredicate(std::move(parts));

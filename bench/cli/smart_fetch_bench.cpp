@@ -63,7 +63,7 @@ void BM_SmartFetchThroughTheEngine(benchmark::State& state) {
                                    .filterTagIDs = {tagID}},
                                   time);
         auto request = store::TK_Task::fetchRequest();
-        request.predicate = objectstore::andPredicate({rules::predicates::validTask(), predicate});
+        request.predicate = objectstore::andPredicate({predicate, rules::predicates::validTask()});
         request.sortDescriptors = {{"whenCreated", false}};
         request.fetchBatchSize = 200;
         auto tasks = context->fetchBatched(request).value();

@@ -200,7 +200,7 @@ platform::Result<void> SmartListsCommand::print(CommandContext& context) {
         const auto& smart = static_cast<const TK_SmartCategory&>(*object);
         auto tasks = store::TK_Task::fetchRequest();
         tasks.predicate = objectstore::andPredicate(
-            {rules::predicates::validTask(), store::smartPredicate(smart, time)});
+            {store::smartPredicate(smart, time), rules::predicates::validTask()});
         auto count = viewContext.count(tasks);
         if (!count)
             return std::unexpected(count.error());
