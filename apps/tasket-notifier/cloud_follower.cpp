@@ -51,7 +51,7 @@ bool CloudFollower::connect() {
         return true;
     if (m_reconnectAt && m_options.timer.now() < *m_reconnectAt)
         return false;
-    auto container = platform::PostgresCloudContainer::open({.connection = m_connection});
+    auto container = platform::openPostgresCloudContainer({.connection = m_connection});
     if (!container) {
         say(fmt::format("cannot reach the cloud database ({}): {}; trying again later",
                         m_connection, container.error().message));

@@ -8,7 +8,7 @@
 #pragma once
 
 #include "cloud/cloud_sync.h"
-#include "platform/cloud/postgres_cloud_database.h"
+#include "platform/cloud/postgres_cloud_module.h"
 #include "platform/date.h"
 #include "platform/notifications/wake_timer.h"
 #include "store/local_data_manager.h"
@@ -63,7 +63,7 @@ class CloudFollower {
 
     Options m_options;
     std::string m_connection;
-    std::shared_ptr<platform::PostgresCloudContainer> m_container;
+    std::shared_ptr<platform::ServerCloudContainer> m_container;
     std::unique_ptr<cloud::CloudSync> m_sync;
     std::optional<platform::Date> m_reconnectAt;
     std::string m_lastProblem;

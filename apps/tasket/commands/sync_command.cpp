@@ -1,7 +1,7 @@
 #include "tasket/commands/sync_command.h"
 
 #include "cloud/cloud_sync.h"
-#include "platform/cloud/postgres_cloud_database.h"
+#include "platform/cloud/postgres_cloud_module.h"
 #include "platform/date_text.h"
 #include "platform/json_writer.h"
 #include "rules/cloud_enumerations.h"
@@ -124,7 +124,7 @@ void syncBeforeCommand(std::ostream& err) {
     const std::string connection = suite->stringValue(keys::kCloudDatabaseConnection).value_or("");
     if (connection.empty() || !suite->boolValue(keys::kIsCloudSyncEnabled).value_or(false))
         return;
-    auto container = platform::PostgresCloudContainer::open(
+    auto container = platform::openPostgresCloudContainer(
         {.connection = connection, .connectTimeout = std::chrono::seconds(5)});
     if (!container)
         return warnNotSynced(err, unreachable(connection, container.error()).message);
@@ -173,9 +173,12 @@ platform::Result<void> SyncCommand::run(CommandContext& context) {
     const auto settings = openSettings();
     auto& suite = *settings->appGroupSuite();
     if (!m_connection.empty()) {
-        if (auto checked = platform::PostgresConnection::check(m_connection); !checked)
-            return platform::fail(platform::Errc::invalidArgument,
-                                  fmt::format("--connection: {}", checked.error().message));
+        if (auto checked = platform::checkPostgresConnection(m_connection); !checked)
+            return platform::fail(
+                checked.error().code == platform::CloudErrorCode::internalError
+                    ? platform::Errc::unavailable // the module could not be loaded
+                    : platform::Errc::invalidArgument,
+                fmt::format("--connection: {}", checked.error().message));
         if (auto stored = suite.setValue(keys::kCloudDatabaseConnection, m_connection); !stored)
             return stored;
     }
@@ -185,7 +188,7 @@ platform::Result<void> SyncCommand::run(CommandContext& context) {
         return status(context, suite, connection);
     if (connection.empty())
         return platform::fail(platform::Errc::unavailable, std::string(kNotConfigured));
-    auto container = platform::PostgresCloudContainer::open({.connection = connection});
+    auto container = platform::openPostgresCloudContainer({.connection = connection});
     if (!container)
         return std::unexpected(unreachable(connection, container.error()));
     if (m_action == "setup") {
@@ -205,7 +208,7 @@ platform::Result<void> SyncCommand::run(CommandContext& context) {
 
 platform::Result<void>
 SyncCommand::syncNow(CommandContext& context,
-                     std::shared_ptr<platform::PostgresCloudContainer> container,
+                     std::shared_ptr<platform::ServerCloudContainer> container,
                      std::shared_ptr<platform::PreferencesSuite> suite) {
     auto store = openStoreForOneCommand();
     const auto groupContainer = store->storeURL().parent_path();
@@ -254,7 +257,7 @@ platform::Result<void> SyncCommand::status(CommandContext& context,
     std::string problem;
     if (connection.empty()) {
         problem = kNotConfigured;
-    } else if (auto container = platform::PostgresCloudContainer::open({.connection = connection});
+    } else if (auto container = platform::openPostgresCloudContainer({.connection = connection});
                !container) {
         problem = unreachable(connection, container.error()).message;
     } else {

@@ -12,7 +12,7 @@
 #include <string>
 
 namespace tasket::platform {
-class PostgresCloudContainer;
+class ServerCloudContainer;
 class PreferencesSuite;
 } // namespace tasket::platform
 
@@ -29,7 +29,7 @@ class SyncCommand final : public Command {
                                                 const platform::PreferencesSuite& suite,
                                                 const std::string& connection);
     [[nodiscard]] platform::Result<void>
-    syncNow(CommandContext& context, std::shared_ptr<platform::PostgresCloudContainer> container,
+    syncNow(CommandContext& context, std::shared_ptr<platform::ServerCloudContainer> container,
             std::shared_ptr<platform::PreferencesSuite> suite);
 
     std::string m_action;

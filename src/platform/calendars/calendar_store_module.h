@@ -1,9 +1,7 @@
 // The vdir and CalDAV calendar stores are built as a module that a program
-// loads the first time it opens one of them. They bring the iCalendar,
-// HTTP, TLS and XML libraries, some thirty shared objects that every
-// program would otherwise load and relocate at each start, calendars or
-// not. The module and the programs are built together, so C++ types cross
-// between them as they are.
+// loads the first time it opens one of them (see platform/module_loader.h):
+// they bring the iCalendar, HTTP, TLS and XML libraries, some thirty shared
+// objects.
 #pragma once
 
 #include "platform/calendars/calendar_store.h"
@@ -29,7 +27,8 @@ openVdirCalendarStore(std::vector<std::filesystem::path> roots);
 openCaldavCalendarStore(std::vector<std::string> urls);
 
 /// What the module hands over through its one exported function,
-/// kCalendarStoreModuleEntry, which returns a pointer to it.
+/// kCalendarStoreModuleEntry, which returns a pointer to it. The version
+/// comes first, where the loader reads it.
 struct CalendarStoreFactories {
     static constexpr int kVersion = 1;
     int version = kVersion;

@@ -9,7 +9,7 @@
 // <libpq-fe.h> stays out of this header.
 #pragma once
 
-#include "platform/cloud/cloud_database.h"
+#include "platform/cloud/postgres_cloud_module.h"
 #include "platform/cloud/postgres_connection.h"
 
 #include <chrono>
@@ -19,27 +19,17 @@
 
 namespace tasket::platform {
 
-class PostgresCloudContainer final : public CloudContainer {
+class PostgresCloudContainer final : public ServerCloudContainer {
   public:
-    struct Options {
-        /// A libpq connection string or "service=name"; never a password.
-        std::string connection;
-        /// Our own limit on requests per second (0: none). A request over it
-        /// fails with requestRateLimited and the seconds until one is free.
-        double maxRequestsPerSecond = 0;
-        std::chrono::milliseconds connectTimeout = std::chrono::seconds(10);
-    };
+    using Options = PostgresCloudOptions;
 
     /// Connects and listens for the account's pushes. Fails with the cloud
     /// code of the connection failure (3 unreachable, 9 refused login, …).
     [[nodiscard]] static CloudResult<std::unique_ptr<PostgresCloudContainer>> open(Options options);
     ~PostgresCloudContainer() override;
 
-    /// Creates the server's schema when it is missing (safe to repeat, by any
-    /// role once it exists; the first run needs the right to create a schema).
-    [[nodiscard]] CloudResult<> setUpServer();
-    /// Whether the server's schema exists.
-    [[nodiscard]] CloudResult<bool> isServerSetUp();
+    [[nodiscard]] CloudResult<> setUpServer() override;
+    [[nodiscard]] CloudResult<bool> isServerSetUp() override;
 
     [[nodiscard]] CloudResult<CloudAccountStatus> accountStatus() override;
     [[nodiscard]] CloudResult<std::string> currentUser() override;
@@ -50,12 +40,8 @@ class PostgresCloudContainer final : public CloudContainer {
     [[nodiscard]] CloudResult<std::vector<CloudShare>> fetchShares() override;
     [[nodiscard]] CloudResult<std::vector<CloudPush>> waitForPushes(double timeoutSeconds) override;
 
-    /// The descriptor to poll for readability while waiting for pushes; it
-    /// changes after a reconnection, so ask again after each request.
-    [[nodiscard]] int pushSocket() const;
-    /// The pushes that arrived, without waiting (call after the descriptor
-    /// became readable, and after other requests, which may read them too).
-    [[nodiscard]] CloudResult<std::vector<CloudPush>> takePushes();
+    [[nodiscard]] int pushSocket() const override;
+    [[nodiscard]] CloudResult<std::vector<CloudPush>> takePushes() override;
 
   private:
     class Database;
