@@ -109,8 +109,12 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
         return applied;
     if (auto saved = withStoreAdvice(share::saveContext(viewContext)); !saved)
         return saved;
-    const std::string taskID[] = {task->taskID().value_or("")};
-    refreshReminders(viewContext, taskID, context.err);
+    // The queue holds nothing for a task that did not exist: it is opened
+    // only when the new task has a reminder to schedule.
+    if (task->isRemindEnabled() || task->isStartDateRemindEnabled()) {
+        const std::string taskID[] = {task->taskID().value_or("")};
+        refreshReminders(viewContext, taskID, context.err);
+    }
     if (context.json) {
         platform::JsonWriter json;
         writeTask(json, reportTask(*task, localCalendar(), now));
