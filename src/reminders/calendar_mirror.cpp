@@ -168,11 +168,12 @@ void tally(const Result<>& done, int& count, CalendarMirror::SyncReport& report)
 // ---- What a sync left in a calendar ----------------------------------------------------
 //
 // One file per calendar: a header line, the calendar's identifier, the mode,
-// its change token, then one line per linked task: item identifier, tab,
+// the zone, the store's history position, the calendar's change token, then
+// one line per linked task: item identifier, tab, the task's store key, tab,
 // the fingerprint of what the task held when its item was last made equal
 // to it.
 
-constexpr std::string_view kSyncStateHeader = "tasket calendar sync state 1";
+constexpr std::string_view kSyncStateHeader = "tasket calendar sync state 2";
 
 bool isStateField(std::string_view text) {
     return !text.empty() && text.find_first_of(std::string_view("\t\r\n\0", 4)) == text.npos;
@@ -191,17 +192,22 @@ std::filesystem::path syncStateFile(const std::filesystem::path& folder,
 std::optional<SyncState> readSyncState(const std::filesystem::path& folder,
                                        std::string_view calendarID) {
     std::ifstream in(syncStateFile(folder, calendarID));
-    std::string header, id, mode;
+    std::string header, id, mode, history;
     SyncState state;
     if (!std::getline(in, header) || header != kSyncStateHeader || !std::getline(in, id) ||
-        id != calendarID || !std::getline(in, mode) || !std::getline(in, state.token))
+        id != calendarID || !std::getline(in, mode) || !std::getline(in, state.zone) ||
+        !std::getline(in, history) || !std::getline(in, state.token))
         return std::nullopt;
     state.mode = std::atoi(mode.c_str());
+    state.history = std::atoll(history.c_str());
     for (std::string line; std::getline(in, line);) {
         const auto tab = line.find('\t');
-        if (tab == std::string::npos)
+        const auto second = tab == std::string::npos ? tab : line.find('\t', tab + 1);
+        if (second == std::string::npos)
             return std::nullopt;
-        state.fingerprints.emplace(line.substr(0, tab), line.substr(tab + 1));
+        state.items.emplace(line.substr(0, tab),
+                            SyncState::Entry{line.substr(second + 1),
+                                             std::atoll(line.c_str() + tab + 1)});
     }
     return state;
 }
@@ -406,30 +412,48 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
     m_statesToKeep.clear();
     m_fingerprints.clear();
     const auto calendar = Calendar::current(); // one zone for the whole pass
-    std::vector<std::pair<std::shared_ptr<TK_Category>, CalendarEntityType>> lists;
+    // Where history stands before anything is read: what is saved after it
+    // is read again by the next pass.
+    const auto started = context.store().currentHistoryToken();
+    if (!started)
+        return std::unexpected(started.error());
+    const std::int64_t start = *started ? (*started)->value : 0;
+    MirroredLists lists;
     for (const auto kind : {CalendarEntityType::reminder, CalendarEntityType::event}) {
         auto request = TK_Category::fetchRequest();
         request.predicate = rules::predicates::parsed("calendarType = %d",
                                                       {static_cast<int>(calendarTypeOf(kind))});
-        request.prefetchedRelationships = {"tasks"}; // one query for every task, not one each
         auto found = context.fetch(request);
         if (!found)
             return std::unexpected(found.error());
         for (const auto& object : *found)
             lists.emplace_back(std::static_pointer_cast<TK_Category>(object), kind);
     }
-    // Items that a task of some mirrored list links: not orphans of another list.
-    std::vector<std::string> linked;
-    for (const auto& [list, kind] : lists)
-        for (const auto& task : list->tasks())
-            if (auto id = task->calendarItemIdentifier(); id && !id->empty())
-                linked.push_back(std::move(*id));
-    std::ranges::sort(linked);
-
+    auto fromHistory = m_stateFolder.empty() ? Result<bool>(false)
+                                             : syncFromHistory(context, lists, start, calendar,
+                                                               report);
+    if (!fromHistory)
+        return std::unexpected(fromHistory.error());
+    if (!*fromHistory) {
+        std::vector<objectstore::ObjectPtr> owners;
+        for (const auto& [list, kind] : lists)
+            owners.push_back(list);
+        // One query for every task, not one each.
+        if (auto prefetched = context.prefetchRelationships(owners, {"tasks"}); !prefetched)
+            return std::unexpected(prefetched.error());
+        // Items that a task of some mirrored list links: not orphans of another list.
+        std::vector<std::string> linked;
+        for (const auto& [list, kind] : lists)
+            for (const auto& task : list->tasks())
+                if (auto id = task->calendarItemIdentifier(); id && !id->empty())
+                    linked.push_back(std::move(*id));
+        std::ranges::sort(linked);
+        for (const auto& [list, kind] : lists)
+            if (auto synced = syncList(context, *list, kind, linked, calendar, report); !synced)
+                return std::unexpected(synced.error());
+    }
     std::vector<std::string> calendars;
     for (const auto& [list, kind] : lists) {
-        if (auto synced = syncList(context, *list, kind, linked, calendar, report); !synced)
-            return std::unexpected(synced.error());
         ++report.lists;
         calendars.push_back(list->calendarIdentifier().value_or(""));
     }
@@ -437,12 +461,30 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
     // The state is kept only once the tasks it describes are saved.
     auto states = std::exchange(m_statesToKeep, {});
     m_fingerprints.clear(); // the tasks may change before the next pass
+    const bool writes = context.hasChanges();
     auto saved = context.save();
-    for (const auto& [file, text] : states) {
+    // Our own save need not be read again when nothing came between.
+    std::int64_t history = start;
+    if (const auto now = context.store().currentHistoryToken();
+        saved && writes && now && *now && (*now)->value == start + 1)
+        history = start + 1;
+    const auto zone = calendar.zoneID();
+    const auto mode = static_cast<int>(m_customizationManager->remindersDatabaseType());
+    for (const auto& state : states) {
+        const auto file = syncStateFile(m_stateFolder, state.calendarID);
         std::error_code error;
-        if (saved && text)
+        bool kept = saved && state.token;
+        if (kept) {
+            std::string text = fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n", kSyncStateHeader,
+                                           state.calendarID, mode, zone, history, *state.token);
+            for (const auto& [id, entry] : state.items)
+                text += fmt::format("{}\t{}\t{}\n", id,
+                                    entry.object ? entry.object->objectID().key : entry.task,
+                                    entry.fingerprint);
             std::filesystem::create_directories(file.parent_path(), error);
-        if (!saved || !text || !platform::replaceFile(file, *text, 0600))
+            kept = platform::replaceFile(file, text, 0600).has_value();
+        }
+        if (!kept)
             std::filesystem::remove(file, error); // a cache: without it the next pass reads all
     }
     if (!saved)
@@ -460,14 +502,6 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
         return std::unexpected(calendarID.error());
     const bool replaced = before != *calendarID; // a new calendar holds none of the old items
     const int failedBefore = report.failed;
-    if (!replaced && !m_stateFolder.empty())
-        if (const auto state = readSyncState(m_stateFolder, *calendarID);
-            state && state->mode == static_cast<int>(mode) &&
-            state->token == m_calendarStore->changeToken(*calendarID) &&
-            syncUnchanged(list, kind, linked, *state, calendar, report)) {
-            keepSyncState(*calendarID, list, kind, calendar, report.failed == failedBefore);
-            return {};
-        }
     // The token before the items are read: a change made while this pass
     // runs is not taken as seen.
     (void)m_calendarStore->changeToken(*calendarID);
@@ -559,7 +593,7 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
             write(*task, &item, rewritten);
         }
     }
-    keepSyncState(*calendarID, list, kind, calendar, report.failed == failedBefore);
+    keepSyncState(*calendarID, itemsOfList(list, kind, calendar), report.failed == failedBefore);
     return {};
 }
 
@@ -567,55 +601,166 @@ void CalendarMirror::keepSyncStateIn(std::filesystem::path folder) {
     m_stateFolder = std::move(folder);
 }
 
-bool CalendarMirror::syncUnchanged(TK_Category& list, CalendarEntityType kind,
-                                   const std::vector<std::string>& linked, const SyncState& state,
-                                   const Calendar& calendar, SyncReport& report) {
+Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context,
+                                             const MirroredLists& lists, std::int64_t start,
+                                             const Calendar& calendar, SyncReport& report) {
+    // Every list's calendar as the last pass left it, from the same position.
     const auto mode = m_customizationManager->remindersDatabaseType();
-    const auto tasks = list.tasks();
-    std::set<std::string, std::less<>> seen;
-    for (const auto& task : tasks)
-        if (const auto id = task->calendarItemIdentifier().value_or("");
-            !id.empty() && !task->isDeleted()) {
-            if (!state.fingerprints.contains(id))
-                return false; // moved here from another list: the full pass looks for it
-            seen.insert(id);
-        }
-    for (const auto& task : tasks) {
-        const auto id = task->calendarItemIdentifier().value_or("");
-        if (task->isDeleted())
-            continue;
-        if (id.empty())
-            tally(writeTask(*task, kind, nullptr, calendar), report.created, report);
-        else if (mode != TK_RemindersDatabaseType::addOnly &&
-                 taskFingerprint(*task, kind, calendar) != state.fingerprints.find(id)->second)
-            tally(writeTask(*task, kind, nullptr, calendar), report.updated, report);
+    const auto zone = calendar.zoneID();
+    std::vector<SyncState> states;
+    for (const auto& [list, kind] : lists) {
+        const auto calendarID = list->calendarIdentifier().value_or("");
+        auto state = calendarID.empty() ? std::nullopt : readSyncState(m_stateFolder, calendarID);
+        if (!state || state->mode != static_cast<int>(mode) || state->zone != zone ||
+            (!states.empty() && state->history != states.front().history) ||
+            state->token != m_calendarStore->changeToken(calendarID))
+            return false;
+        states.push_back(std::move(*state));
     }
-    if (mode == TK_RemindersDatabaseType::exact)
-        for (const auto& [id, fingerprint] : state.fingerprints)
-            if (!seen.contains(id) && !std::ranges::binary_search(linked, id))
+    if (states.empty())
+        return false;
+
+    // The tasks saved since, then those changed here and not yet saved.
+    const auto& taskEntity = *context.model().entity("TK_Task");
+    std::set<std::int64_t> keys;
+    if (const std::int64_t from = states.front().history; from != start) {
+        const auto transactions = context.store().historyAfter(objectstore::HistoryToken{from});
+        if (!transactions)
+            return std::unexpected(transactions.error());
+        // Tokens follow one another: a gap is history purged before we read it.
+        std::int64_t expected = from + 1;
+        for (const auto& transaction : *transactions) {
+            if (!transaction.changes.token || transaction.changes.token->value != expected++)
+                return false;
+            const auto add = [&](objectstore::ObjectID id) {
+                if (id.entity == taskEntity.index)
+                    keys.insert(id.key);
+            };
+            std::ranges::for_each(transaction.changes.inserted, add);
+            std::ranges::for_each(transaction.changes.deleted, add);
+            for (const auto& updated : transaction.changes.updated)
+                add(updated.id);
+        }
+        if (expected <= start)
+            return false;
+    }
+    // Beyond this many, reading every task at once is quicker.
+    constexpr std::size_t kMostChangedTasks = 512;
+    if (keys.size() > kMostChangedTasks)
+        return false;
+    std::vector<std::shared_ptr<TK_Task>> tasks;
+    std::set<std::int64_t> gone;
+    for (const auto key : keys) {
+        auto object = context.existingObject({taskEntity.index, key});
+        if (object)
+            tasks.push_back(std::static_pointer_cast<TK_Task>(*object));
+        else if (object.error().code == Errc::notFound)
+            gone.insert(key);
+        else
+            return std::unexpected(object.error());
+    }
+    for (const auto& changed : {context.insertedObjects(), context.updatedObjects(),
+                                context.deletedObjects()})
+        for (const auto& object : changed)
+            if (object->objectID().entity == taskEntity.index &&
+                std::ranges::find(tasks, object) == tasks.end())
+                tasks.push_back(std::static_pointer_cast<TK_Task>(object));
+    const auto inList = [](const TK_Task& task, const TK_Category& list) {
+        const auto category = task.category();
+        return !task.isDeleted() && category && category->objectID() == list.objectID();
+    };
+
+    // A task whose item the state does not hold came from another list:
+    // only the full pass looks for its item.
+    for (std::size_t i = 0; i < lists.size(); ++i)
+        for (const auto& task : tasks)
+            if (const auto id = task->calendarItemIdentifier().value_or("");
+                !id.empty() && inList(*task, *lists[i].first)) {
+                const auto found = states[i].items.find(id);
+                if (found == states[i].items.end() || found->second.task != task->objectID().key)
+                    return false;
+            }
+
+    for (std::size_t i = 0; i < lists.size(); ++i) {
+        const auto& [list, kind] = lists[i];
+        auto& items = states[i].items;
+        const int failedBefore = report.failed;
+        std::map<std::int64_t, std::string> itemOfTask;
+        for (const auto& [id, entry] : items)
+            itemOfTask.emplace(entry.task, id);
+        std::vector<std::string> left; // items whose task left this list
+        for (const auto& task : tasks) {
+            if (!inList(*task, *list)) {
+                if (const auto found = itemOfTask.find(task->objectID().key);
+                    found != itemOfTask.end())
+                    left.push_back(found->second);
+                continue;
+            }
+            const auto id = task->calendarItemIdentifier().value_or("");
+            if (id.empty())
+                tally(writeTask(*task, kind, nullptr, calendar), report.created, report);
+            else if (mode != TK_RemindersDatabaseType::addOnly &&
+                     taskFingerprint(*task, kind, calendar) != items.find(id)->second.fingerprint)
+                tally(writeTask(*task, kind, nullptr, calendar), report.updated, report);
+            if (const auto now = task->calendarItemIdentifier().value_or(""); isStateField(now))
+                items.insert_or_assign(now, SyncState::Entry{taskFingerprint(*task, kind, calendar),
+                                                             task->objectID().key, task});
+        }
+        for (const auto key : gone)
+            if (const auto found = itemOfTask.find(key); found != itemOfTask.end())
+                left.push_back(found->second);
+        for (const auto& id : left) {
+            items.erase(id);
+            if (mode != TK_RemindersDatabaseType::exact)
+                continue;
+            const auto linked = isLinked(context, lists, id);
+            if (!linked)
+                return std::unexpected(linked.error());
+            if (!*linked)
                 tally(m_calendarStore->removeItem(id, true), report.deleted, report);
+        }
+        keepSyncState(*list->calendarIdentifier(), std::move(items),
+                      report.failed == failedBefore);
+    }
     return true;
 }
 
-void CalendarMirror::keepSyncState(const std::string& calendarID, const TK_Category& list,
-                                   CalendarEntityType kind, const Calendar& calendar,
+Result<bool> CalendarMirror::isLinked(objectstore::ObjectContext& context,
+                                      const MirroredLists& lists, const std::string& item) const {
+    auto request = TK_Task::fetchRequest();
+    request.predicate = rules::predicates::parsed("calendarItemIdentifier = %@", {item});
+    const auto found = context.fetch(request);
+    if (!found)
+        return std::unexpected(found.error());
+    return std::ranges::any_of(*found, [&](const objectstore::ObjectPtr& object) {
+        const auto category = std::static_pointer_cast<TK_Task>(object)->category();
+        return !object->isDeleted() && category &&
+               std::ranges::any_of(lists, [&](const auto& mirrored) {
+                   return mirrored.first->objectID() == category->objectID();
+               });
+    });
+}
+
+SyncState::Items CalendarMirror::itemsOfList(const TK_Category& list, CalendarEntityType kind,
+                                             const Calendar& calendar) {
+    SyncState::Items items;
+    for (const auto& task : list.tasks())
+        if (auto id = task->calendarItemIdentifier().value_or("");
+            !task->isDeleted() && isStateField(id))
+            items.insert_or_assign(std::move(id),
+                                   SyncState::Entry{taskFingerprint(*task, kind, calendar),
+                                                    task->objectID().key, task});
+    return items;
+}
+
+void CalendarMirror::keepSyncState(const std::string& calendarID, SyncState::Items items,
                                    bool complete) {
     if (m_stateFolder.empty())
         return;
-    const auto file = syncStateFile(m_stateFolder, calendarID);
-    const auto token = complete ? m_calendarStore->tokenAfterOwnWrites(calendarID) : std::nullopt;
-    if (!token || !isStateField(*token) || !isStateField(calendarID)) {
-        m_statesToKeep.emplace_back(file, std::nullopt);
-        return;
-    }
-    std::string text =
-        fmt::format("{}\n{}\n{}\n{}\n", kSyncStateHeader, calendarID,
-                    static_cast<int>(m_customizationManager->remindersDatabaseType()), *token);
-    for (const auto& task : list.tasks())
-        if (const auto id = task->calendarItemIdentifier().value_or("");
-            !task->isDeleted() && isStateField(id))
-            text += fmt::format("{}\t{}\n", id, taskFingerprint(*task, kind, calendar));
-    m_statesToKeep.emplace_back(file, std::move(text));
+    auto token = complete ? m_calendarStore->tokenAfterOwnWrites(calendarID) : std::nullopt;
+    if (!token || !isStateField(*token) || !isStateField(calendarID))
+        token.reset();
+    m_statesToKeep.push_back({calendarID, std::move(token), std::move(items)});
 }
 
 } // namespace tasket::reminders

@@ -21,10 +21,12 @@
 // write them, so an item another client created is imported once.
 //
 // With a folder to keep its state in, a sync remembers what it left in each
-// calendar (the store's change token and the fingerprint of each task), and
-// the next one does not read a calendar whose token is unchanged: it writes
-// only the tasks changed since. A change another client makes between our
-// last write and the token read after it is seen at the next change there.
+// calendar (the calendar's change token, the store's history position the
+// pass began at, and the fingerprint of each task), and the next one reads
+// neither a calendar whose token is unchanged nor the tasks that no save
+// has touched since: the store's history names the tasks to write. A change
+// another client makes between our last write and the token read after it
+// is seen at the next change there.
 #pragma once
 
 #include "objectstore/object_context.h"
@@ -33,6 +35,7 @@
 #include "settings/customization_manager.h"
 #include "store/records.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -50,9 +53,19 @@ using platform::Result;
 
 /// What a sync left in one calendar (see the file comment).
 struct SyncState {
-    int mode = 0; // TK_RemindersDatabaseType
-    std::string token;
-    std::map<std::string, std::string, std::less<>> fingerprints; // by item identifier
+    struct Entry {
+        std::string fingerprint;
+        std::int64_t task = 0; // the store key of the task the item mirrors
+        // The task itself when this pass saw it: a new one has its key only
+        // once the context is saved.
+        std::shared_ptr<const store::TK_Task> object = nullptr;
+    };
+    int mode = 0;              // TK_RemindersDatabaseType
+    std::string zone;          // the zone days were read in
+    std::int64_t history = 0;  // the store's history position the pass began at
+    std::string token;         // the calendar's change token after the pass
+    using Items = std::map<std::string, Entry, std::less<>>;
+    Items items; // by item identifier
 };
 
 class CalendarMirror {
@@ -114,12 +127,24 @@ class CalendarMirror {
     void keepSyncStateIn(std::filesystem::path folder);
 
   private:
-    [[nodiscard]] bool syncUnchanged(store::TK_Category& list, CalendarEntityType kind,
-                                     const std::vector<std::string>& linkedElsewhere,
-                                     const SyncState& state, const platform::Calendar& calendar,
-                                     SyncReport& report);
-    void keepSyncState(const std::string& calendarID, const store::TK_Category& list,
-                       CalendarEntityType kind, const platform::Calendar& calendar, bool complete);
+    using MirroredLists =
+        std::vector<std::pair<std::shared_ptr<store::TK_Category>, CalendarEntityType>>;
+    /// The pass from the states the last one kept and the store's history
+    /// since: false when some list needs the full pass (before any write).
+    [[nodiscard]] Result<bool> syncFromHistory(objectstore::ObjectContext& context,
+                                               const MirroredLists& lists, std::int64_t start,
+                                               const platform::Calendar& calendar,
+                                               SyncReport& report);
+    /// Whether a task of a mirrored list other than deleted links `item`.
+    [[nodiscard]] Result<bool> isLinked(objectstore::ObjectContext& context,
+                                        const MirroredLists& lists, const std::string& item) const;
+    /// Keeps `items` as what the pass left in `calendarID` once the context
+    /// is saved; an incomplete pass removes the state instead.
+    void keepSyncState(const std::string& calendarID, SyncState::Items items, bool complete);
+    /// The items of `list` as its tasks now hold them.
+    [[nodiscard]] SyncState::Items itemsOfList(const store::TK_Category& list,
+                                               CalendarEntityType kind,
+                                               const platform::Calendar& calendar);
     /// contentFingerprint of what `task` holds, computed once per pass.
     const std::string& taskFingerprint(const store::TK_Task& task, CalendarEntityType kind,
                                        const platform::Calendar& calendar);
@@ -133,8 +158,13 @@ class CalendarMirror {
     std::shared_ptr<platform::CalendarStore> m_calendarStore;
     std::shared_ptr<settings::CustomizationManager> m_customizationManager;
     std::filesystem::path m_stateFolder; // empty: keep no state
-    // Written by sync() once the context is saved; nullopt: remove the file.
-    std::vector<std::pair<std::filesystem::path, std::optional<std::string>>> m_statesToKeep;
+    // Written by sync() once the context is saved; no token: remove the file.
+    struct KeptState {
+        std::string calendarID;
+        std::optional<std::string> token;
+        SyncState::Items items;
+    };
+    std::vector<KeptState> m_statesToKeep;
     // Valid for one pass: a task the pass reads an item into leaves it.
     std::unordered_map<objectstore::ObjectID, std::string, objectstore::ObjectIDHash>
         m_fingerprints;

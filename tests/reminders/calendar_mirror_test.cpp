@@ -284,6 +284,22 @@ TEST_F(CalendarMirrorTest, ModesDecideWhatGoesWhichWay) {
         EXPECT_EQ(otherClient.itemWithIdentifier(*changed->calendarItemIdentifier())->title,
                   c.changedTaskWritten ? "changed again" : "changed");
         EXPECT_EQ(otherClient.itemWithIdentifier(editedItem).has_value(), c.keptItemOfDeletedTask);
+
+        // Changes another program saved are found in the store's history,
+        // and still when that history was purged before this pass read it.
+        for (const bool purged : {false, true}) {
+            const std::string title = purged ? "changed after a purge" : "changed and saved";
+            changed->setTitle(title);
+            ASSERT_TRUE(context->save());
+            if (purged) {
+                ASSERT_TRUE((*opened)->deleteHistory(*(*opened)->currentHistoryToken().value()));
+            }
+            auto fresh =
+                objectstore::ObjectContext::make(*opened, objectstore::ConcurrencyType::mainQueue);
+            ASSERT_TRUE(mirror->sync(*fresh));
+            EXPECT_EQ(otherClient.itemWithIdentifier(*changed->calendarItemIdentifier())->title,
+                      c.changedTaskWritten ? title : "changed");
+        }
     }
 }
 
