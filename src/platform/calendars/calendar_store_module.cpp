@@ -5,13 +5,8 @@
 namespace tasket::platform {
 namespace {
 
-Result<const CalendarStoreFactories*> factories() {
-    static const auto loaded = loadModuleTable(
-        {.inPrefix = TASKET_CALENDAR_MODULE_IN_PREFIX,
-         .built = TASKET_CALENDAR_MODULE_BUILT,
-         .entry = kCalendarStoreModuleEntry,
-         .what = "the calendar store module"},
-        CalendarStoreFactories::kVersion);
+Result<const CalendarStoreFactories*> load(const ModuleLocation& location) {
+    auto loaded = loadModuleTable(location, CalendarStoreFactories::kVersion);
     if (!loaded)
         return std::unexpected(loaded.error());
     return static_cast<const CalendarStoreFactories*>(*loaded);
@@ -25,14 +20,20 @@ bool isCaldavUrl(std::string_view source) {
 
 Result<std::shared_ptr<CalendarStore>>
 openVdirCalendarStore(std::vector<std::filesystem::path> roots) {
-    auto loaded = factories();
+    static const auto loaded = load({.inPrefix = TASKET_VDIR_MODULE_IN_PREFIX,
+                                     .built = TASKET_VDIR_MODULE_BUILT,
+                                     .entry = kCalendarStoreModuleEntry,
+                                     .what = "the vdir calendar module"});
     if (!loaded)
         return std::unexpected(loaded.error());
     return (*loaded)->vdir(std::move(roots));
 }
 
 Result<std::shared_ptr<CalendarStore>> openCaldavCalendarStore(std::vector<std::string> urls) {
-    auto loaded = factories();
+    static const auto loaded = load({.inPrefix = TASKET_CALDAV_MODULE_IN_PREFIX,
+                                     .built = TASKET_CALDAV_MODULE_BUILT,
+                                     .entry = kCalendarStoreModuleEntry,
+                                     .what = "the CalDAV calendar module"});
     if (!loaded)
         return std::unexpected(loaded.error());
     return (*loaded)->caldav(std::move(urls));

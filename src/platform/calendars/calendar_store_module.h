@@ -1,7 +1,7 @@
-// The vdir and CalDAV calendar stores are built as a module that a program
-// loads the first time it opens one of them (see platform/module_loader.h):
-// they bring the iCalendar, HTTP, TLS and XML libraries, some thirty shared
-// objects.
+// The vdir and CalDAV calendar stores are built as two modules that a
+// program loads the first time it opens a store of that kind (see
+// platform/module_loader.h): the vdir one brings the iCalendar library, the
+// CalDAV one HTTP, TLS and XML besides, some fifty shared objects.
 #pragma once
 
 #include "platform/calendars/calendar_store.h"
@@ -26,11 +26,12 @@ openVdirCalendarStore(std::vector<std::filesystem::path> roots);
 [[nodiscard]] Result<std::shared_ptr<CalendarStore>>
 openCaldavCalendarStore(std::vector<std::string> urls);
 
-/// What the module hands over through its one exported function,
-/// kCalendarStoreModuleEntry, which returns a pointer to it. The version
-/// comes first, where the loader reads it.
+/// What a module hands over through its one exported function,
+/// kCalendarStoreModuleEntry, which returns a pointer to it: the factory of
+/// its own kind, the other one null. The version comes first, where the
+/// loader reads it.
 struct CalendarStoreFactories {
-    static constexpr int kVersion = 1;
+    static constexpr int kVersion = 2;
     int version = kVersion;
     std::shared_ptr<CalendarStore> (*vdir)(std::vector<std::filesystem::path> roots) = nullptr;
     std::shared_ptr<CalendarStore> (*caldav)(std::vector<std::string> urls) = nullptr;

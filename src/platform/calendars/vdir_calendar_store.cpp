@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace tasket::platform {
 
@@ -332,17 +333,38 @@ std::optional<std::string> VdirCalendarStore::changeToken(std::string_view ident
     DIR* dir = found ? ::opendir(found->path.c_str()) : nullptr;
     if (!dir)
         return std::nullopt;
-    auto& listed = m_listed[found->path.native()];
-    listed.clear();
-    // Each file is looked up from the folder (as isItemFile would tell).
+    std::vector<std::string> names;
     while (const dirent* entry = ::readdir(dir)) {
         const std::string_view name = entry->d_name;
-        struct stat status {};
-        if (!name.starts_with('.') && name.ends_with(".ics") &&
-            ::fstatat(::dirfd(dir), entry->d_name, &status, 0) == 0 && S_ISREG(status.st_mode))
-            listed.emplace(name, fileHash(name, status));
+        if (!name.starts_with('.') && name.ends_with(".ics"))
+            names.emplace_back(name);
+    }
+    // Each file is looked up from the folder (as isItemFile would tell).
+    // Looking up a large folder's files is most of the time: it is shared
+    // among threads, as the kernel serves lookups in parallel.
+    std::vector<std::optional<std::uint64_t>> hashes(names.size());
+    const auto look = [&](std::size_t first, std::size_t step) {
+        for (std::size_t i = first; i < names.size(); i += step)
+            if (struct stat status {};
+                ::fstatat(::dirfd(dir), names[i].c_str(), &status, 0) == 0 &&
+                S_ISREG(status.st_mode))
+                hashes[i] = fileHash(names[i], status);
+    };
+    constexpr std::size_t kFilesPerThread = 2048;
+    const std::size_t threads = std::clamp<std::size_t>(
+        names.size() / kFilesPerThread, 1, std::max(1U, std::thread::hardware_concurrency()));
+    {
+        std::vector<std::jthread> helpers;
+        for (std::size_t t = 1; t < threads; ++t)
+            helpers.emplace_back(look, t, threads);
+        look(0, threads);
     }
     ::closedir(dir);
+    auto& listed = m_listed[found->path.native()];
+    listed.clear();
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (hashes[i])
+            listed.emplace(std::move(names[i]), *hashes[i]);
     return tokenOf(listed);
 }
 

@@ -1,6 +1,4 @@
-// The calendar store module's one exported function: the factories of the
-// vdir and CalDAV stores (see calendar_store_module.h).
-#include "platform/calendars/caldav_calendar_store.h"
+// The vdir module's one exported function (see calendar_store_module.h).
 #include "platform/calendars/calendar_store_module.h"
 #include "platform/calendars/vdir_calendar_store.h"
 
@@ -12,12 +10,8 @@ std::shared_ptr<CalendarStore> makeVdir(std::vector<std::filesystem::path> roots
     return std::make_shared<VdirCalendarStore>(std::move(roots));
 }
 
-std::shared_ptr<CalendarStore> makeCaldav(std::vector<std::string> urls) {
-    return std::make_shared<CaldavCalendarStore>(std::move(urls));
-}
-
-constexpr CalendarStoreFactories kFactories{
-    .version = CalendarStoreFactories::kVersion, .vdir = makeVdir, .caldav = makeCaldav};
+constexpr CalendarStoreFactories kFactories{.version = CalendarStoreFactories::kVersion,
+                                            .vdir = makeVdir};
 
 } // namespace
 
