@@ -7,6 +7,8 @@
 #include <fmt/format.h>
 #include <simdjson.h>
 
+#include <algorithm>
+#include <chrono>
 #include <vector>
 
 namespace {
@@ -86,6 +88,34 @@ void BM_SimdjsonParseTask(benchmark::State& state) {
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * texts.size()));
 }
 BENCHMARK(BM_SimdjsonParseTask);
+
+// The two in turn, round after round, so that a busy machine slows both
+// alike: the median of decode's rate over simdjson's (the goal: 0.5 or more).
+void BM_DecodeOverSimdjsonRate(benchmark::State& state) {
+    const auto texts = encoded(sampleTasks());
+    simdjson::dom::parser parser;
+    using Clock = std::chrono::steady_clock;
+    const auto timed = [](auto&& work) {
+        const auto start = Clock::now();
+        work();
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    };
+    std::vector<double> ratios;
+    for (auto _ : state) {
+        const double parse = timed([&] {
+            for (const auto& text : texts)
+                benchmark::DoNotOptimize(parser.parse(text.data(), text.size(), true));
+        });
+        const double decoding = timed([&] {
+            for (const auto& text : texts)
+                benchmark::DoNotOptimize(decode<TK_SharedTask>(text));
+        });
+        ratios.push_back(parse / decoding);
+    }
+    std::ranges::nth_element(ratios, ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2));
+    state.counters["rate_ratio"] = ratios[ratios.size() / 2];
+}
+BENCHMARK(BM_DecodeOverSimdjsonRate);
 
 } // namespace
 

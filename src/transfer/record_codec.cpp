@@ -260,6 +260,10 @@ simdjson::dom::parser& threadParser() {
     return parser;
 }
 
+simdjson::simdjson_result<dom::element> parseText(std::string_view text) {
+    return threadParser().parse(text.data(), text.size(), true);
+}
+
 template <class R> Result<R> decodeObject(dom::object object) {
     constexpr auto& fields = RecordTraits<R>::kFields;
     static constexpr auto kReaders = fieldReaders<R>(std::make_index_sequence<fields.size()>());
@@ -345,7 +349,7 @@ template <class F>
 auto parseObject(std::string_view json, std::string_view what, F&& decodeFound)
     -> decltype(decodeFound(std::declval<dom::object>())) {
     dom::element document;
-    if (auto error = detail::threadParser().parse(json).get(document))
+    if (auto error = detail::parseText(json).get(document))
         return platform::fail(Errc::parseError, fmt::format("{}: not valid JSON ({})", what,
                                                             simdjson::error_message(error)));
     if (document.type() != dom::element_type::OBJECT)

@@ -204,7 +204,7 @@ namespace dom = simdjson::dom;
 
 Result<AnyRecord> decodeLine(std::string_view line) {
     dom::element document;
-    if (auto error = detail::threadParser().parse(line).get(document))
+    if (auto error = detail::parseText(line).get(document))
         return platform::fail(Errc::parseError,
                               fmt::format("not valid JSON ({})", simdjson::error_message(error)));
     std::string_view kind;

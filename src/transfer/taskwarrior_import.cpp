@@ -93,7 +93,7 @@ std::string upper(std::string_view text) {
 
 Result<std::size_t> addTaskwarriorExport(Importer& importer, std::string_view json) {
     dom::element document;
-    if (auto error = detail::threadParser().parse(json).get(document))
+    if (auto error = detail::parseText(json).get(document))
         return platform::fail(Errc::parseError,
                               fmt::format("not valid JSON ({})", simdjson::error_message(error)));
     if (document.type() != dom::element_type::ARRAY)

@@ -22,4 +22,9 @@ platform::Result<AnyRecord> decodeObjectOfKind(std::string_view kind, simdjson::
 /// its next parse.
 simdjson::dom::parser& threadParser();
 
+/// `text` parsed by threadParser(), copied into the parser's own padded
+/// buffer (a string_view would otherwise become a new padded string on
+/// every call).
+simdjson::simdjson_result<simdjson::dom::element> parseText(std::string_view text);
+
 } // namespace tasket::transfer::detail
