@@ -162,6 +162,19 @@ template <class T> bool readOptional(dom::element value, std::optional<T>& out, 
     out.emplace();
     return readPresent(value, *out, problem);
 }
+// A text is made straight from the parsed one, not assigned to an empty one.
+bool readOptional(dom::element value, std::optional<std::string>& out, Problem& problem) {
+    const auto type = value.type();
+    if (type == dom::element_type::STRING) [[likely]] {
+        out.emplace(value.get_string().value_unsafe());
+        return true;
+    }
+    if (type == dom::element_type::NULL_VALUE) {
+        out.reset();
+        return true;
+    }
+    return refuse(problem, wrongType("a string", type));
+}
 
 // One reader per field of R, indexed like kFields: a call through a table
 // instead of a visit of the member's variant for every value.
@@ -220,14 +233,19 @@ platform::Error failure(const R& record, std::string_view key, std::string_view 
 
 // The index in kFields of `key`, trying `next` first since keys usually come
 // in declared order; -1 for a key the record does not list.
-template <class R> int fieldIndex(std::string_view key, std::size_t next) {
+template <class R> [[gnu::noinline, gnu::cold]] int searchedFieldIndex(std::string_view key) {
     const auto& fields = RecordTraits<R>::kFields;
-    if (next < fields.size() && sameKey(fields[next].key, key))
-        return static_cast<int>(next);
     for (std::size_t i = 0; i < fields.size(); ++i)
         if (sameKey(fields[i].key, key))
             return static_cast<int>(i);
     return -1;
+}
+template <class R> [[gnu::always_inline]] inline int fieldIndex(std::string_view key,
+                                                                std::size_t next) {
+    const auto& fields = RecordTraits<R>::kFields;
+    if (next < fields.size() && sameKey(fields[next].key, key)) [[likely]]
+        return static_cast<int>(next);
+    return searchedFieldIndex<R>(key);
 }
 
 } // namespace
