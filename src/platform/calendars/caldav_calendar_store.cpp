@@ -497,12 +497,23 @@ Result<std::optional<CaldavCalendarStore::Remote>>
 CaldavCalendarStore::remote(std::string_view identifier) const {
     if (identifier.empty())
         return std::nullopt;
+    // The calendars as last listed, where the item usually still is; that
+    // it is in none of them counts only once they are listed again.
+    if (m_listed)
+        if (auto found = remoteIn(identifier, *m_listed, false); !found || *found)
+            return found;
     auto known = discover();
     if (!known)
         return std::unexpected(known.error());
+    return remoteIn(identifier, *known, true);
+}
+
+Result<std::optional<CaldavCalendarStore::Remote>>
+CaldavCalendarStore::remoteIn(std::string_view identifier, const std::vector<CalendarInfo>& known,
+                              bool everywhere) const {
     std::vector<CalendarInfo> all;
     for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
-        for (auto& each : withPending(*known, type))
+        for (auto& each : withPending(known, type))
             if (!m_newCalendars.contains(each.identifier))
                 all.push_back(std::move(each));
     // Where it was last seen, where this store would put it, then everywhere.
@@ -541,7 +552,7 @@ CaldavCalendarStore::remote(std::string_view identifier) const {
         m_seen.emplace(std::string(identifier), found);
         return found;
     }
-    for (const auto& each : all) {
+    for (const auto& each : everywhere ? all : std::vector<CalendarInfo>{}) {
         auto listed = query(each);
         if (!listed) {
             failure = listed.error();
