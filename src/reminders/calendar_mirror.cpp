@@ -429,7 +429,9 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
         for (const auto& object : *found)
             lists.emplace_back(std::static_pointer_cast<TK_Category>(object), kind);
     }
-    auto fromHistory = m_stateFolder.empty() ? Result<bool>(false)
+    // Without history only reading every task finds what changed.
+    auto fromHistory = m_stateFolder.empty() || !context.store().options().historyTracking
+                           ? Result<bool>(false)
                                              : syncFromHistory(context, lists, start, calendar,
                                                                report);
     if (!fromHistory)
@@ -611,7 +613,10 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
     for (const auto& [list, kind] : lists) {
         const auto calendarID = list->calendarIdentifier().value_or("");
         auto state = calendarID.empty() ? std::nullopt : readSyncState(m_stateFolder, calendarID);
-        if (!state || state->mode != static_cast<int>(mode) || state->zone != zone ||
+        // A calendar of the other kind is replaced, which the full pass does.
+        const auto info = state ? m_calendarStore->calendarWithIdentifier(calendarID) : std::nullopt;
+        if (!state || !info || info->entityType != kind ||
+            state->mode != static_cast<int>(mode) || state->zone != zone ||
             (!states.empty() && state->history != states.front().history) ||
             state->token != m_calendarStore->changeToken(calendarID))
             return false;

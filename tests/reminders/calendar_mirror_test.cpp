@@ -179,6 +179,34 @@ TEST_F(CalendarMirrorTest, ADeletedCalendarIsReplaced) {
     EXPECT_EQ(settings->remindersLists(), std::vector<std::string>{second});
 }
 
+// A list linked again as the other kind (its tasks' items forgotten, as
+// tasket calendars link does) moves to a calendar of that kind, also when
+// the last pass kept its state.
+TEST_F(CalendarMirrorTest, AListLinkedAsTheOtherKindGetsACalendarOfThatKind) {
+    testing::TempDir folders;
+    auto opened = objectstore::PersistentStore::open(
+        folders / "TK_Data.sqlite", store::tkDataModel(), objectstore::StoreOptions{true, false});
+    ASSERT_TRUE(opened);
+    context = objectstore::ObjectContext::make(*opened, objectstore::ConcurrencyType::mainQueue);
+    useStore(std::make_shared<platform::VdirCalendarStore>(
+        std::vector<std::filesystem::path>{folders / "calendars"}));
+    mirror->keepSyncStateIn(folders / "state");
+    auto category = list("Trips", TK_CalendarType::reminder);
+    auto trip = task(category, "trip");
+    trip->setStartDateAndTime(day(23));
+    trip->setDueDateAndTime(day(24));
+    ASSERT_EQ(mirror->sync(*context).value().created, 1);
+    const auto reminders = *category->calendarIdentifier();
+
+    category->setCalendarType(TK_CalendarType::event);
+    trip->setCalendarItemIdentifier(std::nullopt);
+    ASSERT_EQ(mirror->sync(*context).value().created, 1);
+    ASSERT_NE(category->calendarIdentifier(), reminders);
+    EXPECT_EQ(calendarStore->calendarWithIdentifier(*category->calendarIdentifier())->entityType,
+              Kind::event);
+    EXPECT_EQ(calendarStore->findItem(*trip->calendarItemIdentifier()).value()->kind, Kind::event);
+}
+
 // In exact mode a task whose item cannot be looked for (it is not in its
 // list's calendar, and a server holding others went away) stays, and the
 // sync says why.
