@@ -459,7 +459,8 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
         ++report.lists;
         calendars.push_back(list->calendarIdentifier().value_or(""));
     }
-    m_customizationManager->setRemindersLists(calendars);
+    if (m_customizationManager->remindersLists() != calendars) // a write and two syncs
+        m_customizationManager->setRemindersLists(calendars);
     // The state is kept only once the tasks it describes are saved.
     auto states = std::exchange(m_statesToKeep, {});
     m_fingerprints.clear(); // the tasks may change before the next pass
