@@ -107,9 +107,9 @@ void BM_SyncAfterOneChange(benchmark::State& state) {
     (void)mirrored.mirror->sync(*mirrored.context);
     const auto task = mirrored.list->tasks().front();
     const auto requests = [&]() -> std::size_t {
-        return caldav ? static_cast<platform::CaldavCalendarStore&>(*mirrored.calendars)
-                            .requestCount()
-                      : 0;
+        return caldav
+                   ? static_cast<platform::CaldavCalendarStore&>(*mirrored.calendars).requestCount()
+                   : 0;
     };
     const auto before = requests();
     int round = 0;

@@ -112,7 +112,8 @@ void BM_DecodeOverSimdjsonRate(benchmark::State& state) {
         });
         ratios.push_back(parse / decoding);
     }
-    std::ranges::nth_element(ratios, ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2));
+    std::ranges::nth_element(ratios,
+                             ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2));
     state.counters["rate_ratio"] = ratios[ratios.size() / 2];
 }
 BENCHMARK(BM_DecodeOverSimdjsonRate);

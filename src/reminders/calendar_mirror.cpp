@@ -205,9 +205,9 @@ std::optional<SyncState> readSyncState(const std::filesystem::path& folder,
         const auto second = tab == std::string::npos ? tab : line.find('\t', tab + 1);
         if (second == std::string::npos)
             return std::nullopt;
-        state.items.emplace(line.substr(0, tab),
-                            SyncState::Entry{line.substr(second + 1),
-                                             std::atoll(line.c_str() + tab + 1)});
+        state.items.emplace(
+            line.substr(0, tab),
+            SyncState::Entry{line.substr(second + 1), std::atoll(line.c_str() + tab + 1)});
     }
     return state;
 }
@@ -432,8 +432,7 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
     // Without history only reading every task finds what changed.
     auto fromHistory = m_stateFolder.empty() || !context.store().options().historyTracking
                            ? Result<bool>(false)
-                                             : syncFromHistory(context, lists, start, calendar,
-                                                               report);
+                           : syncFromHistory(context, lists, start, calendar, report);
     if (!fromHistory)
         return std::unexpected(fromHistory.error());
     if (!*fromHistory) {
@@ -615,10 +614,10 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
         const auto calendarID = list->calendarIdentifier().value_or("");
         auto state = calendarID.empty() ? std::nullopt : readSyncState(m_stateFolder, calendarID);
         // A calendar of the other kind is replaced, which the full pass does.
-        const auto info = state ? m_calendarStore->calendarWithIdentifier(calendarID) : std::nullopt;
-        if (!state || !info || info->entityType != kind ||
-            state->mode != static_cast<int>(mode) || state->zone != zone ||
-            (!states.empty() && state->history != states.front().history) ||
+        const auto info =
+            state ? m_calendarStore->calendarWithIdentifier(calendarID) : std::nullopt;
+        if (!state || !info || info->entityType != kind || state->mode != static_cast<int>(mode) ||
+            state->zone != zone || (!states.empty() && state->history != states.front().history) ||
             state->token != m_calendarStore->changeToken(calendarID))
             return false;
         states.push_back(std::move(*state));
@@ -665,8 +664,8 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
         else
             return std::unexpected(object.error());
     }
-    for (const auto& changed : {context.insertedObjects(), context.updatedObjects(),
-                                context.deletedObjects()})
+    for (const auto& changed :
+         {context.insertedObjects(), context.updatedObjects(), context.deletedObjects()})
         for (const auto& object : changed)
             if (object->objectID().entity == taskEntity.index &&
                 std::ranges::find(tasks, object) == tasks.end())
@@ -725,8 +724,7 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
             if (!*linked)
                 tally(m_calendarStore->removeItem(id, true), report.deleted, report);
         }
-        keepSyncState(*list->calendarIdentifier(), std::move(items),
-                      report.failed == failedBefore);
+        keepSyncState(*list->calendarIdentifier(), std::move(items), report.failed == failedBefore);
     }
     return true;
 }

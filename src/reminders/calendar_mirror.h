@@ -60,10 +60,10 @@ struct SyncState {
         // once the context is saved.
         std::shared_ptr<const store::TK_Task> object = nullptr;
     };
-    int mode = 0;              // TK_RemindersDatabaseType
-    std::string zone;          // the zone days were read in
-    std::int64_t history = 0;  // the store's history position the pass began at
-    std::string token;         // the calendar's change token after the pass
+    int mode = 0;             // TK_RemindersDatabaseType
+    std::string zone;         // the zone days were read in
+    std::int64_t history = 0; // the store's history position the pass began at
+    std::string token;        // the calendar's change token after the pass
     using Items = std::map<std::string, Entry, std::less<>>;
     Items items; // by item identifier
 };

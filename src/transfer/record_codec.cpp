@@ -240,8 +240,8 @@ template <class R> [[gnu::noinline, gnu::cold]] int searchedFieldIndex(std::stri
             return static_cast<int>(i);
     return -1;
 }
-template <class R> [[gnu::always_inline]] inline int fieldIndex(std::string_view key,
-                                                                std::size_t next) {
+template <class R>
+[[gnu::always_inline]] inline int fieldIndex(std::string_view key, std::size_t next) {
     const auto& fields = RecordTraits<R>::kFields;
     if (next < fields.size() && sameKey(fields[next].key, key)) [[likely]]
         return static_cast<int>(next);

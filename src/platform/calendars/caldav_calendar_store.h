@@ -92,9 +92,9 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     [[nodiscard]] Result<std::optional<Remote>> remote(std::string_view identifier) const;
     /// The same among the calendars `known`: where it was last seen, where
     /// this store would put it, then, when `everywhere`, in every one.
-    [[nodiscard]] Result<std::optional<Remote>>
-    remoteIn(std::string_view identifier, const std::vector<CalendarInfo>& known,
-             bool everywhere) const;
+    [[nodiscard]] Result<std::optional<Remote>> remoteIn(std::string_view identifier,
+                                                         const std::vector<CalendarInfo>& known,
+                                                         bool everywhere) const;
     /// The entity tag to make a change to `stored` against: its own, else
     /// the server's current one when the server still holds the same item;
     /// a conflict when it holds another or gives no tag.

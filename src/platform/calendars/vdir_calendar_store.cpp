@@ -345,9 +345,8 @@ std::optional<std::string> VdirCalendarStore::changeToken(std::string_view ident
     std::vector<std::optional<std::uint64_t>> hashes(names.size());
     const auto look = [&](std::size_t first, std::size_t step) {
         for (std::size_t i = first; i < names.size(); i += step)
-            if (struct stat status {};
-                ::fstatat(::dirfd(dir), names[i].c_str(), &status, 0) == 0 &&
-                S_ISREG(status.st_mode))
+            if (struct stat status{}; ::fstatat(::dirfd(dir), names[i].c_str(), &status, 0) == 0 &&
+                                      S_ISREG(status.st_mode))
                 hashes[i] = fileHash(names[i], status);
     };
     constexpr std::size_t kFilesPerThread = 2048;
