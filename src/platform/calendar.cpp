@@ -82,7 +82,7 @@ std::string Calendar::zoneID() const {
     return out;
 }
 
-DateComponents Calendar::components(Date date) const {
+DateComponents Calendar::components(Date date, int* utcOffset) const {
     auto calendar = m_zone->calendar();
     UErrorCode status = U_ZERO_ERROR;
     calendar->setTime(split(date).wholeMilliseconds, status);
@@ -94,6 +94,10 @@ DateComponents Calendar::components(Date date) const {
     out.minute = calendar->get(UCAL_MINUTE, status);
     out.second = calendar->get(UCAL_SECOND, status);
     out.weekday = calendar->get(UCAL_DAY_OF_WEEK, status);
+    if (utcOffset)
+        *utcOffset =
+            (calendar->get(UCAL_ZONE_OFFSET, status) + calendar->get(UCAL_DST_OFFSET, status)) /
+            1000;
     check(status, "reading a date");
     return out;
 }

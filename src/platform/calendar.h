@@ -54,8 +54,9 @@ class Calendar {
 
     // ---- Components ------------------------------------------------------------------
     /// `date` as year, month, day, hour, minute, second (fractions dropped)
-    /// and weekday in this zone.
-    [[nodiscard]] DateComponents components(Date date) const;
+    /// and weekday in this zone; with `utcOffset`, also utcOffsetSeconds()
+    /// there, from the same reading.
+    [[nodiscard]] DateComponents components(Date date, int* utcOffset = nullptr) const;
     /// The instant that `components` name in this zone (weekday ignored).
     [[nodiscard]] Date date(const DateComponents& components) const;
     /// How far this zone's clocks are ahead of UTC at `date`, in seconds

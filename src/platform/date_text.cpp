@@ -160,8 +160,8 @@ std::string isoDay(Date date, const Calendar& calendar) {
 }
 
 std::string isoDateTime(Date date, const Calendar& calendar) {
-    const DateComponents c = calendar.components(date);
-    const int offset = calendar.utcOffsetSeconds(date);
+    int offset = 0;
+    const DateComponents c = calendar.components(date, &offset);
     const int magnitude = std::abs(offset) / 60;
     return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}", c.year, c.month, c.day,
                        c.hour, c.minute, c.second, offset < 0 ? '-' : '+', magnitude / 60,
