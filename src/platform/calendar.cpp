@@ -117,16 +117,6 @@ Date Calendar::date(const DateComponents& c) const {
     return Date::fromUnix(time / kMillisecondsPerSecond);
 }
 
-int Calendar::utcOffsetSeconds(Date date) const {
-    auto calendar = m_zone->calendar();
-    UErrorCode status = U_ZERO_ERROR;
-    calendar->setTime(split(date).wholeMilliseconds, status);
-    const int milliseconds =
-        calendar->get(UCAL_ZONE_OFFSET, status) + calendar->get(UCAL_DST_OFFSET, status);
-    check(status, "reading a zone offset");
-    return milliseconds / 1000;
-}
-
 Date Calendar::startOfDay(Date date) const {
     DateComponents day = components(date);
     day.hour = day.minute = day.second = 0;

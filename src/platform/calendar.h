@@ -54,14 +54,12 @@ class Calendar {
 
     // ---- Components ------------------------------------------------------------------
     /// `date` as year, month, day, hour, minute, second (fractions dropped)
-    /// and weekday in this zone; with `utcOffset`, also utcOffsetSeconds()
-    /// there, from the same reading.
+    /// and weekday in this zone; with `utcOffset`, also how far this zone's
+    /// clocks are then ahead of UTC, in seconds (daylight saving included;
+    /// negative west of Greenwich).
     [[nodiscard]] DateComponents components(Date date, int* utcOffset = nullptr) const;
     /// The instant that `components` name in this zone (weekday ignored).
     [[nodiscard]] Date date(const DateComponents& components) const;
-    /// How far this zone's clocks are ahead of UTC at `date`, in seconds
-    /// (daylight saving included); negative west of Greenwich.
-    [[nodiscard]] int utcOffsetSeconds(Date date) const;
 
   private:
     struct Zone;

@@ -273,13 +273,9 @@ template <class R> Result<std::string> encode(const R& record) {
 
 namespace detail {
 
-simdjson::dom::parser& threadParser() {
-    thread_local simdjson::dom::parser parser;
-    return parser;
-}
-
 simdjson::simdjson_result<dom::element> parseText(std::string_view text) {
-    return threadParser().parse(text.data(), text.size(), true);
+    thread_local simdjson::dom::parser parser;
+    return parser.parse(text.data(), text.size(), true);
 }
 
 template <class R> Result<R> decodeObject(dom::object object) {

@@ -552,18 +552,19 @@ CaldavCalendarStore::remoteIn(std::string_view identifier, const std::vector<Cal
         m_seen.emplace(std::string(identifier), found);
         return found;
     }
-    for (const auto& each : everywhere ? all : std::vector<CalendarInfo>{}) {
-        auto listed = query(each);
-        if (!listed) {
-            failure = listed.error();
-            continue;
-        }
-        for (auto& candidate : *listed)
-            if (candidate.item.identifier == identifier) {
-                m_seen.insert_or_assign(candidate.item.identifier, candidate);
-                return std::optional(std::move(candidate));
+    if (everywhere)
+        for (const auto& each : all) {
+            auto listed = query(each);
+            if (!listed) {
+                failure = listed.error();
+                continue;
             }
-    }
+            for (auto& candidate : *listed)
+                if (candidate.item.identifier == identifier) {
+                    m_seen.insert_or_assign(candidate.item.identifier, candidate);
+                    return std::optional(std::move(candidate));
+                }
+        }
     if (failure)
         return std::unexpected(*failure);
     return std::nullopt;

@@ -18,11 +18,8 @@ template <class R> platform::Result<R> decodeObject(simdjson::dom::object object
 /// The same for the record named `kind`; an unknown kind fails.
 platform::Result<AnyRecord> decodeObjectOfKind(std::string_view kind, simdjson::dom::object object);
 
-/// A parser per thread, reused across records; what it parsed lasts until
-/// its next parse.
-simdjson::dom::parser& threadParser();
-
-/// `text` parsed by threadParser(), copied into the parser's own padded
+/// `text` parsed by a parser per thread, reused across records (what it
+/// parsed lasts until its next parse), copied into the parser's own padded
 /// buffer (a string_view would otherwise become a new padded string on
 /// every call).
 simdjson::simdjson_result<simdjson::dom::element> parseText(std::string_view text);
