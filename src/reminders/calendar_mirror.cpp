@@ -702,11 +702,18 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
                 continue;
             }
             const auto id = task->calendarItemIdentifier().value_or("");
-            if (id.empty())
+            if (id.empty()) {
                 tally(writeTask(*task, kind, nullptr, calendar), report.created, report);
-            else if (mode != TK_RemindersDatabaseType::addOnly &&
-                     taskFingerprint(*task, kind, calendar) != items.find(id)->second.fingerprint)
-                tally(writeTask(*task, kind, nullptr, calendar), report.updated, report);
+            } else if (mode != TK_RemindersDatabaseType::addOnly &&
+                       taskFingerprint(*task, kind, calendar) !=
+                           items.find(id)->second.fingerprint) {
+                // The calendar holds the item as the last pass left it: its
+                // token has not moved since.
+                CalendarItem known;
+                known.identifier = id;
+                known.kind = kind;
+                tally(writeTask(*task, kind, &known, calendar), report.updated, report);
+            }
             if (const auto now = task->calendarItemIdentifier().value_or(""); isStateField(now))
                 items.insert_or_assign(now, SyncState::Entry{taskFingerprint(*task, kind, calendar),
                                                              task->objectID().key, task});

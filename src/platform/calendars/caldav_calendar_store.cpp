@@ -570,6 +570,23 @@ CaldavCalendarStore::remoteIn(std::string_view identifier, const std::vector<Cal
     return std::nullopt;
 }
 
+Result<std::optional<CaldavCalendarStore::Remote>>
+CaldavCalendarStore::versionToChange(std::string_view identifier) const {
+    if (const auto seen = m_seen.find(identifier); seen != m_seen.end() && !seen->second.etag.empty())
+        return seen->second;
+    return remote(identifier);
+}
+
+Result<bool> CaldavCalendarStore::canChange(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
+        return pending->second.has_value();
+    const auto found = versionToChange(identifier);
+    if (!found)
+        return std::unexpected(found.error());
+    return found->has_value();
+}
+
 Result<std::string> CaldavCalendarStore::currentTag(const Remote& stored) const {
     if (!stored.etag.empty())
         return stored.etag;
@@ -707,7 +724,7 @@ Result<> CaldavCalendarStore::commitLocked() {
         const auto it = m_pendingItems.begin();
         std::optional<Remote> stored;
         if (!m_newItems.contains(it->first)) {
-            auto found = remote(it->first);
+            auto found = versionToChange(it->first);
             if (!found)
                 return std::unexpected(found.error());
             stored = std::move(*found);

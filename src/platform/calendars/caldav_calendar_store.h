@@ -90,6 +90,11 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     /// Where the item is and the version a change is made against; nullopt
     /// when no calendar holds it, a failure when a calendar cannot be read.
     [[nodiscard]] Result<std::optional<Remote>> remote(std::string_view identifier) const;
+    /// The version a change to the item is made against: the one last
+    /// listed or written when the server tagged it (the write's If-Match
+    /// then finds out whether it is still current), else as remote() finds it.
+    [[nodiscard]] Result<std::optional<Remote>> versionToChange(std::string_view identifier) const;
+    [[nodiscard]] Result<bool> canChange(std::string_view identifier) const override;
     /// The same among the calendars `known`: where it was last seen, where
     /// this store would put it, then, when `everywhere`, in every one.
     [[nodiscard]] Result<std::optional<Remote>> remoteIn(std::string_view identifier,

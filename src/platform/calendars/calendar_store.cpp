@@ -69,7 +69,7 @@ Result<> CalendarStore::validate(const CalendarItem& item) const {
             return fail(Errc::invalidArgument, "a recurrence interval must be at least 1");
     if (item.identifier.empty())
         return {};
-    const auto existing = findItem(item.identifier);
+    const auto existing = canChange(item.identifier);
     if (!existing)
         return std::unexpected(existing.error());
     if (!*existing)
@@ -83,6 +83,13 @@ std::optional<std::string> CalendarStore::changeToken(std::string_view) const {
 
 std::optional<std::string> CalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
     return changeToken(identifier);
+}
+
+Result<bool> CalendarStore::canChange(std::string_view identifier) const {
+    const auto found = findItem(identifier);
+    if (!found)
+        return std::unexpected(found.error());
+    return found->has_value();
 }
 
 Result<std::optional<CalendarItem>> CalendarStore::findItem(std::string_view identifier) const {

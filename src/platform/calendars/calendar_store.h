@@ -156,6 +156,11 @@ class CalendarStore {
   protected:
     /// Checks `item` against the contract (calendar, kind, dates, rules).
     [[nodiscard]] Result<> validate(const CalendarItem& item) const;
+    /// Whether a change to the item `identifier` can be made: whether the
+    /// store holds it, or, for a store whose writes are conditional, holds
+    /// a version a change is made against (a write then fails with a
+    /// conflict if the item changed or went since). The base asks findItem.
+    [[nodiscard]] virtual Result<bool> canChange(std::string_view identifier) const;
     /// Stores a validated item; a new one gets its identifier.
     [[nodiscard]] virtual Result<> storeItem(CalendarItem& item, bool commit) = 0;
 };

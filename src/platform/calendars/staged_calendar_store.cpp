@@ -28,7 +28,7 @@ Result<> StagedCalendarStore::storeItem(CalendarItem& item, bool commit) {
 
 Result<> StagedCalendarStore::removeItem(std::string_view identifier, bool commit) {
     Lock lock(m_mutex);
-    const auto existing = findItem(identifier);
+    const auto existing = canChange(identifier);
     if (!existing)
         return std::unexpected(existing.error());
     if (!*existing)

@@ -58,6 +58,14 @@ TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
         ASSERT_TRUE(theirs.saveReminder(another, true));
         ASSERT_TRUE(mine.saveReminder(item, true));
         EXPECT_FALSE(mine.tokenAfterOwnWrites(errands.identifier));
+
+        // Nor is an item they removed (once they read our last version) made again.
+        ASSERT_TRUE(theirs.items(Kind::reminder, {}));
+        ASSERT_TRUE(theirs.removeItem(item.identifier, true));
+        item.title = "mine once more";
+        EXPECT_FALSE(mine.saveReminder(item, true)); // a conflict, or not found once read
+        mine.reset();
+        EXPECT_FALSE(theirs.findItem(item.identifier).value());
     }
 }
 
