@@ -613,12 +613,14 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
     for (const auto& [list, kind] : lists) {
         const auto calendarID = list->calendarIdentifier().value_or("");
         auto state = calendarID.empty() ? std::nullopt : readSyncState(m_stateFolder, calendarID);
-        // A calendar of the other kind is replaced, which the full pass does.
+        // The token first: a store may look the calendar up with it. A
+        // calendar of the other kind is replaced, which the full pass does.
+        const auto token = state ? m_calendarStore->changeToken(calendarID) : std::nullopt;
         const auto info =
             state ? m_calendarStore->calendarWithIdentifier(calendarID) : std::nullopt;
         if (!state || !info || info->entityType != kind || state->mode != static_cast<int>(mode) ||
             state->zone != zone || (!states.empty() && state->history != states.front().history) ||
-            state->token != m_calendarStore->changeToken(calendarID))
+            state->token != token)
             return false;
         states.push_back(std::move(*state));
     }

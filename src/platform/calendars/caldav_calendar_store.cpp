@@ -119,6 +119,39 @@ Result<> eachResponse(const std::string& body,
     return {};
 }
 
+// What a calendar collection says of itself: what discovery lists, and
+// what a lookup of one calendar, which also reads its change token, asks.
+constexpr const char* kCalendarProperties =
+    R"(<d:propfind xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav" xmlns:a="http://apple.com/ns/ical/" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:resourcetype/><d:displayname/><c:supported-calendar-component-set/><a:calendar-color/><s:getctag/><d:sync-token/></d:prop></d:propfind>)";
+
+// The calendar at `url` of `source` as `prop` describes it, or nullopt when
+// it is another kind of collection.
+std::optional<CalendarInfo> calendarFrom(const std::string& url, const xmlNode* prop,
+                                         const std::string& source) {
+    if (!child(child(prop, kDav, "resourcetype"), kCaldav, "calendar"))
+        return std::nullopt;
+    bool todo = false, event = false;
+    const xmlNode* set = child(prop, kCaldav, "supported-calendar-component-set");
+    for (const xmlNode* comp = set ? set->children : nullptr; comp; comp = comp->next)
+        if (is(comp, kCaldav, "comp")) {
+            xmlChar* name = xmlGetProp(comp, reinterpret_cast<const xmlChar*>("name"));
+            const std::string value = name ? reinterpret_cast<const char*>(name) : "";
+            xmlFree(name);
+            todo = todo || value == "VTODO";
+            event = event || value == "VEVENT";
+        }
+    auto identifier = withSlash(url);
+    auto title = text(child(prop, kDav, "displayname"));
+    if (title.empty())
+        title = identifier;
+    auto color = text(child(prop, kApple, "calendar-color"));
+    if (color.size() > 7 && color.front() == '#')
+        color.resize(7); // #RRGGBBAA
+    return CalendarInfo{std::move(identifier), std::move(title), std::move(color),
+                        event && !todo ? CalendarEntityType::event : CalendarEntityType::reminder,
+                        source};
+}
+
 } // namespace
 
 // ---- HTTP --------------------------------------------------------------------------
@@ -313,36 +346,13 @@ Result<std::vector<CalendarInfo>> CaldavCalendarStore::discover() const {
                 return std::unexpected(calendarHome.error());
             home = m_homes.emplace(source, withSlash(*calendarHome)).first;
         }
-        auto answer = http.dav(
-            "PROPFIND", home->second, 1,
-            R"(<d:propfind xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav" xmlns:a="http://apple.com/ns/ical/" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:resourcetype/><d:displayname/><c:supported-calendar-component-set/><a:calendar-color/><s:getctag/><d:sync-token/></d:prop></d:propfind>)");
+        auto answer = http.dav("PROPFIND", home->second, 1, kCalendarProperties);
         if (!answer)
             return std::unexpected(answer.error());
         std::vector<CalendarInfo> ofSource;
         auto parsed = eachResponse(answer->body, [&](const std::string& href, const xmlNode* prop) {
-            if (!child(child(prop, kDav, "resourcetype"), kCaldav, "calendar"))
-                return;
-            bool todo = false, event = false;
-            const xmlNode* set = child(prop, kCaldav, "supported-calendar-component-set");
-            for (const xmlNode* comp = set ? set->children : nullptr; comp; comp = comp->next)
-                if (is(comp, kCaldav, "comp")) {
-                    xmlChar* name = xmlGetProp(comp, reinterpret_cast<const xmlChar*>("name"));
-                    const std::string value = name ? reinterpret_cast<const char*>(name) : "";
-                    xmlFree(name);
-                    todo = todo || value == "VTODO";
-                    event = event || value == "VEVENT";
-                }
-            const auto url = withSlash(Connection::resolve(home->second, href));
-            auto title = text(child(prop, kDav, "displayname"));
-            if (title.empty())
-                title = url;
-            auto color = text(child(prop, kApple, "calendar-color"));
-            if (color.size() > 7 && color.front() == '#')
-                color.resize(7); // #RRGGBBAA
-            ofSource.push_back(
-                {url, std::move(title), std::move(color),
-                 event && !todo ? CalendarEntityType::event : CalendarEntityType::reminder,
-                 source});
+            if (auto calendar = calendarFrom(Connection::resolve(home->second, href), prop, source))
+                ofSource.push_back(std::move(*calendar));
         });
         if (!parsed)
             return std::unexpected(parsed.error());
@@ -350,6 +360,7 @@ Result<std::vector<CalendarInfo>> CaldavCalendarStore::discover() const {
         found.insert(found.end(), ofSource.begin(), ofSource.end());
     }
     m_listed = found;
+    m_lookedUp.clear();
     return found;
 }
 
@@ -380,6 +391,8 @@ CaldavCalendarStore::calendarWithIdentifier(std::string_view identifier) const {
         for (const auto& each : *m_listed)
             if (each.identifier == identifier)
                 return each;
+    if (const auto single = m_lookedUp.find(identifier); single != m_lookedUp.end())
+        return single->second;
     for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
         for (auto& each : calendars(type))
             if (each.identifier == identifier)
@@ -499,8 +512,12 @@ CaldavCalendarStore::remote(std::string_view identifier) const {
         return std::nullopt;
     // The calendars as last listed, where the item usually still is; that
     // it is in none of them counts only once they are listed again.
-    if (m_listed)
-        if (auto found = remoteIn(identifier, *m_listed, false); !found || *found)
+    auto last = m_listed.value_or(std::vector<CalendarInfo>{});
+    for (const auto& [id, calendar] : m_lookedUp)
+        if (std::ranges::find(last, id, &CalendarInfo::identifier) == last.end())
+            last.push_back(calendar);
+    if (!last.empty())
+        if (auto found = remoteIn(identifier, last, false); !found || *found)
             return found;
     auto known = discover();
     if (!known)
@@ -572,7 +589,8 @@ CaldavCalendarStore::remoteIn(std::string_view identifier, const std::vector<Cal
 
 Result<std::optional<CaldavCalendarStore::Remote>>
 CaldavCalendarStore::versionToChange(std::string_view identifier) const {
-    if (const auto seen = m_seen.find(identifier); seen != m_seen.end() && !seen->second.etag.empty())
+    if (const auto seen = m_seen.find(identifier);
+        seen != m_seen.end() && !seen->second.etag.empty())
         return seen->second;
     return remote(identifier);
 }
@@ -610,14 +628,17 @@ std::optional<std::string> CaldavCalendarStore::changeToken(std::string_view ide
     Lock lock(m_mutex);
     if (!m_pendingItems.empty() || m_newCalendars.contains(identifier))
         return std::nullopt;
-    const auto answer = m_connection->dav(
-        "PROPFIND", std::string(identifier), 0,
-        R"(<d:propfind xmlns:d="DAV:" xmlns:s="http://calendarserver.org/ns/"><d:prop><d:sync-token/><s:getctag/></d:prop></d:propfind>)");
+    const std::string url(identifier);
+    const auto answer = m_connection->dav("PROPFIND", url, 0, kCalendarProperties);
     std::string token, syncToken;
+    const auto source = sourceOf(url);
     if (answer)
         (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
             syncToken = text(child(prop, kDav, "sync-token"));
             token = syncToken.empty() ? text(child(prop, kCalendarServer, "getctag")) : syncToken;
+            if (auto calendar = source ? calendarFrom(url, prop, *source) : std::nullopt;
+                calendar && calendar->identifier == url)
+                m_lookedUp.insert_or_assign(url, std::move(*calendar));
         });
     m_tokens.insert_or_assign(std::string(identifier), TokenRead{syncToken, {}});
     if (token.empty())
@@ -654,6 +675,22 @@ CaldavCalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
     if (!is(root, kDav, "multistatus") || token.empty())
         return std::nullopt;
     return token;
+}
+
+std::optional<std::string> CaldavCalendarStore::sourceOf(std::string_view url) const {
+    std::optional<std::string> found;
+    for (const auto& source : m_urls)
+        if (url.starts_with(withSlash(source))) {
+            if (found)
+                return std::nullopt; // which of them, only discovery tells
+            found = source;
+        }
+    return found;
+}
+
+void CaldavCalendarStore::forgetCalendars() {
+    m_listed.reset();
+    m_lookedUp.clear();
 }
 
 void CaldavCalendarStore::noteWrite(const std::string& calendar, const std::string& href) {
@@ -717,7 +754,7 @@ Result<> CaldavCalendarStore::commitLocked() {
             return httpFailure(isNew ? "making the calendar" : "changing the calendar",
                                info.identifier, answer->status);
         m_newCalendars.erase(info.identifier);
-        m_listed.reset();
+        forgetCalendars();
         it = m_pendingCalendars.erase(it);
     }
     while (!m_pendingItems.empty()) {
@@ -792,7 +829,7 @@ Result<> CaldavCalendarStore::commitLocked() {
         std::erase_if(m_seen, [&](const auto& entry) {
             return entry.second.item.calendarIdentifier == it->first;
         });
-        m_listed.reset();
+        forgetCalendars();
         it = m_pendingCalendars.erase(it);
     }
     return {};

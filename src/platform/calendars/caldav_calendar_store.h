@@ -55,7 +55,9 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     itemWithIdentifier(std::string_view identifier) const override;
     [[nodiscard]] Result<std::optional<CalendarItem>>
     findItem(std::string_view identifier) const override;
-    /// The collection's sync-token (RFC 6578), else its CTag: one request.
+    /// The collection's sync-token (RFC 6578), else its CTag: one request,
+    /// which also looks the calendar up (calendarWithIdentifier then asks
+    /// no more).
     [[nodiscard]] std::optional<std::string>
     changeToken(std::string_view identifier) const override;
     /// The collection's changes since changeToken read its sync-token
@@ -66,7 +68,8 @@ class CaldavCalendarStore final : public StagedCalendarStore {
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
-    /// the last answer and asks again only for a calendar not in it.
+    /// the last answer (and the calendars changeToken read since) and asks
+    /// again only for a calendar not in it.
     [[nodiscard]] Result<std::vector<CalendarInfo>> discover() const;
     /// HTTP requests made so far.
     [[nodiscard]] std::size_t requestCount() const;
@@ -112,6 +115,8 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     mutable std::map<std::string, std::string, std::less<>> m_homes; // source -> calendar home
     mutable std::map<std::string, Remote, std::less<>> m_seen;       // by identifier
     mutable std::optional<std::vector<CalendarInfo>> m_listed;       // the last discovery
+    // Calendars read one by one since, by identifier.
+    mutable std::map<std::string, CalendarInfo, std::less<>> m_lookedUp;
     std::set<std::string, std::less<>> m_newCalendars;
     // Of each calendar: the sync-token changeToken last read (empty when
     // the server keeps none) and the resources written since, by URL.
@@ -121,6 +126,10 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     };
     mutable std::map<std::string, TokenRead, std::less<>> m_tokens;
     void noteWrite(const std::string& calendar, const std::string& href);
+    /// The source a calendar at `url` belongs to: the one whose URL it is
+    /// under, when only one is; else only discovery can tell.
+    [[nodiscard]] std::optional<std::string> sourceOf(std::string_view url) const;
+    void forgetCalendars();
 };
 
 } // namespace tasket::platform
