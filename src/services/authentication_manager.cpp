@@ -1,6 +1,6 @@
 #include "services/authentication_manager.h"
 
-#include "platform/auth/pam_authenticator.h"
+#include "platform/auth/pam_module.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "rules/texts.h"
 #include "settings/settings_keys.h"
@@ -27,7 +27,7 @@ std::shared_ptr<AuthenticationManager> AuthenticationManager::openUserLock() {
         std::make_shared<settings::CustomizationManager>(
             platform::FilePreferencesSuite::inConfigHome(std::string(keys::kAppGroupSuite)),
             platform::FilePreferencesSuite::inConfigHome(std::string(keys::kStandardSuite))),
-        std::make_shared<platform::PamAuthenticator>());
+        platform::openPamAuthenticator());
 }
 
 platform::Result<> AuthenticationManager::canAuthenticate() const {

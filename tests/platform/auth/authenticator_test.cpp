@@ -2,7 +2,7 @@
 // files (pam_start_confdir) and through pam_wrapper with a real password
 // check. The in-memory adapter is driven through AuthenticationManager's
 // tests.
-#include "platform/auth/pam_authenticator.h"
+#include "platform/auth/pam_module.h"
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
@@ -46,10 +46,10 @@ TEST(PamAuthenticator, FollowsTheServiceFile) {
         tasket::testing::TempDir dir;
         if (c.serviceFile)
             std::ofstream(dir / "tasket") << *c.serviceFile;
-        PamAuthenticator pam({.configurationFolder = dir.path()});
-        EXPECT_EQ(pam.canEvaluate().has_value(), c.serviceFile.has_value());
+        const auto pam = openPamAuthenticator({.configurationFolder = dir.path()});
+        EXPECT_EQ(pam->canEvaluate().has_value(), c.serviceFile.has_value());
         int asked = 0;
-        const auto result = pam.evaluate(answering("anything", asked));
+        const auto result = pam->evaluate(answering("anything", asked));
         EXPECT_EQ(result ? std::nullopt : std::optional(result.error().code), c.failure)
             << (result ? "" : result.error().message);
     }
@@ -90,17 +90,17 @@ TEST(PamAuthenticator, ChecksThePasswordThroughTheUsersStack) {
         {"", Errc::permissionDenied},
         {std::nullopt, Errc::cancelled},
     };
-    PamAuthenticator pam;
-    ASSERT_TRUE(pam.canEvaluate());
+    const auto pam = openPamAuthenticator();
+    ASSERT_TRUE(pam->canEvaluate());
     for (const auto& c : cases) {
         SCOPED_TRACE(c.answer.value_or("(cancelled)"));
         std::vector<AuthenticationPrompt> prompts;
-        const auto result = pam.evaluate({.reason = "unlock your secured data",
-                                          .fallbackTitle = "Enter your password",
-                                          .answer = [&](const AuthenticationPrompt& prompt) {
-                                              prompts.push_back(prompt);
-                                              return c.answer;
-                                          }});
+        const auto result = pam->evaluate({.reason = "unlock your secured data",
+                                           .fallbackTitle = "Enter your password",
+                                           .answer = [&](const AuthenticationPrompt& prompt) {
+                                               prompts.push_back(prompt);
+                                               return c.answer;
+                                           }});
         EXPECT_EQ(result ? std::nullopt : std::optional(result.error().code), c.failure)
             << (result ? "" : result.error().message);
         ASSERT_EQ(prompts.size(), 1u);
