@@ -393,6 +393,9 @@ CaldavCalendarStore::calendarWithIdentifier(std::string_view identifier) const {
                 return each;
     if (const auto single = m_lookedUp.find(identifier); single != m_lookedUp.end())
         return single->second;
+    // A calendar of a source is asked for by itself: one request, not three.
+    if (sourceOf(identifier))
+        return lookUp(std::string(identifier)).calendar;
     for (const auto type : {CalendarEntityType::reminder, CalendarEntityType::event})
         for (auto& each : calendars(type))
             if (each.identifier == identifier)
@@ -624,26 +627,34 @@ Result<std::string> CaldavCalendarStore::currentTag(const Remote& stored) const 
                             stored.href));
 }
 
+CaldavCalendarStore::LookedUp CaldavCalendarStore::lookUp(const std::string& url) const {
+    LookedUp found;
+    const auto answer = m_connection->dav("PROPFIND", url, 0, kCalendarProperties);
+    if (!answer)
+        return found;
+    const auto source = sourceOf(url);
+    (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
+        found.syncToken = text(child(prop, kDav, "sync-token"));
+        found.token = found.syncToken.empty() ? text(child(prop, kCalendarServer, "getctag"))
+                                              : found.syncToken;
+        if (auto calendar = source ? calendarFrom(url, prop, *source) : std::nullopt;
+            calendar && calendar->identifier == url)
+            found.calendar = std::move(*calendar);
+    });
+    if (found.calendar)
+        m_lookedUp.insert_or_assign(url, *found.calendar);
+    return found;
+}
+
 std::optional<std::string> CaldavCalendarStore::changeToken(std::string_view identifier) const {
     Lock lock(m_mutex);
     if (!m_pendingItems.empty() || m_newCalendars.contains(identifier))
         return std::nullopt;
-    const std::string url(identifier);
-    const auto answer = m_connection->dav("PROPFIND", url, 0, kCalendarProperties);
-    std::string token, syncToken;
-    const auto source = sourceOf(url);
-    if (answer)
-        (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
-            syncToken = text(child(prop, kDav, "sync-token"));
-            token = syncToken.empty() ? text(child(prop, kCalendarServer, "getctag")) : syncToken;
-            if (auto calendar = source ? calendarFrom(url, prop, *source) : std::nullopt;
-                calendar && calendar->identifier == url)
-                m_lookedUp.insert_or_assign(url, std::move(*calendar));
-        });
-    m_tokens.insert_or_assign(std::string(identifier), TokenRead{syncToken, {}});
-    if (token.empty())
+    auto found = lookUp(std::string(identifier));
+    m_tokens.insert_or_assign(std::string(identifier), TokenRead{found.syncToken, {}});
+    if (found.token.empty())
         return std::nullopt;
-    return token;
+    return std::move(found.token);
 }
 
 std::optional<std::string>

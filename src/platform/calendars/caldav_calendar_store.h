@@ -68,8 +68,9 @@ class CaldavCalendarStore final : public StagedCalendarStore {
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
-    /// the last answer (and the calendars changeToken read since) and asks
-    /// again only for a calendar not in it.
+    /// the last answer (and the calendars read one by one since), else
+    /// reads a calendar under exactly one source's URL by itself, else
+    /// discovers again.
     [[nodiscard]] Result<std::vector<CalendarInfo>> discover() const;
     /// HTTP requests made so far.
     [[nodiscard]] std::size_t requestCount() const;
@@ -126,6 +127,14 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     };
     mutable std::map<std::string, TokenRead, std::less<>> m_tokens;
     void noteWrite(const std::string& calendar, const std::string& href);
+    /// The collection at `url` read by itself (one request): the calendar,
+    /// when it is one of a known source (kept in m_lookedUp), and its tokens.
+    struct LookedUp {
+        std::optional<CalendarInfo> calendar;
+        std::string syncToken; // empty when the server keeps none
+        std::string token;     // the sync-token, else the CTag
+    };
+    [[nodiscard]] LookedUp lookUp(const std::string& url) const;
     /// The source a calendar at `url` belongs to: the one whose URL it is
     /// under, when only one is; else only discovery can tell.
     [[nodiscard]] std::optional<std::string> sourceOf(std::string_view url) const;
