@@ -1,6 +1,7 @@
 // The calendar mirror into a vdir folder with 10,000 tasks in one list:
 // the first mirror (every task a new .ics file), a sync after one task
-// changed (also into CalDAV, with its requests), the write of that one task
+// changed (also into CalDAV, with its requests), a sync after another
+// CalDAV client changed one item, the write of that one task
 // alone (what a program does after its own save), and reading the 10,000
 // items back. The first mirror also into a CalDAV account on a local
 // Radicale, with the number of HTTP requests it took.
@@ -124,6 +125,49 @@ void BM_SyncAfterOneChange(benchmark::State& state) {
             static_cast<double>(requests() - before) / static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_SyncAfterOneChange)->Unit(benchmark::kMillisecond)->ArgName("caldav")->Arg(0)->Arg(1);
+
+// A sync after another client changed one item of the CalDAV account
+// (1,000 tasks), with the state kept (only the changes since its token are
+// read) and without (every item is read), with the HTTP requests each took.
+void BM_SyncAfterAChangeElsewhere(benchmark::State& state) {
+    Mirrored mirrored(true, 1'000);
+    const bool kept = state.range(0) == 1;
+    if (kept)
+        mirrored.mirror->keepSyncStateIn(mirrored.dir / "state");
+    (void)mirrored.mirror->sync(*mirrored.context);
+    auto& caldav = static_cast<platform::CaldavCalendarStore&>(*mirrored.calendars);
+    const auto id = mirrored.list->tasks().front()->calendarItemIdentifier().value();
+    std::size_t requests = 0;
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        // Another client, which reads the item as it is now.
+        platform::CaldavCalendarStore theirs({mirrored.server->url()},
+                                             {mirrored.server->netrcFile()});
+        auto item = theirs.itemWithIdentifier(id).value();
+        item.title = fmt::format("changed elsewhere {}", ++round);
+        const auto saved = theirs.saveReminder(item, true);
+        const auto before = caldav.requestCount();
+        state.ResumeTiming();
+        if (!saved) {
+            state.SkipWithError(saved.error().message.c_str());
+            break;
+        }
+        const auto report = mirrored.mirror->sync(*mirrored.context).value();
+        requests += caldav.requestCount() - before;
+        if (report.readBack != 1) {
+            state.SkipWithError(fmt::format("{} read back", report.readBack).c_str());
+            break;
+        }
+    }
+    state.counters["requests"] =
+        static_cast<double>(requests) / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_SyncAfterAChangeElsewhere)
+    ->Unit(benchmark::kMillisecond)
+    ->ArgName("state")
+    ->Arg(0)
+    ->Arg(1);
 
 void BM_WriteOneChangedTask(benchmark::State& state) {
     Mirrored mirrored;

@@ -553,21 +553,8 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
             continue;
         }
         seen.insert(id);
-        if (mode == TK_RemindersDatabaseType::addOnly)
-            continue;
-        auto& item = found->second;
-        const auto recorded = item.applicationData;
-        const bool itemChanged = contentFingerprint(item, calendar) != recorded;
-        const bool taskChanged = taskFingerprint(*task, kind, calendar) != recorded;
-        if (itemChanged && !taskChanged) {
-            readItem(context, *task, item, calendar);
-            m_fingerprints.erase(task->objectID());
-            ++report.readBack;
-            int rewritten = 0; // keeps the fingerprint of what the task now holds
-            write(*task, &item, rewritten);
-        } else if (taskChanged) {
-            write(*task, &item, report.updated);
-        }
+        if (mode != TK_RemindersDatabaseType::addOnly)
+            reconcile(context, *task, found->second, kind, calendar, report);
     }
     for (auto& [id, item] : items) {
         if (seen.contains(id) || std::ranges::binary_search(linked, id))
@@ -599,6 +586,23 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
     return {};
 }
 
+void CalendarMirror::reconcile(objectstore::ObjectContext& context, TK_Task& task,
+                               CalendarItem& item, CalendarEntityType kind,
+                               const Calendar& calendar, SyncReport& report) {
+    const auto recorded = item.applicationData;
+    const bool itemChanged = contentFingerprint(item, calendar) != recorded;
+    const bool taskChanged = taskFingerprint(task, kind, calendar) != recorded;
+    if (itemChanged && !taskChanged) {
+        readItem(context, task, item, calendar);
+        m_fingerprints.erase(task.objectID());
+        ++report.readBack;
+        int rewritten = 0; // keeps the fingerprint of what the task now holds
+        tally(writeTask(task, kind, &item, calendar), rewritten, report);
+    } else if (taskChanged) {
+        tally(writeTask(task, kind, &item, calendar), report.updated, report);
+    }
+}
+
 void CalendarMirror::keepSyncStateIn(std::filesystem::path folder) {
     m_stateFolder = std::move(folder);
 }
@@ -609,7 +613,10 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
     // Every list's calendar as the last pass left it, from the same position.
     const auto mode = m_customizationManager->remindersDatabaseType();
     const auto zone = calendar.zoneID();
+    // Beyond this many changed tasks or items, reading every task at once is quicker.
+    constexpr std::size_t kMostChanges = 512;
     std::vector<SyncState> states;
+    std::vector<platform::CalendarChanges> elsewhere; // what others changed, by list
     for (const auto& [list, kind] : lists) {
         const auto calendarID = list->calendarIdentifier().value_or("");
         auto state = calendarID.empty() ? std::nullopt : readSyncState(m_stateFolder, calendarID);
@@ -619,10 +626,22 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
         const auto info =
             state ? m_calendarStore->calendarWithIdentifier(calendarID) : std::nullopt;
         if (!state || !info || info->entityType != kind || state->mode != static_cast<int>(mode) ||
-            state->zone != zone || (!states.empty() && state->history != states.front().history) ||
-            state->token != token)
+            state->zone != zone || (!states.empty() && state->history != states.front().history))
             return false;
+        // Changed elsewhere since: the items changed, when the calendar can
+        // tell; a removal, an item the state does not hold (below) or many
+        // changes take the full pass.
+        platform::CalendarChanges changes;
+        if (state->token != token) {
+            auto since = m_calendarStore->changesSince(calendarID, state->token);
+            if (!since || since->removed > 0 || since->changed.size() > kMostChanges)
+                return false;
+            std::erase_if(since->changed,
+                          [&](const CalendarItem& item) { return item.kind != kind; });
+            changes = std::move(*since);
+        }
         states.push_back(std::move(*state));
+        elsewhere.push_back(std::move(changes));
     }
     if (states.empty())
         return false;
@@ -651,9 +670,7 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
         if (expected <= start)
             return false;
     }
-    // Beyond this many, reading every task at once is quicker.
-    constexpr std::size_t kMostChangedTasks = 512;
-    if (keys.size() > kMostChangedTasks)
+    if (keys.size() > kMostChanges)
         return false;
     std::vector<std::shared_ptr<TK_Task>> tasks;
     std::set<std::int64_t> gone;
@@ -688,15 +705,45 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
                     return false;
             }
 
+    // Each item changed elsewhere with the task the state says it mirrors,
+    // which must still be in its list.
+    std::vector<std::vector<std::pair<std::shared_ptr<TK_Task>, CalendarItem*>>> changedItems(
+        lists.size());
+    for (std::size_t i = 0; i < lists.size(); ++i)
+        for (auto& item : elsewhere[i].changed) {
+            const auto entry = states[i].items.find(item.identifier);
+            if (entry == states[i].items.end())
+                return false; // made elsewhere, or moved here: the full pass imports it
+            auto object = context.existingObject({taskEntity.index, entry->second.task});
+            if (!object && object.error().code != Errc::notFound)
+                return std::unexpected(object.error());
+            auto task = object ? std::static_pointer_cast<TK_Task>(*object) : nullptr;
+            if (!task || !inList(*task, *lists[i].first) ||
+                task->calendarItemIdentifier() != item.identifier)
+                return false;
+            changedItems[i].emplace_back(std::move(task), &item);
+        }
+
     for (std::size_t i = 0; i < lists.size(); ++i) {
         const auto& [list, kind] = lists[i];
         auto& items = states[i].items;
         const int failedBefore = report.failed;
+        std::set<objectstore::ObjectID> reconciled;
+        for (const auto& [task, item] : changedItems[i]) {
+            if (mode != TK_RemindersDatabaseType::addOnly)
+                reconcile(context, *task, *item, kind, calendar, report);
+            items.insert_or_assign(item->identifier,
+                                   SyncState::Entry{taskFingerprint(*task, kind, calendar),
+                                                    task->objectID().key, task});
+            reconciled.insert(task->objectID());
+        }
         std::map<std::int64_t, std::string> itemOfTask;
         for (const auto& [id, entry] : items)
             itemOfTask.emplace(entry.task, id);
         std::vector<std::string> left; // items whose task left this list
         for (const auto& task : tasks) {
+            if (reconciled.contains(task->objectID()))
+                continue;
             if (!inList(*task, *list)) {
                 if (const auto found = itemOfTask.find(task->objectID().key);
                     found != itemOfTask.end())

@@ -150,6 +150,10 @@ class CalendarMirror {
                                        const platform::Calendar& calendar);
     [[nodiscard]] Result<> writeTask(store::TK_Task& task, CalendarEntityType kind,
                                      CalendarItem* existing, const platform::Calendar& calendar);
+    /// Makes `task` and its `item` equal: reads the item into the task when
+    /// only the item changed since it was written, writes the task when it changed.
+    void reconcile(objectstore::ObjectContext& context, store::TK_Task& task, CalendarItem& item,
+                   CalendarEntityType kind, const platform::Calendar& calendar, SyncReport& report);
     [[nodiscard]] Result<> syncList(objectstore::ObjectContext& context, store::TK_Category& list,
                                     CalendarEntityType kind,
                                     const std::vector<std::string>& linkedElsewhere,

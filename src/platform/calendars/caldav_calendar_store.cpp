@@ -704,6 +704,61 @@ void CaldavCalendarStore::forgetCalendars() {
     m_lookedUp.clear();
 }
 
+std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_view identifier,
+                                                                 std::string_view token) const {
+    Lock lock(m_mutex);
+    const auto calendar = calendarWithIdentifier(identifier);
+    if (!m_pendingItems.empty() || token.empty() || !calendar ||
+        m_newCalendars.contains(identifier))
+        return std::nullopt;
+    const auto answer = m_connection->dav(
+        "REPORT", calendar->identifier, 0,
+        fmt::format(
+            R"(<d:sync-collection xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav"><d:sync-token>{}</d:sync-token><d:sync-level>1</d:sync-level><d:prop><d:getetag/><c:calendar-data/></d:prop></d:sync-collection>)",
+            xmlEscape(token)));
+    if (!answer)
+        return std::nullopt; // among others 403 or 409: a token the server forgot
+    XmlDoc xml(answer->body);
+    const xmlNode* root = xml.doc ? xmlDocGetRootElement(xml.doc) : nullptr;
+    if (!is(root, kDav, "multistatus"))
+        return std::nullopt;
+    CalendarChanges changes;
+    std::string now;
+    for (const xmlNode* node = root->children; node; node = node->next) {
+        if (is(node, kDav, "sync-token")) {
+            now = text(node);
+            continue;
+        }
+        if (!is(node, kDav, "response"))
+            continue;
+        const auto href =
+            Connection::resolve(calendar->identifier, text(child(node, kDav, "href")));
+        if (text(child(node, kDav, "status")).find(" 404") != std::string::npos) {
+            ++changes.removed;
+            continue;
+        }
+        for (const xmlNode* propstat = node->children; propstat; propstat = propstat->next) {
+            if (!is(propstat, kDav, "propstat") ||
+                text(child(propstat, kDav, "status")).find(" 200") == std::string::npos)
+                continue;
+            const xmlNode* prop = child(propstat, kDav, "prop");
+            auto data = text(child(prop, kCaldav, "calendar-data"));
+            auto item = detail::parseCalendarItem(data);
+            if (!item)
+                continue; // not an item we can read; left alone, as query() does
+            item->calendarIdentifier = calendar->identifier;
+            changes.changed.push_back(*item);
+            m_seen.insert_or_assign(changes.changed.back().identifier,
+                                    Remote{href, text(child(prop, kDav, "getetag")),
+                                           std::move(data), std::move(*item)});
+        }
+    }
+    if (now.empty())
+        return std::nullopt;
+    m_tokens.insert_or_assign(calendar->identifier, TokenRead{std::move(now), {}});
+    return changes;
+}
+
 void CaldavCalendarStore::noteWrite(const std::string& calendar, const std::string& href) {
     if (const auto read = m_tokens.find(calendar); read != m_tokens.end())
         read->second.written.insert(href);

@@ -66,6 +66,12 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     [[nodiscard]] std::optional<std::string>
     tokenAfterOwnWrites(std::string_view identifier) const override;
 
+    /// The changes since the sync-token `token` (RFC 6578 sync-collection,
+    /// with the changed items' data): one request. Nullopt for a server
+    /// that keeps no sync-token or no longer knows `token`.
+    [[nodiscard]] std::optional<CalendarChanges>
+    changesSince(std::string_view identifier, std::string_view token) const override;
+
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
     /// the last answer (and the calendars read one by one since), else

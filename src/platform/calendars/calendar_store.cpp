@@ -81,6 +81,11 @@ std::optional<std::string> CalendarStore::changeToken(std::string_view) const {
     return std::nullopt;
 }
 
+std::optional<CalendarChanges> CalendarStore::changesSince(std::string_view,
+                                                           std::string_view) const {
+    return std::nullopt;
+}
+
 std::optional<std::string> CalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
     return changeToken(identifier);
 }

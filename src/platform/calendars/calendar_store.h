@@ -95,6 +95,12 @@ struct CalendarItem {
     [[nodiscard]] bool hasSameContent(const CalendarItem& other) const;
 };
 
+/// What changed in a calendar since a change token.
+struct CalendarChanges {
+    std::vector<CalendarItem> changed; // added or changed since, of either kind
+    std::size_t removed = 0;           // removed since (which ones is not told)
+};
+
 /// Which occurrences of a repeating event a save applies to.
 enum class EventSpan { thisEvent = 0, futureEvents = 1 };
 
@@ -146,6 +152,14 @@ class CalendarStore {
     /// tell the two apart.
     [[nodiscard]] virtual std::optional<std::string>
     tokenAfterOwnWrites(std::string_view identifier) const;
+
+    /// The items of the calendar `identifier` added, changed or removed
+    /// since `token` (a token changeToken or tokenAfterOwnWrites gave), as
+    /// of now: a later tokenAfterOwnWrites counts from here. Nullopt when
+    /// the store cannot tell (or has changes pending), and then only reading
+    /// every item does; the base cannot.
+    [[nodiscard]] virtual std::optional<CalendarChanges> changesSince(std::string_view identifier,
+                                                                      std::string_view token) const;
 
     // ---- Batches ---------------------------------------------------------------------
     /// Stores every pending change; on failure the ones not yet stored stay pending.

@@ -69,6 +69,38 @@ TEST(CaldavCalendarStore, AChangeAnotherClientMadeFirstIsAConflict) {
     }
 }
 
+// What another client changed since a token: the items with their data, and
+// how many it removed; a change is then made against the version read.
+TEST(CaldavCalendarStore, ChangesSinceATokenAreReadInOneRequest) {
+    testing::RadicaleServer server;
+    CaldavCalendarStore mine({server.url()}, {server.netrcFile()});
+    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
+    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
+    ASSERT_TRUE(mine.saveCalendar(errands, true));
+    CalendarItem kept{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+    CalendarItem removed = kept;
+    ASSERT_TRUE(mine.saveReminder(kept, true));
+    ASSERT_TRUE(mine.saveReminder(removed, true));
+    const auto token = mine.changeToken(errands.identifier).value();
+    EXPECT_TRUE(mine.changesSince(errands.identifier, token).value().changed.empty());
+
+    auto theirCopy = theirs.itemWithIdentifier(kept.identifier).value();
+    theirCopy.title = "theirs";
+    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
+    ASSERT_TRUE(theirs.removeItem(removed.identifier, true));
+    const auto before = mine.requestCount();
+    auto changes = mine.changesSince(errands.identifier, token).value();
+    EXPECT_EQ(mine.requestCount() - before, 1u);
+    ASSERT_EQ(changes.changed.size(), 1u);
+    EXPECT_EQ(changes.changed.front().title, "theirs");
+    EXPECT_EQ(changes.removed, 1u);
+    changes.changed.front().title = "mine";
+    ASSERT_TRUE(mine.saveReminder(changes.changed.front(), true));
+    EXPECT_EQ(theirs.itemWithIdentifier(kept.identifier)->title, "mine");
+
+    EXPECT_FALSE(mine.changesSince(errands.identifier, "http://radicale.org/ns/sync/unknown"));
+}
+
 TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
     testing::RadicaleServer server;
     const auto wrong = server.storageFolder().parent_path() / "wrong-netrc";
