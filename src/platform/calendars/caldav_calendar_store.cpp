@@ -285,6 +285,49 @@ std::unexpected<Error> httpFailure(const std::string& what, const std::string& u
                           : fmt::format("{} {} failed: HTTP {}", what, url, status));
 }
 
+// The changes of the collection `calendar` since `token` (RFC 6578
+// sync-collection asking for `properties`): calls `visit` with each changed
+// member's URL and its <prop>, null when it was removed (or none of it could
+// be read), and stops when visit returns false. The token now, or nullopt
+// when stopped or when the server cannot tell.
+std::optional<std::string>
+syncCollection(CaldavCalendarStore::Connection& http, const std::string& calendar,
+               std::string_view token, std::string_view properties,
+               const std::function<bool(const std::string&, const xmlNode*)>& visit) {
+    const auto answer = http.dav(
+        "REPORT", calendar, 0,
+        fmt::format(
+            R"(<d:sync-collection xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav"><d:sync-token>{}</d:sync-token><d:sync-level>1</d:sync-level><d:prop>{}</d:prop></d:sync-collection>)",
+            xmlEscape(token), properties));
+    if (!answer)
+        return std::nullopt; // among others 403 or 409: a token the server forgot
+    XmlDoc xml(answer->body);
+    const xmlNode* root = xml.doc ? xmlDocGetRootElement(xml.doc) : nullptr;
+    if (!is(root, kDav, "multistatus"))
+        return std::nullopt;
+    std::string now;
+    for (const xmlNode* node = root->children; node; node = node->next) {
+        if (is(node, kDav, "sync-token")) {
+            now = text(node);
+            continue;
+        }
+        if (!is(node, kDav, "response"))
+            continue;
+        const xmlNode* prop = nullptr;
+        for (const xmlNode* propstat = node->children; propstat && !prop; propstat = propstat->next)
+            if (is(propstat, kDav, "propstat") &&
+                text(child(propstat, kDav, "status")).find(" 200") != std::string::npos)
+                prop = child(propstat, kDav, "prop");
+        if (!visit(
+                CaldavCalendarStore::Connection::resolve(calendar, text(child(node, kDav, "href"))),
+                prop))
+            return std::nullopt;
+    }
+    if (now.empty())
+        return std::nullopt;
+    return now;
+}
+
 } // namespace
 
 CaldavCalendarStore::CaldavCalendarStore(std::vector<std::string> urls, Options options)
@@ -665,27 +708,11 @@ CaldavCalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
         return std::nullopt;
     if (read->second.written.empty())
         return read->second.syncToken;
-    const auto answer = m_connection->dav(
-        "REPORT", std::string(identifier), 0,
-        fmt::format(
-            R"(<d:sync-collection xmlns:d="DAV:"><d:sync-token>{}</d:sync-token><d:sync-level>1</d:sync-level><d:prop><d:getetag/></d:prop></d:sync-collection>)",
-            xmlEscape(read->second.syncToken)));
-    if (!answer)
-        return std::nullopt;
-    XmlDoc xml(answer->body);
-    const xmlNode* root = xml.doc ? xmlDocGetRootElement(xml.doc) : nullptr;
-    std::string token;
-    for (const xmlNode* node = root ? root->children : nullptr; node; node = node->next) {
-        if (is(node, kDav, "sync-token"))
-            token = text(node);
-        else if (is(node, kDav, "response") &&
-                 !read->second.written.contains(
-                     Connection::resolve(std::string(identifier), text(child(node, kDav, "href")))))
-            return std::nullopt; // another client's change: the next pass reads it
-    }
-    if (!is(root, kDav, "multistatus") || token.empty())
-        return std::nullopt;
-    return token;
+    // Another client's change makes no token: the next pass reads it.
+    return syncCollection(*m_connection, std::string(identifier), read->second.syncToken,
+                          "<d:getetag/>", [&](const std::string& href, const xmlNode*) {
+                              return read->second.written.contains(href);
+                          });
 }
 
 std::optional<std::string> CaldavCalendarStore::sourceOf(std::string_view url) const {
@@ -711,51 +738,28 @@ std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_vie
     if (!m_pendingItems.empty() || token.empty() || !calendar ||
         m_newCalendars.contains(identifier))
         return std::nullopt;
-    const auto answer = m_connection->dav(
-        "REPORT", calendar->identifier, 0,
-        fmt::format(
-            R"(<d:sync-collection xmlns:d="DAV:" xmlns:c="urn:ietf:params:xml:ns:caldav"><d:sync-token>{}</d:sync-token><d:sync-level>1</d:sync-level><d:prop><d:getetag/><c:calendar-data/></d:prop></d:sync-collection>)",
-            xmlEscape(token)));
-    if (!answer)
-        return std::nullopt; // among others 403 or 409: a token the server forgot
-    XmlDoc xml(answer->body);
-    const xmlNode* root = xml.doc ? xmlDocGetRootElement(xml.doc) : nullptr;
-    if (!is(root, kDav, "multistatus"))
-        return std::nullopt;
     CalendarChanges changes;
-    std::string now;
-    for (const xmlNode* node = root->children; node; node = node->next) {
-        if (is(node, kDav, "sync-token")) {
-            now = text(node);
-            continue;
-        }
-        if (!is(node, kDav, "response"))
-            continue;
-        const auto href =
-            Connection::resolve(calendar->identifier, text(child(node, kDav, "href")));
-        if (text(child(node, kDav, "status")).find(" 404") != std::string::npos) {
-            ++changes.removed;
-            continue;
-        }
-        for (const xmlNode* propstat = node->children; propstat; propstat = propstat->next) {
-            if (!is(propstat, kDav, "propstat") ||
-                text(child(propstat, kDav, "status")).find(" 200") == std::string::npos)
-                continue;
-            const xmlNode* prop = child(propstat, kDav, "prop");
-            auto data = text(child(prop, kCaldav, "calendar-data"));
-            auto item = detail::parseCalendarItem(data);
-            if (!item)
-                continue; // not an item we can read; left alone, as query() does
-            item->calendarIdentifier = calendar->identifier;
-            changes.changed.push_back(*item);
-            m_seen.insert_or_assign(changes.changed.back().identifier,
-                                    Remote{href, text(child(prop, kDav, "getetag")),
-                                           std::move(data), std::move(*item)});
-        }
-    }
-    if (now.empty())
+    auto now =
+        syncCollection(*m_connection, calendar->identifier, token, "<d:getetag/><c:calendar-data/>",
+                       [&](const std::string& href, const xmlNode* prop) {
+                           if (!prop) {
+                               ++changes.removed; // or nothing of it could be read
+                               return true;
+                           }
+                           auto data = text(child(prop, kCaldav, "calendar-data"));
+                           auto item = detail::parseCalendarItem(data);
+                           if (!item)
+                               return true; // not an item we can read; left alone, as query() does
+                           item->calendarIdentifier = calendar->identifier;
+                           changes.changed.push_back(*item);
+                           m_seen.insert_or_assign(changes.changed.back().identifier,
+                                                   Remote{href, text(child(prop, kDav, "getetag")),
+                                                          std::move(data), std::move(*item)});
+                           return true;
+                       });
+    if (!now)
         return std::nullopt;
-    m_tokens.insert_or_assign(calendar->identifier, TokenRead{std::move(now), {}});
+    m_tokens.insert_or_assign(calendar->identifier, TokenRead{std::move(*now), {}});
     return changes;
 }
 
