@@ -264,10 +264,8 @@ std::optional<std::string> CalendarMirror::defaultSourceIdentifier() const {
 
 Result<std::string> CalendarMirror::calendarOfList(TK_Category& list, CalendarEntityType kind) {
     const auto current = list.calendarIdentifier();
-    if (current)
-        if (const auto found = m_calendarStore->calendarWithIdentifier(*current);
-            found && found->entityType == kind)
-            return *current;
+    if (current && m_calendarStore->calendarKind(*current) == kind)
+        return *current;
 
     platform::CalendarInfo calendar;
     const auto title = list.title().value_or("");
@@ -620,28 +618,27 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
     for (const auto& [list, kind] : lists) {
         const auto calendarID = list->calendarIdentifier().value_or("");
         auto state = calendarID.empty() ? std::nullopt : readSyncState(m_stateFolder, calendarID);
-        // The token first: a store may look the calendar up with it. A
-        // calendar of the other kind is replaced, which the full pass does.
-        const auto token = state ? m_calendarStore->changeToken(calendarID) : std::nullopt;
-        const auto info =
-            state ? m_calendarStore->calendarWithIdentifier(calendarID) : std::nullopt;
-        if (!state || !info || info->entityType != kind || state->mode != static_cast<int>(mode) ||
-            state->zone != zone || (!states.empty() && state->history != states.front().history))
+        if (!state || state->mode != static_cast<int>(mode) || state->zone != zone ||
+            (!states.empty() && state->history != states.front().history))
             return false;
-        // Changed elsewhere since: the items changed, when the calendar can
-        // tell; a removal, an item the state does not hold (below) or many
+        // What changed elsewhere since, when the calendar can tell (which
+        // also tells that it is still there); else whether anything did.
+        // A removal, an item the state does not hold (below) or many
         // changes take the full pass.
-        platform::CalendarChanges changes;
-        if (state->token != token) {
-            auto since = m_calendarStore->changesSince(calendarID, state->token);
-            if (!since || since->removed > 0 || since->changed.size() > kMostChanges)
+        auto changes = m_calendarStore->changesSince(calendarID, state->token);
+        if (!changes) {
+            if (m_calendarStore->changeToken(calendarID) != state->token)
                 return false;
-            std::erase_if(since->changed,
-                          [&](const CalendarItem& item) { return item.kind != kind; });
-            changes = std::move(*since);
+            changes.emplace();
         }
+        // A calendar of the other kind is replaced, which the full pass does.
+        if (changes->removed > 0 || changes->changed.size() > kMostChanges ||
+            m_calendarStore->calendarKind(calendarID) != kind)
+            return false;
+        std::erase_if(changes->changed,
+                      [&](const CalendarItem& item) { return item.kind != kind; });
         states.push_back(std::move(*state));
-        elsewhere.push_back(std::move(changes));
+        elsewhere.push_back(std::move(*changes));
     }
     if (states.empty())
         return false;

@@ -285,6 +285,58 @@ std::unexpected<Error> httpFailure(const std::string& what, const std::string& u
                           : fmt::format("{} {} failed: HTTP {}", what, url, status));
 }
 
+// A change token of a collection that keeps sync-tokens: what it holds and
+// its sync-token, then each resource this store wrote since with the entity
+// tag the write got ("-": removed), separated by spaces:
+//   r <sync-token> [<href> <etag>]...
+// A CTag is never one: it holds no space.
+struct SyncMark {
+    CalendarEntityType kind = CalendarEntityType::reminder;
+    std::string syncToken;
+    std::map<std::string, std::optional<std::string>> written;
+};
+
+// Beyond this many writes, one request confirms them instead.
+constexpr std::size_t kMostWritesInAToken = 16;
+
+bool isMarkField(std::string_view text) {
+    return !text.empty() &&
+           std::ranges::none_of(text, [](unsigned char ch) { return ch <= ' ' || ch == 0x7f; });
+}
+
+std::optional<std::string> formatMark(const SyncMark& mark) {
+    if (!isMarkField(mark.syncToken) || mark.written.size() > kMostWritesInAToken)
+        return std::nullopt;
+    std::string text = mark.kind == CalendarEntityType::event ? "e " : "r ";
+    text += mark.syncToken;
+    for (const auto& [href, etag] : mark.written) {
+        if (!isMarkField(href) || (etag && (!isMarkField(*etag) || *etag == "-")))
+            return std::nullopt;
+        text += fmt::format(" {} {}", href, etag ? *etag : "-");
+    }
+    return text;
+}
+
+std::optional<SyncMark> parseMark(std::string_view text) {
+    std::vector<std::string_view> fields;
+    for (std::size_t at = 0; at <= text.size();) {
+        const auto space = std::min(text.find(' ', at), text.size());
+        fields.push_back(text.substr(at, space - at));
+        at = space + 1;
+    }
+    if (fields.size() < 2 || fields.size() % 2 != 0 || (fields[0] != "r" && fields[0] != "e") ||
+        !std::ranges::all_of(fields, isMarkField))
+        return std::nullopt;
+    SyncMark mark{fields[0] == "e" ? CalendarEntityType::event : CalendarEntityType::reminder,
+                  std::string(fields[1]),
+                  {}};
+    for (std::size_t i = 2; i < fields.size(); i += 2)
+        mark.written.emplace(fields[i], fields[i + 1] == "-"
+                                            ? std::nullopt
+                                            : std::optional<std::string>(fields[i + 1]));
+    return mark;
+}
+
 // The changes of the collection `calendar` since `token` (RFC 6578
 // sync-collection asking for `properties`): calls `visit` with each changed
 // member's URL and its <prop>, null when it was removed (or none of it could
@@ -562,6 +614,9 @@ CaldavCalendarStore::remote(std::string_view identifier) const {
     for (const auto& [id, calendar] : m_lookedUp)
         if (std::ranges::find(last, id, &CalendarInfo::identifier) == last.end())
             last.push_back(calendar);
+    for (const auto& [id, kind] : m_synced) // what is looked for in them is known
+        if (std::ranges::find(last, id, &CalendarInfo::identifier) == last.end())
+            last.push_back({id, "", "", kind, ""});
     if (!last.empty())
         if (auto found = remoteIn(identifier, last, false); !found || *found)
             return found;
@@ -694,7 +749,13 @@ std::optional<std::string> CaldavCalendarStore::changeToken(std::string_view ide
     if (!m_pendingItems.empty() || m_newCalendars.contains(identifier))
         return std::nullopt;
     auto found = lookUp(std::string(identifier));
-    m_tokens.insert_or_assign(std::string(identifier), TokenRead{found.syncToken, {}});
+    if (!found.syncToken.empty() && !found.calendar)
+        found.calendar = calendarWithIdentifier(identifier); // under several sources
+    const auto kind = found.calendar ? std::optional(found.calendar->entityType) : std::nullopt;
+    m_tokens.insert_or_assign(std::string(identifier), TokenRead{found.syncToken, kind, {}});
+    if (kind)
+        if (auto mark = formatMark({*kind, found.syncToken, {}}))
+            return mark;
     if (found.token.empty())
         return std::nullopt;
     return std::move(found.token);
@@ -704,15 +765,20 @@ std::optional<std::string>
 CaldavCalendarStore::tokenAfterOwnWrites(std::string_view identifier) const {
     Lock lock(m_mutex);
     const auto read = m_tokens.find(identifier);
-    if (!m_pendingItems.empty() || read == m_tokens.end() || read->second.syncToken.empty())
+    if (!m_pendingItems.empty() || read == m_tokens.end() || read->second.syncToken.empty() ||
+        !read->second.kind)
         return std::nullopt;
-    if (read->second.written.empty())
-        return read->second.syncToken;
+    SyncMark mark{*read->second.kind, read->second.syncToken, read->second.written};
+    if (std::ranges::none_of(mark.written, [](const auto& w) { return w.second == ""; }))
+        if (auto text = formatMark(mark))
+            return text;
     // Another client's change makes no token: the next pass reads it.
-    return syncCollection(*m_connection, std::string(identifier), read->second.syncToken,
-                          "<d:getetag/>", [&](const std::string& href, const xmlNode*) {
-                              return read->second.written.contains(href);
-                          });
+    auto now = syncCollection(
+        *m_connection, std::string(identifier), mark.syncToken, "<d:getetag/>",
+        [&](const std::string& href, const xmlNode*) { return mark.written.contains(href); });
+    if (!now)
+        return std::nullopt;
+    return formatMark({mark.kind, std::move(*now), {}});
 }
 
 std::optional<std::string> CaldavCalendarStore::sourceOf(std::string_view url) const {
@@ -729,19 +795,29 @@ std::optional<std::string> CaldavCalendarStore::sourceOf(std::string_view url) c
 void CaldavCalendarStore::forgetCalendars() {
     m_listed.reset();
     m_lookedUp.clear();
+    m_synced.clear();
 }
 
 std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_view identifier,
                                                                  std::string_view token) const {
     Lock lock(m_mutex);
-    const auto calendar = calendarWithIdentifier(identifier);
-    if (!m_pendingItems.empty() || token.empty() || !calendar ||
-        m_newCalendars.contains(identifier))
+    const auto mark = parseMark(token);
+    if (!mark || !m_pendingItems.empty() || m_newCalendars.contains(identifier) ||
+        m_pendingCalendars.contains(identifier))
         return std::nullopt;
+    const std::string calendar(identifier);
     CalendarChanges changes;
+    const auto own = [&](const std::string& href, const xmlNode* prop) {
+        const auto written = mark->written.find(href);
+        if (written == mark->written.end())
+            return false;
+        return prop ? written->second == text(child(prop, kDav, "getetag")) : !written->second;
+    };
     auto now =
-        syncCollection(*m_connection, calendar->identifier, token, "<d:getetag/><c:calendar-data/>",
+        syncCollection(*m_connection, calendar, mark->syncToken, "<d:getetag/><c:calendar-data/>",
                        [&](const std::string& href, const xmlNode* prop) {
+                           if (own(href, prop))
+                               return true;
                            if (!prop) {
                                ++changes.removed; // or nothing of it could be read
                                return true;
@@ -750,7 +826,7 @@ std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_vie
                            auto item = detail::parseCalendarItem(data);
                            if (!item)
                                return true; // not an item we can read; left alone, as query() does
-                           item->calendarIdentifier = calendar->identifier;
+                           item->calendarIdentifier = calendar;
                            changes.changed.push_back(*item);
                            m_seen.insert_or_assign(changes.changed.back().identifier,
                                                    Remote{href, text(child(prop, kDav, "getetag")),
@@ -759,13 +835,26 @@ std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_vie
                        });
     if (!now)
         return std::nullopt;
-    m_tokens.insert_or_assign(calendar->identifier, TokenRead{std::move(*now), {}});
+    // The token was ours for this collection: it is still there, and holds
+    // what it held then.
+    m_synced.insert_or_assign(calendar, mark->kind);
+    m_tokens.insert_or_assign(calendar, TokenRead{std::move(*now), mark->kind, {}});
     return changes;
 }
 
-void CaldavCalendarStore::noteWrite(const std::string& calendar, const std::string& href) {
+void CaldavCalendarStore::noteWrite(const std::string& calendar, const std::string& href,
+                                    std::optional<std::string> etag) {
     if (const auto read = m_tokens.find(calendar); read != m_tokens.end())
-        read->second.written.insert(href);
+        read->second.written.insert_or_assign(href, std::move(etag));
+}
+
+std::optional<CalendarEntityType>
+CaldavCalendarStore::calendarKind(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (!m_pendingCalendars.contains(identifier))
+        if (const auto synced = m_synced.find(identifier); synced != m_synced.end())
+            return synced->second;
+    return CalendarStore::calendarKind(identifier);
 }
 
 Result<std::optional<CalendarItem>>
@@ -846,7 +935,7 @@ Result<> CaldavCalendarStore::commitLocked() {
         }
         if (it->second) {
             const auto& item = *it->second;
-            if (!calendarWithIdentifier(item.calendarIdentifier))
+            if (!calendarKind(item.calendarIdentifier))
                 return fail(Errc::notFound,
                             "there is no calendar \"" + item.calendarIdentifier + "\"");
             const bool inPlace =
@@ -865,14 +954,14 @@ Result<> CaldavCalendarStore::commitLocked() {
                 return std::unexpected(answer.error());
             if (answer->status != 201 && answer->status != 204 && answer->status != 200)
                 return httpFailure("saving the item at", href, answer->status);
-            noteWrite(item.calendarIdentifier, href);
+            noteWrite(item.calendarIdentifier, href, answer->etag);
             if (stored && !inPlace) {
                 const auto removed = http.request("DELETE", stored->href, {}, {"If-Match: " + tag});
                 if (!removed)
                     return std::unexpected(removed.error());
                 if (removed->status >= 300 && removed->status != 404)
                     return httpFailure("moving the item from", stored->href, removed->status);
-                noteWrite(stored->item.calendarIdentifier, stored->href);
+                noteWrite(stored->item.calendarIdentifier, stored->href, std::nullopt);
             }
             // Without a tag (the server may have changed what it stored), the
             // next change is made against this text.
@@ -884,7 +973,7 @@ Result<> CaldavCalendarStore::commitLocked() {
                 return std::unexpected(answer.error());
             if (answer->status >= 300 && answer->status != 404)
                 return httpFailure("removing the item at", stored->href, answer->status);
-            noteWrite(stored->item.calendarIdentifier, stored->href);
+            noteWrite(stored->item.calendarIdentifier, stored->href, std::nullopt);
             m_seen.erase(it->first);
         }
         m_newItems.erase(it->first);

@@ -55,20 +55,29 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     itemWithIdentifier(std::string_view identifier) const override;
     [[nodiscard]] Result<std::optional<CalendarItem>>
     findItem(std::string_view identifier) const override;
-    /// The collection's sync-token (RFC 6578), else its CTag: one request,
-    /// which also looks the calendar up (calendarWithIdentifier then asks
-    /// no more).
+    /// What the calendar holds: known without a request once changesSince
+    /// read it, else looked up.
+    [[nodiscard]] std::optional<CalendarEntityType>
+    calendarKind(std::string_view identifier) const override;
+    /// The collection's kind and sync-token (RFC 6578), else its CTag: one
+    /// request, which also looks the calendar up (calendarWithIdentifier
+    /// then asks no more).
     [[nodiscard]] std::optional<std::string>
     changeToken(std::string_view identifier) const override;
-    /// The collection's changes since changeToken read its sync-token
-    /// (RFC 6578 sync-collection), when they are this store's own writes
-    /// alone: one request. Nullopt for a server that keeps no sync-token.
+    /// The sync-token last read with the resources this store wrote since
+    /// and their entity tags, which changesSince then tells from another
+    /// client's changes: no request. When the writes are many or untagged,
+    /// the collection's changes since (sync-collection) instead, if they are
+    /// this store's own writes alone: one request. Nullopt for a server
+    /// that keeps no sync-token.
     [[nodiscard]] std::optional<std::string>
     tokenAfterOwnWrites(std::string_view identifier) const override;
 
-    /// The changes since the sync-token `token` (RFC 6578 sync-collection,
-    /// with the changed items' data): one request. Nullopt for a server
-    /// that keeps no sync-token or no longer knows `token`.
+    /// The changes since `token` (RFC 6578 sync-collection, with the
+    /// changed items' data) but for this store's own writes it names: one
+    /// request, which also tells that the calendar is still there and what
+    /// it holds. Nullopt for a CTag, or when the server no longer knows the
+    /// token; a token this store did not give is read as none.
     [[nodiscard]] std::optional<CalendarChanges>
     changesSince(std::string_view identifier, std::string_view token) const override;
 
@@ -125,14 +134,21 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     // Calendars read one by one since, by identifier.
     mutable std::map<std::string, CalendarInfo, std::less<>> m_lookedUp;
     std::set<std::string, std::less<>> m_newCalendars;
-    // Of each calendar: the sync-token changeToken last read (empty when
-    // the server keeps none) and the resources written since, by URL.
+    // Of each calendar: the sync-token changeToken or changesSince last
+    // read (empty when the server keeps none), what the calendar holds,
+    // and the resources written since, by URL, with the entity tag each
+    // write got (empty when none; nullopt: removed).
     struct TokenRead {
         std::string syncToken;
-        std::set<std::string> written;
+        std::optional<CalendarEntityType> kind;
+        std::map<std::string, std::optional<std::string>> written;
     };
     mutable std::map<std::string, TokenRead, std::less<>> m_tokens;
-    void noteWrite(const std::string& calendar, const std::string& href);
+    // Calendars a sync-collection found since they were last listed, by
+    // identifier: what each holds.
+    mutable std::map<std::string, CalendarEntityType, std::less<>> m_synced;
+    void noteWrite(const std::string& calendar, const std::string& href,
+                   std::optional<std::string> etag);
     /// The collection at `url` read by itself (one request): the calendar,
     /// when it is one of a known source (kept in m_lookedUp), and its tokens.
     struct LookedUp {

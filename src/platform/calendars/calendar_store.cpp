@@ -51,13 +51,21 @@ Result<> CalendarStore::saveEvent(CalendarItem& event, EventSpan, bool commit) {
     return storeItem(event, commit);
 }
 
+std::optional<CalendarEntityType> CalendarStore::calendarKind(std::string_view identifier) const {
+    const auto calendar = calendarWithIdentifier(identifier);
+    return calendar ? std::optional(calendar->entityType) : std::nullopt;
+}
+
 Result<> CalendarStore::validate(const CalendarItem& item) const {
-    const auto calendar = calendarWithIdentifier(item.calendarIdentifier);
-    if (!calendar)
+    const auto kind = calendarKind(item.calendarIdentifier);
+    if (!kind)
         return fail(Errc::invalidArgument, "the item has no calendar, or its calendar is gone");
-    if (calendar->entityType != item.kind)
+    if (*kind != item.kind) {
+        const auto calendar = calendarWithIdentifier(item.calendarIdentifier);
         return fail(Errc::invalidArgument,
-                    "the calendar \"" + calendar->title + "\" holds the other kind of item");
+                    "the calendar \"" + (calendar ? calendar->title : item.calendarIdentifier) +
+                        "\" holds the other kind of item");
+    }
     if (item.kind == CalendarEntityType::event) {
         if (!item.startDate || !item.endDate)
             return fail(Errc::invalidArgument, "an event needs a start and an end date");

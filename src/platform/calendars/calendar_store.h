@@ -115,6 +115,10 @@ class CalendarStore {
     /// The calendar named `identifier`, or nullopt.
     [[nodiscard]] virtual std::optional<CalendarInfo>
     calendarWithIdentifier(std::string_view identifier) const = 0;
+    /// What the calendar named `identifier` holds, or nullopt when there is
+    /// none. The base looks the calendar up; a store may know it without.
+    [[nodiscard]] virtual std::optional<CalendarEntityType>
+    calendarKind(std::string_view identifier) const;
     /// The calendar new reminders go to: the first reminders calendar of
     /// the first source, or nullopt when there is none.
     [[nodiscard]] virtual std::optional<CalendarInfo> defaultCalendarForNewReminders() const;
@@ -145,11 +149,13 @@ class CalendarStore {
     /// added, changed or removed, by anyone; nullopt when the store cannot
     /// tell (or has changes pending), and then only reading every item does.
     [[nodiscard]] virtual std::optional<std::string> changeToken(std::string_view identifier) const;
-    /// The token the calendar `identifier` has if nothing but this store's
-    /// own commits changed it since changeToken last read it: what a sync
-    /// records as seen, so that a change another program makes meanwhile is
-    /// not taken as seen. The base reads changeToken again, which cannot
-    /// tell the two apart.
+    /// A token for the calendar `identifier` as it is if nothing but this
+    /// store's own commits changed it since changeToken or changesSince
+    /// last read it: what a sync records as seen, so that a change another
+    /// program makes meanwhile is not taken as seen. changesSince from it
+    /// tells no change until another program makes one; a store that cannot
+    /// tell changes gives what changeToken would. The base reads changeToken
+    /// again, which cannot tell the two apart.
     [[nodiscard]] virtual std::optional<std::string>
     tokenAfterOwnWrites(std::string_view identifier) const;
 

@@ -193,8 +193,12 @@ TEST_P(CalendarStoreContract, ChangeTokensMoveWithEveryChangeAndOnlyThen) {
         EXPECT_EQ(token(), before) << "the token moved without a change";
         item.title = title;
         ASSERT_TRUE(*title ? save(item) : store->removeItem(item.identifier, true));
-        const auto afterOwnWrites = store->tokenAfterOwnWrites(reminders);
-        EXPECT_EQ(afterOwnWrites, token()) << title;
+        // Our own writes are no change to read back.
+        const auto afterOwnWrites = store->tokenAfterOwnWrites(reminders).value();
+        if (const auto since = store->changesSince(reminders, afterOwnWrites))
+            EXPECT_TRUE(since->changed.empty() && since->removed == 0) << title;
+        else
+            EXPECT_EQ(afterOwnWrites, token()) << title;
         EXPECT_NE(token(), before) << title;
     }
     EXPECT_EQ(store->changeToken(events), otherToken) << "another calendar's token moved";
