@@ -11,8 +11,9 @@
 
 namespace tasket::platform {
 
-Result<void> replaceFile(const std::filesystem::path& file, std::string_view contents,
-                         mode_t mode) {
+Result<void> replaceFile(const std::filesystem::path& file, std::string_view contents, mode_t mode,
+                         Durability durability) {
+    const bool flush = durability == Durability::flushed;
     const auto folder =
         file.parent_path().empty() ? std::filesystem::path(".") : file.parent_path();
     std::string temporary = (folder / ("." + file.filename().string() + ".tmp-XXXXXX")).string();
@@ -29,7 +30,8 @@ Result<void> replaceFile(const std::filesystem::path& file, std::string_view con
             break;
         written += static_cast<std::size_t>(n);
     }
-    const bool complete = written == contents.size() && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
+    const bool complete =
+        written == contents.size() && ::fchmod(fd, mode) == 0 && (!flush || ::fsync(fd) == 0);
     const int failure = errno;
     ::close(fd);
     if (!complete || std::rename(temporary.c_str(), file.c_str()) != 0) {
@@ -38,7 +40,8 @@ Result<void> replaceFile(const std::filesystem::path& file, std::string_view con
         return fail(Errc::ioError,
                     fmt::format("cannot write {}: {}", file.string(), std::strerror(reason)));
     }
-    if (const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
+    if (const int dir = flush ? ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+        dir >= 0) {
         ::fsync(dir);
         ::close(dir);
     }

@@ -603,6 +603,7 @@ void CalendarMirror::reconcile(objectstore::ObjectContext& context, TK_Task& tas
 
 void CalendarMirror::keepSyncStateIn(std::filesystem::path folder) {
     m_stateFolder = std::move(folder);
+    m_calendarStore->keepStateIn(m_stateFolder / "items");
 }
 
 Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context,

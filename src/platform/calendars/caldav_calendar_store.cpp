@@ -1,5 +1,6 @@
 #include "platform/calendars/caldav_calendar_store.h"
 
+#include "platform/atomic_file.h"
 #include "platform/calendars/detail/ical_codec.h"
 #include "platform/calendars/detail/network_login.h"
 #include "platform/uuid.h"
@@ -11,7 +12,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <iterator>
 
 namespace tasket::platform {
 
@@ -668,6 +671,7 @@ CaldavCalendarStore::remoteIn(std::string_view identifier, const std::vector<Cal
         }
         Remote found{href, answer->etag, std::move(answer->body), std::move(*item)};
         m_seen.emplace(std::string(identifier), found);
+        keepVersion(found);
         return found;
     }
     if (everywhere)
@@ -689,11 +693,84 @@ CaldavCalendarStore::remoteIn(std::string_view identifier, const std::vector<Cal
 }
 
 Result<std::optional<CaldavCalendarStore::Remote>>
-CaldavCalendarStore::versionToChange(std::string_view identifier) const {
-    if (const auto seen = m_seen.find(identifier);
-        seen != m_seen.end() && !seen->second.etag.empty())
+CaldavCalendarStore::versionToChange(std::string_view identifier, bool orKept) const {
+    const auto seen = m_seen.find(identifier);
+    if (seen != m_seen.end() && !seen->second.etag.empty())
         return seen->second;
+    if (seen == m_seen.end() && orKept)
+        if (auto kept = keptVersion(identifier)) {
+            m_seen.insert_or_assign(std::string(identifier), *kept);
+            return kept;
+        }
     return remote(identifier);
+}
+
+void CaldavCalendarStore::keepStateIn(std::filesystem::path folder) {
+    Lock lock(m_mutex);
+    m_versionsFolder = std::move(folder);
+}
+
+std::filesystem::path CaldavCalendarStore::versionFile(std::string_view identifier) const {
+    // Named by a hash: an identifier never becomes a path. The file names
+    // the item it holds, so two that share a name only miss.
+    return m_versionsFolder /
+           fmt::format("{:016x}.version", std::hash<std::string_view>{}(identifier));
+}
+
+// A kept version: a header line, the item's identifier, its calendar, URL
+// and entity tag, one line each, the length of its text, then the text.
+constexpr std::string_view kVersionHeader = "tasket caldav item version 1";
+
+void CaldavCalendarStore::keepVersion(const Remote& remote) const {
+    if (m_versionsFolder.empty())
+        return;
+    const auto& id = remote.item.identifier;
+    const auto oneLine = [](std::string_view text) {
+        return !text.empty() && text.find_first_of(std::string_view("\r\n\0", 3)) == text.npos;
+    };
+    if (remote.etag.empty() || !oneLine(id) || !oneLine(remote.item.calendarIdentifier) ||
+        !oneLine(remote.href) || !oneLine(remote.etag)) {
+        forgetVersion(id);
+        return;
+    }
+    std::error_code error;
+    if (std::filesystem::create_directories(m_versionsFolder, error))
+        std::filesystem::permissions(m_versionsFolder, std::filesystem::perms::owner_all, error);
+    const auto text = fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n{}", kVersionHeader, id,
+                                  remote.item.calendarIdentifier, remote.href, remote.etag,
+                                  remote.text.size(), remote.text);
+    if (!replaceFile(versionFile(id), text, 0600, Durability::cache))
+        forgetVersion(id); // a cache: without it the item is read first
+}
+
+void CaldavCalendarStore::forgetVersion(std::string_view identifier) const {
+    std::error_code error;
+    if (!m_versionsFolder.empty())
+        std::filesystem::remove(versionFile(identifier), error);
+}
+
+std::optional<CaldavCalendarStore::Remote>
+CaldavCalendarStore::keptVersion(std::string_view identifier) const {
+    if (m_versionsFolder.empty())
+        return std::nullopt;
+    std::ifstream in(versionFile(identifier), std::ios::binary);
+    std::string header, id, calendar, length;
+    Remote kept;
+    if (!std::getline(in, header) || header != kVersionHeader || !std::getline(in, id) ||
+        id != identifier || !std::getline(in, calendar) || !std::getline(in, kept.href) ||
+        !std::getline(in, kept.etag) || !std::getline(in, length))
+        return std::nullopt;
+    kept.text.assign(std::istreambuf_iterator<char>(in), {});
+    // A file cut short by a crash is no version.
+    if (kept.text.size() != std::strtoull(length.c_str(), nullptr, 10))
+        return std::nullopt;
+    auto item = detail::parseCalendarItem(kept.text);
+    if (!item || item->identifier != identifier)
+        return std::nullopt;
+    item->calendarIdentifier = std::move(calendar);
+    kept.item = std::move(*item);
+    kept.kept = true;
+    return kept;
 }
 
 Result<bool> CaldavCalendarStore::canChange(std::string_view identifier) const {
@@ -813,26 +890,27 @@ std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_vie
             return false;
         return prop ? written->second == text(child(prop, kDav, "getetag")) : !written->second;
     };
-    auto now =
-        syncCollection(*m_connection, calendar, mark->syncToken, "<d:getetag/><c:calendar-data/>",
-                       [&](const std::string& href, const xmlNode* prop) {
-                           if (own(href, prop))
-                               return true;
-                           if (!prop) {
-                               ++changes.removed; // or nothing of it could be read
-                               return true;
-                           }
-                           auto data = text(child(prop, kCaldav, "calendar-data"));
-                           auto item = detail::parseCalendarItem(data);
-                           if (!item)
-                               return true; // not an item we can read; left alone, as query() does
-                           item->calendarIdentifier = calendar;
-                           changes.changed.push_back(*item);
-                           m_seen.insert_or_assign(changes.changed.back().identifier,
-                                                   Remote{href, text(child(prop, kDav, "getetag")),
+    auto now = syncCollection(
+        *m_connection, calendar, mark->syncToken, "<d:getetag/><c:calendar-data/>",
+        [&](const std::string& href, const xmlNode* prop) {
+            if (own(href, prop))
+                return true;
+            if (!prop) {
+                ++changes.removed; // or nothing of it could be read
+                return true;
+            }
+            auto data = text(child(prop, kCaldav, "calendar-data"));
+            auto item = detail::parseCalendarItem(data);
+            if (!item)
+                return true; // not an item we can read; left alone, as query() does
+            item->calendarIdentifier = calendar;
+            changes.changed.push_back(*item);
+            const auto& seen = m_seen.insert_or_assign(
+                changes.changed.back().identifier, Remote{href, text(child(prop, kDav, "getetag")),
                                                           std::move(data), std::move(*item)});
-                           return true;
-                       });
+            keepVersion(seen.first->second);
+            return true;
+        });
     if (!now)
         return std::nullopt;
     // The token was ours for this collection: it is still there, and holds
@@ -916,11 +994,24 @@ Result<> CaldavCalendarStore::commitLocked() {
         forgetCalendars();
         it = m_pendingCalendars.erase(it);
     }
+    // Items whose kept version the server refused: read again.
+    std::set<std::string, std::less<>> refused;
+    // A version an earlier program kept may be out of date in what this
+    // store does not read (an alarm another client added): once refused,
+    // the change is made against the server's, as without a kept version.
+    const auto outOfDate = [&](const std::optional<Remote>& stored, long status) {
+        if (status != 412 || !stored || !stored->kept || refused.contains(stored->item.identifier))
+            return false;
+        refused.insert(stored->item.identifier);
+        m_seen.erase(stored->item.identifier);
+        forgetVersion(stored->item.identifier);
+        return true;
+    };
     while (!m_pendingItems.empty()) {
         const auto it = m_pendingItems.begin();
         std::optional<Remote> stored;
         if (!m_newItems.contains(it->first)) {
-            auto found = versionToChange(it->first);
+            auto found = versionToChange(it->first, !refused.contains(it->first));
             if (!found)
                 return std::unexpected(found.error());
             stored = std::move(*found);
@@ -952,6 +1043,8 @@ Result<> CaldavCalendarStore::commitLocked() {
                               inPlace ? "If-Match: " + tag : std::string("If-None-Match: *")});
             if (!answer)
                 return std::unexpected(answer.error());
+            if (outOfDate(stored, answer->status))
+                continue;
             if (answer->status != 201 && answer->status != 204 && answer->status != 200)
                 return httpFailure("saving the item at", href, answer->status);
             noteWrite(item.calendarIdentifier, href, answer->etag);
@@ -965,16 +1058,20 @@ Result<> CaldavCalendarStore::commitLocked() {
             }
             // Without a tag (the server may have changed what it stored), the
             // next change is made against this text.
-            m_seen.insert_or_assign(item.identifier,
-                                    Remote{href, answer->etag, std::move(*text), item});
+            const auto& written = m_seen.insert_or_assign(
+                item.identifier, Remote{href, answer->etag, std::move(*text), item});
+            keepVersion(written.first->second);
         } else if (stored) {
             const auto answer = http.request("DELETE", stored->href, {}, {"If-Match: " + tag});
             if (!answer)
                 return std::unexpected(answer.error());
+            if (outOfDate(stored, answer->status))
+                continue;
             if (answer->status >= 300 && answer->status != 404)
                 return httpFailure("removing the item at", stored->href, answer->status);
             noteWrite(stored->item.calendarIdentifier, stored->href, std::nullopt);
             m_seen.erase(it->first);
+            forgetVersion(it->first);
         }
         m_newItems.erase(it->first);
         m_pendingItems.erase(it);

@@ -81,6 +81,12 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     [[nodiscard]] std::optional<CalendarChanges>
     changesSince(std::string_view identifier, std::string_view token) const override;
 
+    /// Keeps the version of each item last written or read by itself (its
+    /// URL, entity tag and text) in `folder`, one file each, so that a
+    /// later program changes it without reading it first; the write's
+    /// If-Match still refuses a version that is no longer current.
+    void keepStateIn(std::filesystem::path folder) override;
+
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
     /// the last answer (and the calendars read one by one since), else
@@ -101,6 +107,7 @@ class CaldavCalendarStore final : public StagedCalendarStore {
         std::string etag;
         std::string text;
         CalendarItem item;
+        bool kept = false; // read from a version an earlier program kept
     };
     [[nodiscard]] Result<std::vector<Remote>> query(const CalendarInfo& calendar) const;
     /// The calendars of `listed` holding `type`, with the pending changes.
@@ -111,8 +118,10 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     [[nodiscard]] Result<std::optional<Remote>> remote(std::string_view identifier) const;
     /// The version a change to the item is made against: the one last
     /// listed or written when the server tagged it (the write's If-Match
-    /// then finds out whether it is still current), else as remote() finds it.
-    [[nodiscard]] Result<std::optional<Remote>> versionToChange(std::string_view identifier) const;
+    /// then finds out whether it is still current), else, when `orKept`,
+    /// the one an earlier program kept, else as remote() finds it.
+    [[nodiscard]] Result<std::optional<Remote>> versionToChange(std::string_view identifier,
+                                                                bool orKept = true) const;
     [[nodiscard]] Result<bool> canChange(std::string_view identifier) const override;
     /// The same among the calendars `known`: where it was last seen, where
     /// this store would put it, then, when `everywhere`, in every one.
@@ -147,6 +156,13 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     // Calendars a sync-collection found since they were last listed, by
     // identifier: what each holds.
     mutable std::map<std::string, CalendarEntityType, std::less<>> m_synced;
+    // Versions kept between programs (see keepStateIn); empty: none.
+    std::filesystem::path m_versionsFolder;
+    [[nodiscard]] std::filesystem::path versionFile(std::string_view identifier) const;
+    /// Keeps `remote` when the server tagged it, else forgets the item.
+    void keepVersion(const Remote& remote) const;
+    void forgetVersion(std::string_view identifier) const;
+    [[nodiscard]] std::optional<Remote> keptVersion(std::string_view identifier) const;
     void noteWrite(const std::string& calendar, const std::string& href,
                    std::optional<std::string> etag);
     /// The collection at `url` read by itself (one request): the calendar,

@@ -98,6 +98,8 @@ std::optional<std::string> CalendarStore::tokenAfterOwnWrites(std::string_view i
     return changeToken(identifier);
 }
 
+void CalendarStore::keepStateIn(std::filesystem::path) {}
+
 Result<bool> CalendarStore::canChange(std::string_view identifier) const {
     const auto found = findItem(identifier);
     if (!found)

@@ -21,6 +21,7 @@
 #include "platform/error.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
@@ -166,6 +167,12 @@ class CalendarStore {
     /// every item does; the base cannot.
     [[nodiscard]] virtual std::optional<CalendarChanges> changesSince(std::string_view identifier,
                                                                       std::string_view token) const;
+
+    /// Lets the store keep in `folder` (made when needed) what it learned
+    /// of items that another program using the same folder may use instead
+    /// of asking again; a cache, which may go at any time. The base keeps
+    /// nothing.
+    virtual void keepStateIn(std::filesystem::path folder);
 
     // ---- Batches ---------------------------------------------------------------------
     /// Stores every pending change; on failure the ones not yet stored stay pending.

@@ -108,6 +108,41 @@ TEST(CaldavCalendarStore, ChangesSinceATokenAreReadInOneRequest) {
     EXPECT_FALSE(mine.changesSince(errands.identifier, "http://radicale.org/ns/sync/unknown"));
 }
 
+// A later program changes an item in one request, against the version an
+// earlier one kept; one kept out of date is read again, not a conflict.
+TEST(CaldavCalendarStore, ALaterProgramChangesAnItemAgainstTheVersionKept) {
+    testing::RadicaleServer server;
+    const auto kept = server.storageFolder().parent_path() / "kept";
+    const auto program = [&] {
+        auto store = std::make_unique<CaldavCalendarStore>(std::vector{server.url()},
+                                                           CaldavOptions{server.netrcFile()});
+        store->keepStateIn(kept);
+        return store;
+    };
+    auto first = program();
+    CalendarInfo errands{"", "Errands", "", Kind::reminder, ""};
+    ASSERT_TRUE(first->saveCalendar(errands, true));
+    ASSERT_TRUE(first->changeToken(errands.identifier));
+    CalendarItem item{.kind = Kind::reminder, .calendarIdentifier = errands.identifier};
+    ASSERT_TRUE(first->saveReminder(item, true));
+    const auto token = first->tokenAfterOwnWrites(errands.identifier).value();
+
+    auto later = program();
+    ASSERT_TRUE(later->changesSince(errands.identifier, token).value().changed.empty());
+    item.title = "later";
+    const auto before = later->requestCount();
+    ASSERT_TRUE(later->saveReminder(item, true));
+    EXPECT_EQ(later->requestCount() - before, 1u);
+
+    // The first program's version is out of date now.
+    CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
+    auto theirCopy = theirs.itemWithIdentifier(item.identifier).value();
+    ASSERT_TRUE(theirs.saveReminder(theirCopy, true));
+    item.title = "again";
+    ASSERT_TRUE(program()->saveReminder(item, true));
+    EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "again");
+}
+
 TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
     testing::RadicaleServer server;
     const auto wrong = server.storageFolder().parent_path() / "wrong-netrc";
