@@ -123,7 +123,8 @@ class CalendarMirror {
     /// which is then left as it is (never taken for deleted).
     [[nodiscard]] Result<SyncReport> sync(objectstore::ObjectContext& context);
     /// Keeps what each sync left in each calendar in files in `folder`
-    /// (made when missing; see the file comment).
+    /// (made when missing; see the file comment), and lets the calendar
+    /// store keep what it learned of items in its "items" folder.
     void keepSyncStateIn(std::filesystem::path folder);
 
   private:
