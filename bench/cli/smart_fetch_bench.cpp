@@ -1,7 +1,7 @@
 // A smart list of pending tasks with one tag that are overdue, fetched from
 // a large task store the way `tasket tasks --smart` fetches it (the rules'
-// predicate, compiled by the engine, newest first, in batches, every task's
-// title and due moment read), against the SELECT a developer would write
+// predicate, compiled by the engine, newest first, walked in batches of
+// whole rows, every task's title and due moment read), against the SELECT a developer would write
 // on a raw connection to the same file, reading the same columns.
 //
 //   CLI_BENCH_STORE=/path/TK_Data.sqlite CLI_BENCH_TAG=tag7 smart_fetch_bench
@@ -66,14 +66,19 @@ void BM_SmartFetchThroughTheEngine(benchmark::State& state) {
         request.predicate = objectstore::andPredicate({predicate, rules::predicates::validTask()});
         request.sortDescriptors = {{"whenCreated", false}};
         request.fetchBatchSize = 200;
-        auto tasks = context->fetchBatched(request).value();
-        rows = tasks.size();
-        for (std::size_t i = 0; i < tasks.size(); ++i) {
-            const auto& task = static_cast<const store::TK_Task&>(*tasks.at(i));
-            benchmark::DoNotOptimize(task.title());
-            benchmark::DoNotOptimize(task.dueDateAndTime());
-        }
-        context->reset();
+        rows = 0;
+        auto walked = context->fetchEach(request, [&](const auto& batch) -> platform::Result<void> {
+            for (const auto& object : batch) {
+                const auto& task = static_cast<const store::TK_Task&>(*object);
+                benchmark::DoNotOptimize(task.title());
+                benchmark::DoNotOptimize(task.dueDateAndTime());
+            }
+            rows += batch.size();
+            context->reset();
+            return {};
+        });
+        if (!walked)
+            throw std::runtime_error(walked.error().message);
     }
     state.counters["rows"] = static_cast<double>(rows);
 }

@@ -181,6 +181,19 @@ Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch&
     return ids;
 }
 
+Result<void> ObjectContext::adoptRows(std::uint32_t entity, std::vector<Row>& rows,
+                                      std::vector<ObjectPtr>& objects) {
+    objects.reserve(objects.size() + rows.size());
+    for (auto& row : rows) {
+        ObjectPtr o = objectWithID(ObjectID{entity, row.key});
+        if (o->isFault())
+            if (auto ok = applyRow(*o, std::move(row)); !ok)
+                return ok;
+        objects.push_back(std::move(o));
+    }
+    return {};
+}
+
 Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request) {
     if (request.fetchBatchSize == 0 && !(request.includesPendingChanges && !m_changed.empty())) {
         // Nothing unsaved can change the answer: read whole rows in the
@@ -195,14 +208,8 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
         if (!rows)
             return std::unexpected(rows.error());
         std::vector<ObjectPtr> objects;
-        objects.reserve(rows->size());
-        for (auto& row : *rows) {
-            ObjectPtr o = objectWithID(ObjectID{f.entity->index, row.key});
-            if (o->isFault())
-                if (auto ok = applyRow(*o, std::move(row)); !ok)
-                    return std::unexpected(ok.error());
-            objects.push_back(std::move(o));
-        }
+        if (auto ok = adoptRows(f.entity->index, *rows, objects); !ok)
+            return std::unexpected(ok.error());
         if (auto ok = prefetchRelationships(objects, request.prefetchedRelationships); !ok)
             return std::unexpected(ok.error());
         return objects;
@@ -236,6 +243,45 @@ Result<BatchedResults> ObjectContext::fetchBatched(const FetchRequest& request) 
         request.fetchBatchSize > 0 ? request.fetchBatchSize : std::max<std::size_t>(ids->size(), 1);
     return BatchedResults(shared_from_this(), std::move(*ids), batch,
                           request.prefetchedRelationships);
+}
+
+Result<void>
+ObjectContext::fetchEach(const FetchRequest& request,
+                         const std::function<Result<void>(const std::vector<ObjectPtr>&)>& each) {
+    const std::size_t batch = request.fetchBatchSize > 0 ? request.fetchBatchSize : SIZE_MAX;
+    if (request.includesPendingChanges && !m_changed.empty()) {
+        auto results = fetchBatched(request);
+        if (!results)
+            return std::unexpected(results.error());
+        std::vector<ObjectPtr> slice;
+        for (std::size_t i = 0; i < results->size(); ++i) {
+            slice.push_back(results->at(i));
+            if (slice.size() == batch || i + 1 == results->size()) {
+                if (auto ok = each(slice); !ok)
+                    return ok;
+                slice.clear();
+            }
+        }
+        return {};
+    }
+    auto compiled = compile(request);
+    if (!compiled)
+        return std::unexpected(compiled.error());
+    const CompiledFetch& f = *compiled;
+    auto [sql, bind] = orderedSelect(m_store->rowColumns(f.entity->index), *f.entity, f.sql,
+                                     f.order, request, true);
+    std::vector<ObjectPtr> objects;
+    return m_store->queryRowBatches(
+        sql, f.entity->index, bind, batch, [&](std::vector<Row>& rows) -> Result<void> {
+            objects.clear();
+            if (auto ok = adoptRows(f.entity->index, rows, objects); !ok)
+                return ok;
+            if (auto ok = prefetchRelationships(objects, request.prefetchedRelationships); !ok)
+                return ok;
+            auto ok = each(objects);
+            objects.clear();
+            return ok;
+        });
 }
 
 Result<std::size_t> ObjectContext::count(const FetchRequest& request) {

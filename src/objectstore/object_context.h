@@ -113,6 +113,15 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     [[nodiscard]] Result<std::vector<ObjectID>> fetchObjectIDs(const FetchRequest& request);
     /// The identities at once, the rows a batch at a time on access.
     [[nodiscard]] Result<BatchedResults> fetchBatched(const FetchRequest& request);
+    /// The matching objects in order, fetchBatchSize at a time (all at once
+    /// when 0), each batch loaded with its prefetched relationships and
+    /// handed to `each`: a walk over a result too large to hold, in one
+    /// query that reads whole rows as it goes. `each` may reset the context
+    /// between batches; an error from it ends the walk and is returned.
+    /// With unsaved changes that count, the batches come from fetchBatched().
+    [[nodiscard]] Result<void>
+    fetchEach(const FetchRequest& request,
+              const std::function<Result<void>(const std::vector<ObjectPtr>&)>& each);
     /// How many objects match.
     [[nodiscard]] Result<std::size_t> count(const FetchRequest& request);
 
@@ -154,6 +163,10 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     [[nodiscard]] Result<void> loadStored(ManagedObject& object);
     [[nodiscard]] Result<void> markVanished(ManagedObject& object);
     [[nodiscard]] Result<void> applyRow(ManagedObject& object, Row row);
+    /// The objects of stored rows of `entity`, in order, appended to
+    /// `objects`; a row fills its object only if that is a fault.
+    [[nodiscard]] Result<void> adoptRows(std::uint32_t entity, std::vector<Row>& rows,
+                                         std::vector<ObjectPtr>& objects);
     void markChanged(ManagedObject& object);
     void schedulePendingChanges();
     void applyDeleteRules(ManagedObject& object, std::vector<ObjectPtr>& cascade);

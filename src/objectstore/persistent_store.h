@@ -159,6 +159,15 @@ class PersistentStore {
     [[nodiscard]] Result<std::vector<Row>>
     queryRows(const std::string& sql, std::uint32_t entity,
               const std::function<void(detail::Statement&)>& bind);
+    /// queryRows() a batch at a time, for results too large to hold: the
+    /// query has its own statement and the store is free between batches,
+    /// so `each` may read from it. Rows are read as the query goes (a save
+    /// between batches may show in later ones). An error from `each` ends
+    /// the query and is returned.
+    [[nodiscard]] Result<void>
+    queryRowBatches(const std::string& sql, std::uint32_t entity,
+                    const std::function<void(detail::Statement&)>& bind, std::size_t batch,
+                    const std::function<Result<void>(std::vector<Row>&)>& each);
 
     // Writing
     [[nodiscard]] Result<SaveResult> save(const SaveRequest& request);

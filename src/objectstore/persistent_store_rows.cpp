@@ -193,6 +193,40 @@ Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std:
     return rows;
 }
 
+Result<void>
+PersistentStore::queryRowBatches(const std::string& sql, std::uint32_t entity,
+                                 const std::function<void(Statement&)>& bind, std::size_t batch,
+                                 const std::function<Result<void>(std::vector<Row>&)>& each) {
+    const auto& e = m_model->entity(entity);
+    std::unique_lock lock(m_mutex);
+    // Not a cached statement: another caller of the same text must not
+    // reset this one while `each` runs.
+    auto owned = m_db->prepareOnce(sql);
+    if (!owned)
+        return std::unexpected(owned.error());
+    Statement s(owned->get());
+    if (bind)
+        bind(s);
+    std::vector<Row> rows;
+    for (;;) {
+        rows.clear();
+        int rc = SQLITE_ROW;
+        while (rows.size() < batch && (rc = s.step()) == SQLITE_ROW)
+            rows.push_back(readRow(s, e));
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+            return std::unexpected(m_db->error("query failed", rc));
+        if (!rows.empty()) {
+            lock.unlock();
+            auto ok = each(rows);
+            lock.lock(); // the statement is finalized under the lock
+            if (!ok)
+                return ok;
+        }
+        if (rc == SQLITE_DONE)
+            return {};
+    }
+}
+
 Result<void> PersistentStore::query(const std::string& sql,
                                     const std::function<void(Statement&)>& bind,
                                     const std::function<void(const Statement&)>& row) {

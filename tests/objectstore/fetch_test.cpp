@@ -93,6 +93,48 @@ TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
     EXPECT_FALSE(fresh->registeredObject(results->objectIDs()[2])->isFault());
 }
 
+// A walk gives what fetch() gives, a batch at a time, whether it reads
+// stored rows (the context reset between batches) or must count unsaved
+// changes; an error from the walker ends it.
+TEST_F(FetchTest, FetchEachWalksTheResultInBatches) {
+    auto walk = [](ObjectContext& context, FetchRequest r, bool reset) {
+        r.fetchBatchSize = 4;
+        std::vector<V> batches;
+        auto ok = context.fetchEach(
+            r, [&](const std::vector<ObjectPtr>& batch) -> tasket::platform::Result<void> {
+                V titles;
+                for (const auto& o : batch) {
+                    EXPECT_FALSE(o->isFault());
+                    titles.push_back(text(o));
+                }
+                batches.push_back(titles);
+                if (reset)
+                    context.reset();
+                return {};
+            });
+        EXPECT_TRUE(ok);
+        return batches;
+    };
+    auto fresh = context();
+    EXPECT_EQ(walk(*fresh, request(nullptr), true),
+              (std::vector<V>{{"Alpha", "Bravo", "charlie", "delta"}, {"echo", "foxtrot"}}));
+    auto window = request("done == NO");
+    window.fetchOffset = 1;
+    EXPECT_EQ(walk(*fresh, window, true), (std::vector<V>{{"Bravo", "foxtrot"}}));
+    make(*view, "Item", "Aardvark");
+    EXPECT_EQ(
+        walk(*view, request(nullptr), false),
+        (std::vector<V>{{"Aardvark", "Alpha", "Bravo", "charlie"}, {"delta", "echo", "foxtrot"}}));
+    int calls = 0;
+    auto failed =
+        fresh->fetchEach(request(nullptr), [&](const auto&) -> tasket::platform::Result<void> {
+            ++calls;
+            return tasket::platform::fail(Errc::cancelled, "enough");
+        });
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(calls, 1);
+}
+
 // Each way a relationship is stored, read for a whole fetch at once: the members one by one
 // reading gives, loaded, and this context's unsaved moves counted.
 TEST_F(FetchTest, PrefetchedRelationshipsMatchMembersReadOneByOne) {

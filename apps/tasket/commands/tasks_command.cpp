@@ -36,16 +36,17 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
     auto request = m_selection.request(viewContext, time);
     if (!request)
         return std::unexpected(request.error());
-    auto tasks = viewContext.fetchBatched(*request);
-    if (!tasks)
-        return std::unexpected(tasks.error());
     TaskListing listing(context.out, context.json, TerminalStyle::forOutput(context.isTerminal));
-    for (std::size_t i = 0; i < tasks->size(); ++i) {
-        const auto task = std::static_pointer_cast<store::TK_Task>(tasks->at(i));
-        listing.add(reportTask(*task, time.calendar, time.now));
-        if ((i + 1) % TaskSelection::kBatchSize == 0)
-            viewContext.reset(); // let the batch go: only the identities stay
-    }
+    auto walked = viewContext.fetchEach(
+        *request, [&](const std::vector<objectstore::ObjectPtr>& batch) -> platform::Result<void> {
+            for (const auto& object : batch)
+                listing.add(reportTask(static_cast<const store::TK_Task&>(*object), time.calendar,
+                                       time.now));
+            viewContext.reset(); // let the batch go before the next is read
+            return {};
+        });
+    if (!walked)
+        return walked;
     listing.finish();
     return {};
 }
