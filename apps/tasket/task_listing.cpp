@@ -17,11 +17,13 @@ std::string indentedObject(const TaskReport& task) {
     if (!text.empty() && text.back() == '\n')
         text.pop_back();
     std::string out = "  ";
-    for (const char c : text) {
-        out += c;
-        if (c == '\n')
-            out += "  ";
+    out.reserve(text.size() + text.size() / 4);
+    std::size_t from = 0;
+    for (std::size_t end; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
+        out.append(text, from, end + 1 - from);
+        out += "  ";
     }
+    out.append(text, from);
     return out;
 }
 
