@@ -40,6 +40,7 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     CLI::App app(std::string(kDescription), "tasket-share");
     app.footer(std::string(kFooter));
     app.formatter(std::make_shared<UsageFormatter>());
+    app.set_version_flag("--version", std::string(kTasketVersion));
 
     ShareOptions options;
     std::vector<std::string> items;
@@ -79,8 +80,8 @@ ParsedShareOptions parseShareOptions(std::span<const std::string> arguments, std
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
         app.parse(reversed);
-    } catch (const CLI::CallForHelp& help) {
-        return {std::nullopt, app.exit(help, out, err)};
+    } catch (const CLI::Success& done) { // --help or --version
+        return {std::nullopt, app.exit(done, out, err)};
     } catch (const CLI::ParseError& error) {
         err << fmt::format("tasket-share: {}\n", error.what());
         err << "Run \"tasket-share --help\" for the options.\n";

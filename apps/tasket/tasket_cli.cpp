@@ -64,6 +64,7 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
     CLI::App app(std::string(kDescription), "tasket");
     app.footer(std::string(kFooter));
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string(kTasketVersion));
 
     std::map<const CLI::App*, std::string> usages{
         {&app, "tasket [--help] COMMAND [OPTIONS] [ARGUMENTS]"}};
@@ -105,8 +106,8 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
         app.parse(reversed);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help, out, err);
+    } catch (const CLI::Success& done) { // --help or --version
+        return app.exit(done, out, err);
     } catch (const CLI::ParseError& error) {
         const bool noCommand = app.get_subcommands().empty();
         if (noCommand && arguments.empty())

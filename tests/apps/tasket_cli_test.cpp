@@ -65,6 +65,7 @@ TEST(TasketCli, HelpVersionAndWrongCommandLines) {
          {"{\n  \"name\": \"tasket\",\n  \"version\": \"" + version + "\"\n}\n"}},
         {{"--help"}, 0, {"Usage: tasket [--help] COMMAND", "Print the program's version"}},
         {{"-h"}, 0, {"Usage: tasket [--help] COMMAND", "Exit status:"}},
+        {{"--version"}, 0, {version + "\n"}},
         {{"version", "--help"},
          0,
          {"Usage: tasket version [--json]", "Prints \"tasket\" and the version"}},

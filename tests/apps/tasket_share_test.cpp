@@ -2,6 +2,7 @@
 // folders: what each kind of shared thing becomes in the store, what is
 // refused and why, that Cancel and refusals write nothing, and that a kill
 // in the middle of Done leaves either the whole task or none of it.
+#include "common/version.h"
 #include "platform/preferences/file_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "store/local_data_manager.h"
@@ -291,6 +292,13 @@ TEST_F(TasketShareTest, AKillDuringDoneNeverLeavesAHalfTask) {
 
 // A save the store refuses is reported, with a failing status, and leaves
 // nothing behind.
+TEST_F(TasketShareTest, VersionIsPrintedAndNothingWritten) {
+    const ProgramRun run = share({"--version"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, std::string(tasket::apps::kTasketVersion) + "\n");
+    EXPECT_TRUE(storedTasks().empty());
+}
+
 TEST_F(TasketShareTest, AFailedSaveIsReportedAndExitsNonZero) {
     ASSERT_EQ(share({"--yes", "--text", "First", "https://example.org/1"}).status, 0);
     sqlRows(storeFile(), "CREATE TRIGGER refuse BEFORE INSERT ON TK_Task "
