@@ -37,8 +37,22 @@ std::size_t utf8SequenceLength(std::string_view s, std::size_t i) {
 }
 
 void appendJsonString(std::string& out, std::string_view text, JsonSolidus solidus) {
+    // Printable ASCII that needs no escape goes out a run at a time.
+    const auto plain = [solidus](unsigned char c) {
+        return c >= 0x20 && c < 0x80 && c != '"' && c != '\\' &&
+               (c != '/' || solidus == JsonSolidus::literal);
+    };
+    out.reserve(out.size() + text.size() + 2);
     out += '"';
     for (std::size_t i = 0; i < text.size();) {
+        std::size_t end = i;
+        while (end < text.size() && plain(static_cast<unsigned char>(text[end])))
+            ++end;
+        if (end > i) {
+            out.append(text, i, end - i);
+            i = end;
+            continue;
+        }
         const auto c = static_cast<unsigned char>(text[i]);
         if (c >= 0x80) {
             const std::size_t length = utf8SequenceLength(text, i);
