@@ -773,6 +773,48 @@ CaldavCalendarStore::keptVersion(std::string_view identifier) const {
     return kept;
 }
 
+// What calendars hold: a header line, then one line per calendar, "r" or
+// "e", a space and its identifier.
+constexpr std::string_view kKindsHeader = "tasket caldav calendars 1";
+constexpr std::string_view kKindsFile = "calendars.kinds";
+
+std::optional<CalendarEntityType> CaldavCalendarStore::keptKind(std::string_view calendar) const {
+    if (m_versionsFolder.empty())
+        return std::nullopt;
+    if (!m_keptKinds) {
+        m_keptKinds.emplace();
+        std::ifstream in(m_versionsFolder / kKindsFile, std::ios::binary);
+        std::string line;
+        if (std::getline(in, line) && line == kKindsHeader)
+            while (std::getline(in, line))
+                if (line.size() > 2 && (line[0] == 'r' || line[0] == 'e') && line[1] == ' ')
+                    m_keptKinds->insert_or_assign(line.substr(2), line[0] == 'r'
+                                                                      ? CalendarEntityType::reminder
+                                                                      : CalendarEntityType::event);
+    }
+    const auto found = m_keptKinds->find(calendar);
+    return found == m_keptKinds->end() ? std::nullopt : std::optional(found->second);
+}
+
+void CaldavCalendarStore::keepKind(std::string_view calendar,
+                                   std::optional<CalendarEntityType> kind) const {
+    if (m_versionsFolder.empty() || keptKind(calendar) == kind ||
+        calendar.find_first_of(std::string_view("\r\n\0", 3)) != calendar.npos)
+        return;
+    if (kind)
+        m_keptKinds->insert_or_assign(std::string(calendar), *kind);
+    else
+        m_keptKinds->erase(m_keptKinds->find(calendar));
+    std::string text = std::string(kKindsHeader) + "\n";
+    for (const auto& [id, each] : *m_keptKinds)
+        text += fmt::format("{} {}\n", each == CalendarEntityType::reminder ? 'r' : 'e', id);
+    std::error_code error;
+    if (std::filesystem::create_directories(m_versionsFolder, error))
+        std::filesystem::permissions(m_versionsFolder, std::filesystem::perms::owner_all, error);
+    if (!replaceFile(m_versionsFolder / kKindsFile, text, 0600, Durability::cache))
+        std::filesystem::remove(m_versionsFolder / kKindsFile, error); // asked again
+}
+
 Result<bool> CaldavCalendarStore::canChange(std::string_view identifier) const {
     Lock lock(m_mutex);
     if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
@@ -805,8 +847,11 @@ Result<std::string> CaldavCalendarStore::currentTag(const Remote& stored) const 
 CaldavCalendarStore::LookedUp CaldavCalendarStore::lookUp(const std::string& url) const {
     LookedUp found;
     const auto answer = m_connection->dav("PROPFIND", url, 0, kCalendarProperties);
-    if (!answer)
+    if (!answer) {
+        if (answer.error().code == Errc::notFound)
+            keepKind(url, std::nullopt);
         return found;
+    }
     const auto source = sourceOf(url);
     (void)eachResponse(answer->body, [&](const std::string&, const xmlNode* prop) {
         found.syncToken = text(child(prop, kDav, "sync-token"));
@@ -816,8 +861,10 @@ CaldavCalendarStore::LookedUp CaldavCalendarStore::lookUp(const std::string& url
             calendar && calendar->identifier == url)
             found.calendar = std::move(*calendar);
     });
-    if (found.calendar)
+    if (found.calendar) {
         m_lookedUp.insert_or_assign(url, *found.calendar);
+        keepKind(url, found.calendar->entityType);
+    }
     return found;
 }
 
@@ -911,11 +958,14 @@ std::optional<CalendarChanges> CaldavCalendarStore::changesSince(std::string_vie
             keepVersion(seen.first->second);
             return true;
         });
-    if (!now)
+    if (!now) {
+        keepKind(calendar, std::nullopt); // gone, or to be looked up again
         return std::nullopt;
+    }
     // The token was ours for this collection: it is still there, and holds
     // what it held then.
     m_synced.insert_or_assign(calendar, mark->kind);
+    keepKind(calendar, mark->kind);
     m_tokens.insert_or_assign(calendar, TokenRead{std::move(*now), mark->kind, {}});
     return changes;
 }
@@ -929,10 +979,29 @@ void CaldavCalendarStore::noteWrite(const std::string& calendar, const std::stri
 std::optional<CalendarEntityType>
 CaldavCalendarStore::calendarKind(std::string_view identifier) const {
     Lock lock(m_mutex);
-    if (!m_pendingCalendars.contains(identifier))
+    if (!m_pendingCalendars.contains(identifier)) {
         if (const auto synced = m_synced.find(identifier); synced != m_synced.end())
             return synced->second;
-    return CalendarStore::calendarKind(identifier);
+        if (const auto kept = keptKind(identifier))
+            return kept;
+    }
+    const auto kind = CalendarStore::calendarKind(identifier);
+    if (!m_pendingCalendars.contains(identifier))
+        keepKind(identifier, kind);
+    return kind;
+}
+
+Result<std::optional<CalendarItem>>
+CaldavCalendarStore::itemToChange(std::string_view identifier) const {
+    Lock lock(m_mutex);
+    if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
+        return pending->second;
+    auto found = versionToChange(identifier);
+    if (!found)
+        return std::unexpected(found.error());
+    if (!*found)
+        return std::nullopt;
+    return std::move((*found)->item);
 }
 
 Result<std::optional<CalendarItem>>
@@ -991,6 +1060,7 @@ Result<> CaldavCalendarStore::commitLocked() {
             return httpFailure(isNew ? "making the calendar" : "changing the calendar",
                                info.identifier, answer->status);
         m_newCalendars.erase(info.identifier);
+        keepKind(info.identifier, info.entityType);
         forgetCalendars();
         it = m_pendingCalendars.erase(it);
     }
@@ -1045,6 +1115,8 @@ Result<> CaldavCalendarStore::commitLocked() {
                 return std::unexpected(answer.error());
             if (outOfDate(stored, answer->status))
                 continue;
+            if (answer->status == 404 || answer->status == 409) // its calendar may be gone
+                keepKind(item.calendarIdentifier, std::nullopt);
             if (answer->status != 201 && answer->status != 204 && answer->status != 200)
                 return httpFailure("saving the item at", href, answer->status);
             noteWrite(item.calendarIdentifier, href, answer->etag);
@@ -1085,6 +1157,7 @@ Result<> CaldavCalendarStore::commitLocked() {
         std::erase_if(m_seen, [&](const auto& entry) {
             return entry.second.item.calendarIdentifier == it->first;
         });
+        keepKind(it->first, std::nullopt);
         forgetCalendars();
         it = m_pendingCalendars.erase(it);
     }

@@ -56,7 +56,8 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     [[nodiscard]] Result<std::optional<CalendarItem>>
     findItem(std::string_view identifier) const override;
     /// What the calendar holds: known without a request once changesSince
-    /// read it, else looked up.
+    /// read it or, with keepStateIn, when an earlier program learned it,
+    /// else looked up.
     [[nodiscard]] std::optional<CalendarEntityType>
     calendarKind(std::string_view identifier) const override;
     /// The collection's kind and sync-token (RFC 6578), else its CTag: one
@@ -82,10 +83,16 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     changesSince(std::string_view identifier, std::string_view token) const override;
 
     /// Keeps the version of each item last written or read by itself (its
-    /// URL, entity tag and text) in `folder`, one file each, so that a
-    /// later program changes it without reading it first; the write's
-    /// If-Match still refuses a version that is no longer current.
+    /// URL, entity tag and text) in `folder`, one file each, and what each
+    /// calendar it learned of holds, so that a later program changes an
+    /// item without reading it or its calendar first; the write's If-Match
+    /// still refuses a version that is no longer current, and a calendar
+    /// found gone (or a write it refuses as gone) is forgotten.
     void keepStateIn(std::filesystem::path folder) override;
+    /// The version a change would be made against: the one last listed,
+    /// written or kept, without a request when there is one.
+    [[nodiscard]] Result<std::optional<CalendarItem>>
+    itemToChange(std::string_view identifier) const override;
 
     /// Every calendar of every source, or the first failure to reach one.
     /// calendars() asks the server each time; a lookup by identifier uses
@@ -163,6 +170,13 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     void keepVersion(const Remote& remote) const;
     void forgetVersion(std::string_view identifier) const;
     [[nodiscard]] std::optional<Remote> keptVersion(std::string_view identifier) const;
+    // What the calendars an earlier program learned of hold, by identifier
+    // (read from the state folder when first asked; see keepStateIn).
+    mutable std::optional<std::map<std::string, CalendarEntityType, std::less<>>> m_keptKinds;
+    [[nodiscard]] std::optional<CalendarEntityType> keptKind(std::string_view calendar) const;
+    /// Keeps what `calendar` holds (nullopt: it is gone), written to the
+    /// state folder when that changes anything.
+    void keepKind(std::string_view calendar, std::optional<CalendarEntityType> kind) const;
     void noteWrite(const std::string& calendar, const std::string& href,
                    std::optional<std::string> etag);
     /// The collection at `url` read by itself (one request): the calendar,

@@ -111,4 +111,8 @@ Result<std::optional<CalendarItem>> CalendarStore::findItem(std::string_view ide
     return itemWithIdentifier(identifier);
 }
 
+Result<std::optional<CalendarItem>> CalendarStore::itemToChange(std::string_view identifier) const {
+    return findItem(identifier);
+}
+
 } // namespace tasket::platform

@@ -141,6 +141,11 @@ class CalendarStore {
     /// refuses). The base asks itemWithIdentifier, for stores that always can.
     [[nodiscard]] virtual Result<std::optional<CalendarItem>>
     findItem(std::string_view identifier) const;
+    /// The item as a change to it would be made against: for a store whose
+    /// writes are conditional, the version it last read, wrote or kept,
+    /// which may be out of date (the write then finds out); else findItem.
+    [[nodiscard]] virtual Result<std::optional<CalendarItem>>
+    itemToChange(std::string_view identifier) const;
     /// Saves a new or changed reminder; a new one gets its identifier.
     [[nodiscard]] Result<> saveReminder(CalendarItem& reminder, bool commit);
     /// Saves a new or changed event (the span: see the file comment).

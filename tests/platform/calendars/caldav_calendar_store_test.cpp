@@ -109,7 +109,9 @@ TEST(CaldavCalendarStore, ChangesSinceATokenAreReadInOneRequest) {
 }
 
 // A later program changes an item in one request, against the version an
-// earlier one kept; one kept out of date is read again, not a conflict.
+// earlier one kept and in the calendar it kept; a version kept out of date
+// is read again, not a conflict, and a calendar kept that is gone is
+// forgotten.
 TEST(CaldavCalendarStore, ALaterProgramChangesAnItemAgainstTheVersionKept) {
     testing::RadicaleServer server;
     const auto kept = server.storageFolder().parent_path() / "kept";
@@ -133,6 +135,11 @@ TEST(CaldavCalendarStore, ALaterProgramChangesAnItemAgainstTheVersionKept) {
     const auto before = later->requestCount();
     ASSERT_TRUE(later->saveReminder(item, true));
     EXPECT_EQ(later->requestCount() - before, 1u);
+    // Nor does one that reads nothing first: what the calendar holds was kept too.
+    auto third = program();
+    item.title = "third";
+    ASSERT_TRUE(third->saveReminder(item, true));
+    EXPECT_EQ(third->requestCount(), 1u);
 
     // The first program's version is out of date now.
     CaldavCalendarStore theirs({server.url()}, {server.netrcFile()});
@@ -141,6 +148,11 @@ TEST(CaldavCalendarStore, ALaterProgramChangesAnItemAgainstTheVersionKept) {
     item.title = "again";
     ASSERT_TRUE(program()->saveReminder(item, true));
     EXPECT_EQ(theirs.itemWithIdentifier(item.identifier)->title, "again");
+
+    // A calendar a write finds gone is forgotten: the next program looks.
+    ASSERT_TRUE(theirs.removeCalendar(errands.identifier, true));
+    EXPECT_FALSE(program()->saveReminder(item, true));
+    EXPECT_FALSE(program()->calendarKind(errands.identifier));
 }
 
 TEST(CaldavCalendarStore, UnreachableServersAndRefusedCredentialsSayWhy) {
