@@ -1,6 +1,8 @@
 #include "tasket/reminder_scheduling.h"
 
 #include "common/task_report.h"
+#include "reminders/calendar_mirror.h"
+#include "reminders/calendar_sources.h"
 #include "reminders/reminder_store.h"
 #include "tasket/store_view.h"
 
@@ -41,6 +43,29 @@ void refreshReminders(objectstore::ObjectContext& context, std::span<const std::
     runPass(
         [&](auto& manager) { return reminders::updateReminders(manager, context, identifiers); },
         err);
+}
+
+void mirrorToCalendars(objectstore::ObjectContext& context,
+                       std::span<const std::string> identifiers, std::ostream& err,
+                       std::shared_ptr<settings::CustomizationManager> settings) {
+    if (identifiers.empty())
+        return;
+    if (!settings)
+        settings = openSettings();
+    if (settings->database() == rules::TK_Database::tasket)
+        return;
+    auto calendars = reminders::openCalendarStore(*settings);
+    platform::Result<> written =
+        calendars ? platform::Result<>{} : std::unexpected(calendars.error());
+    if (written) {
+        reminders::CalendarMirror mirror(*calendars, settings);
+        mirror.keepSyncStateIn(reminders::calendarSyncFolder());
+        written = mirror.writeTasks(context, identifiers);
+    }
+    if (!written)
+        err << "tasket: the changes are saved, but not written to the calendars (\"tasket "
+               "calendars sync\" tries again): "
+            << written.error().message << '\n';
 }
 
 void refreshAllReminders(objectstore::ObjectContext& context, std::ostream& err) {

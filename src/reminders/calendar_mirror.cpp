@@ -6,6 +6,8 @@
 #include "platform/uuid.h"
 #include "rules/predicates.h"
 #include "rules/texts.h"
+#include "store/application_group.h"
+#include "store/lookup.h"
 
 #include <fmt/format.h>
 
@@ -354,7 +356,7 @@ Result<> CalendarMirror::writeTask(TK_Task& task, CalendarEntityType kind, Calen
     if (existing)
         current = *existing;
     else if (const auto id = task.calendarItemIdentifier(); id && !id->empty()) {
-        auto found = m_calendarStore->findItem(*id);
+        auto found = m_calendarStore->itemToChange(*id);
         if (!found)
             return std::unexpected(found.error());
         current = std::move(*found);
@@ -379,6 +381,40 @@ Result<> CalendarMirror::writeReminder(TK_Task& task) {
 
 Result<> CalendarMirror::writeEvent(TK_Task& task) {
     return writeTask(task, CalendarEntityType::event, nullptr, Calendar::current());
+}
+
+Result<> CalendarMirror::writeTasks(objectstore::ObjectContext& context,
+                                    std::span<const std::string> identifiers) {
+    const bool addOnly =
+        m_customizationManager->database() == rules::TK_Database::tasketAndRemindersAddOnly ||
+        m_customizationManager->isTasketAndRemindersAddOnlyDatabase();
+    const auto calendar = Calendar::current();
+    bool wrote = false;
+    Result<> failure;
+    for (const auto& identifier : identifiers) {
+        auto task = store::findByIdentifier<TK_Task>(context, identifier);
+        if (!task)
+            continue; // a subtask, or deleted: the next sync settles it
+        const auto list = (*task)->category();
+        const auto kind =
+            list ? list->calendarTypeCase().value_or(TK_CalendarType::none) : TK_CalendarType::none;
+        if (kind == TK_CalendarType::none || (addOnly && (*task)->calendarItemIdentifier()))
+            continue;
+        auto written = writeTask(**task,
+                                 kind == TK_CalendarType::event ? CalendarEntityType::event
+                                                                : CalendarEntityType::reminder,
+                                 nullptr, calendar);
+        if (written)
+            wrote = true;
+        else if (failure)
+            failure = std::move(written); // the others still go, and what they wrote is kept
+    }
+    // The identifiers of the items written, so that the next write updates
+    // them instead of writing them again.
+    if (wrote)
+        if (auto saved = context.save(); !saved)
+            return saved;
+    return failure;
 }
 
 Result<std::vector<CalendarItem>> CalendarMirror::reminders(const TK_Category& list) const {
@@ -497,14 +533,18 @@ Result<> CalendarMirror::syncList(objectstore::ObjectContext& context, TK_Catego
                                   const Calendar& calendar, SyncReport& report) {
     const auto mode = m_customizationManager->remindersDatabaseType();
     const auto before = list.calendarIdentifier();
+    // The token before the items are read: a change made while this pass
+    // runs is not taken as seen. Read first, it also tells whether the
+    // calendar is still there.
+    if (before)
+        (void)m_calendarStore->changeToken(*before);
     const auto calendarID = calendarOfList(list, kind);
     if (!calendarID)
         return std::unexpected(calendarID.error());
     const bool replaced = before != *calendarID; // a new calendar holds none of the old items
     const int failedBefore = report.failed;
-    // The token before the items are read: a change made while this pass
-    // runs is not taken as seen.
-    (void)m_calendarStore->changeToken(*calendarID);
+    if (replaced)
+        (void)m_calendarStore->changeToken(*calendarID);
     const std::vector<std::string> ids{*calendarID};
     auto listed = m_calendarStore->items(kind, ids);
     if (!listed)
@@ -601,6 +641,10 @@ void CalendarMirror::reconcile(objectstore::ObjectContext& context, TK_Task& tas
     }
 }
 
+std::filesystem::path calendarSyncFolder() {
+    return store::applicationGroupContainerURL() / "Calendar.Sync";
+}
+
 void CalendarMirror::keepSyncStateIn(std::filesystem::path folder) {
     m_stateFolder = std::move(folder);
     m_calendarStore->keepStateIn(m_stateFolder / "items");
@@ -692,23 +736,35 @@ Result<bool> CalendarMirror::syncFromHistory(objectstore::ObjectContext& context
         return !task.isDeleted() && category && category->objectID() == list.objectID();
     };
 
-    // A task whose item the state does not hold came from another list:
-    // only the full pass looks for its item.
+    // A task whose item the state does not hold came from another list,
+    // unless the item was written into this list's calendar since (by
+    // another program after its save): only the full pass looks for it.
+    // `written[i]`: such tasks of list i, by item.
+    std::vector<std::map<std::string, std::shared_ptr<TK_Task>>> written(lists.size());
     for (std::size_t i = 0; i < lists.size(); ++i)
         for (const auto& task : tasks)
             if (const auto id = task->calendarItemIdentifier().value_or("");
                 !id.empty() && inList(*task, *lists[i].first)) {
                 const auto found = states[i].items.find(id);
-                if (found == states[i].items.end() || found->second.task != task->objectID().key)
+                if (found != states[i].items.end() && found->second.task == task->objectID().key)
+                    continue;
+                if (found != states[i].items.end() ||
+                    std::ranges::find(elsewhere[i].changed, id, &CalendarItem::identifier) ==
+                        elsewhere[i].changed.end())
                     return false;
+                written[i].emplace(id, task);
             }
 
-    // Each item changed elsewhere with the task the state says it mirrors,
-    // which must still be in its list.
+    // Each item changed elsewhere with the task the state says (or that was
+    // just written) it mirrors, which must still be in its list.
     std::vector<std::vector<std::pair<std::shared_ptr<TK_Task>, CalendarItem*>>> changedItems(
         lists.size());
     for (std::size_t i = 0; i < lists.size(); ++i)
         for (auto& item : elsewhere[i].changed) {
+            if (const auto just = written[i].find(item.identifier); just != written[i].end()) {
+                changedItems[i].emplace_back(just->second, &item);
+                continue;
+            }
             const auto entry = states[i].items.find(item.identifier);
             if (entry == states[i].items.end())
                 return false; // made elsewhere, or moved here: the full pass imports it

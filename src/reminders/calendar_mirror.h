@@ -40,6 +40,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -50,6 +51,10 @@ namespace tasket::reminders {
 using platform::CalendarEntityType;
 using platform::CalendarItem;
 using platform::Result;
+
+/// Where the programs keep the mirror's sync state: "Calendar.Sync" in the
+/// application-group folder.
+[[nodiscard]] std::filesystem::path calendarSyncFolder();
 
 /// What a sync left in one calendar (see the file comment).
 struct SyncState {
@@ -126,6 +131,18 @@ class CalendarMirror {
     /// (made when missing; see the file comment), and lets the calendar
     /// store keep what it learned of items in its "items" folder.
     void keepSyncStateIn(std::filesystem::path folder);
+
+    // ---- The tasks one save changed -----------------------------------------------------
+    /// Writes each task `identifiers` names into its list's calendar, as a
+    /// reminder or an event as the list is mirrored: one write per task
+    /// when the calendar store knows the item and its calendar (with the
+    /// state sync keeps, from an earlier program too). A task that is gone,
+    /// or in a list that is not mirrored, is left to sync(); in add-only
+    /// mode, so is a task that has its item. Saves the context when an item
+    /// was written, for its identifier. The first failure is returned once
+    /// the other tasks are written.
+    [[nodiscard]] Result<> writeTasks(objectstore::ObjectContext& context,
+                                      std::span<const std::string> identifiers);
 
   private:
     using MirroredLists =

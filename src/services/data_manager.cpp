@@ -59,36 +59,9 @@ platform::Result<void> DataManager::mirror(objectstore::ObjectContext& context,
                                            std::span<const std::string> identifiers) {
     if (!m_eventStore || m_customizationManager->database() == rules::TK_Database::tasket)
         return {};
-    const bool addOnly =
-        m_customizationManager->database() == rules::TK_Database::tasketAndRemindersAddOnly ||
-        m_customizationManager->isTasketAndRemindersAddOnlyDatabase();
     reminders::CalendarMirror calendars(m_eventStore, m_customizationManager);
-    bool wrote = false;
-    platform::Result<void> failure;
-    for (const auto& identifier : identifiers) {
-        auto task = store::findByIdentifier<store::TK_Task>(context, identifier);
-        if (!task)
-            continue; // a subtask, or deleted: the next full sync settles it
-        const auto list = (*task)->category();
-        if (!list || (addOnly && (*task)->calendarItemIdentifier()))
-            continue;
-        platform::Result<void> written;
-        switch (list->calendarTypeCase().value_or(TK_CalendarType::none)) {
-        case TK_CalendarType::reminder: written = calendars.writeReminder(**task); break;
-        case TK_CalendarType::event: written = calendars.writeEvent(**task); break;
-        case TK_CalendarType::none: continue;
-        }
-        if (written)
-            wrote = true;
-        else if (!failure)
-            failure = written; // the others still go, and what they wrote is kept
-    }
-    // The identifiers of the items written, so the next pass updates them
-    // instead of writing them again.
-    if (wrote)
-        if (auto saved = context.save(); !saved)
-            return saved;
-    return failure;
+    calendars.keepSyncStateIn(reminders::calendarSyncFolder());
+    return calendars.writeTasks(context, identifiers);
 }
 
 } // namespace tasket::services

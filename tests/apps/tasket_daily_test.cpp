@@ -216,7 +216,8 @@ TEST(TasketDaily, CalendarsMirrorListsIntoVdirFolders) {
 }
 
 // The same mirror through a CalDAV account on a real server, the login in
-// ~/.netrc: the task is stored there, and another client's edit comes back.
+// ~/.netrc: the task is stored there, another client's edit comes back, and
+// a task done with tasket is done there.
 TEST(TasketDaily, CalendarsMirrorListsIntoACaldavAccount) {
     RadicaleServer server;
     TempDir dir;
@@ -228,7 +229,7 @@ TEST(TasketDaily, CalendarsMirrorListsIntoACaldavAccount) {
         return result.out;
     };
     run({"lists", "add", "Home"});
-    run({"add", "Buy milk", "--list", "Home"});
+    const std::string added = run({"add", "Buy milk", "--list", "Home"});
     run({"calendars", "sources", server.url()});
     EXPECT_EQ(run({"calendars", "link", "Home", "--as", "reminders"}),
               "1 lists: 1 created, 0 updated, 0 read back, 0 imported, 0 deleted, 0 failed\n");
@@ -242,4 +243,10 @@ TEST(TasketDaily, CalendarsMirrorListsIntoACaldavAccount) {
     ASSERT_TRUE(other.saveReminder(items.front(), true));
     EXPECT_NE(run({"calendars", "sync"}).find("1 read back"), std::string::npos);
     EXPECT_NE(run({"tasks", "--list", "Home"}).find("Buy oat milk"), std::string::npos);
+
+    // A change made with tasket is in the calendar at once, and a sync then
+    // has nothing to do.
+    run({"done", added.substr(0, added.find('\n'))});
+    EXPECT_TRUE(other.itemWithIdentifier(items.front().identifier)->completed);
+    EXPECT_NE(run({"calendars", "sync"}).find("0 updated, 0 read back"), std::string::npos);
 }

@@ -207,6 +207,50 @@ TEST_F(CalendarMirrorTest, AListLinkedAsTheOtherKindGetsACalendarOfThatKind) {
     EXPECT_EQ(calendarStore->findItem(*trip->calendarItemIdentifier()).value()->kind, Kind::event);
 }
 
+// A task changed or added after a sync goes to its calendar in one request
+// from a later program, which has the state the sync kept; the next sync
+// reads what changed and finds nothing to do. A calendar deleted since is
+// replaced.
+TEST_F(CalendarMirrorTest, AChangedTaskIsWrittenInOneRequestByALaterProgram) {
+    testing::RadicaleServer server;
+    testing::TempDir folders;
+    const auto program = [&] {
+        auto store = std::make_shared<platform::CaldavCalendarStore>(
+            std::vector{server.url()}, platform::CaldavOptions{server.netrcFile()});
+        useStore(store);
+        mirror->keepSyncStateIn(folders / "state");
+        return store;
+    };
+    program();
+    auto category = list("Errands", TK_CalendarType::reminder);
+    auto errand = task(category, "errand");
+    ASSERT_EQ(mirror->sync(*context).value().created, 1);
+
+    errand->setTitle(std::string("changed"));
+    ASSERT_TRUE(context->save());
+    const auto later = program();
+    ASSERT_TRUE(mirror->writeTasks(*context, std::vector{*errand->taskID()}));
+    EXPECT_EQ(later->requestCount(), 1u);
+    EXPECT_EQ(itemOf(*errand).title, "changed");
+    auto added = task(category, "added"); // a new task, its item new too
+    ASSERT_TRUE(context->save());
+    const auto adding = program();
+    ASSERT_TRUE(mirror->writeTasks(*context, std::vector{*added->taskID()}));
+    EXPECT_EQ(adding->requestCount(), 1u);
+    const auto syncing = program();
+    const auto report = mirror->sync(*context).value();
+    EXPECT_EQ(report.created + report.updated + report.readBack + report.imported, 0);
+    EXPECT_EQ(syncing->requestCount(), 1u); // what changed: only what was written
+    EXPECT_EQ(errand->title(), "changed");
+
+    const auto deleted = *category->calendarIdentifier();
+    ASSERT_TRUE(platform::CaldavCalendarStore({server.url()}, {server.netrcFile()})
+                    .removeCalendar(deleted, true));
+    program();
+    EXPECT_EQ(mirror->sync(*context).value().created, 2); // both tasks, anew
+    EXPECT_NE(category->calendarIdentifier(), deleted);
+}
+
 // In exact mode a task whose item cannot be looked for (it is not in its
 // list's calendar, and a server holding others went away) stays, and the
 // sync says why.

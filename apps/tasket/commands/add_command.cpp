@@ -111,10 +111,10 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
         return saved;
     // The queue holds nothing for a task that did not exist: it is opened
     // only when the new task has a reminder to schedule.
-    if (task->isRemindEnabled() || task->isStartDateRemindEnabled()) {
-        const std::string taskID[] = {task->taskID().value_or("")};
+    const std::string taskID[] = {task->taskID().value_or("")};
+    if (task->isRemindEnabled() || task->isStartDateRemindEnabled())
         refreshReminders(viewContext, taskID, context.err);
-    }
+    mirrorToCalendars(viewContext, taskID, context.err, settings);
     if (context.json) {
         platform::JsonWriter json;
         writeTask(json, reportTask(*task, localCalendar(), now));

@@ -99,7 +99,7 @@ platform::Result<void> CalendarsCommand::run(CommandContext& context) {
     if (!calendarStore)
         return std::unexpected(calendarStore.error());
     reminders::CalendarMirror mirror(*calendarStore, view->customizationManager);
-    mirror.keepSyncStateIn(store::applicationGroupContainerURL() / "Calendar.Sync");
+    mirror.keepSyncStateIn(reminders::calendarSyncFolder());
     auto& viewContext = *view->localDataManager->viewContext();
     const auto lists = store::offeredCategories(view->fetchManager->categories().value());
 

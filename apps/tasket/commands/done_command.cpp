@@ -46,6 +46,7 @@ platform::Result<void> CompletionCommand::run(CommandContext& context) {
     if (auto saved = withStoreAdvice(viewContext.save()); !saved)
         return saved;
     refreshReminders(viewContext, m_taskIDs, context.err);
+    mirrorToCalendars(viewContext, m_taskIDs, context.err);
     if (context.json)
         context.out << fmt::format("{{\n  \"changed\": {}\n}}\n", m_taskIDs.size());
     return {};

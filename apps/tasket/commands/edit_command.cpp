@@ -59,6 +59,7 @@ platform::Result<void> EditCommand::run(CommandContext& context) {
     if (auto saved = withStoreAdvice(share::saveContext(viewContext)); !saved)
         return saved;
     refreshReminders(viewContext, std::span(&m_taskID, 1), context.err);
+    mirrorToCalendars(viewContext, std::span(&m_taskID, 1), context.err);
     const TaskReport report = reportTask(**task, localCalendar(), now);
     printTask(context.out, context.json, report);
     return {};
