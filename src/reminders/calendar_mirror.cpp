@@ -214,6 +214,17 @@ std::optional<SyncState> readSyncState(const std::filesystem::path& folder,
     return state;
 }
 
+// The text of a state file (see the file comment).
+std::string syncStateText(std::string_view calendarID, const SyncState& state) {
+    std::string text = fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n", kSyncStateHeader, calendarID,
+                                   state.mode, state.zone, state.history, state.token);
+    for (const auto& [id, entry] : state.items)
+        text += fmt::format("{}\t{}\t{}\n", id,
+                            entry.object ? entry.object->objectID().key : entry.task,
+                            entry.fingerprint);
+    return text;
+}
+
 std::string dayText(Date date, const Calendar& calendar) {
     const auto c = calendar.components(date);
     return fmt::format("{:04}-{:02}-{:02}", c.year, c.month, c.day);
@@ -389,31 +400,58 @@ Result<> CalendarMirror::writeTasks(objectstore::ObjectContext& context,
         m_customizationManager->database() == rules::TK_Database::tasketAndRemindersAddOnly ||
         m_customizationManager->isTasketAndRemindersAddOnlyDatabase();
     const auto calendar = Calendar::current();
-    bool wrote = false;
+    // A store that cannot tell what changed since a sync would have the
+    // next one read the calendars written whole: their states move on with
+    // these writes, when nothing else changed since (by each state's token).
+    const bool moveStates = !m_stateFolder.empty() && !m_calendarStore->tellsChangesSince();
+    std::map<std::string, std::optional<SyncState>> states; // by calendar; nullopt: left
+    std::vector<std::pair<std::shared_ptr<TK_Task>, CalendarEntityType>> written;
     Result<> failure;
     for (const auto& identifier : identifiers) {
         auto task = store::findByIdentifier<TK_Task>(context, identifier);
         if (!task)
             continue; // a subtask, or deleted: the next sync settles it
         const auto list = (*task)->category();
-        const auto kind =
+        const auto type =
             list ? list->calendarTypeCase().value_or(TK_CalendarType::none) : TK_CalendarType::none;
-        if (kind == TK_CalendarType::none || (addOnly && (*task)->calendarItemIdentifier()))
+        if (type == TK_CalendarType::none || (addOnly && (*task)->calendarItemIdentifier()))
             continue;
-        auto written = writeTask(**task,
-                                 kind == TK_CalendarType::event ? CalendarEntityType::event
-                                                                : CalendarEntityType::reminder,
-                                 nullptr, calendar);
-        if (written)
-            wrote = true;
+        const auto kind = type == TK_CalendarType::event ? CalendarEntityType::event
+                                                         : CalendarEntityType::reminder;
+        if (const auto id = list->calendarIdentifier(); moveStates && id && !states.contains(*id)) {
+            auto state = readSyncState(m_stateFolder, *id);
+            if (state && m_calendarStore->changeToken(*id) != state->token)
+                state.reset();
+            states.emplace(*id, std::move(state));
+        }
+        if (auto done = writeTask(**task, kind, nullptr, calendar))
+            written.emplace_back(*task, kind);
         else if (failure)
-            failure = std::move(written); // the others still go, and what they wrote is kept
+            failure = std::move(done); // the others still go, and what they wrote is kept
     }
     // The identifiers of the items written, so that the next write updates
     // them instead of writing them again.
-    if (wrote)
+    if (!written.empty())
         if (auto saved = context.save(); !saved)
             return saved;
+    for (auto& [calendarID, state] : states) {
+        const auto token = state ? m_calendarStore->tokenAfterOwnWrites(calendarID) : std::nullopt;
+        if (!token || !isStateField(*token))
+            continue; // the next sync reads the calendar whole
+        state->token = *token;
+        for (const auto& [task, kind] : written)
+            if (task->category() && task->category()->calendarIdentifier() == calendarID)
+                state->items.insert_or_assign(
+                    task->calendarItemIdentifier().value_or(""),
+                    SyncState::Entry{
+                        contentFingerprint(itemForTask(*task, kind, calendar), calendar),
+                        task->objectID().key});
+        if (!platform::replaceFile(syncStateFile(m_stateFolder, calendarID),
+                                   syncStateText(calendarID, *state), 0600)) {
+            std::error_code error;
+            std::filesystem::remove(syncStateFile(m_stateFolder, calendarID), error);
+        }
+    }
     return failure;
 }
 
@@ -511,14 +549,13 @@ Result<CalendarMirror::SyncReport> CalendarMirror::sync(objectstore::ObjectConte
         std::error_code error;
         bool kept = saved && state.token;
         if (kept) {
-            std::string text = fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n", kSyncStateHeader,
-                                           state.calendarID, mode, zone, history, *state.token);
-            for (const auto& [id, entry] : state.items)
-                text += fmt::format("{}\t{}\t{}\n", id,
-                                    entry.object ? entry.object->objectID().key : entry.task,
-                                    entry.fingerprint);
             std::filesystem::create_directories(file.parent_path(), error);
-            kept = platform::replaceFile(file, text, 0600).has_value();
+            kept =
+                platform::replaceFile(file,
+                                      syncStateText(state.calendarID, {mode, zone, history,
+                                                                       *state.token, state.items}),
+                                      0600)
+                    .has_value();
         }
         if (!kept)
             std::filesystem::remove(file, error); // a cache: without it the next pass reads all

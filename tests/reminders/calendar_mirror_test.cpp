@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 namespace tasket::reminders {
 namespace {
 
@@ -249,6 +251,38 @@ TEST_F(CalendarMirrorTest, AChangedTaskIsWrittenInOneRequestByALaterProgram) {
     program();
     EXPECT_EQ(mirror->sync(*context).value().created, 2); // both tasks, anew
     EXPECT_NE(category->calendarIdentifier(), deleted);
+}
+
+// With a store that cannot tell what changed since a token (a vdir
+// folder), a later program's write moves the sync state on: the next sync
+// finds the calendar as the state says and need not read it whole.
+TEST_F(CalendarMirrorTest, AWriteMovesTheSyncStateOnWhenTheStoreCannotTellChanges) {
+    testing::TempDir folders;
+    const auto program = [&] {
+        useStore(std::make_shared<platform::VdirCalendarStore>(
+            std::vector<std::filesystem::path>{folders / "calendars"}));
+        mirror->keepSyncStateIn(folders / "state");
+    };
+    const auto stateToken = [&] { // the token line of the one state file
+        std::string line;
+        for (const auto& entry : std::filesystem::directory_iterator(folders / "state"))
+            if (entry.path().extension() == ".state") {
+                std::ifstream in(entry.path());
+                for (int i = 0; i < 6; ++i)
+                    std::getline(in, line);
+            }
+        return line;
+    };
+    program();
+    auto category = list("Errands", TK_CalendarType::reminder);
+    auto errand = task(category, "errand");
+    ASSERT_EQ(mirror->sync(*context).value().created, 1);
+    errand->setTitle(std::string("changed"));
+    ASSERT_TRUE(context->save());
+    program();
+    ASSERT_TRUE(mirror->writeTasks(*context, std::vector{*errand->taskID()}));
+    EXPECT_EQ(itemOf(*errand).title, "changed");
+    EXPECT_EQ(stateToken(), calendarStore->changeToken(*category->calendarIdentifier()));
 }
 
 // In exact mode a task whose item cannot be looked for (it is not in its

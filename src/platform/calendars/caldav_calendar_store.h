@@ -81,6 +81,9 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     /// token; a token this store did not give is read as none.
     [[nodiscard]] std::optional<CalendarChanges>
     changesSince(std::string_view identifier, std::string_view token) const override;
+    /// True: a server without sync-tokens (a CTag alone) then has each
+    /// calendar read whole after another program's write.
+    [[nodiscard]] bool tellsChangesSince() const override { return true; }
 
     /// Keeps the version of each item last written or read by itself (its
     /// URL, entity tag and text) in `folder`, one file each, and what each

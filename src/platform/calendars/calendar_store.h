@@ -173,6 +173,12 @@ class CalendarStore {
     [[nodiscard]] virtual std::optional<CalendarChanges> changesSince(std::string_view identifier,
                                                                       std::string_view token) const;
 
+    /// Whether changesSince answers for tokens this store gives: then a
+    /// program that writes an item need not move on the token a later
+    /// reader compares (which may cost reading the whole calendar). The
+    /// base cannot.
+    [[nodiscard]] virtual bool tellsChangesSince() const { return false; }
+
     /// Lets the store keep in `folder` (made when needed) what it learned
     /// of items that another program using the same folder may use instead
     /// of asking again; a cache, which may go at any time. The base keeps
