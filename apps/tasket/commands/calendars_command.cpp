@@ -46,8 +46,10 @@ const CommandInfo& CalendarsCommand::info() const {
                 "is removed only in the exact mode). sync brings every linked list and its\n"
                 "calendar in step, reading back what other calendar programs changed, by the\n"
                 "reminders database mode: all (create and update), exact (deletions too) or\n"
-                "addOnly (create only). list prints each linked list with its kind and\n"
-                "calendar, then the calendars of the sources.",
+                "addOnly (create only). A task that tasket add, edit, done or undone changes\n"
+                "in a linked list is written into its calendar at once; a deleted one waits\n"
+                "for sync. list prints each linked list with its kind and calendar, then the\n"
+                "calendars of the sources.",
     };
     return kInfo;
 }
