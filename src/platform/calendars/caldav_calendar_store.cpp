@@ -20,6 +20,8 @@ namespace tasket::platform {
 
 namespace {
 
+constexpr long kConnectSeconds = 5;
+
 constexpr const char* kDav = "DAV:";
 constexpr const char* kCaldav = "urn:ietf:params:xml:ns:caldav";
 constexpr const char* kApple = "http://apple.com/ns/ical/";
@@ -200,6 +202,11 @@ struct CaldavCalendarStore::Connection {
                 curl_easy_setopt(curl, CURLOPT_NETRC_FILE, options.netrcFile.c_str());
         }
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, options.timeoutSeconds);
+        // A server that takes this long to accept a connection is taken
+        // for unreachable: a program that writes after each save (tasket
+        // done, offline) then does not keep its user waiting.
+        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT,
+                         std::min(options.timeoutSeconds, kConnectSeconds));
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &Connection::onBody);
