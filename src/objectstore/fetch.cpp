@@ -182,8 +182,9 @@ Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch&
 }
 
 Result<void> ObjectContext::adoptRows(std::uint32_t entity, std::vector<Row>& rows,
+                                      const std::vector<std::string>& prefetched,
                                       std::vector<ObjectPtr>& objects) {
-    objects.reserve(objects.size() + rows.size());
+    objects.reserve(rows.size());
     for (auto& row : rows) {
         ObjectPtr o = objectWithID(ObjectID{entity, row.key});
         if (o->isFault())
@@ -191,7 +192,7 @@ Result<void> ObjectContext::adoptRows(std::uint32_t entity, std::vector<Row>& ro
                 return ok;
         objects.push_back(std::move(o));
     }
-    return {};
+    return prefetchRelationships(objects, prefetched);
 }
 
 Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request) {
@@ -208,9 +209,8 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
         if (!rows)
             return std::unexpected(rows.error());
         std::vector<ObjectPtr> objects;
-        if (auto ok = adoptRows(f.entity->index, *rows, objects); !ok)
-            return std::unexpected(ok.error());
-        if (auto ok = prefetchRelationships(objects, request.prefetchedRelationships); !ok)
+        if (auto ok = adoptRows(f.entity->index, *rows, request.prefetchedRelationships, objects);
+            !ok)
             return std::unexpected(ok.error());
         return objects;
     }
@@ -274,9 +274,9 @@ ObjectContext::fetchEach(const FetchRequest& request,
     return m_store->queryRowBatches(
         sql, f.entity->index, bind, batch, [&](std::vector<Row>& rows) -> Result<void> {
             objects.clear();
-            if (auto ok = adoptRows(f.entity->index, rows, objects); !ok)
-                return ok;
-            if (auto ok = prefetchRelationships(objects, request.prefetchedRelationships); !ok)
+            if (auto ok =
+                    adoptRows(f.entity->index, rows, request.prefetchedRelationships, objects);
+                !ok)
                 return ok;
             auto ok = each(objects);
             objects.clear();

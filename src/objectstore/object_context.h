@@ -163,9 +163,11 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     [[nodiscard]] Result<void> loadStored(ManagedObject& object);
     [[nodiscard]] Result<void> markVanished(ManagedObject& object);
     [[nodiscard]] Result<void> applyRow(ManagedObject& object, Row row);
-    /// The objects of stored rows of `entity`, in order, appended to
-    /// `objects`; a row fills its object only if that is a fault.
+    /// The objects of stored rows of `entity`, in order, into the empty
+    /// `objects`, with the members of their `prefetched` relationships; a
+    /// row fills its object only if that is a fault.
     [[nodiscard]] Result<void> adoptRows(std::uint32_t entity, std::vector<Row>& rows,
+                                         const std::vector<std::string>& prefetched,
                                          std::vector<ObjectPtr>& objects);
     void markChanged(ManagedObject& object);
     void schedulePendingChanges();

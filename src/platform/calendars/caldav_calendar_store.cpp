@@ -999,11 +999,12 @@ CaldavCalendarStore::calendarKind(std::string_view identifier) const {
 }
 
 Result<std::optional<CalendarItem>>
-CaldavCalendarStore::itemToChange(std::string_view identifier) const {
+CaldavCalendarStore::pendingOr(std::string_view identifier,
+                               const std::function<Result<std::optional<Remote>>()>& stored) const {
     Lock lock(m_mutex);
     if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
         return pending->second;
-    auto found = versionToChange(identifier);
+    auto found = stored();
     if (!found)
         return std::unexpected(found.error());
     if (!*found)
@@ -1012,16 +1013,13 @@ CaldavCalendarStore::itemToChange(std::string_view identifier) const {
 }
 
 Result<std::optional<CalendarItem>>
+CaldavCalendarStore::itemToChange(std::string_view identifier) const {
+    return pendingOr(identifier, [&] { return versionToChange(identifier); });
+}
+
+Result<std::optional<CalendarItem>>
 CaldavCalendarStore::findItem(std::string_view identifier) const {
-    Lock lock(m_mutex);
-    if (const auto pending = m_pendingItems.find(identifier); pending != m_pendingItems.end())
-        return pending->second;
-    auto found = remote(identifier);
-    if (!found)
-        return std::unexpected(found.error());
-    if (!*found)
-        return std::nullopt;
-    return std::move((*found)->item);
+    return pendingOr(identifier, [&] { return remote(identifier); });
 }
 
 std::optional<CalendarItem>

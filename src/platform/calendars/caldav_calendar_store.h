@@ -19,6 +19,7 @@
 #include "platform/calendars/staged_calendar_store.h"
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -133,6 +134,11 @@ class CaldavCalendarStore final : public StagedCalendarStore {
     [[nodiscard]] Result<std::optional<Remote>> versionToChange(std::string_view identifier,
                                                                 bool orKept = true) const;
     [[nodiscard]] Result<bool> canChange(std::string_view identifier) const override;
+    /// The pending item `identifier` when there is one, else the item of
+    /// the version `stored` finds.
+    [[nodiscard]] Result<std::optional<CalendarItem>>
+    pendingOr(std::string_view identifier,
+              const std::function<Result<std::optional<Remote>>()>& stored) const;
     /// The same among the calendars `known`: where it was last seen, where
     /// this store would put it, then, when `everywhere`, in every one.
     [[nodiscard]] Result<std::optional<Remote>> remoteIn(std::string_view identifier,
