@@ -131,6 +131,32 @@ Result<PassCounts> rescheduleAll(NotificationManager& manager,
     return counts;
 }
 
+Result<std::vector<std::string>> withReminderSwitchedOn(objectstore::ObjectContext& context,
+                                                        std::span<const std::string> identifiers) {
+    std::vector<std::string> switchedOn;
+    auto keepIfOn = [&](const std::string& identifier, const auto& found) -> Result<bool> {
+        if (!found)
+            return found.error().code == platform::Errc::notFound ? Result<bool>(false)
+                                                                  : std::unexpected(found.error());
+        if ((*found)->isRemindEnabled() || (*found)->isStartDateRemindEnabled())
+            switchedOn.push_back(identifier);
+        return true;
+    };
+    for (const auto& identifier : identifiers) {
+        auto task =
+            keepIfOn(identifier, store::findByIdentifier<store::TK_Task>(context, identifier));
+        if (!task)
+            return std::unexpected(task.error());
+        if (*task)
+            continue;
+        if (auto subtask = keepIfOn(
+                identifier, store::findByIdentifier<store::TK_Subtask>(context, identifier));
+            !subtask)
+            return std::unexpected(subtask.error());
+    }
+    return switchedOn;
+}
+
 Result<PassCounts> updateReminders(NotificationManager& manager,
                                    objectstore::ObjectContext& context,
                                    std::span<const std::string> identifiers, bool alsoDelivered) {

@@ -64,6 +64,13 @@ struct PassCounts {
 [[nodiscard]] Result<PassCounts> rescheduleAll(NotificationManager& manager,
                                                objectstore::ObjectContext& context);
 
+/// Those of `identifiers` that name a task or subtask with its start or due
+/// reminder switched on, in their order: after an insert, the only records
+/// the per-record pass has anything to do for.
+[[nodiscard]] Result<std::vector<std::string>>
+withReminderSwitchedOn(objectstore::ObjectContext& context,
+                       std::span<const std::string> identifiers);
+
 /// Runs the per-record pass on the tasks and subtasks named by
 /// `identifiers` as `context` sees them; an identifier that names neither
 /// (a record deleted) has both its requests removed.

@@ -12,10 +12,12 @@
 #include "platform/calendars/calendar_store.h"
 #include "platform/error.h"
 #include "reminders/notification_manager.h"
+#include "reminders/reminder_store.h"
 #include "settings/customization_manager.h"
 #include "store/local_data_manager.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -54,10 +56,9 @@ class DataManager {
     [[nodiscard]] const std::shared_ptr<cloud::CloudDataManager>& cloudDataManager() const {
         return m_cloudDataManager;
     }
-    [[nodiscard]] const std::shared_ptr<reminders::NotificationManager>&
-    notificationManager() const {
-        return m_notificationManager;
-    }
+    /// The reminders' manager; the queue `open` found is opened on the
+    /// first call.
+    [[nodiscard]] const std::shared_ptr<reminders::NotificationManager>& notificationManager();
     [[nodiscard]] const std::shared_ptr<settings::CustomizationManager>&
     customizationManager() const {
         return m_customizationManager;
@@ -66,13 +67,22 @@ class DataManager {
         return m_eventStore;
     }
 
+    /// What a save did to the records it names.
+    enum class Saved {
+        changed,  ///< changed or deleted them, or some of each
+        inserted, ///< inserted every one: none can have a reminder queued yet
+    };
+
     /// After a save in `context` that touched the tasks or subtasks named by
     /// `identifiers` (call on the context's thread): their reminders are
     /// rescheduled, and the tasks of lists mirrored into a calendar are
     /// written there (the mirror's identifiers then saved). The store stays
-    /// saved whatever fails; each failure is returned, in that order.
+    /// saved whatever fails; each failure is returned, in that order. After
+    /// an insert, the reminder queue is opened only for a record with a
+    /// reminder switched on.
     [[nodiscard]] std::vector<platform::Error> didSave(objectstore::ObjectContext& context,
-                                                       std::span<const std::string> identifiers);
+                                                       std::span<const std::string> identifiers,
+                                                       Saved saved = Saved::changed);
 
   private:
     [[nodiscard]] platform::Result<void> mirror(objectstore::ObjectContext& context,
@@ -84,8 +94,11 @@ class DataManager {
     std::shared_ptr<reminders::NotificationManager> m_notificationManager;
     std::shared_ptr<settings::CustomizationManager> m_customizationManager;
     std::shared_ptr<platform::CalendarStore> m_eventStore;
-    std::mutex m_work;                                                      // one call at a time
-    std::shared_ptr<platform::UserNotificationCenter> m_notificationCenter; // when open() made it
+    std::mutex m_work; // one call at a time
+    // The queue open() found, until its first use; then the queue itself.
+    std::function<platform::Result<reminders::ReminderQueue>()> m_openReminderQueue;
+    std::once_flag m_reminderQueueOpened;
+    std::shared_ptr<platform::UserNotificationCenter> m_notificationCenter;
 };
 
 } // namespace tasket::services

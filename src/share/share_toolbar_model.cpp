@@ -66,7 +66,8 @@ ShareToolbarModel::DoneOutcome ShareToolbarModel::done() {
             auto& context = *localDataManager->viewContext();
             auto saved = saveContext(context);
             if (saved && dataManager)
-                for (const auto& failure : dataManager->didSave(context, std::span(&taskID, 1)))
+                for (const auto& failure : dataManager->didSave(
+                         context, std::span(&taskID, 1), services::DataManager::Saved::inserted))
                     platform::warn(fmt::format("the task is saved, but {}", failure.message));
             if (saved)
                 pendingSaves->finish(taskID);
