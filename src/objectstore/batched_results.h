@@ -1,8 +1,8 @@
 // The result of a fetch with a batch size: the ordered identities are read
 // at once, the rows one batch at a time when an index in that batch is
 // first touched, with the members of the request's prefetched
-// relationships. Holds only identities until then, so a large result costs
-// a few bytes per object.
+// relationships; a walk in order reads several batches at once. Holds only
+// identities until then, so a large result costs a few bytes per object.
 #pragma once
 
 #include "objectstore/managed_object.h"
@@ -34,6 +34,8 @@ class BatchedResults {
     std::size_t m_batchSize = 0;
     std::vector<std::string> m_prefetched; // relationship names
     mutable std::vector<bool> m_loaded;
+    static constexpr std::size_t kMostBatchesAhead = 16;
+    mutable std::size_t m_ahead = 1; // batches the last load read
 };
 
 } // namespace tasket::objectstore

@@ -325,14 +325,23 @@ BatchedResults::BatchedResults(std::shared_ptr<ObjectContext> context, std::vect
 ObjectPtr BatchedResults::at(std::size_t index) const {
     const std::size_t batch = index / m_batchSize;
     if (!m_loaded.at(batch)) {
+        // A walk in order (the batch before is loaded) reads ahead, twice
+        // as many batches each time up to kMostBatchesAhead: walking a
+        // thousand lists then takes 7 queries instead of 50.
+        m_ahead = batch > 0 && m_loaded[batch - 1] ? std::min(m_ahead * 2, kMostBatchesAhead) : 1;
+        std::size_t last = batch;
+        while (last + 1 < m_loaded.size() && last + 1 < batch + m_ahead && !m_loaded[last + 1])
+            ++last;
         std::vector<ObjectPtr> slice;
-        const std::size_t end = std::min(m_ids.size(), (batch + 1) * m_batchSize);
+        const std::size_t end = std::min(m_ids.size(), (last + 1) * m_batchSize);
         for (std::size_t i = batch * m_batchSize; i < end; ++i)
             slice.push_back(m_context->objectWithID(m_ids[i]));
-        // On failure the batch stays faults (or its members unloaded);
+        // On failure the batches stay faults (or their members unloaded);
         // touching one meets the error on the fault's own path.
-        m_loaded[batch] = m_context->fireFaults(slice).has_value() &&
-                          m_context->prefetchRelationships(slice, m_prefetched).has_value();
+        const bool loaded = m_context->fireFaults(slice).has_value() &&
+                            m_context->prefetchRelationships(slice, m_prefetched).has_value();
+        std::fill(m_loaded.begin() + static_cast<std::ptrdiff_t>(batch),
+                  m_loaded.begin() + static_cast<std::ptrdiff_t>(last + 1), loaded);
     }
     return m_context->objectWithID(m_ids.at(index));
 }

@@ -91,6 +91,15 @@ TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
     EXPECT_EQ(results->loadedBatches(), 1u);
     EXPECT_TRUE(fresh->objectWithID(results->objectIDs()[0])->isFault());
     EXPECT_FALSE(fresh->registeredObject(results->objectIDs()[2])->isFault());
+
+    // A walk in order reads ahead: the batch after a loaded one brings the next too.
+    auto walked = context()->fetchBatched(r);
+    ASSERT_TRUE(walked);
+    EXPECT_EQ(walked->at(0)->value("title"), Value(std::string("Alpha")));
+    EXPECT_EQ(walked->loadedBatches(), 1u);
+    EXPECT_EQ(walked->at(2)->value("title"), Value(std::string("charlie")));
+    EXPECT_EQ(walked->loadedBatches(), 3u);
+    EXPECT_EQ(walked->at(5)->value("title"), Value(std::string("foxtrot")));
 }
 
 // A walk gives what fetch() gives, a batch at a time, whether it reads
