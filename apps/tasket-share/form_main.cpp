@@ -1,7 +1,7 @@
-// tasket-share-form: the share intake with Qt, which tasket-share runs in
-// its place when the form is wanted or a picture must be decoded. Wires the
-// standard streams, Qt's image decoders and the form (when a display is
-// present) into the program.
+// tasket-share-form: the share intake with Qt, which the desktop entry
+// starts, and which tasket-share runs in its place when the form is wanted or
+// a picture must be decoded. Wires the standard streams, Qt's image decoders
+// and the form (when a display is present) into the program.
 #include "common/program_start.h"
 #include "common/qt_image_converter.h"
 #include "tasket-share/share_program.h"

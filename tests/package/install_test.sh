@@ -28,6 +28,10 @@ for f in usr/bin/tasket usr/bin/tasket-share usr/libexec/tasket-share-form etc/p
     [ -e "$tmp/root/$f" ] || { echo "missing from the package: /$f"; exit 1; }
 done
 
+# The desktop entry starts the installed form program.
+grep -qx "Exec=/usr/libexec/tasket-share-form %U" "$tmp/root/usr/share/applications/tasket-share.desktop" ||
+    { echo "the desktop entry does not start /usr/libexec/tasket-share-form"; exit 1; }
+
 export XDG_DATA_HOME="$tmp/data" XDG_CONFIG_HOME="$tmp/config"
 unset DISPLAY WAYLAND_DISPLAY
 "$tmp/root/usr/bin/tasket-share" --yes --text "Installed and shared" https://example.org/installed
