@@ -22,6 +22,8 @@ class BatchedResults {
     [[nodiscard]] std::size_t size() const { return m_ids.size(); }
     [[nodiscard]] bool empty() const { return m_ids.empty(); }
     [[nodiscard]] const std::vector<ObjectID>& objectIDs() const { return m_ids; }
+    /// The context the objects are in.
+    [[nodiscard]] ObjectContext& context() const { return *m_context; }
     /// The object at `index`, its batch loaded. Use on the context's queue.
     [[nodiscard]] ObjectPtr at(std::size_t index) const;
     [[nodiscard]] std::size_t batchSize() const { return m_batchSize; }

@@ -34,6 +34,11 @@ template <class Record> class FetchedCollection {
         return m_results ? m_results->objectIDs() : none;
     }
 
+    /// The context the records are in; null for an empty collection.
+    objectstore::ObjectContext* context() const {
+        return m_results ? &m_results->context() : nullptr;
+    }
+
     /// The record at `index`, its batch loaded on first access. Throws
     /// std::out_of_range past the end and std::runtime_error when the rows
     /// cannot be read. Use on the main queue.

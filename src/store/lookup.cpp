@@ -7,7 +7,9 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
+#include <unordered_set>
 
 namespace tasket::store {
 
@@ -77,6 +79,37 @@ findByIdentifier<TK_Subtask>(objectstore::ObjectContext&, std::string_view);
 template platform::Result<std::shared_ptr<TK_Category>>
 findByIdentifier<TK_Category>(objectstore::ObjectContext&, std::string_view);
 
+namespace {
+
+// isOfferedCategory as a predicate.
+constexpr std::string_view kOfferedCategory =
+    "categoryID != nil AND categoryID != '' AND title != nil AND title != '' AND isArchived != YES";
+
+// The members of `categories` that `condition` takes, in their order. The
+// store tells which, and their rows stay unread until used: reading a
+// thousand lists' rows to see would take longer than the rest of the share
+// form's start. Nullopt when the store cannot be asked.
+std::optional<std::vector<std::shared_ptr<TK_Category>>>
+matching(const FetchedCollection<TK_Category>& categories, objectstore::Predicate condition) {
+    std::vector<std::shared_ptr<TK_Category>> found;
+    if (categories.empty())
+        return found;
+    auto& context = *categories.context();
+    objectstore::FetchRequest request{std::string(TK_Category::entityName)};
+    request.predicate = std::move(condition);
+    auto ids = context.fetchObjectIDs(request);
+    if (!ids)
+        return std::nullopt;
+    const std::unordered_set<objectstore::ObjectID, objectstore::ObjectIDHash> taken(ids->begin(),
+                                                                                     ids->end());
+    for (const auto& id : categories.objectIDs())
+        if (taken.contains(id))
+            found.push_back(std::static_pointer_cast<TK_Category>(context.objectWithID(id)));
+    return found;
+}
+
+} // namespace
+
 bool isOfferedCategory(const TK_Category& category) {
     return !category.categoryID().value_or("").empty() && !category.title().value_or("").empty() &&
            !category.isArchived();
@@ -84,11 +117,13 @@ bool isOfferedCategory(const TK_Category& category) {
 
 std::vector<std::shared_ptr<TK_Category>>
 offeredCategories(const FetchedCollection<TK_Category>& categories) {
+    if (auto offered =
+            matching(categories, objectstore::Predicate::parse(kOfferedCategory).value()))
+        return std::move(*offered);
     std::vector<std::shared_ptr<TK_Category>> offered;
-    for (auto category : categories) {
+    for (auto category : categories) // the rows then tell, or fail on their own path
         if (isOfferedCategory(*category))
             offered.push_back(std::move(category));
-    }
     return offered;
 }
 
@@ -108,9 +143,13 @@ findList(const FetchedCollection<TK_Category>& categories, objectstore::ObjectCo
          std::string_view nameOrID) {
     if (auto found = offeredCategoryWithID(categories, context, nameOrID))
         return found;
-    for (auto category : categories)
-        if (isOfferedCategory(*category) && category->title() == nameOrID)
-            return category;
+    // Of the lists with that title, the first in the user's order.
+    if (auto titled = matching(categories, objectstore::Predicate::parse(
+                                               fmt::format("{} AND title == %@", kOfferedCategory),
+                                               {std::string(nameOrID)})
+                                               .value()); // a constant text and a string argument
+        titled && !titled->empty())
+        return titled->front();
     return findList(offeredCategories(categories), nameOrID); // its failure names every list
 }
 

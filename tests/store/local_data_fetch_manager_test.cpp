@@ -3,6 +3,7 @@
 #include "platform/preferences/in_memory_preferences_suite.h"
 #include "settings/settings_keys.h"
 #include "store/local_data_fetch_manager.h"
+#include "store/lookup.h"
 #include "store/tk_data_model.h"
 #include "support/sql.h"
 #include "support/temp_dir.h"
@@ -200,6 +201,40 @@ TEST_F(LocalDataFetchManagerTest, CollectionsLoadRowsOnlyWhenReached) {
     EXPECT_EQ(tasks.at(10)->title(), "task 39"); // newest first
     EXPECT_EQ(tasks.loadedBatches(), 1u);
     EXPECT_THROW((void)tasks.at(50), std::out_of_range);
+}
+
+// The offered lists are asked of the store, rows unread, and are the ones
+// isOfferedCategory takes, saved or not, in the collection's order.
+TEST_F(LocalDataFetchManagerTest, OfferedListsAreAskedOfTheStoreWithoutReadingTheirRows) {
+    const auto list = [&](const std::string& title, const std::function<void(TK_Category&)>& edit) {
+        auto made = make<TK_Category>(view(), title);
+        edit(*made);
+        return made;
+    };
+    const auto none = [](TK_Category&) {};
+    list("kept", none);
+    list("archived", [](TK_Category& c) { c.setIsArchived(true); });
+    list("", none);
+    list("no identifier", [](TK_Category& c) { c.setCategoryID(std::string()); });
+    auto renamed = list("renamed unsaved", none);
+    auto archived = list("archived unsaved", none);
+    save();
+    renamed->setTitle(std::string());
+    archived->setIsArchived(true);
+    list("new unsaved", none);
+    auto manager = start();
+    const auto lists = manager->categories().value();
+    const auto offered = offeredCategories(lists);
+    EXPECT_EQ(lists.loadedBatches(), 0u);
+    std::vector<std::string> titles, expected;
+    for (const auto& category : offered)
+        titles.push_back(category->title().value_or("<nil>"));
+    for (const auto& category : lists)
+        if (isOfferedCategory(*category))
+            expected.push_back(category->title().value_or("<nil>"));
+    EXPECT_EQ(titles, expected);
+    std::ranges::sort(titles);
+    EXPECT_EQ(titles, (std::vector<std::string>{"kept", "new unsaved"}));
 }
 
 namespace {
