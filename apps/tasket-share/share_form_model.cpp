@@ -105,8 +105,7 @@ std::string ShareFormModel::label(const ListRow& row) const {
     return listLabel(*row.category, m_controller.picker().numberOfTasks(*row.category));
 }
 
-std::size_t ShareFormModel::selectedRow() const {
-    const auto rows = lists();
+std::size_t ShareFormModel::selectedRow(std::span<const ListRow> rows) const {
     const auto selected = selectedList();
     const auto found = std::ranges::find_if(
         rows, [&](const ListRow& row) { return row.category && row.category == selected; });

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,8 +54,9 @@ class ShareFormModel {
     /// What the picker shows for `row`: "Inbox (3 tasks)". Counting takes a
     /// query, so a view asks only for the entries it shows.
     std::string label(const ListRow& row) const;
-    /// The entry of lists() that is selected: the chosen list's.
-    std::size_t selectedRow() const;
+    /// The entry of `rows`, as lists() gave them, that is selected: the
+    /// chosen list's.
+    std::size_t selectedRow(std::span<const ListRow> rows) const;
     /// "name.ext (size)" for each file or picture that goes with the task,
     /// then "Not attached: why" for each one that was refused.
     const std::vector<std::string>& attachments() const { return m_attachments; }

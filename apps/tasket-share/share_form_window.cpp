@@ -62,6 +62,8 @@ class ShareFormWindow::ListEntries final : public QAbstractListModel {
         return label;
     }
 
+    const std::vector<ShareFormModel::ListRow>& rows() const { return m_rows; }
+
     /// Follows the model: other lists reset the entries; the same lists
     /// forget their labels, as titles and counts may have changed.
     void update() {
@@ -204,7 +206,7 @@ void ShareFormWindow::redraw() {
 
 void ShareFormWindow::redrawLists() {
     m_listEntries->update();
-    m_lists->setCurrentIndex(static_cast<int>(m_model.selectedRow()));
+    m_lists->setCurrentIndex(static_cast<int>(m_model.selectedRow(m_listEntries->rows())));
 }
 
 void ShareFormWindow::showSheet() {
