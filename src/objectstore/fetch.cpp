@@ -324,7 +324,9 @@ BatchedResults::BatchedResults(std::shared_ptr<ObjectContext> context, std::vect
 
 ObjectPtr BatchedResults::at(std::size_t index) const {
     const std::size_t batch = index / m_batchSize;
-    if (!m_loaded.at(batch)) {
+    // A batch loaded before the context was reset or refreshed is faults
+    // again: it is read again as a whole, not one fault at a time.
+    if (!m_loaded.at(batch) || m_context->objectWithID(m_ids.at(index))->isFault()) {
         // A walk in order (the batch before is loaded) reads ahead, twice
         // as many batches each time up to kMostBatchesAhead: walking a
         // thousand lists then takes 7 queries instead of 50.

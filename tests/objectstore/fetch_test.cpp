@@ -100,6 +100,10 @@ TEST_F(FetchTest, BatchedResultsLoadOneBatchAtATime) {
     EXPECT_EQ(walked->at(2)->value("title"), Value(std::string("charlie")));
     EXPECT_EQ(walked->loadedBatches(), 3u);
     EXPECT_EQ(walked->at(5)->value("title"), Value(std::string("foxtrot")));
+    // After a reset, a batch read before is read again whole.
+    walked->context().reset();
+    EXPECT_EQ(walked->at(4)->value("title"), Value(std::string("echo")));
+    EXPECT_FALSE(walked->context().objectWithID(walked->objectIDs()[5])->isFault());
 }
 
 // A walk gives what fetch() gives, a batch at a time, whether it reads

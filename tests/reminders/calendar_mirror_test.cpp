@@ -61,6 +61,16 @@ class CalendarMirrorTest : public testing::StoreFixture {
         record->setCategory(category);
         return record;
     }
+    // "Errands", mirrored as reminders, with its task "errand": synced once,
+    // then the task retitled "changed" and saved.
+    std::pair<std::shared_ptr<TK_Category>, std::shared_ptr<TK_Task>> syncedThenChanged() {
+        auto category = list("Errands", TK_CalendarType::reminder);
+        auto errand = task(category, "errand");
+        EXPECT_EQ(mirror->sync(*context).value().created, 1);
+        errand->setTitle(std::string("changed"));
+        EXPECT_TRUE(context->save());
+        return {category, errand};
+    }
     platform::CalendarItem itemOf(const TK_Task& record) {
         return calendarStore->itemWithIdentifier(record.calendarItemIdentifier().value_or(""))
             .value();
@@ -224,12 +234,7 @@ TEST_F(CalendarMirrorTest, AChangedTaskIsWrittenInOneRequestByALaterProgram) {
         return store;
     };
     program();
-    auto category = list("Errands", TK_CalendarType::reminder);
-    auto errand = task(category, "errand");
-    ASSERT_EQ(mirror->sync(*context).value().created, 1);
-
-    errand->setTitle(std::string("changed"));
-    ASSERT_TRUE(context->save());
+    const auto [category, errand] = syncedThenChanged();
     const auto later = program();
     ASSERT_TRUE(mirror->writeTasks(*context, std::vector{*errand->taskID()}));
     EXPECT_EQ(later->requestCount(), 1u);
@@ -274,11 +279,7 @@ TEST_F(CalendarMirrorTest, AWriteMovesTheSyncStateOnWhenTheStoreCannotTellChange
         return line;
     };
     program();
-    auto category = list("Errands", TK_CalendarType::reminder);
-    auto errand = task(category, "errand");
-    ASSERT_EQ(mirror->sync(*context).value().created, 1);
-    errand->setTitle(std::string("changed"));
-    ASSERT_TRUE(context->save());
+    const auto [category, errand] = syncedThenChanged();
     program();
     ASSERT_TRUE(mirror->writeTasks(*context, std::vector{*errand->taskID()}));
     EXPECT_EQ(itemOf(*errand).title, "changed");
