@@ -48,6 +48,23 @@ const platform::Calendar& localCalendar();
 /// to report loads them with each batch.
 inline const std::vector<std::string> kReportedRelationships{"tags", "attachmentsArray", "category",
                                                              "customPriority", "customStatus"};
+/// The attributes of a task that reportTask() reads: a fetch of tasks to
+/// report reads only these (another one touched reads the rest).
+inline const std::vector<std::string> kReportedAttributes{"taskID",
+                                                          "title",
+                                                          "url",
+                                                          "isCompleted",
+                                                          "isPinned",
+                                                          "whenCreated",
+                                                          "note",
+                                                          "isRemindEnabled",
+                                                          "dueDateAndTime",
+                                                          "dueDate",
+                                                          "isAllDay",
+                                                          "isStartDateRemindEnabled",
+                                                          "startDateAndTime",
+                                                          "startDate",
+                                                          "isStartDateAllDay"};
 
 /// What `task` holds now (read on its context's queue), its dates in
 /// `calendar`'s zone and judged overdue against `now`; attachments in sort

@@ -121,6 +121,7 @@ TaskSelection::request(objectstore::ObjectContext& context,
     request.sortDescriptors = {{"whenCreated", false}};
     request.fetchBatchSize = kBatchSize;
     request.prefetchedRelationships = kReportedRelationships;
+    request.propertiesToFetch = kReportedAttributes;
     return request;
 }
 

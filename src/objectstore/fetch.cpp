@@ -23,6 +23,14 @@ struct ObjectContext::CompiledFetch {
     SqlPredicate sql;
     SqlOrder order;
     std::optional<ObjectComparator> comparator;
+    // The attributes the request leaves out (none: whole rows), shared by
+    // the objects it reads in part.
+    std::shared_ptr<const std::vector<bool>> unfetched;
+    std::string partialColumns; // the row columns without those
+
+    [[nodiscard]] const std::string& columns(const PersistentStore& store) const {
+        return unfetched ? partialColumns : store.rowColumns(entity->index);
+    }
 };
 
 Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& request) const {
@@ -49,6 +57,20 @@ Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& 
     if (!comparator)
         return std::unexpected(comparator.error());
     f.comparator = std::move(*comparator);
+    if (!request.propertiesToFetch.empty()) {
+        std::vector<bool> unfetched(f.entity->attributes.size(), true);
+        for (const auto& name : request.propertiesToFetch) {
+            const auto index = f.entity->propertyIndex(name);
+            if (!index || !f.entity->isAttribute(*index))
+                return fail(Errc::invalidArgument,
+                            fmt::format("{} has no attribute '{}'", f.entity->name, name));
+            unfetched[*index] = false;
+        }
+        if (std::ranges::find(unfetched, true) != unfetched.end()) {
+            f.partialColumns = m_store->rowColumns(f.entity->index, unfetched);
+            f.unfetched = std::make_shared<const std::vector<bool>>(std::move(unfetched));
+        }
+    }
     return f;
 }
 
@@ -183,12 +205,15 @@ Result<std::vector<ObjectID>> ObjectContext::judgedInMemory(const CompiledFetch&
 
 Result<void> ObjectContext::adoptRows(std::uint32_t entity, std::vector<Row>& rows,
                                       const std::vector<std::string>& prefetched,
-                                      std::vector<ObjectPtr>& objects) {
+                                      std::vector<ObjectPtr>& objects,
+                                      const std::shared_ptr<const std::vector<bool>>& unfetched) {
     objects.reserve(rows.size());
     for (auto& row : rows) {
         ObjectPtr o = objectWithID(ObjectID{entity, row.key});
-        if (o->isFault())
-            if (auto ok = applyRow(*o, std::move(row)); !ok)
+        // A partial object has no changes (changing one completes it
+        // first): a row read since may replace it.
+        if (o->isFault() || (o->isPartial() && !unfetched))
+            if (auto ok = applyRow(*o, std::move(row), unfetched); !ok)
                 return ok;
         objects.push_back(std::move(o));
     }
@@ -203,13 +228,14 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
         if (!compiled)
             return std::unexpected(compiled.error());
         const CompiledFetch& f = *compiled;
-        auto [sql, bind] = orderedSelect(m_store->rowColumns(f.entity->index), *f.entity, f.sql,
-                                         f.order, request, true);
-        auto rows = m_store->queryRows(sql, f.entity->index, bind);
+        auto [sql, bind] =
+            orderedSelect(f.columns(*m_store), *f.entity, f.sql, f.order, request, true);
+        auto rows = m_store->queryRows(sql, f.entity->index, bind, f.unfetched.get());
         if (!rows)
             return std::unexpected(rows.error());
         std::vector<ObjectPtr> objects;
-        if (auto ok = adoptRows(f.entity->index, *rows, request.prefetchedRelationships, objects);
+        if (auto ok = adoptRows(f.entity->index, *rows, request.prefetchedRelationships, objects,
+                                f.unfetched);
             !ok)
             return std::unexpected(ok.error());
         return objects;
@@ -268,20 +294,21 @@ ObjectContext::fetchEach(const FetchRequest& request,
     if (!compiled)
         return std::unexpected(compiled.error());
     const CompiledFetch& f = *compiled;
-    auto [sql, bind] = orderedSelect(m_store->rowColumns(f.entity->index), *f.entity, f.sql,
-                                     f.order, request, true);
+    auto [sql, bind] = orderedSelect(f.columns(*m_store), *f.entity, f.sql, f.order, request, true);
     std::vector<ObjectPtr> objects;
     return m_store->queryRowBatches(
-        sql, f.entity->index, bind, batch, [&](std::vector<Row>& rows) -> Result<void> {
+        sql, f.entity->index, bind, batch,
+        [&](std::vector<Row>& rows) -> Result<void> {
             objects.clear();
-            if (auto ok =
-                    adoptRows(f.entity->index, rows, request.prefetchedRelationships, objects);
+            if (auto ok = adoptRows(f.entity->index, rows, request.prefetchedRelationships, objects,
+                                    f.unfetched);
                 !ok)
                 return ok;
             auto ok = each(objects);
             objects.clear();
             return ok;
-        });
+        },
+        f.unfetched.get());
 }
 
 Result<std::size_t> ObjectContext::count(const FetchRequest& request) {

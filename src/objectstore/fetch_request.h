@@ -1,7 +1,7 @@
 // What to fetch: an entity, a predicate, a sort order, a window (limit and
 // offset), a batch size, whether the context's unsaved changes count, and
-// the kind of result (objects, identities, or a count), and the
-// relationships whose members are loaded with each batch.
+// the kind of result (objects, identities, or a count), the relationships
+// whose members are loaded with each batch, and the attributes read.
 #pragma once
 
 #include "objectstore/predicate/predicate.h"
@@ -29,6 +29,11 @@ struct FetchRequest {
     /// the objects, one query per relationship and batch, instead of one
     /// query per object when each is first touched.
     std::vector<std::string> prefetchedRelationships;
+    /// Attributes (names) read with the objects; none: all of them. The
+    /// others are read, all at once, when one of them is first touched or
+    /// the object is changed. Only the store's rows are read in part: an
+    /// answer that counts unsaved changes reads whole rows.
+    std::vector<std::string> propertiesToFetch;
 
     FetchRequest() = default;
     explicit FetchRequest(std::string entity) : entityName(std::move(entity)) {}

@@ -71,8 +71,16 @@ void ManagedObject::fire() const {
         m_context->load(const_cast<ManagedObject&>(*this));
 }
 
+void ManagedObject::fireWhole() const {
+    fire();
+    if (m_unfetched && m_context)
+        m_context->complete(const_cast<ManagedObject&>(*this));
+}
+
 const Value& ManagedObject::value(std::size_t attribute) const {
     fire();
+    if (m_unfetched && (*m_unfetched).at(attribute))
+        fireWhole();
     return m_loaded ? m_state.attributes.at(attribute) : kNil;
 }
 
@@ -88,7 +96,7 @@ void ManagedObject::setValue(std::size_t attribute, Value v) {
     if (!m_entity->isAttribute(attribute))
         throw std::invalid_argument(
             fmt::format("{}: property {} is not an attribute", m_entity->name, attribute));
-    fire();
+    fireWhole();
     std::erase_if(m_raised, [&](const auto& raised) { return raised.first == attribute; });
     const auto& a = m_entity->attributes[attribute];
     if (a.type == AttributeType::Int16)
@@ -111,6 +119,7 @@ void ManagedObject::raiseOnSave(std::size_t attribute, std::int64_t maximum) {
 void ManagedObject::willChange(std::size_t property) {
     if (!m_context)
         throw std::logic_error(fmt::format("{} is no longer in a context", m_entity->name));
+    fireWhole(); // the snapshot and the save need every value
     if (!m_inserted && !m_snapshot)
         m_snapshot = m_state;
     m_changed[property] = true;

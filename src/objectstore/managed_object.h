@@ -59,6 +59,9 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     /// the context is gone.
     [[nodiscard]] ObjectContext* context() const { return m_context; }
     [[nodiscard]] bool isFault() const { return !m_loaded; }
+    /// Loaded in part (a fetch that named its attributes): the others are
+    /// read when one of them is first touched or the object changes.
+    [[nodiscard]] bool isPartial() const { return m_unfetched != nullptr; }
     [[nodiscard]] bool isInserted() const { return m_inserted; }
     [[nodiscard]] bool isDeleted() const { return m_deleted; }
     [[nodiscard]] bool isUpdated() const;
@@ -113,6 +116,8 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     };
 
     void fire() const;
+    // fire(), then the attributes a partial load left out.
+    void fireWhole() const;
     void willChange(std::size_t property);
     void loadToMany(std::size_t relationship) const;
     // Inverse bookkeeping without recursion.
@@ -125,6 +130,7 @@ class ManagedObject : public ObjectView, public std::enable_shared_from_this<Man
     ObjectID m_id;
     std::int64_t m_version = 0;
     mutable bool m_loaded = false;
+    mutable std::shared_ptr<const std::vector<bool>> m_unfetched; // per attribute; null: whole
     bool m_inserted = false;
     bool m_deleted = false;
     mutable State m_state;

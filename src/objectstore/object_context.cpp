@@ -149,7 +149,8 @@ Result<ObjectPtr> ObjectContext::existingObject(ObjectID id) {
     return object;
 }
 
-Result<void> ObjectContext::applyRow(ManagedObject& object, Row row) {
+Result<void> ObjectContext::applyRow(ManagedObject& object, Row row,
+                                     std::shared_ptr<const std::vector<bool>> unfetched) {
     const auto& e = object.entityDescription();
     auto& state = object.m_state;
     state.attributes = std::move(row.attributes);
@@ -172,7 +173,17 @@ Result<void> ObjectContext::applyRow(ManagedObject& object, Row row) {
     }
     object.m_version = row.version;
     object.m_loaded = true;
+    object.m_unfetched = std::move(unfetched);
     return {};
+}
+
+void ObjectContext::complete(ManagedObject& object) {
+    // Members read so far stay: they are as current as the partial row.
+    auto toMany = std::move(object.m_state.toMany);
+    object.m_loaded = false;
+    load(object);
+    if (!object.m_deleted)
+        object.m_state.toMany = std::move(toMany);
 }
 
 void ObjectContext::load(ManagedObject& object) {
@@ -203,6 +214,7 @@ Result<void> ObjectContext::markVanished(ManagedObject& object) {
     object.m_state.toOne.assign(e.relationships.size(), ObjectID{});
     object.m_state.toMany.assign(e.relationships.size(), ObjectIDSet{});
     object.m_loaded = true;
+    object.m_unfetched.reset();
     object.m_deleted = true;
     return {};
 }
@@ -326,7 +338,7 @@ void ObjectContext::deleteObject(const ObjectPtr& object) {
         pending.pop_back();
         if (o->m_deleted)
             continue;
-        o->fire();
+        o->fireWhole();
         if (!o->m_inserted && !o->m_snapshot)
             o->m_snapshot = o->m_state;
         o->m_deleted = true; // before the rules, so cycles stop here
@@ -464,6 +476,7 @@ void ObjectContext::refresh(const ObjectPtr& object, bool mergeChanges) {
         std::fill(object->m_changed.begin(), object->m_changed.end(), false);
         object->m_raised.clear();
         object->m_loaded = false;
+        object->m_unfetched.reset();
         object->m_state = {};
         return;
     }

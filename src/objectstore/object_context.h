@@ -162,13 +162,21 @@ class ObjectContext : public std::enable_shared_from_this<ObjectContext> {
     void load(ManagedObject& object);
     [[nodiscard]] Result<void> loadStored(ManagedObject& object);
     [[nodiscard]] Result<void> markVanished(ManagedObject& object);
-    [[nodiscard]] Result<void> applyRow(ManagedObject& object, Row row);
+    /// Fills the object from a stored row; `unfetched` marks the attributes
+    /// a partial row left out.
+    [[nodiscard]] Result<void>
+    applyRow(ManagedObject& object, Row row,
+             std::shared_ptr<const std::vector<bool>> unfetched = nullptr);
+    /// Reads the attributes a partial object lacks (the whole row).
+    void complete(ManagedObject& object);
     /// The objects of stored rows of `entity`, in order, into the empty
     /// `objects`, with the members of their `prefetched` relationships; a
-    /// row fills its object only if that is a fault.
-    [[nodiscard]] Result<void> adoptRows(std::uint32_t entity, std::vector<Row>& rows,
-                                         const std::vector<std::string>& prefetched,
-                                         std::vector<ObjectPtr>& objects);
+    /// row fills its object only if that is a fault (or, a whole row, only
+    /// partly loaded). `unfetched`: as for applyRow().
+    [[nodiscard]] Result<void>
+    adoptRows(std::uint32_t entity, std::vector<Row>& rows,
+              const std::vector<std::string>& prefetched, std::vector<ObjectPtr>& objects,
+              const std::shared_ptr<const std::vector<bool>>& unfetched = nullptr);
     void markChanged(ManagedObject& object);
     void schedulePendingChanges();
     void applyDeleteRules(ManagedObject& object, std::vector<ObjectPtr>& cascade);

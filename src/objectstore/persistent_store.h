@@ -154,11 +154,17 @@ class PersistentStore {
     [[nodiscard]] const std::string& rowColumns(std::uint32_t entity) const {
         return m_qualifiedColumns[entity];
     }
+    /// The same without the attributes `unfetched` marks: a partial row.
+    [[nodiscard]] std::string rowColumns(std::uint32_t entity,
+                                         const std::vector<bool>& unfetched) const;
     /// Runs a query of the engine's own making whose columns are
     /// rowColumns(entity), and returns its rows in order.
+    /// `unfetched` (when given) marks the attributes the columns leave out;
+    /// they read as nil in the rows.
     [[nodiscard]] Result<std::vector<Row>>
     queryRows(const std::string& sql, std::uint32_t entity,
-              const std::function<void(detail::Statement&)>& bind);
+              const std::function<void(detail::Statement&)>& bind,
+              const std::vector<bool>* unfetched = nullptr);
     /// queryRows() a batch at a time, for results too large to hold: the
     /// query has its own statement and the store is free between batches,
     /// so `each` may read from it. Rows are read as the query goes (a save
@@ -167,7 +173,8 @@ class PersistentStore {
     [[nodiscard]] Result<void>
     queryRowBatches(const std::string& sql, std::uint32_t entity,
                     const std::function<void(detail::Statement&)>& bind, std::size_t batch,
-                    const std::function<Result<void>(std::vector<Row>&)>& each);
+                    const std::function<Result<void>(std::vector<Row>&)>& each,
+                    const std::vector<bool>* unfetched = nullptr);
 
     // Writing
     [[nodiscard]] Result<SaveResult> save(const SaveRequest& request);

@@ -21,14 +21,19 @@ using platform::fail;
 
 namespace {
 
-Row readRow(const Statement& s, const EntityDescription& e) {
+// `unfetched` marks the attributes the query's columns leave out.
+Row readRow(const Statement& s, const EntityDescription& e,
+            const std::vector<bool>* unfetched = nullptr) {
     Row row;
     row.key = s.columnInt(0);
     row.version = s.columnInt(1);
     int col = 2;
     row.attributes.reserve(e.attributes.size());
-    for (const auto& a : e.attributes)
-        row.attributes.push_back(s.column(col++, static_cast<int>(a.type)));
+    for (std::size_t i = 0; i < e.attributes.size(); ++i)
+        if (unfetched && (*unfetched)[i])
+            row.attributes.emplace_back();
+        else
+            row.attributes.push_back(s.column(col++, static_cast<int>(e.attributes[i].type)));
     row.toOne.assign(e.relationships.size(), 0);
     for (std::size_t i = 0; i < e.relationships.size(); ++i)
         if (e.storage[i] == RelationshipStorage::ForeignKey) {
@@ -183,11 +188,26 @@ PersistentStore::relatedKeysOf(std::uint32_t entity, std::span<const std::int64_
     return pairs;
 }
 
+std::string PersistentStore::rowColumns(std::uint32_t entity,
+                                        const std::vector<bool>& unfetched) const {
+    const auto& e = m_model->entity(entity);
+    std::string columns = "t0.pk, t0._version";
+    for (std::size_t i = 0; i < e.attributes.size(); ++i)
+        if (!unfetched[i])
+            columns += ", t0." + sqlName(e.attributes[i].name);
+    for (std::size_t i = 0; i < e.relationships.size(); ++i)
+        if (e.storage[i] == RelationshipStorage::ForeignKey)
+            columns += ", t0." + sqlName(e.relationships[i].name);
+    return columns;
+}
+
 Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std::uint32_t entity,
-                                                    const std::function<void(Statement&)>& bind) {
+                                                    const std::function<void(Statement&)>& bind,
+                                                    const std::vector<bool>* unfetched) {
     std::vector<Row> rows;
     const auto& e = m_model->entity(entity);
-    auto ok = query(sql, bind, [&](const Statement& s) { rows.push_back(readRow(s, e)); });
+    auto ok =
+        query(sql, bind, [&](const Statement& s) { rows.push_back(readRow(s, e, unfetched)); });
     if (!ok)
         return std::unexpected(ok.error());
     return rows;
@@ -196,7 +216,8 @@ Result<std::vector<Row>> PersistentStore::queryRows(const std::string& sql, std:
 Result<void>
 PersistentStore::queryRowBatches(const std::string& sql, std::uint32_t entity,
                                  const std::function<void(Statement&)>& bind, std::size_t batch,
-                                 const std::function<Result<void>(std::vector<Row>&)>& each) {
+                                 const std::function<Result<void>(std::vector<Row>&)>& each,
+                                 const std::vector<bool>* unfetched) {
     const auto& e = m_model->entity(entity);
     std::unique_lock lock(m_mutex);
     // Not a cached statement: another caller of the same text must not
@@ -212,7 +233,7 @@ PersistentStore::queryRowBatches(const std::string& sql, std::uint32_t entity,
         rows.clear();
         int rc = SQLITE_ROW;
         while (rows.size() < batch && (rc = s.step()) == SQLITE_ROW)
-            rows.push_back(readRow(s, e));
+            rows.push_back(readRow(s, e, unfetched));
         if (rc != SQLITE_ROW && rc != SQLITE_DONE)
             return std::unexpected(m_db->error("query failed", rc));
         if (!rows.empty()) {

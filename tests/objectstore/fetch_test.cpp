@@ -198,6 +198,44 @@ TEST_F(FetchTest, PrefetchedRelationshipsMatchMembersReadOneByOne) {
     EXPECT_EQ(members((*listed)[1], "items"), V{"foxtrot"});
 }
 
+// A fetch naming its attributes loads only those (both ways of fetching);
+// the rest is read when first touched, and before any change, so a change
+// neither compares against nor writes a value that was never read.
+TEST_F(FetchTest, PartialObjectsReadTheRestBeforeTheyAreReadOrChanged) {
+    auto partial = context();
+    auto r = request(nullptr);
+    r.propertiesToFetch = {"title"};
+    auto items = partial->fetch(r);
+    ASSERT_TRUE(items && items->size() == 6);
+    auto writer = context();
+    auto alpha = writer->fetch(request("title == 'Alpha'")).value().at(0);
+    alpha->setValue("score", 9.0);
+    ASSERT_SAVED(writer);
+    EXPECT_TRUE((*items)[0]->isPartial());
+    EXPECT_EQ(text((*items)[0]), "Alpha");
+    EXPECT_EQ((*items)[0]->value("score"), Value(9.0)); // read now, as stored now
+    EXPECT_FALSE((*items)[0]->isPartial());
+    (*items)[1]->setValue("score", Value{}); // Bravo's 3, unread: a real change
+    (*items)[2]->setValue("title", std::string("Charlie"));
+    ASSERT_SAVED(partial);
+    auto fresh = context();
+    const auto bravo = fresh->fetch(request("title == 'Bravo'")).value().at(0);
+    EXPECT_TRUE(isNil(bravo->value("score")));
+    const auto charlie = fresh->fetch(request("title == 'Charlie'")).value().at(0);
+    EXPECT_EQ(charlie->value("score"), Value(2.0));
+    EXPECT_EQ(charlie->value("done"), Value(true));
+    r.fetchBatchSize = 4;
+    r.propertiesToFetch = {"title", "done"};
+    std::size_t walked = 0;
+    ASSERT_TRUE(fresh->fetchEach(r, [&](const auto& batch) -> tasket::platform::Result<void> {
+        for (const auto& o : batch)
+            walked += o->isPartial() || o == bravo || o == charlie; // those two were whole
+        fresh->reset();
+        return {};
+    }));
+    EXPECT_EQ(walked, 6u);
+}
+
 TEST_F(FetchTest, BadRequestsAreErrorsNotCrashes) {
     struct Case {
         const char* entity;
@@ -208,14 +246,19 @@ TEST_F(FetchTest, BadRequestsAreErrorsNotCrashes) {
                                            {"Item", "nosuchkey == 1", "title"},
                                            {"Item", "title > 3", "title"},
                                            {"Item", nullptr, "nosuchkey"},
-                                           {"Item", nullptr, "labels.name"}}) {
+                                           {"Item", nullptr, "labels.name"},
+                                           {"Item", nullptr, nullptr},
+                                           {"Item", nullptr, "labels"}}) {
         FetchRequest r(c.entity);
         if (c.predicate)
             r.predicate = *Predicate::parse(c.predicate);
-        r.sortDescriptors = {{c.sortKey}};
+        if (c.sortKey && c.sortKey != std::string("labels"))
+            r.sortDescriptors = {{c.sortKey}};
+        else // the attributes read: one unknown, one a relationship
+            r.propertiesToFetch = {c.sortKey ? c.sortKey : "nosuchkey"};
         auto result = view->fetch(r);
         ASSERT_FALSE(result) << c.entity << " " << (c.predicate ? c.predicate : "") << " "
-                             << c.sortKey;
+                             << (c.sortKey ? c.sortKey : "");
         EXPECT_EQ(result.error().code, Errc::invalidArgument);
     }
 }
