@@ -19,12 +19,15 @@ std::string translated(std::string_view english) {
 }
 
 void startTextCatalogue() {
-    // An environment naming a locale this machine lacks leaves the C
-    // locale, in which gettext ignores LANGUAGE; C.UTF-8 keeps it heard.
-    if (!std::setlocale(LC_ALL, ""))
-        std::setlocale(LC_ALL, "C.UTF-8");
-    // Numbers written to files, JSON and SQL keep their point.
-    std::setlocale(LC_NUMERIC, "C");
+    // Only what the programs use: the character set and the messages.
+    // The others (collation, dates and numbers are ICU's, and numbers
+    // written to files, JSON and SQL keep their point) cost a file each to
+    // load at every start. An environment naming a locale this machine
+    // lacks leaves the C locale, in which gettext ignores LANGUAGE;
+    // C.UTF-8 keeps it heard.
+    for (const int category : {LC_CTYPE, LC_MESSAGES})
+        if (!std::setlocale(category, ""))
+            std::setlocale(category, "C.UTF-8");
     const char* folder = std::getenv("TASKET_LOCALEDIR");
     ::bindtextdomain(kTextDomain, folder && *folder ? folder : TASKET_INSTALLED_LOCALEDIR);
     ::bind_textdomain_codeset(kTextDomain, "UTF-8");
