@@ -71,25 +71,25 @@ int runTasket(std::span<const std::string> arguments, std::ostream& out, std::os
     std::vector<std::pair<CLI::App*, Command*>> subcommands;
     bool json = false;
     bool syncFirst = false;
-    // A command line names one command, first: only its options are made
-    // then (making every command's would cost more than many commands' own
-    // work). Without one (--help, the documents), all of them are.
+    // A command line names one command, first: only it is made then, with
+    // its options (making every command would cost more than many
+    // commands' own work). Without one (--help, the documents), all are.
     const bool namesOne =
         !arguments.empty() && std::ranges::any_of(commands, [&](const auto& command) {
             return command->info().keyword == arguments.front();
         });
     for (const auto& command : commands) {
         const CommandInfo& info = command->info();
+        if (namesOne && info.keyword != arguments.front())
+            continue;
         CLI::App* sub = app.add_subcommand(std::string(info.keyword), std::string(info.summary));
         sub->group("Commands");
         sub->footer(std::string(info.help));
-        if (!namesOne || info.keyword == arguments.front()) {
-            sub->add_flag("--json", json, "Print JSON instead of text");
-            if (info.showsStoredData)
-                sub->add_flag("--sync", syncFirst,
-                              "First sync with the cloud database, when cloud sync is on");
-            command->addOptions(*sub);
-        }
+        sub->add_flag("--json", json, "Print JSON instead of text");
+        if (info.showsStoredData)
+            sub->add_flag("--sync", syncFirst,
+                          "First sync with the cloud database, when cloud sync is on");
+        command->addOptions(*sub);
         usages.emplace(sub, std::string(info.usage));
         subcommands.emplace_back(sub, command.get());
     }
