@@ -9,22 +9,14 @@ namespace tasket::apps {
 
 namespace {
 
-// The pretty object, indented one level for its place in the array.
+// The pretty object, indented one level for its place in the array, without
+// its final newline.
 std::string indentedObject(const TaskReport& task) {
-    platform::JsonWriter json;
+    auto json = platform::JsonWriter::nested(1);
     writeTask(json, task);
     std::string text = json.finish().value();
-    if (!text.empty() && text.back() == '\n')
-        text.pop_back();
-    std::string out = "  ";
-    out.reserve(text.size() + text.size() / 4);
-    std::size_t from = 0;
-    for (std::size_t end; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
-        out.append(text, from, end + 1 - from);
-        out += "  ";
-    }
-    out.append(text, from);
-    return out;
+    text.pop_back();
+    return text;
 }
 
 } // namespace
@@ -33,7 +25,7 @@ void TaskListing::add(const TaskReport& task) {
     const std::string title =
         task.title.empty() ? std::string(rules::texts::kNewTask.translated()) : task.title;
     if (m_json) {
-        m_out << (m_count == 0 ? "[\n" : ",\n") << indentedObject(task);
+        m_out << (m_count == 0 ? "[\n  " : ",\n  ") << indentedObject(task);
     } else if (m_style.width() == 0 && !m_style.colour()) {
         m_out << fmt::format("{}\t{}\t{}\t{}\t{}\n", task.taskID, title, task.list, task.due,
                              task.isCompleted ? "done" : "pending");

@@ -1,5 +1,6 @@
 #include "platform/date_text.h"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include <array>
@@ -156,16 +157,17 @@ Result<When> parseWhen(std::string_view text, Date now, const Calendar& calendar
 
 std::string isoDay(Date date, const Calendar& calendar) {
     const DateComponents c = calendar.components(date);
-    return fmt::format("{:04}-{:02}-{:02}", c.year, c.month, c.day);
+    return fmt::format(FMT_COMPILE("{:04}-{:02}-{:02}"), c.year, c.month, c.day);
 }
 
 std::string isoDateTime(Date date, const Calendar& calendar) {
     int offset = 0;
     const DateComponents c = calendar.components(date, &offset);
     const int magnitude = std::abs(offset) / 60;
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}", c.year, c.month, c.day,
-                       c.hour, c.minute, c.second, offset < 0 ? '-' : '+', magnitude / 60,
-                       magnitude % 60);
+    // Compiled: a listing writes one or more of these for each task.
+    return fmt::format(FMT_COMPILE("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}"), c.year,
+                       c.month, c.day, c.hour, c.minute, c.second, offset < 0 ? '-' : '+',
+                       magnitude / 60, magnitude % 60);
 }
 
 } // namespace tasket::platform

@@ -20,7 +20,7 @@ JsonSolidus solidusOf(JsonWriter::Form form) {
 void JsonWriter::newline() {
     if (m_form == Form::pretty) {
         m_text += '\n';
-        m_text.append(m_scopes.size() * 2, ' ');
+        m_text.append((m_depth + m_scopes.size()) * 2, ' ');
     }
 }
 

@@ -29,6 +29,13 @@ class JsonWriter {
     };
 
     explicit JsonWriter(Form form = Form::pretty) : m_form(form) {}
+    /// Pretty, every line after the first indented `depth` levels more: a
+    /// document that goes inside another one written by hand.
+    [[nodiscard]] static JsonWriter nested(std::size_t depth) {
+        JsonWriter json;
+        json.m_depth = depth;
+        return json;
+    }
 
     // ---- Structure ---------------------------------------------------------------
     JsonWriter& beginObject();
@@ -65,6 +72,7 @@ class JsonWriter {
     void close(Scope scope, char bracket);
 
     Form m_form;
+    std::size_t m_depth = 0; // levels every line after the first is indented by
     std::string m_text;
     std::vector<Scope> m_scopes;
     std::vector<bool> m_scopeHasMembers;

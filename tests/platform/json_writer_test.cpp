@@ -51,6 +51,17 @@ TEST(JsonWriter, WritesOneDocumentInEachForm) {
   "none": ""
 }
 )");
+    // Nested one level: each line after the first two spaces further in.
+    EXPECT_EQ(JsonWriter::nested(1)
+                  .beginObject()
+                  .key("a")
+                  .beginArray()
+                  .integer(1)
+                  .endArray()
+                  .endObject()
+                  .finish()
+                  .value(),
+              "{\n    \"a\": [\n      1\n    ]\n  }\n");
 }
 
 TEST(JsonWriter, EscapesStringsAndKeepsAnyUnicode) {
