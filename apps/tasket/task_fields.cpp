@@ -102,7 +102,7 @@ void TaskFields::addOptions(CLI::App& command, bool editing) {
 }
 
 platform::Result<void> TaskFields::apply(store::TK_Task& task, platform::Date now,
-                                         const platform::Calendar& calendar) const {
+                                         const platform::Calendar& (&calendar)()) const {
     auto& context = *task.context();
     // Names first, so that a wrong one leaves the task untouched.
     std::vector<std::shared_ptr<store::TK_Tag>> tags;
@@ -137,7 +137,7 @@ platform::Result<void> TaskFields::apply(store::TK_Task& task, platform::Date no
         if (auto set = setDate(
                 task,
                 {&T::setIsRemindEnabled, &T::setDueDate, &T::setDueDateAndTime, &T::setIsAllDay},
-                *due, m_allDay, now, calendar);
+                *due, m_allDay, now, calendar());
             !set)
             return set;
     }
@@ -145,7 +145,7 @@ platform::Result<void> TaskFields::apply(store::TK_Task& task, platform::Date no
         if (auto set = setDate(task,
                                {&T::setIsStartDateRemindEnabled, &T::setStartDate,
                                 &T::setStartDateAndTime, &T::setIsStartDateAllDay},
-                               *start, m_allDay, now, calendar);
+                               *start, m_allDay, now, calendar());
             !set)
             return set;
     }

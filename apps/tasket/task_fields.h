@@ -29,8 +29,10 @@ class TaskFields {
     void addOptions(CLI::App& command, bool editing);
 
     /// Writes the given options into `task` (in its context, not saved).
+    /// `calendar` is asked for the zone's calendar only when a date is
+    /// given: making it reads the zone's rules, a good part of a plain add.
     [[nodiscard]] platform::Result<void> apply(store::TK_Task& task, platform::Date now,
-                                               const platform::Calendar& calendar) const;
+                                               const platform::Calendar& (&calendar)()) const;
 
   private:
     std::optional<std::string> m_note;

@@ -105,7 +105,7 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
                                          .attachments = {},
                                          .defaults = share::NewTaskDefaults::read(*settings)},
                                         list);
-    if (auto applied = m_fields.apply(*task, now, localCalendar()); !applied)
+    if (auto applied = m_fields.apply(*task, now, localCalendar); !applied)
         return applied;
     if (auto saved = withStoreAdvice(share::saveContext(viewContext)); !saved)
         return saved;

@@ -54,7 +54,7 @@ platform::Result<void> EditCommand::run(CommandContext& context) {
         (*task)->setCategory(*list);
     }
     const platform::Date now = platform::Clock::shared().now();
-    if (auto applied = m_fields.apply(**task, now, localCalendar()); !applied)
+    if (auto applied = m_fields.apply(**task, now, localCalendar); !applied)
         return applied;
     if (auto saved = withStoreAdvice(share::saveContext(viewContext)); !saved)
         return saved;
