@@ -220,9 +220,9 @@ PersistentStore::queryRowBatches(const std::string& sql, std::uint32_t entity,
                                  const std::vector<bool>* unfetched) {
     const auto& e = m_model->entity(entity);
     std::unique_lock lock(m_mutex);
-    // Not a cached statement: another caller of the same text must not
-    // reset this one while `each` runs.
-    auto owned = m_db->prepareOnce(sql);
+    // Borrowed, not a cached statement: another caller of the same text
+    // must not reset this one while `each` runs.
+    auto owned = m_db->borrow(sql);
     if (!owned)
         return std::unexpected(owned.error());
     Statement s(owned->get());

@@ -138,6 +138,20 @@ TEST_F(FetchTest, FetchEachWalksTheResultInBatches) {
     EXPECT_EQ(
         walk(*view, request(nullptr), false),
         (std::vector<V>{{"Aardvark", "Alpha", "Bravo", "charlie"}, {"delta", "echo", "foxtrot"}}));
+    // The same walk inside each batch of itself: each has its own statement.
+    auto inBatches = request(nullptr);
+    inBatches.fetchBatchSize = 4;
+    std::size_t outer = 0, inner = 0;
+    ASSERT_TRUE(fresh->fetchEach(inBatches, [&](const auto& batch) {
+        outer += batch.size();
+        return fresh->fetchEach(inBatches,
+                                [&](const auto& again) -> tasket::platform::Result<void> {
+                                    inner += again.size();
+                                    return {};
+                                });
+    }));
+    EXPECT_EQ(outer, 6u);
+    EXPECT_EQ(inner, 12u);
     int calls = 0;
     auto failed =
         fresh->fetchEach(request(nullptr), [&](const auto&) -> tasket::platform::Result<void> {

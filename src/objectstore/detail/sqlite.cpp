@@ -88,6 +88,8 @@ Value Statement::column(int col, int attributeType) const {
 Database::~Database() {
     for (auto& [sql, stmt] : m_cache)
         sqlite3_finalize(stmt->get());
+    for (auto& [sql, stmt] : m_idle)
+        sqlite3_finalize(stmt);
     if (m_db)
         sqlite3_close_v2(m_db);
 }
@@ -178,6 +180,36 @@ Database::prepareOnce(std::string_view sql) {
         SQLITE_OK)
         return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
     return std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>(stmt, sqlite3_finalize);
+}
+
+Result<BorrowedStatement> Database::borrow(std::string_view sql) {
+    std::string text(sql);
+    if (auto it = m_idle.find(text); it != m_idle.end()) {
+        sqlite3_stmt* stmt = it->second;
+        m_idle.erase(it);
+        return BorrowedStatement(*this, std::move(text), stmt);
+    }
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v3(m_db, text.c_str(), static_cast<int>(text.size()),
+                           SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK)
+        return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
+    return BorrowedStatement(*this, std::move(text), stmt);
+}
+
+void Database::giveBack(std::string sql, sqlite3_stmt* stmt) {
+    // A few texts at most in practice; the bound keeps a program that makes
+    // ever new ones from holding every statement it ever walked.
+    constexpr std::size_t kMostIdle = 32;
+    sqlite3_reset(stmt);
+    sqlite3_clear_bindings(stmt);
+    if (m_idle.size() < kMostIdle && m_idle.emplace(std::move(sql), stmt).second)
+        return;
+    sqlite3_finalize(stmt);
+}
+
+BorrowedStatement::~BorrowedStatement() {
+    if (m_stmt)
+        m_db->giveBack(std::move(m_sql), m_stmt);
 }
 
 Result<Transaction> Transaction::begin(Database& db) {

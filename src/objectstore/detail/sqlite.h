@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 namespace tasket::objectstore::detail {
 
@@ -70,6 +71,27 @@ class StatementScope {
     Statement& m_s;
 };
 
+class Database;
+
+/// A statement held for as long as a walk over its rows takes (see
+/// Database::borrow()); given back to the database when the handle goes.
+class BorrowedStatement {
+  public:
+    BorrowedStatement(Database& db, std::string sql, sqlite3_stmt* stmt)
+        : m_db(&db), m_sql(std::move(sql)), m_stmt(stmt) {}
+    BorrowedStatement(BorrowedStatement&& other) noexcept
+        : m_db(other.m_db), m_sql(std::move(other.m_sql)),
+          m_stmt(std::exchange(other.m_stmt, nullptr)) {}
+    BorrowedStatement& operator=(BorrowedStatement&&) = delete;
+    ~BorrowedStatement();
+    [[nodiscard]] sqlite3_stmt* get() const { return m_stmt; }
+
+  private:
+    Database* m_db;
+    std::string m_sql;
+    sqlite3_stmt* m_stmt;
+};
+
 class Database {
   public:
     Database() = default;
@@ -88,6 +110,10 @@ class Database {
     /// A one-off statement, finalized by the returned handle.
     [[nodiscard]] Result<std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>>
     prepareOnce(std::string_view sql);
+    /// A statement for `sql` that no other caller uses until the handle
+    /// goes, for a walk that lets others in between its steps: one given
+    /// back earlier for the same text when there is one, else a new one.
+    [[nodiscard]] Result<BorrowedStatement> borrow(std::string_view sql);
 
     [[nodiscard]] Error error(std::string_view what) const;
     [[nodiscard]] Error error(std::string_view what, int code) const;
@@ -103,6 +129,10 @@ class Database {
     sqlite3* m_db = nullptr;
     std::filesystem::path m_path;
     std::unordered_map<std::string, std::unique_ptr<Statement>> m_cache;
+    // Statements given back by BorrowedStatement, at most one per text.
+    friend class BorrowedStatement;
+    void giveBack(std::string sql, sqlite3_stmt* stmt);
+    std::unordered_map<std::string, sqlite3_stmt*> m_idle;
 };
 
 /// BEGIN IMMEDIATE on construction (retrying while another process holds
