@@ -50,21 +50,12 @@ inline const std::vector<std::string> kReportedRelationships{"tags", "attachment
                                                              "customPriority", "customStatus"};
 /// The attributes of a task that reportTask() reads: a fetch of tasks to
 /// report reads only these (another one touched reads the rest).
-inline const std::vector<std::string> kReportedAttributes{"taskID",
-                                                          "title",
-                                                          "url",
-                                                          "isCompleted",
-                                                          "isPinned",
-                                                          "whenCreated",
-                                                          "note",
-                                                          "isRemindEnabled",
-                                                          "dueDateAndTime",
-                                                          "dueDate",
-                                                          "isAllDay",
-                                                          "isStartDateRemindEnabled",
-                                                          "startDateAndTime",
-                                                          "startDate",
-                                                          "isStartDateAllDay"};
+// clang-format off
+inline const std::vector<std::string> kReportedAttributes{
+    "taskID", "title", "url", "isCompleted", "isPinned", "whenCreated", "note",
+    "isRemindEnabled", "dueDateAndTime", "dueDate", "isAllDay",
+    "isStartDateRemindEnabled", "startDateAndTime", "startDate", "isStartDateAllDay"};
+// clang-format on
 
 /// What `task` holds now (read on its context's queue), its dates in
 /// `calendar`'s zone and judged overdue against `now`; attachments in sort

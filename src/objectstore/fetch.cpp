@@ -26,10 +26,11 @@ struct ObjectContext::CompiledFetch {
     // The attributes the request leaves out (none: whole rows), shared by
     // the objects it reads in part.
     std::shared_ptr<const std::vector<bool>> unfetched;
-    std::string partialColumns; // the row columns without those
 
-    [[nodiscard]] const std::string& columns(const PersistentStore& store) const {
-        return unfetched ? partialColumns : store.rowColumns(entity->index);
+    /// The row columns the fetch reads.
+    [[nodiscard]] std::string columns(const PersistentStore& store) const {
+        return unfetched ? store.rowColumns(entity->index, *unfetched)
+                         : store.rowColumns(entity->index);
     }
 };
 
@@ -66,10 +67,8 @@ Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& 
                             fmt::format("{} has no attribute '{}'", f.entity->name, name));
             unfetched[*index] = false;
         }
-        if (std::ranges::find(unfetched, true) != unfetched.end()) {
-            f.partialColumns = m_store->rowColumns(f.entity->index, unfetched);
+        if (std::ranges::find(unfetched, true) != unfetched.end())
             f.unfetched = std::make_shared<const std::vector<bool>>(std::move(unfetched));
-        }
     }
     return f;
 }

@@ -189,13 +189,7 @@ void PersistentStore::prepareStatementTexts() {
             if (e.storage[i] == RelationshipStorage::ForeignKey)
                 cols += ", " + sqlName(e.relationships[i].name);
         m_selectColumns.push_back(cols);
-        std::string qualified = "t0.pk, t0._version";
-        for (const auto& a : e.attributes)
-            qualified += ", t0." + sqlName(a.name);
-        for (std::size_t i = 0; i < e.relationships.size(); ++i)
-            if (e.storage[i] == RelationshipStorage::ForeignKey)
-                qualified += ", t0." + sqlName(e.relationships[i].name);
-        m_qualifiedColumns.push_back(std::move(qualified));
+        m_qualifiedColumns.push_back(rowColumns(e.index, std::vector<bool>(e.attributes.size())));
         std::string params = "?, 1";
         const auto foreignKeys =
             std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);

@@ -161,25 +161,31 @@ Result<void> Database::exec(std::string_view sql) {
     return {};
 }
 
+Result<sqlite3_stmt*> Database::compile(std::string_view sql, unsigned flags) {
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v3(m_db, sql.data(), static_cast<int>(sql.size()), flags, &stmt, nullptr) !=
+        SQLITE_OK)
+        return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
+    return stmt;
+}
+
 Result<Statement*> Database::prepare(const std::string& sql) {
     auto it = m_cache.find(sql);
     if (it == m_cache.end()) {
-        sqlite3_stmt* stmt = nullptr;
-        if (sqlite3_prepare_v3(m_db, sql.c_str(), static_cast<int>(sql.size()),
-                               SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK)
-            return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
-        it = m_cache.emplace(sql, std::make_unique<Statement>(stmt)).first;
+        auto stmt = compile(sql, SQLITE_PREPARE_PERSISTENT);
+        if (!stmt)
+            return std::unexpected(stmt.error());
+        it = m_cache.emplace(sql, std::make_unique<Statement>(*stmt)).first;
     }
     return it->second.get();
 }
 
 Result<std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>>
 Database::prepareOnce(std::string_view sql) {
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(m_db, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr) !=
-        SQLITE_OK)
-        return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
-    return std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>(stmt, sqlite3_finalize);
+    auto stmt = compile(sql, 0);
+    if (!stmt)
+        return std::unexpected(stmt.error());
+    return std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>(*stmt, sqlite3_finalize);
 }
 
 Result<BorrowedStatement> Database::borrow(std::string_view sql) {
@@ -189,11 +195,10 @@ Result<BorrowedStatement> Database::borrow(std::string_view sql) {
         m_idle.erase(it);
         return BorrowedStatement(*this, std::move(text), stmt);
     }
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v3(m_db, text.c_str(), static_cast<int>(text.size()),
-                           SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK)
-        return std::unexpected(error(fmt::format("cannot prepare '{}'", sql)));
-    return BorrowedStatement(*this, std::move(text), stmt);
+    auto stmt = compile(text, SQLITE_PREPARE_PERSISTENT);
+    if (!stmt)
+        return std::unexpected(stmt.error());
+    return BorrowedStatement(*this, std::move(text), *stmt);
 }
 
 void Database::giveBack(std::string sql, sqlite3_stmt* stmt) {

@@ -129,6 +129,7 @@ class Database {
     sqlite3* m_db = nullptr;
     std::filesystem::path m_path;
     std::unordered_map<std::string, std::unique_ptr<Statement>> m_cache;
+    [[nodiscard]] Result<sqlite3_stmt*> compile(std::string_view sql, unsigned flags);
     // Statements given back by BorrowedStatement, at most one per text.
     friend class BorrowedStatement;
     void giveBack(std::string sql, sqlite3_stmt* stmt);
