@@ -11,25 +11,29 @@
 
 namespace tasket::apps {
 
-namespace {
-
-// The date as people read it: the day alone for an all-day date.
-std::string dateText(const std::optional<platform::Date>& date, bool allDay,
-                     const platform::Calendar& calendar) {
-    if (!date)
-        return {};
-    return allDay ? platform::isoDay(*date, calendar) : platform::isoDateTime(*date, calendar);
-}
-
-} // namespace
-
 const platform::Calendar& localCalendar() {
     static const platform::Calendar calendar = platform::Calendar::current();
     return calendar;
 }
 
-TaskReport reportTask(const store::TK_Task& task, const platform::Calendar& calendar,
-                      platform::Date now) {
+std::string dateText(const std::optional<ReportedDate>& date) {
+    if (!date)
+        return {};
+    return date->allDay ? platform::isoDay(date->date, localCalendar())
+                        : platform::isoDateTime(date->date, localCalendar());
+}
+
+namespace {
+
+std::optional<ReportedDate> reported(const std::optional<platform::Date>& date, bool allDay) {
+    if (!date)
+        return std::nullopt;
+    return ReportedDate{*date, allDay};
+}
+
+} // namespace
+
+TaskReport reportTask(const store::TK_Task& task, platform::Date now) {
     TaskReport report{
         .taskID = task.taskID().value_or(""),
         .title = task.title().value_or(""),
@@ -38,8 +42,7 @@ TaskReport reportTask(const store::TK_Task& task, const platform::Calendar& cale
         .listID = {},
         .isCompleted = task.isCompleted(),
         .isPinned = task.isPinned(),
-        .whenCreated = task.whenCreated() ? platform::isoDateTime(*task.whenCreated(), calendar)
-                                          : std::string(),
+        .whenCreated = task.whenCreated(),
         .note = task.note().value_or(""),
         .due = {},
         .start = {},
@@ -51,13 +54,13 @@ TaskReport reportTask(const store::TK_Task& task, const platform::Calendar& cale
     };
     if (task.isRemindEnabled()) {
         const auto due = task.dueDateAndTime() ? task.dueDateAndTime() : task.dueDate();
-        report.due = dateText(due, task.isAllDay(), calendar);
+        report.due = reported(due, task.isAllDay());
         report.isOverdue = due && *due < now && !task.isCompleted();
     }
     if (task.isStartDateRemindEnabled())
         report.start =
-            dateText(task.startDateAndTime() ? task.startDateAndTime() : task.startDate(),
-                     task.isStartDateAllDay(), calendar);
+            reported(task.startDateAndTime() ? task.startDateAndTime() : task.startDate(),
+                     task.isStartDateAllDay());
     for (const auto& tag : task.tags())
         report.tags.push_back(tag->title().value_or(""));
     std::ranges::sort(report.tags);
@@ -96,7 +99,8 @@ void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task) {
     json.key("listID").string(task.listID);
     json.key("isCompleted").boolean(task.isCompleted);
     json.key("isPinned").boolean(task.isPinned);
-    json.key("whenCreated").string(task.whenCreated);
+    json.key("whenCreated")
+        .string(task.whenCreated ? platform::isoDateTime(*task.whenCreated, localCalendar()) : "");
     const auto optionalText = [&json](std::string_view key, const std::string& text) {
         json.key(key);
         if (text.empty())
@@ -105,8 +109,8 @@ void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task) {
             json.string(text);
     };
     optionalText("note", task.note);
-    optionalText("due", task.due);
-    optionalText("start", task.start);
+    optionalText("due", dateText(task.due));
+    optionalText("start", dateText(task.start));
     json.key("tags").beginArray();
     for (const auto& tag : task.tags)
         json.string(tag);
@@ -147,8 +151,8 @@ std::string describeTask(const TaskReport& task) {
             text += fmt::format("  {:<6} {}\n", label, value);
     };
     line("link:", task.url);
-    line("due:", task.due);
-    line("start:", task.start);
+    line("due:", dateText(task.due));
+    line("start:", dateText(task.start));
     line("tags:", fmt::format("{}", fmt::join(task.tags, ", ")));
     line("prio:", task.priority);
     line("status:", task.status);

@@ -1,7 +1,8 @@
 // A task as both programs print it: identifier, title, link, list, dates,
 // tags, priority, status and attachments (name, extension, size), as text
-// for people or as members of a JSON object for --json. Dates are ISO 8601
-// in the local zone (a day alone for an all-day date).
+// for people or as members of a JSON object for --json. Dates are kept as
+// instants and written as ISO 8601 in the local zone (a day alone for an
+// all-day date), so a report that prints none never loads the zone's rules.
 #pragma once
 
 #include "platform/calendar.h"
@@ -9,6 +10,7 @@
 #include "store/records.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +24,12 @@ struct AttachmentReport {
     std::uint64_t size = 0;
 };
 
+/// A due or start date and whether it stands for a whole day.
+struct ReportedDate {
+    platform::Date date;
+    bool allDay = false;
+};
+
 struct TaskReport {
     std::string taskID;
     std::string title;
@@ -30,10 +38,10 @@ struct TaskReport {
     std::string listID;
     bool isCompleted = false;
     bool isPinned = false;
-    std::string whenCreated; // ISO 8601, local zone
+    std::optional<platform::Date> whenCreated;
     std::string note;
-    std::string due;   // empty: no due date
-    std::string start; // empty: no start date
+    std::optional<ReportedDate> due;
+    std::optional<ReportedDate> start;
     bool isOverdue = false;
     std::vector<std::string> tags; // titles
     std::string priority;
@@ -57,12 +65,14 @@ inline const std::vector<std::string> kReportedAttributes{
     "isStartDateRemindEnabled", "startDateAndTime", "startDate", "isStartDateAllDay"};
 // clang-format on
 
-/// What `task` holds now (read on its context's queue), its dates in
-/// `calendar`'s zone and judged overdue against `now`; attachments in sort
-/// order.
+/// What `task` holds now (read on its context's queue), judged overdue
+/// against `now`; attachments in sort order.
 TaskReport
-reportTask(const store::TK_Task& task, const platform::Calendar& calendar = localCalendar(),
+reportTask(const store::TK_Task& task,
            platform::Date now = platform::Date::fromSystem(std::chrono::system_clock::now()));
+
+/// `date` as people read it, in the local zone; empty for none.
+std::string dateText(const std::optional<ReportedDate>& date);
 
 /// The report's members, into an object the caller has opened.
 void writeTaskMembers(platform::JsonWriter& json, const TaskReport& task);

@@ -27,12 +27,12 @@ void TaskListing::add(const TaskReport& task) {
     if (m_json) {
         m_out << (m_count == 0 ? "[\n  " : ",\n  ") << indentedObject(task);
     } else if (m_style.width() == 0 && !m_style.colour()) {
-        m_out << fmt::format("{}\t{}\t{}\t{}\t{}\n", task.taskID, title, task.list, task.due,
-                             task.isCompleted ? "done" : "pending");
+        m_out << fmt::format("{}\t{}\t{}\t{}\t{}\n", task.taskID, title, task.list,
+                             dateText(task.due), task.isCompleted ? "done" : "pending");
     } else {
         using Tone = TerminalStyle::Tone;
         const std::string mark = task.isCompleted ? "✓" : "·";
-        const std::string due = task.due.empty() ? std::string() : "  " + task.due;
+        const std::string due = task.due ? "  " + dateText(task.due) : std::string();
         // id, mark, title, list, due: the title gives way first.
         const std::size_t fixed = task.taskID.size() + 3 + 2 + columns(task.list) + columns(due);
         const std::size_t room =

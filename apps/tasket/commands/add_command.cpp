@@ -117,7 +117,7 @@ platform::Result<void> AddCommand::run(CommandContext& context) {
     mirrorToCalendars(viewContext, taskID, context.err, settings);
     if (context.json) {
         platform::JsonWriter json;
-        writeTask(json, reportTask(*task, localCalendar(), now));
+        writeTask(json, reportTask(*task, now));
         context.out << json.finish().value();
     } else {
         context.out << task->taskID().value_or("") << '\n';

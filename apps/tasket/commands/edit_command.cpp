@@ -60,7 +60,7 @@ platform::Result<void> EditCommand::run(CommandContext& context) {
         return saved;
     refreshReminders(viewContext, std::span(&m_taskID, 1), context.err);
     mirrorToCalendars(viewContext, std::span(&m_taskID, 1), context.err);
-    const TaskReport report = reportTask(**task, localCalendar(), now);
+    const TaskReport report = reportTask(**task, now);
     printTask(context.out, context.json, report);
     return {};
 }

@@ -40,8 +40,7 @@ platform::Result<void> TasksCommand::run(CommandContext& context) {
     auto walked = viewContext.fetchEach(
         *request, [&](const std::vector<objectstore::ObjectPtr>& batch) -> platform::Result<void> {
             for (const auto& object : batch)
-                listing.add(reportTask(static_cast<const store::TK_Task&>(*object), time.calendar,
-                                       time.now));
+                listing.add(reportTask(static_cast<const store::TK_Task&>(*object), time.now));
             viewContext.reset(); // let the batch go before the next is read
             return {};
         });
