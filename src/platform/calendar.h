@@ -1,4 +1,4 @@
-// The Gregorian calendar of one time zone, over ICU: what a person means by
+// The Gregorian calendar of one time zone (ICU's, through unicode.h): what a person means by
 // "that day", "three days later" and "9:30 on the 4th". Every day-only
 // date, date component and day arithmetic of the project goes through it.
 //
@@ -16,6 +16,10 @@
 #include <string_view>
 
 namespace tasket::platform {
+
+namespace unicode {
+class Zone;
+}
 
 /// A date as a person reads it in one zone. Out of range fields roll over
 /// when a date is made from them (month 13 is January of the next year,
@@ -62,10 +66,9 @@ class Calendar {
     [[nodiscard]] Date date(const DateComponents& components) const;
 
   private:
-    struct Zone;
-    explicit Calendar(std::shared_ptr<const Zone> zone) : m_zone(std::move(zone)) {}
+    explicit Calendar(std::shared_ptr<const unicode::Zone> zone) : m_zone(std::move(zone)) {}
 
-    std::shared_ptr<const Zone> m_zone;
+    std::shared_ptr<const unicode::Zone> m_zone;
 };
 
 } // namespace tasket::platform

@@ -1,8 +1,10 @@
 #include "platform/text.h"
 
+#include "platform/unicode.h"
+
 #include <fmt/format.h>
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
+
+#include <algorithm>
 
 namespace tasket::platform {
 
@@ -86,12 +88,14 @@ void appendJsonString(std::string& out, std::string_view text, JsonSolidus solid
 }
 
 std::string lowercased(std::string_view text) {
-    std::string out;
-    icu::UnicodeString::fromUTF8(
-        icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())))
-        .toLower(icu::Locale::getRoot())
-        .toUTF8String(out);
-    return out;
+    if (std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        std::string out(text);
+        for (char& c : out)
+            if (c >= 'A' && c <= 'Z')
+                c = static_cast<char>(c - 'A' + 'a');
+        return out;
+    }
+    return unicode::functions().lowercased(text);
 }
 
 } // namespace tasket::platform

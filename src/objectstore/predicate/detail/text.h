@@ -1,7 +1,7 @@
 // Text operations shared by the in-memory evaluator and the SQL functions,
 // so that both evaluators agree byte for byte: case and diacritic folding
-// through ICU, substring and wildcard matching, and the localized
-// case-insensitive collation used for sorting.
+// (ICU's, through platform/unicode.h), substring and wildcard matching, and
+// the localized case-insensitive collation used for sorting.
 #pragma once
 
 #include <cstdint>
