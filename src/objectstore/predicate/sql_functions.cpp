@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include <array>
 #include <string_view>
 
 namespace tasket::objectstore {
@@ -27,7 +28,16 @@ void fold(sqlite3_context* context, int, sqlite3_value** args) {
         sqlite3_result_null(context);
         return;
     }
-    const std::string folded = foldText(textOf(args[0]), optionsOf(args[1]));
+    const std::string_view text = textOf(args[0]);
+    const std::uint8_t options = optionsOf(args[1]);
+    // The common case, ASCII of an identifier's or a title's length, folds
+    // on the stack: a query folds every row it reads.
+    std::array<char, 128> buffer;
+    if (text.size() <= buffer.size() && foldAscii(text, options, buffer.data())) {
+        sqlite3_result_text64(context, buffer.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        return;
+    }
+    const std::string folded = foldText(text, options);
     sqlite3_result_text64(context, folded.data(), folded.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
 }
 

@@ -15,6 +15,10 @@ namespace tasket::objectstore::detail {
 /// applied; unchanged when `options` is 0. Invalid UTF-8 reads as U+FFFD.
 [[nodiscard]] std::string foldText(std::string_view text, std::uint8_t options);
 
+/// foldText() of ASCII text, written to `out` (room for text.size()
+/// bytes); false, with `out` undefined, when `text` is not ASCII.
+[[nodiscard]] bool foldAscii(std::string_view text, std::uint8_t options, char* out);
+
 /// CONTAINS, BEGINSWITH and ENDSWITH after folding both sides.
 [[nodiscard]] bool textContains(std::string_view text, std::string_view part, std::uint8_t options);
 [[nodiscard]] bool textBeginsWith(std::string_view text, std::string_view part,
