@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace tasket::platform {
 namespace {
@@ -27,17 +28,29 @@ bool ItemProvider::hasItemConformingTo(std::string_view type) const {
     });
 }
 
-void ItemProvider::loadItem(std::string_view type, Completion completion) const {
+namespace {
+
+Error nothingOfType(std::string_view type) {
+    return Error{Errc::notFound, fmt::format("the shared item offers nothing of type {}", type)};
+}
+
+} // namespace
+
+std::optional<std::string> ItemProvider::conformingType(std::string_view type) const {
     const std::vector<std::string> registered = registeredTypeIdentifiers();
     const auto match = std::ranges::find_if(
         registered, [&](const std::string& candidate) { return typeConforms(candidate, type); });
-    if (match == registered.end()) {
-        itemLoadingQueue().async(
-            [completion = std::move(completion),
-             error = Error{Errc::notFound,
-                           fmt::format("the shared item offers nothing of type {}", type)}] {
-                completion(std::unexpected(error));
-            });
+    if (match == registered.end())
+        return std::nullopt;
+    return *match;
+}
+
+void ItemProvider::loadItem(std::string_view type, Completion completion) const {
+    const auto match = conformingType(type);
+    if (!match) {
+        itemLoadingQueue().async([completion = std::move(completion), error = nothingOfType(type)] {
+            completion(std::unexpected(error));
+        });
         return;
     }
     itemLoadingQueue().async(
@@ -47,10 +60,10 @@ void ItemProvider::loadItem(std::string_view type, Completion completion) const 
 }
 
 std::future<Result<LoadedItem>> ItemProvider::loadItem(std::string_view type) const {
-    auto promise = std::make_shared<std::promise<Result<LoadedItem>>>();
-    auto future = promise->get_future();
-    loadItem(type, [promise](Result<LoadedItem> result) { promise->set_value(std::move(result)); });
-    return future;
+    std::promise<Result<LoadedItem>> promise;
+    const auto match = conformingType(type);
+    promise.set_value(match ? loadRepresentation(*match) : std::unexpected(nothingOfType(type)));
+    return promise.get_future();
 }
 
 } // namespace tasket::platform

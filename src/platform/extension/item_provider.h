@@ -3,6 +3,7 @@
 // application that shared it. Loading is asynchronous, as on a host where
 // the sending application may still be producing the data: the completion
 // runs once, on the process's item-loading thread, never inside loadItem().
+// A caller that waits for the item loads it on its own thread instead.
 #pragma once
 
 #include "platform/error.h"
@@ -12,6 +13,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -57,15 +59,21 @@ class ItemProvider : public std::enable_shared_from_this<ItemProvider> {
     /// Fails with notFound when no registered type conforms.
     void loadItem(std::string_view type, Completion completion) const;
 
-    /// The same load for a caller that waits (never on the item-loading
-    /// thread itself): the future holds its result.
+    /// The same load for a caller that waits, made on the calling thread
+    /// (handing it to another thread to wait for would only cost a thread):
+    /// the future is ready when it returns.
     [[nodiscard]] std::future<Result<LoadedItem>> loadItem(std::string_view type) const;
 
   protected:
     /// The representation offered as `registeredType`, one of
-    /// registeredTypeIdentifiers(). Runs on the item-loading thread.
+    /// registeredTypeIdentifiers(). Runs on the item-loading thread, or
+    /// on a waiting caller's.
     [[nodiscard]] virtual Result<LoadedItem>
     loadRepresentation(std::string_view registeredType) const = 0;
+
+  private:
+    /// The first registered type conforming to `type`.
+    [[nodiscard]] std::optional<std::string> conformingType(std::string_view type) const;
 };
 
 } // namespace tasket::platform

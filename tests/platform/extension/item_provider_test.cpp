@@ -1,5 +1,5 @@
 // What a share hands over and how it ends: item providers loading their
-// items off the calling thread, and the context completing the request once.
+// items off the calling thread (unless it waits), and the context completing the request once.
 #include "platform/extension/extension_context.h"
 #include "platform/extension/in_memory_item_provider.h"
 #include "platform/extension/type_identifier.h"
@@ -54,11 +54,12 @@ TEST(ItemProvider, CompletesOnTheLoadingThreadAndAPendingLoadKeepsItsProvider) {
     EXPECT_NE(ranOn.get_future().get(), std::this_thread::get_id());
 
     std::weak_ptr<InMemoryItemProvider> watch = provider;
-    auto pending = provider->loadItem(kTypeImage);
+    std::promise<Result<LoadedItem>> pending;
+    provider->loadItem(kTypeImage, [&](Result<LoadedItem> item) { pending.set_value(item); });
     provider.reset();
     EXPECT_FALSE(watch.expired());
     release.set_value();
-    auto loaded = pending.get();
+    auto loaded = pending.get_future().get();
     ASSERT_TRUE(loaded);
     EXPECT_EQ(std::get<InMemoryImage>(*loaded).encoded, (Bytes{1, 2, 3}));
 }
