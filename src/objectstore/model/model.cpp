@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 
 namespace tasket::objectstore {
 
@@ -104,16 +103,25 @@ Result<void> checkSortIndexes(const EntityDescription& e) {
 } // namespace
 
 Result<void> Model::finalize() {
-    std::set<std::string> entityNames;
+    // Names are few per entity: a linear look beats building a set, which
+    // every program pays for at start.
+    const auto firstUse = [](std::vector<std::string_view>& seen, std::string_view name) {
+        if (std::ranges::find(seen, name) != seen.end())
+            return false;
+        seen.push_back(name);
+        return true;
+    };
+    std::vector<std::string_view> entityNames;
     for (std::uint32_t i = 0; i < m_entities.size(); ++i) {
         auto& e = m_entities[i];
         e.index = i;
-        if (e.name.empty() || reservedName(e.name) || !entityNames.insert(e.name).second)
+        if (e.name.empty() || reservedName(e.name) || !firstUse(entityNames, e.name))
             return fail(Errc::validation,
                         fmt::format("entity name '{}' is empty, reserved or used twice", e.name));
-        std::set<std::string> names;
+        std::vector<std::string_view> names;
+        names.reserve(e.attributes.size() + e.relationships.size());
         for (const auto& a : e.attributes) {
-            if (a.name.empty() || reservedName(a.name) || !names.insert(a.name).second)
+            if (a.name.empty() || reservedName(a.name) || !firstUse(names, a.name))
                 return fail(Errc::validation,
                             fmt::format("{}.{}: property name is empty, reserved or used twice",
                                         e.name, a.name));
@@ -122,7 +130,7 @@ Result<void> Model::finalize() {
                                                           e.name, a.name, toString(a.type)));
         }
         for (const auto& r : e.relationships)
-            if (r.name.empty() || reservedName(r.name) || !names.insert(r.name).second)
+            if (r.name.empty() || reservedName(r.name) || !firstUse(names, r.name))
                 return fail(Errc::validation,
                             fmt::format("{}.{}: property name is empty, reserved or used twice",
                                         e.name, r.name));
