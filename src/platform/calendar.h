@@ -1,6 +1,7 @@
-// The Gregorian calendar of one time zone (ICU's, through unicode.h): what a person means by
-// "that day", "three days later" and "9:30 on the 4th". Every day-only
-// date, date component and day arithmetic of the project goes through it.
+// The Gregorian calendar of one time zone (ICU's, through unicode.h): what
+// a person means by "that day", "three days later" and "9:30 on the 4th".
+// Every day-only date, date component and day arithmetic of the project
+// goes through it.
 //
 // A local time that does not exist (skipped by a daylight-saving change, or
 // on a day the zone skipped altogether) stands for the first valid instant
