@@ -4,8 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 namespace tasket::platform {
 
 std::size_t utf8SequenceLength(std::string_view s, std::size_t i) {
@@ -87,14 +85,22 @@ void appendJsonString(std::string& out, std::string_view text, JsonSolidus solid
     out += '"';
 }
 
-std::string lowercased(std::string_view text) {
-    if (std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
-        std::string out(text);
-        for (char& c : out)
-            if (c >= 'A' && c <= 'Z')
-                c = static_cast<char>(c - 'A' + 'a');
-        return out;
+bool copyAscii(std::string_view text, char* out, bool lowercase) {
+    // No early exit, so that the loop vectorizes.
+    const unsigned char upper = lowercase ? 0x20 : 0;
+    unsigned char seen = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        seen |= c;
+        out[i] = static_cast<char>(c | (static_cast<unsigned char>(c - 'A') < 26 ? upper : 0));
     }
+    return seen < 0x80;
+}
+
+std::string lowercased(std::string_view text) {
+    std::string out(text.size(), '\0');
+    if (copyAscii(text, out.data(), true))
+        return out;
     return unicode::functions().lowercased(text);
 }
 

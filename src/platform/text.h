@@ -23,6 +23,12 @@ enum class JsonSolidus { literal, escaped };
 void appendJsonString(std::string& out, std::string_view text,
                       JsonSolidus solidus = JsonSolidus::literal);
 
+/// Copies `text` to `out` (room for text.size() bytes), in lower case when
+/// `lowercase`, and says whether it was ASCII throughout; `out` is of no
+/// use when it was not. One pass the compiler can vectorize: callers try it
+/// before asking ICU.
+bool copyAscii(std::string_view text, char* out, bool lowercase);
+
 /// `text` (UTF-8) in lower case by the Unicode rules of the root locale.
 std::string lowercased(std::string_view text);
 

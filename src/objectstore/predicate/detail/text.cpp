@@ -1,6 +1,7 @@
 #include "objectstore/predicate/detail/text.h"
 
 #include "objectstore/predicate/predicate.h"
+#include "platform/text.h"
 #include "platform/unicode.h"
 
 #include <memory>
@@ -28,16 +29,8 @@ std::vector<char32_t> codePoints(std::string_view text) {
 } // namespace
 
 bool foldAscii(std::string_view text, std::uint8_t options, char* out) {
-    // One pass without an early exit, which the compiler can vectorize:
     // ASCII has no diacritics and folds to lower case.
-    const unsigned char upper = (options & kCaseInsensitive) ? 0x20 : 0;
-    unsigned char seen = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        seen |= c;
-        out[i] = static_cast<char>(c | (static_cast<unsigned char>(c - 'A') < 26 ? upper : 0));
-    }
-    return seen < 0x80;
+    return platform::copyAscii(text, out, (options & kCaseInsensitive) != 0);
 }
 
 std::string foldText(std::string_view text, std::uint8_t options) {
