@@ -164,10 +164,28 @@ std::string isoDateTime(Date date, const Calendar& calendar) {
     int offset = 0;
     const DateComponents c = calendar.components(date, &offset);
     const int magnitude = std::abs(offset) / 60;
-    // Compiled: a listing writes one or more of these for each task.
-    return fmt::format(FMT_COMPILE("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}"), c.year,
-                       c.month, c.day, c.hour, c.minute, c.second, offset < 0 ? '-' : '+',
-                       magnitude / 60, magnitude % 60);
+    if (c.year < 0 || c.year > 9999)
+        return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}", c.year, c.month,
+                           c.day, c.hour, c.minute, c.second, offset < 0 ? '-' : '+',
+                           magnitude / 60, magnitude % 60);
+    // By hand: a listing writes one or more of these for each task, and
+    // every field but the year is two digits.
+    std::string text = "0000-00-00T00:00:00+00:00";
+    const auto two = [&text](std::size_t at, int value) {
+        text[at] = static_cast<char>('0' + value / 10 % 10);
+        text[at + 1] = static_cast<char>('0' + value % 10);
+    };
+    two(0, c.year / 100);
+    two(2, c.year % 100);
+    two(5, c.month);
+    two(8, c.day);
+    two(11, c.hour);
+    two(14, c.minute);
+    two(17, c.second);
+    text[19] = offset < 0 ? '-' : '+';
+    two(20, magnitude / 60);
+    two(23, magnitude % 60);
+    return text;
 }
 
 } // namespace tasket::platform

@@ -177,6 +177,11 @@ TEST(DateText, ReadsTypedDatesAndWritesIsoInTheZone) {
             EXPECT_EQ(when->date, berlin.startOfDay(when->date));
         }
     }
+    // Offsets west of UTC and in half hours; a year of five digits.
+    EXPECT_EQ(tasket::platform::isoDateTime(utc(2026, 1, 10, 12, 0, 7), in("America/St_Johns")),
+              "2026-01-10T08:30:07-03:30");
+    EXPECT_EQ(tasket::platform::isoDateTime(utc(10000, 1, 2, 3, 4), in("UTC")),
+              "10000-01-02T03:04:00+00:00");
     for (const char* bad : {"", "2026-02-30", "2026-13-01", "2026-03-28T24:00", "+d", "+3y",
                             "someday", "2026-03-28T10:00+", "28/03/2026"}) {
         const auto when = parseWhen(bad, now, berlin);
