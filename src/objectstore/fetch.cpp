@@ -76,15 +76,34 @@ Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& 
 namespace {
 
 // The ordered SELECT of a compiled fetch, with `columns`, and the binder of
-// its parameters.
+// its parameters. Where the predicate's joins can repeat a row, a window is
+// taken over grouped rows; without one the repeats are left in, since the
+// order ends with t0.pk, which puts them side by side, and the readers drop
+// them (a GROUP BY would cost a sort of its own).
+bool windowed(const FetchRequest& r, bool window) {
+    return window && (r.fetchLimit > 0 || r.fetchOffset > 0);
+}
+
+// Drops the rows of `rows` whose key is that of the row before, or of
+// `last` for the first; sets `last` to the last key.
+template <class T, class Key> void dropRepeats(std::vector<T>& rows, std::int64_t& last, Key key) {
+    std::erase_if(rows, [&](const T& row) {
+        const std::int64_t k = key(row);
+        const bool repeat = k == last;
+        last = k;
+        return repeat;
+    });
+}
+
 std::pair<std::string, std::function<void(detail::Statement&)>>
 orderedSelect(const std::string& columns, const EntityDescription& entity,
               const SqlPredicate& where, const SqlOrder& order, const FetchRequest& r,
               bool window) {
-    std::string sql = fmt::format("SELECT {} FROM {} AS t0 {} {} WHERE {} ORDER BY {}", columns,
-                                  detail::sqlName(entity.name), where.joins, order.joins,
-                                  where.where, order.orderBy);
-    const bool limited = window && (r.fetchLimit > 0 || r.fetchOffset > 0);
+    std::string sql = fmt::format(
+        "SELECT {} FROM {} AS t0 {} {} WHERE {}{} ORDER BY {}", columns,
+        detail::sqlName(entity.name), where.joins, order.joins, where.where,
+        where.repeatsRows && windowed(r, window) ? " GROUP BY t0.pk" : "", order.orderBy);
+    const bool limited = windowed(r, window);
     if (limited)
         sql += " LIMIT ? OFFSET ?";
     auto bind = [&where, &r, limited](detail::Statement& s) {
@@ -110,6 +129,10 @@ Result<std::vector<ObjectID>> ObjectContext::storedIDs(const CompiledFetch& f, b
     });
     if (!ok)
         return std::unexpected(ok.error());
+    if (f.sql.repeatsRows) {
+        std::int64_t last = 0;
+        dropRepeats(ids, last, [](const ObjectID& id) { return id.key; });
+    }
     return ids;
 }
 
@@ -232,6 +255,10 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
         auto rows = m_store->queryRows(sql, f.entity->index, bind, f.unfetched.get());
         if (!rows)
             return std::unexpected(rows.error());
+        if (f.sql.repeatsRows) {
+            std::int64_t last = 0;
+            dropRepeats(*rows, last, [](const Row& row) { return row.key; });
+        }
         std::vector<ObjectPtr> objects;
         if (auto ok = adoptRows(f.entity->index, *rows, request.prefetchedRelationships, objects,
                                 f.unfetched);
@@ -295,9 +322,15 @@ ObjectContext::fetchEach(const FetchRequest& request,
     const CompiledFetch& f = *compiled;
     auto [sql, bind] = orderedSelect(f.columns(*m_store), *f.entity, f.sql, f.order, request, true);
     std::vector<ObjectPtr> objects;
+    std::int64_t last = 0;
     return m_store->queryRowBatches(
         sql, f.entity->index, bind, batch,
         [&](std::vector<Row>& rows) -> Result<void> {
+            if (f.sql.repeatsRows) { // a repeat may open the next batch
+                dropRepeats(rows, last, [](const Row& row) { return row.key; });
+                if (rows.empty())
+                    return {};
+            }
             objects.clear();
             if (auto ok = adoptRows(f.entity->index, rows, request.prefetchedRelationships, objects,
                                     f.unfetched);
@@ -324,7 +357,8 @@ Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
     const CompiledFetch& f = *compiled;
     std::size_t total = 0;
     auto ok = m_store->query(
-        fmt::format("SELECT count(*) FROM {} AS t0 {} WHERE {}", detail::sqlName(f.entity->name),
+        fmt::format("SELECT count({}) FROM {} AS t0 {} WHERE {}",
+                    f.sql.repeatsRows ? "DISTINCT t0.pk" : "*", detail::sqlName(f.entity->name),
                     f.sql.joins, f.sql.where),
         [&](detail::Statement& s) {
             int index = 1;

@@ -61,6 +61,25 @@ TEST_F(FetchTest, PredicateSortWindowAndCount) {
     EXPECT_EQ(titles(window), (V{"Bravo", "charlie"}));
     EXPECT_EQ(*view->count(request("done == NO")), 3u);
     EXPECT_EQ(*view->count(window), 2u);
+    // A list with two pending items is selected, windowed and counted once.
+    FetchRequest lists("List");
+    lists.predicate = Predicate::parse("ANY items.done == NO").value();
+    lists.sortDescriptors = {{"title", true, SortDescriptor::Comparison::localizedCaseInsensitive}};
+    EXPECT_EQ(texts(view->fetch(lists).value()), (V{"Work", "home"}));
+    EXPECT_EQ(*view->count(lists), 2u);
+    lists.fetchOffset = 1;
+    EXPECT_EQ(texts(view->fetch(lists).value()), (V{"Work"}));
+    EXPECT_EQ(*view->count(lists), 1u);
+    lists.fetchOffset = 0;
+    lists.fetchBatchSize = 1; // the repeat opens a batch of its own
+    EXPECT_EQ(titles(lists), (V{"home", "Work"}));
+    V each;
+    ASSERT_TRUE(view->fetchEach(lists, [&](const auto& batch) -> tasket::platform::Result<void> {
+        for (const auto& o : batch)
+            each.push_back(text(o));
+        return {};
+    }));
+    EXPECT_EQ(each, (V{"home", "Work"}));
 }
 
 TEST_F(FetchTest, UnsavedChangesCountUnlessAskedNotTo) {

@@ -29,10 +29,14 @@ class Compiler {
     // value). SQLite reads `x = ?` as ruling out a missing to-one target,
     // turns that hop's LEFT JOIN into a join and can start from the
     // target's index; `x IS ?` rules nothing out.
-    Fragment node(const BoundNode& n, SqlBuilder::Scope& scope, bool filter) {
+    //
+    // `conjunct`: the node is the root or reached from it through ANDs
+    // only, so a row of the main table must satisfy it on its own.
+    Fragment node(const BoundNode& n, SqlBuilder::Scope& scope, bool filter,
+                  bool conjunct = false) {
         switch (n.kind) {
         case Predicate::Kind::constant: return text(n.value ? "1" : "0");
-        case Predicate::Kind::comparison: return comparison(n.comparison, scope, filter);
+        case Predicate::Kind::comparison: return comparison(n.comparison, scope, filter, conjunct);
         case Predicate::Kind::negation: {
             Fragment out = text("(NOT ");
             out += node(n.children.front(), scope, false);
@@ -43,14 +47,20 @@ class Compiler {
             if (n.children.empty())
                 return text(n.kind == Predicate::Kind::conjunction ? "1" : "0");
             std::vector<Fragment> terms;
+            const bool and_ = n.kind == Predicate::Kind::conjunction;
             for (const auto& child : n.children)
-                terms.push_back(node(child, scope, filter));
+                terms.push_back(node(child, scope, filter, conjunct && and_));
             return balanced(terms, 0, terms.size(),
                             n.kind == Predicate::Kind::conjunction ? " AND " : " OR ");
         }
         }
         return text("0");
     }
+
+    /// Inner joins that conjuncts were written as, to follow t0 directly.
+    std::string m_innerJoins;
+    /// Whether those joins can give a row of t0 more than once.
+    bool m_repeatsRows = false;
 
   private:
     // Long AND/OR chains are grouped as a balanced tree: SQLite limits the
@@ -90,7 +100,8 @@ class Compiler {
         return out += fmt::format(", {})", options);
     }
 
-    Fragment comparison(const BoundComparison& c, SqlBuilder::Scope& scope, bool filter) {
+    Fragment comparison(const BoundComparison& c, SqlBuilder::Scope& scope, bool filter,
+                        bool conjunct) {
         if (c.quantifier == Quantifier::direct)
             return test(operand(c.lhs, scope, 0), c, scope, filter);
         const auto& path = std::get<BoundKeyPath>(c.lhs);
@@ -103,8 +114,11 @@ class Compiler {
                                     source.correlation));
         }
         SqlBuilder::Scope inner{source.elementAlias, source.elementEntity, {}, {}};
-        if (c.quantifier == Quantifier::any && selectsElementsByKey(c, path, step))
+        if (c.quantifier == Quantifier::any && selectsElementsByKey(c, path, step)) {
+            if (conjunct && step == 0)
+                return joinedMatches(c, path, source, inner, scope);
             return ownersOfMatches(c, path, step, owner, source, inner, scope);
+        }
         Fragment condition = test(text(m_builder.valueOf(inner, path, step + 1)), c, scope);
         const bool all = c.quantifier == Quantifier::all;
         std::string from = source.from;
@@ -159,6 +173,24 @@ class Compiler {
                              source.ownerKeyNullable ? source.ownerKey + " IS NOT NULL AND " : ""));
         out += condition;
         return out += ownerMayBeNull ? "), 0)" : "))";
+    }
+
+    // The same as a conjunct of the main table's own: its matching elements
+    // joined to it. SQLite can then start from the elements' index and
+    // reach the rows by key, with no temporary list of owner keys. A row
+    // with two matching elements comes out twice, unless the elements are
+    // picked by their own key and only one is named.
+    Fragment joinedMatches(const BoundComparison& c, const BoundKeyPath& path,
+                           const SqlBuilder::ToMany& source, SqlBuilder::Scope& inner,
+                           SqlBuilder::Scope& scope) {
+        Fragment condition = test(text(m_builder.valueOf(inner, path, 1)), c, scope, true);
+        m_innerJoins += " " + source.joined;
+        for (const auto& join : inner.joins)
+            m_innerJoins += " " + join;
+        const auto* list = std::get_if<ScalarList>(&c.rhs);
+        if (path.steps.size() != 1 || (list && list->size() != 1))
+            m_repeatsRows = true;
+        return condition;
     }
 
     // The comparison of `value` with the right-hand side, written so that it
@@ -261,8 +293,10 @@ class Compiler {
 SqlPredicate compileToSql(const BoundPredicate& predicate) {
     Compiler compiler(predicate.model());
     detail::SqlBuilder::Scope scope{"t0", predicate.entityIndex(), {}, {}};
-    Fragment where = compiler.node(predicate.root(), scope, true);
+    Fragment where = compiler.node(predicate.root(), scope, true, true);
     SqlPredicate out;
+    out.joins = std::move(compiler.m_innerJoins);
+    out.repeatsRows = compiler.m_repeatsRows;
     for (const auto& join : scope.joins) {
         if (!out.joins.empty())
             out.joins += ' ';

@@ -1,7 +1,9 @@
 // Compiles a predicate to an SQL condition over the engine's schema: the
 // main table is aliased t0, to-one hops become LEFT JOINs (aliases t1,
 // t2, ...), a to-many step becomes an EXISTS subquery, or a list of owner
-// keys when ANY picks the elements by an indexed column. Values never enter
+// keys when ANY picks the elements by an indexed column (or, for such a
+// comparison that the whole predicate requires, the elements joined to
+// t0, which may repeat a row). Values never enter
 // the SQL text; they are bound in order to its ?s. It is a WHERE: a row
 // is kept exactly when the predicate holds in memory. Under a NOT every
 // term is 0 or 1, never NULL, so NOT keeps the in-memory meaning; outside
@@ -19,8 +21,12 @@
 namespace tasket::objectstore {
 
 struct SqlPredicate {
-    /// LEFT JOIN clauses to follow `FROM "Entity" AS t0`, separated by spaces; may be empty.
+    /// JOIN and LEFT JOIN clauses to follow `FROM "Entity" AS t0`, separated by spaces;
+    /// may be empty.
     std::string joins;
+    /// Whether the joins can give a row of t0 more than once: a select
+    /// then groups by t0.pk and a count counts distinct keys.
+    bool repeatsRows = false;
     /// The condition for WHERE; "1" when everything matches.
     std::string where;
     /// One value per ? in joins then where: nil, int64, double, text or bytes.

@@ -85,8 +85,13 @@ class TwoWayStore {
             if (evaluate(predicate, *object))
                 memory.insert(object->objectID().key);
         const SqlPredicate sql = compileToSql(predicate);
-        const auto stored = keys(entity, sql.joins, "WHERE " + sql.where, sql.bindings);
-        return {memory, {stored.begin(), stored.end()}, sql};
+        const auto stored =
+            keys(entity, sql.joins,
+                 "WHERE " + sql.where + (sql.repeatsRows ? " GROUP BY t0.pk" : ""), sql.bindings);
+        Keys distinct(stored.begin(), stored.end());
+        if (distinct.size() != stored.size())
+            throw std::logic_error("SQL selects a row twice: " + sql.joins + " " + sql.where);
+        return {memory, distinct, sql};
     }
     /// The keys of all of `entity` sorted by `descriptors` in SQL, and in memory.
     std::pair<std::vector<std::int64_t>, std::vector<std::int64_t>>
@@ -294,6 +299,9 @@ TEST_F(SmallStore, BothEvaluatorsGiveTheDefinedMeaning) {
         {"ANY steps.label IN {'a', nil}", {}, {1, 3}},
         {"NOT (ANY folder.children.name = 'Sub')", {}, {2, 3, 5, 6}},
         {"NOT (ANY tags IN %@)", {std::vector<ObjectID>{{tag, 1}, {tag, 2}}}, {2, 5, 6}},
+        // ... and joined, where task 3 matches through two elements
+        {"ANY tags IN %@", {std::vector<ObjectID>{{tag, 1}, {tag, 2}}}, {1, 3, 4}},
+        {"ANY steps.label IN {'B', nil} AND ANY tags = %@", {ObjectID{tag, 2}}, {3}},
         {"ANY tasks.folder = %@", {ObjectID{folder, 1}}, {1, 2}, "Tag"},
         // other entities and directions of the many-to-many
         {"tasks.@count = 2", {}, {1, 2}, "Tag"},
@@ -318,7 +326,7 @@ TEST_F(SmallStore, SqlTextHoldsNoValuesAndReachesIndexes) {
         return sql ? sql->where : std::string();
     };
     const std::pair<const char*, const char*> shapes[] = {
-        {"ANY tags.label IN {'red'}", "t0.pk IN (SELECT"},
+        {"ANY tags.label IN {'red'} OR flag = 1", "t0.pk IN (SELECT"},
         {"ANY tags.weight = 1", "EXISTS"},
         {"ANY tags.label ==[c] 'red'", "EXISTS"},
         {"ANY tags.label BEGINSWITH 'r'", "EXISTS"},
@@ -327,7 +335,13 @@ TEST_F(SmallStore, SqlTextHoldsNoValuesAndReachesIndexes) {
         {"NOT folder.name = 'f'", "t1.\"name\" IS ?"}};
     for (const auto& [format, shape] : shapes)
         EXPECT_THAT(where(format), HasSubstr(shape)) << format;
-    EXPECT_THAT(where("ANY tags.label IN {'red'}"), Not(HasSubstr("COALESCE")));
+    EXPECT_THAT(where("ANY tags.label IN {'red'} OR flag = 1"), Not(HasSubstr("COALESCE")));
+    // Required of every row, the same comparison joins the tags instead.
+    const auto joined = compileToSql(*Predicate::parse("flag = 1 AND ANY tags.label IN {'red'}"),
+                                     kModel, entityIndex("Task"));
+    ASSERT_TRUE(joined);
+    EXPECT_THAT(joined->joins, HasSubstr("JOIN \"Tag\" AS t1"));
+    EXPECT_EQ(joined->where, "((t0.\"flag\" = ?) AND (t1.\"label\" IN (?)))");
     const std::string injected = where("title = %@ OR note CONTAINS[c] %@",
                                        {"Robert'); DROP TABLE \"Task\"; --", "x' OR 1=1 --"});
     EXPECT_THAT(injected, AllOf(Not(HasSubstr("Robert")), Not(HasSubstr("1=1"))));

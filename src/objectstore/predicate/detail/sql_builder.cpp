@@ -101,6 +101,9 @@ SqlBuilder::ToMany SqlBuilder::toMany(const std::string& ownerAlias, const Prope
                         quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
         out.ownerKey = fmt::format("{}.{}", join, owns ? "src" : "dst");
         out.correlation = fmt::format("{} = {}.pk", out.ownerKey, ownerAlias);
+        out.joined = fmt::format(
+            "JOIN {} AS {} ON {} JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(table), join,
+            out.correlation, quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
         break;
     }
     case RelationshipStorage::InverseColumn:
@@ -110,6 +113,7 @@ SqlBuilder::ToMany SqlBuilder::toMany(const std::string& ownerAlias, const Prope
         out.ownerKey = fmt::format("{}.{}", element, quoteIdentifier(inverse.name));
         out.ownerKeyNullable = true;
         out.correlation = fmt::format("{} = {}.pk", out.ownerKey, ownerAlias);
+        out.joined = fmt::format("JOIN {} ON {}", out.from, out.correlation);
         break;
     }
     }

@@ -48,6 +48,7 @@ class SqlBuilder {
         std::uint32_t elementEntity = 0;
         std::string ownerKey;          // the column in `from` that holds the owner's pk
         bool ownerKeyNullable = false; // elements may have no owner (a to-one column)
+        std::string joined;            // the same tables as inner joins to the owner
     };
 
     /// Aliases are `prefix` followed by a number, so that two builders with
