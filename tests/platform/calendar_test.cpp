@@ -62,6 +62,8 @@ TEST(Calendar, ComponentsNameTheInstantInTheZone) {
 TEST(Calendar, ComponentsAgreeWithIcusGregorianCalendar) {
     std::mt19937_64 random(20261124);
     std::uniform_real_distribution<double> instant(-2300000000.0, 4200000000.0); // 1897 to 2103
+    const tasket::testing::ScopedEnv tz("TZ", "UTC");
+    const Calendar utcHost = Calendar::current();
     for (const char* zone : {"UTC", "Europe/Berlin", "America/Sao_Paulo", "Pacific/Apia",
                              "Asia/Kolkata", "Australia/Lord_Howe", "America/St_Johns"}) {
         const Calendar calendar = in(zone);
@@ -85,6 +87,10 @@ TEST(Calendar, ComponentsAgreeWithIcusGregorianCalendar) {
             ASSERT_EQ(calendar.components(Date::fromUnix(unix), &got), expected)
                 << zone << " " << unix;
             ASSERT_EQ(got, offset) << zone << " " << unix;
+            if (zone == std::string_view("UTC")) { // a host in UTC has a calendar of its own
+                ASSERT_EQ(utcHost.components(Date::fromUnix(unix), &got), expected) << unix;
+                ASSERT_EQ(got, 0);
+            }
         }
         ASSERT_TRUE(U_SUCCESS(status));
     }
@@ -99,9 +105,20 @@ TEST(Calendar, ADateFromComponentsTakesTheFirstValidInstant) {
         {"day 0", "UTC", {2024, 3, 0}, utc(2024, 2, 29)},
         {"skipped midnight", "America/Sao_Paulo", {2018, 11, 4}, utc(2018, 11, 4, 3)},
         {"skipped day", "Pacific/Apia", {2011, 12, 30, 12}, utc(2011, 12, 30, 10)},
+        {"hour 24, minute -1", "UTC", {2024, 2, 28, 24, -1}, utc(2024, 2, 28, 23, 59)},
+        {"month 0", "UTC", {2024, 0, 31, 12}, utc(2023, 12, 31, 12)},
+        {"in the Julian calendar", "UTC", {1500, 3, 1}, utc(1500, 3, 11)},
+        {"past 9999", "UTC", {9999, 12, 32}, utc(10000, 1, 1)},
     };
-    for (const auto& [what, zone, local, expected] : cases)
+    const tasket::testing::ScopedEnv tz("TZ", ":Etc/UTC");
+    const Calendar utcHost = Calendar::current();
+    for (const auto& [what, zone, local, expected] : cases) {
         EXPECT_EQ(text(in(zone).date(local)), text(expected)) << what;
+        if (zone == std::string_view("UTC")) {
+            EXPECT_EQ(text(utcHost.date(local)), text(expected)) << what << ", on a host in UTC";
+            EXPECT_EQ(utcHost.components(utcHost.date(local)), in(zone).components(expected));
+        }
+    }
 }
 
 TEST(Calendar, StartOfDayIsTheDaysFirstInstant) {
@@ -139,8 +156,13 @@ TEST(Calendar, ZonesComeFromTheirNameOrTheEnvironment) {
     ASSERT_FALSE(unknown);
     EXPECT_NE(unknown.error().message.find("Nowhere/Atlantis"), std::string::npos);
 
-    const tasket::testing::ScopedEnv zone("TZ", "Pacific/Apia");
-    EXPECT_EQ(Calendar::current().zoneID(), "Pacific/Apia");
+    for (const char* tz : {"Pacific/Apia", "UTC", ":Etc/UTC", "UTC0"}) {
+        const tasket::testing::ScopedEnv zone("TZ", tz);
+        icu::UnicodeString id;
+        std::unique_ptr<icu::TimeZone>(icu::TimeZone::detectHostTimeZone())->getID(id);
+        std::string expected;
+        EXPECT_EQ(Calendar::current().zoneID(), id.toUTF8String(expected)) << tz;
+    }
 }
 
 // What a person types, read in Berlin at 23:30 on Saturday 28 March 2026,

@@ -1,6 +1,7 @@
 // The Unicode module: ICU behind platform/unicode.h's table. Programs load
 // it the first time they read a date in a zone or compare text that is not
 // ASCII throughout.
+#include "platform/civil.h"
 #include "platform/unicode.h"
 
 #include <fmt/format.h>
@@ -176,39 +177,6 @@ void check(UErrorCode status, const char* what) {
         throw std::out_of_range(fmt::format("Calendar: {} failed: {}", what, u_errorName(status)));
 }
 
-// 1900-01-01 and 10000-01-01 UTC in milliseconds since 1970: between them
-// the calendar is the proleptic Gregorian one a day count gives.
-constexpr double kCivilFrom = -2208988800000.0;
-constexpr double kCivilTo = 253402300800000.0;
-
-// The floor of a / b for b > 0.
-constexpr std::int64_t floorDiv(std::int64_t a, std::int64_t b) {
-    return a / b - ((a % b != 0) && ((a < 0) != (b < 0)) ? 1 : 0);
-}
-
-// Local seconds since 1970 as components: the civil date of a day count
-// (H. Hinnant's days-to-civil, eras of 400 years).
-DateComponents civil(std::int64_t localSeconds) {
-    const std::int64_t days = floorDiv(localSeconds, 86400);
-    const std::int64_t secondOfDay = localSeconds - days * 86400;
-    const std::int64_t z = days + 719468;
-    const std::int64_t era = floorDiv(z, 146097);
-    const std::int64_t dayOfEra = z - era * 146097;
-    const std::int64_t yearOfEra =
-        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const std::int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const std::int64_t shiftedMonth = (5 * dayOfYear + 2) / 153; // 0 = March
-    DateComponents out;
-    out.day = static_cast<int>(dayOfYear - (153 * shiftedMonth + 2) / 5 + 1);
-    out.month = static_cast<int>(shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9);
-    out.year = static_cast<int>(yearOfEra + era * 400 + (out.month <= 2 ? 1 : 0));
-    out.hour = static_cast<int>(secondOfDay / 3600);
-    out.minute = static_cast<int>(secondOfDay / 60 % 60);
-    out.second = static_cast<int>(secondOfDay % 60);
-    out.weekday = static_cast<int>(days + 4 - floorDiv(days + 4, 7) * 7) + 1; // 1970-01-01: Thu
-    return out;
-}
-
 // A prototype calendar, cloned for each question that sets fields: an
 // icu::Calendar keeps its fields in itself, so one instance must not answer
 // two threads. Its zone's const questions (the offset at an instant) may be
@@ -235,7 +203,8 @@ class IcuZone final : public unicode::Zone {
     DateComponents components(Date date, int* utcOffset) const override {
         const UDate at = wholeMilliseconds(date);
         UErrorCode status = U_ZERO_ERROR;
-        if (at >= kCivilFrom && at < kCivilTo) {
+        if (at >= civil::kFrom * kMillisecondsPerSecond &&
+            at < civil::kTo * kMillisecondsPerSecond) {
             // Only the zone's offset is ICU's: a calendar of our own would
             // cost a clone of the prototype and its zone for each date.
             std::int32_t raw = 0, daylight = 0;
@@ -243,7 +212,8 @@ class IcuZone final : public unicode::Zone {
             check(status, "reading a date");
             if (utcOffset)
                 *utcOffset = (raw + daylight) / 1000;
-            return civil(floorDiv(static_cast<std::int64_t>(at) + raw + daylight, 1000));
+            return civil::components(
+                civil::floorDiv(static_cast<std::int64_t>(at) + raw + daylight, 1000));
         }
         auto calendar = clone();
         calendar->setTime(at, status);
