@@ -75,26 +75,34 @@ Result<ObjectContext::CompiledFetch> ObjectContext::compile(const FetchRequest& 
 
 namespace {
 
-// The ordered SELECT of a compiled fetch, with `columns`, and the binder of
-// its parameters. Where the predicate's joins can repeat a row, a window is
-// taken over grouped rows; without one the repeats are left in, since the
-// order ends with t0.pk, which puts them side by side, and the readers drop
-// them (a GROUP BY would cost a sort of its own).
+// Whether the select of `r` takes a window (a limit or an offset).
 bool windowed(const FetchRequest& r, bool window) {
     return window && (r.fetchLimit > 0 || r.fetchOffset > 0);
 }
 
+std::int64_t keyOf(const Row& row) {
+    return row.key;
+}
+std::int64_t keyOf(const ObjectID& id) {
+    return id.key;
+}
+
 // Drops the rows of `rows` whose key is that of the row before, or of
 // `last` for the first; sets `last` to the last key.
-template <class T, class Key> void dropRepeats(std::vector<T>& rows, std::int64_t& last, Key key) {
+template <class T> void dropRepeats(std::vector<T>& rows, std::int64_t& last) {
     std::erase_if(rows, [&](const T& row) {
-        const std::int64_t k = key(row);
+        const std::int64_t k = keyOf(row);
         const bool repeat = k == last;
         last = k;
         return repeat;
     });
 }
 
+// The ordered SELECT of a compiled fetch, with `columns`, and the binder of
+// its parameters. Where the predicate's joins can repeat a row, a window is
+// taken over grouped rows; without one the repeats are left in, since the
+// order ends with t0.pk, which puts them side by side, and the readers drop
+// them (a GROUP BY would cost a sort of its own).
 std::pair<std::string, std::function<void(detail::Statement&)>>
 orderedSelect(const std::string& columns, const EntityDescription& entity,
               const SqlPredicate& where, const SqlOrder& order, const FetchRequest& r,
@@ -131,7 +139,7 @@ Result<std::vector<ObjectID>> ObjectContext::storedIDs(const CompiledFetch& f, b
         return std::unexpected(ok.error());
     if (f.sql.repeatsRows) {
         std::int64_t last = 0;
-        dropRepeats(ids, last, [](const ObjectID& id) { return id.key; });
+        dropRepeats(ids, last);
     }
     return ids;
 }
@@ -257,7 +265,7 @@ Result<std::vector<ObjectPtr>> ObjectContext::fetch(const FetchRequest& request)
             return std::unexpected(rows.error());
         if (f.sql.repeatsRows) {
             std::int64_t last = 0;
-            dropRepeats(*rows, last, [](const Row& row) { return row.key; });
+            dropRepeats(*rows, last);
         }
         std::vector<ObjectPtr> objects;
         if (auto ok = adoptRows(f.entity->index, *rows, request.prefetchedRelationships, objects,
@@ -327,7 +335,7 @@ ObjectContext::fetchEach(const FetchRequest& request,
         sql, f.entity->index, bind, batch,
         [&](std::vector<Row>& rows) -> Result<void> {
             if (f.sql.repeatsRows) { // a repeat may open the next batch
-                dropRepeats(rows, last, [](const Row& row) { return row.key; });
+                dropRepeats(rows, last);
                 if (rows.empty())
                     return {};
             }

@@ -93,17 +93,18 @@ SqlBuilder::ToMany SqlBuilder::toMany(const std::string& ownerAlias, const Prope
     case RelationshipStorage::JoinTableInverse: {
         const bool owns = e.storage[ri] == RelationshipStorage::JoinTable;
         const std::string join = nextAlias();
-        std::string table = e.joinTables[ri];
-        if (table.empty())
-            table = d.joinTables[r.inversePropertyIndex - d.attributes.size()];
-        out.from =
-            fmt::format("{} AS {} JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(table), join,
-                        quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
+        std::string tableName = e.joinTables[ri];
+        if (tableName.empty())
+            tableName = d.joinTables[r.inversePropertyIndex - d.attributes.size()];
+        // The join table, then the elements it points at.
+        const std::string table = fmt::format("{} AS {}", quoteIdentifier(tableName), join);
+        const std::string elements =
+            fmt::format("JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(d.name), element, element,
+                        join, owns ? "dst" : "src");
+        out.from = table + " " + elements;
         out.ownerKey = fmt::format("{}.{}", join, owns ? "src" : "dst");
         out.correlation = fmt::format("{} = {}.pk", out.ownerKey, ownerAlias);
-        out.joined = fmt::format(
-            "JOIN {} AS {} ON {} JOIN {} AS {} ON {}.pk = {}.{}", quoteIdentifier(table), join,
-            out.correlation, quoteIdentifier(d.name), element, element, join, owns ? "dst" : "src");
+        out.joined = fmt::format("JOIN {} ON {} {}", table, out.correlation, elements);
         break;
     }
     case RelationshipStorage::InverseColumn:
