@@ -152,7 +152,7 @@ class PersistentStore {
     /// The row columns of `entity` qualified by `alias` ("t0.pk, t0._version,
     /// t0.\"title\", ..."), to select whole rows in the engine's own queries.
     [[nodiscard]] const std::string& rowColumns(std::uint32_t entity) const {
-        return m_qualifiedColumns[entity];
+        return texts(entity).qualifiedColumns;
     }
     /// The same without the attributes `unfetched` marks: a partial row.
     [[nodiscard]] std::string rowColumns(std::uint32_t entity,
@@ -192,7 +192,15 @@ class PersistentStore {
     [[nodiscard]] Result<void> prepareSchema(bool creating);
     [[nodiscard]] bool schemaIsCurrent(const std::string& fingerprint);
     [[nodiscard]] Result<void> updateSchema(std::int64_t version, const std::string& fingerprint);
-    void prepareStatementTexts();
+    // The statement texts of one entity, made the first time it is read or
+    // written: a program touches few of the model's entities.
+    struct EntityTexts {
+        std::once_flag made;
+        std::string selectColumns;    // "pk, _version, cols..."
+        std::string insertSql;        // INSERT of a whole row
+        std::string qualifiedColumns; // the select columns with the alias t0
+    };
+    [[nodiscard]] const EntityTexts& texts(std::uint32_t entity) const;
     // Rows (persistent_store_rows.cpp); the *Locked ones expect m_mutex held
     [[nodiscard]] Result<void> allocateKeys(const SaveRequest& request, SaveResult& result);
     void announceCommit() const;
@@ -218,9 +226,7 @@ class PersistentStore {
     std::mutex m_mutex; // guards m_db and m_dataVersion
     std::unique_ptr<detail::Database> m_db;
     std::int64_t m_dataVersion = 0;
-    std::vector<std::string> m_selectColumns;    // per entity: "pk, _version, cols..."
-    std::vector<std::string> m_insertSql;        // per entity
-    std::vector<std::string> m_qualifiedColumns; // per entity, with the alias t0
+    std::unique_ptr<EntityTexts[]> m_texts; // per entity
     // Once a burst of writes to the store file or its journal has gone
     // quiet, asks whether another connection committed (data_version).
     std::unique_ptr<platform::FileWatch> m_monitor;

@@ -61,8 +61,8 @@ std::string keyList(std::span<const std::int64_t> keys) {
 
 Result<std::optional<Row>> PersistentStore::loadRowLocked(ObjectID id) {
     const auto& e = m_model->entity(id.entity);
-    auto stmt = m_db->prepare(
-        fmt::format("SELECT {} FROM {} WHERE pk=?", m_selectColumns[id.entity], sqlName(e.name)));
+    auto stmt = m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk=?",
+                                          texts(id.entity).selectColumns, sqlName(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);
@@ -90,7 +90,7 @@ Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity,
     std::lock_guard lock(m_mutex);
     auto stmt =
         m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk IN (SELECT value FROM json_each(?))",
-                                  m_selectColumns[entity], sqlName(e.name)));
+                                  texts(entity).selectColumns, sqlName(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);
@@ -394,7 +394,7 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
     }
 
     if (c.kind == ChangeKind::insert) {
-        auto stmt = db.prepare(m_insertSql[c.id.entity]);
+        auto stmt = db.prepare(texts(c.id.entity).insertSql);
         if (!stmt)
             return std::unexpected(stmt.error());
         StatementScope s(**stmt);

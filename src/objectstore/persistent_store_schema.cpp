@@ -94,7 +94,7 @@ Result<void> PersistentStore::prepareSchema(bool creating) {
         if (auto ok = updateSchema(*version, fingerprint); !ok)
             return ok;
     }
-    prepareStatementTexts();
+    m_texts = std::make_unique<EntityTexts[]>(m_model->entities().size());
     return {};
 }
 
@@ -179,26 +179,29 @@ Result<void> PersistentStore::updateSchema(std::int64_t version, const std::stri
     return tx->commit();
 }
 
-// The column lists and INSERT texts of every entity.
-void PersistentStore::prepareStatementTexts() {
-    for (const auto& e : m_model->entities()) {
+// The column list and INSERT text of `entity`, made on first use.
+const PersistentStore::EntityTexts& PersistentStore::texts(std::uint32_t entity) const {
+    EntityTexts& texts = m_texts[entity];
+    std::call_once(texts.made, [&] {
+        const auto& e = m_model->entity(entity);
         std::string cols = "pk, _version";
+        std::size_t count = e.attributes.size();
         for (const auto& a : e.attributes)
             cols += ", " + sqlName(a.name);
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
-            if (e.storage[i] == RelationshipStorage::ForeignKey)
+            if (e.storage[i] == RelationshipStorage::ForeignKey) {
                 cols += ", " + sqlName(e.relationships[i].name);
-        m_selectColumns.push_back(cols);
-        m_qualifiedColumns.push_back(rowColumns(e.index, std::vector<bool>(e.attributes.size())));
+                ++count;
+            }
         std::string params = "?, 1";
-        const auto foreignKeys =
-            std::count(e.storage.begin(), e.storage.end(), RelationshipStorage::ForeignKey);
-        for (std::size_t i = 0; i < e.attributes.size() + static_cast<std::size_t>(foreignKeys);
-             ++i)
+        for (std::size_t i = 0; i < count; ++i)
             params += ", ?";
-        m_insertSql.push_back(
-            fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params));
-    }
+        texts.insertSql =
+            fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params);
+        texts.selectColumns = std::move(cols);
+        texts.qualifiedColumns = rowColumns(entity, std::vector<bool>(e.attributes.size()));
+    });
+    return texts;
 }
 
 } // namespace tasket::objectstore
