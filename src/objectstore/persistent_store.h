@@ -195,7 +195,7 @@ class PersistentStore {
     // The statement texts of one entity, made the first time it is read or
     // written: a program touches few of the model's entities.
     struct EntityTexts {
-        std::once_flag made;
+        std::once_flag once;
         std::string selectColumns;    // "pk, _version, cols..."
         std::string insertSql;        // INSERT of a whole row
         std::string qualifiedColumns; // the select columns with the alias t0

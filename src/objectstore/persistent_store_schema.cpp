@@ -181,11 +181,11 @@ Result<void> PersistentStore::updateSchema(std::int64_t version, const std::stri
 
 // The column list and INSERT text of `entity`, made on first use.
 const PersistentStore::EntityTexts& PersistentStore::texts(std::uint32_t entity) const {
-    EntityTexts& texts = m_texts[entity];
-    std::call_once(texts.made, [&] {
+    EntityTexts& made = m_texts[entity];
+    std::call_once(made.once, [&] {
         const auto& e = m_model->entity(entity);
         std::string cols = "pk, _version";
-        std::size_t count = e.attributes.size();
+        std::size_t count = e.attributes.size(); // the columns after those two
         for (const auto& a : e.attributes)
             cols += ", " + sqlName(a.name);
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
@@ -196,12 +196,12 @@ const PersistentStore::EntityTexts& PersistentStore::texts(std::uint32_t entity)
         std::string params = "?, 1";
         for (std::size_t i = 0; i < count; ++i)
             params += ", ?";
-        texts.insertSql =
+        made.insertSql =
             fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params);
-        texts.selectColumns = std::move(cols);
-        texts.qualifiedColumns = rowColumns(entity, std::vector<bool>(e.attributes.size()));
+        made.selectColumns = std::move(cols);
+        made.qualifiedColumns = rowColumns(entity, std::vector<bool>(e.attributes.size()));
     });
-    return texts;
+    return made;
 }
 
 } // namespace tasket::objectstore
