@@ -3,6 +3,7 @@
 // changes by judging the changed objects in memory.
 #include "objectstore/detail/key_path_dependencies.h"
 #include "objectstore/detail/sqlite.h"
+#include "objectstore/model/sql_identifier.h"
 #include "objectstore/object_context.h"
 #include "objectstore/predicate/evaluator.h"
 #include "objectstore/predicate/sql_compiler.h"
@@ -109,7 +110,7 @@ orderedSelect(const std::string& columns, const EntityDescription& entity,
               bool window) {
     std::string sql = fmt::format(
         "SELECT {} FROM {} AS t0 {} {} WHERE {}{} ORDER BY {}", columns,
-        detail::sqlName(entity.name), where.joins, order.joins, where.where,
+        detail::quoteIdentifier(entity.name), where.joins, order.joins, where.where,
         where.repeatsRows && windowed(r, window) ? " GROUP BY t0.pk" : "", order.orderBy);
     const bool limited = windowed(r, window);
     if (limited)
@@ -366,8 +367,8 @@ Result<std::size_t> ObjectContext::count(const FetchRequest& request) {
     std::size_t total = 0;
     auto ok = m_store->query(
         fmt::format("SELECT count({}) FROM {} AS t0 {} WHERE {}",
-                    f.sql.repeatsRows ? "DISTINCT t0.pk" : "*", detail::sqlName(f.entity->name),
-                    f.sql.joins, f.sql.where),
+                    f.sql.repeatsRows ? "DISTINCT t0.pk" : "*",
+                    detail::quoteIdentifier(f.entity->name), f.sql.joins, f.sql.where),
         [&](detail::Statement& s) {
             int index = 1;
             for (const auto& v : f.sql.bindings)

@@ -1,6 +1,7 @@
 // PersistentStore: persistent history, written inside each save and read,
 // pruned and followed by token.
 #include "objectstore/detail/sqlite.h"
+#include "objectstore/model/sql_identifier.h"
 #include "objectstore/persistent_store.h"
 #include "platform/clock.h"
 
@@ -59,11 +60,11 @@ Result<void> PersistentStore::preserveForTombstone(ObjectID id, std::int64_t key
     std::vector<std::size_t> attributes;
     for (const auto& name : e.preservedOnDeletion) {
         const auto index = e.propertyIndex(name); // an attribute, checked by finalize()
-        columns += (columns.empty() ? "" : ", ") + detail::sqlName(name);
+        columns += (columns.empty() ? "" : ", ") + detail::quoteIdentifier(name);
         attributes.push_back(index.value_or(0));
     }
     auto stmt = m_db->prepare(
-        fmt::format("SELECT {} FROM {} WHERE pk=?", columns, detail::sqlName(e.name)));
+        fmt::format("SELECT {} FROM {} WHERE pk=?", columns, detail::quoteIdentifier(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);

@@ -1,6 +1,7 @@
 // PersistentStore: reading rows and the save transaction (keys for new
 // objects, rows with optimistic locking and merge policies, join rows).
 #include "objectstore/detail/sqlite.h"
+#include "objectstore/model/sql_identifier.h"
 #include "objectstore/persistent_store.h"
 
 #include <fcntl.h>
@@ -13,7 +14,7 @@
 namespace tasket::objectstore {
 
 using detail::Database;
-using detail::sqlName;
+using detail::quoteIdentifier;
 using detail::Statement;
 using detail::StatementScope;
 using detail::Transaction;
@@ -62,7 +63,7 @@ std::string keyList(std::span<const std::int64_t> keys) {
 Result<std::optional<Row>> PersistentStore::loadRowLocked(ObjectID id) {
     const auto& e = m_model->entity(id.entity);
     auto stmt = m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk=?",
-                                          texts(id.entity).selectColumns, sqlName(e.name)));
+                                          texts(id.entity).selectColumns, quoteIdentifier(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);
@@ -90,7 +91,7 @@ Result<std::vector<Row>> PersistentStore::loadRows(std::uint32_t entity,
     std::lock_guard lock(m_mutex);
     auto stmt =
         m_db->prepare(fmt::format("SELECT {} FROM {} WHERE pk IN (SELECT value FROM json_each(?))",
-                                  texts(entity).selectColumns, sqlName(e.name)));
+                                  texts(entity).selectColumns, quoteIdentifier(e.name)));
     if (!stmt)
         return std::unexpected(stmt.error());
     StatementScope s(**stmt);
@@ -113,17 +114,19 @@ Result<std::vector<std::int64_t>> PersistentStore::relatedKeysLocked(ObjectID id
     std::string sql;
     switch (e.storage[ri]) {
     case RelationshipStorage::ForeignKey:
-        sql = fmt::format("SELECT {} FROM {} WHERE pk=? AND {} IS NOT NULL", sqlName(r.name),
-                          sqlName(e.name), sqlName(r.name));
+        sql =
+            fmt::format("SELECT {} FROM {} WHERE pk=? AND {} IS NOT NULL", quoteIdentifier(r.name),
+                        quoteIdentifier(e.name), quoteIdentifier(r.name));
         break;
     case RelationshipStorage::InverseColumn:
-        sql = fmt::format("SELECT pk FROM {} WHERE {}=?", sqlName(dest.name), sqlName(r.inverse));
+        sql = fmt::format("SELECT pk FROM {} WHERE {}=?", quoteIdentifier(dest.name),
+                          quoteIdentifier(r.inverse));
         break;
     case RelationshipStorage::JoinTable:
-        sql = fmt::format("SELECT dst FROM {} WHERE src=?", sqlName(e.joinTables[ri]));
+        sql = fmt::format("SELECT dst FROM {} WHERE src=?", quoteIdentifier(e.joinTables[ri]));
         break;
     case RelationshipStorage::JoinTableInverse:
-        sql = fmt::format("SELECT src FROM {} WHERE dst=?", sqlName(e.joinTables[ri]));
+        sql = fmt::format("SELECT src FROM {} WHERE dst=?", quoteIdentifier(e.joinTables[ri]));
         break;
     }
     auto stmt = m_db->prepare(sql);
@@ -159,16 +162,16 @@ PersistentStore::relatedKeysOf(std::uint32_t entity, std::span<const std::int64_
     std::string owner, target, from;
     switch (e.storage[ri]) {
     case RelationshipStorage::ForeignKey:
-        owner = "pk", target = sqlName(r.name), from = sqlName(e.name);
+        owner = "pk", target = quoteIdentifier(r.name), from = quoteIdentifier(e.name);
         break;
     case RelationshipStorage::InverseColumn:
-        owner = sqlName(r.inverse), target = "pk", from = sqlName(dest.name);
+        owner = quoteIdentifier(r.inverse), target = "pk", from = quoteIdentifier(dest.name);
         break;
     case RelationshipStorage::JoinTable:
-        owner = "src", target = "dst", from = sqlName(e.joinTables[ri]);
+        owner = "src", target = "dst", from = quoteIdentifier(e.joinTables[ri]);
         break;
     case RelationshipStorage::JoinTableInverse:
-        owner = "dst", target = "src", from = sqlName(e.joinTables[ri]);
+        owner = "dst", target = "src", from = quoteIdentifier(e.joinTables[ri]);
         break;
     }
     // The keys in order drive lookups in the owner column's index, which
@@ -201,10 +204,10 @@ std::string PersistentStore::rowColumns(std::uint32_t entity,
     std::string columns = "t0.pk, t0._version";
     for (std::size_t i = 0; i < e.attributes.size(); ++i)
         if (!unfetched[i])
-            columns += ", t0." + sqlName(e.attributes[i].name);
+            columns += ", t0." + quoteIdentifier(e.attributes[i].name);
     for (std::size_t i = 0; i < e.relationships.size(); ++i)
         if (e.storage[i] == RelationshipStorage::ForeignKey)
-            columns += ", t0." + sqlName(e.relationships[i].name);
+            columns += ", t0." + quoteIdentifier(e.relationships[i].name);
     return columns;
 }
 
@@ -330,7 +333,7 @@ Result<void> PersistentStore::allocateKeys(const SaveRequest& request, SaveResul
         const auto& name = m_model->entity(entity).name;
         auto stmt = db.prepare(fmt::format("SELECT max(coalesce((SELECT maxKey FROM _keys WHERE "
                                            "entity=?1), 0), coalesce((SELECT max(pk) FROM {}), 0))",
-                                           sqlName(name)));
+                                           quoteIdentifier(name)));
         if (!stmt)
             return std::unexpected(stmt.error());
         std::int64_t next = 0;
@@ -383,7 +386,7 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
         if (m_options.historyTracking && !e.preservedOnDeletion.empty())
             if (auto ok = preserveForTombstone(c.id, key, result); !ok)
                 return ok;
-        auto stmt = db.prepare(fmt::format("DELETE FROM {} WHERE pk=?", sqlName(e.name)));
+        auto stmt = db.prepare(fmt::format("DELETE FROM {} WHERE pk=?", quoteIdentifier(e.name)));
         if (!stmt)
             return std::unexpected(stmt.error());
         StatementScope s(**stmt);
@@ -430,7 +433,7 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
                 if (!e.isAttribute(p) &&
                     e.storage[p - e.attributes.size()] != RelationshipStorage::ForeignKey)
                     continue;
-                const auto column = sqlName(e.propertyName(p));
+                const auto column = quoteIdentifier(e.propertyName(p));
                 if (const auto maximum = raisedMaximum(p)) {
                     set += fmt::format("{0}=min(coalesce({0}, 0)+1, {1}), ", column, *maximum);
                     returning += (returning.empty() ? " RETURNING " : ", ") + column;
@@ -440,8 +443,9 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
                 }
             }
             set += expected ? "_version=_version+1" : "_version=" + std::to_string(newVersion);
-            auto stmt = db.prepare(fmt::format("UPDATE {} SET {} WHERE pk=?{}{}", sqlName(e.name),
-                                               set, expected ? " AND _version=?" : "", returning));
+            auto stmt =
+                db.prepare(fmt::format("UPDATE {} SET {} WHERE pk=?{}{}", quoteIdentifier(e.name),
+                                       set, expected ? " AND _version=?" : "", returning));
             if (!stmt)
                 return std::unexpected(stmt.error());
             StatementScope s(**stmt);
@@ -530,7 +534,7 @@ Result<void> PersistentStore::writeRow(const ObjectChange& c, MergePolicy policy
 
     // Many-to-many rows, written by the side that owns the join table.
     for (const auto& delta : c.joins) {
-        const auto& table = sqlName(e.joinTables[delta.relationship]);
+        const auto& table = quoteIdentifier(e.joinTables[delta.relationship]);
         auto add =
             db.prepare(fmt::format("INSERT OR IGNORE INTO {}(src, dst) VALUES(?, ?)", table));
         auto remove = db.prepare(fmt::format("DELETE FROM {} WHERE src=? AND dst=?", table));

@@ -1,6 +1,7 @@
 // PersistentStore: opening checks, the schema and its additive migration.
 #include "objectstore/detail/schema_sql.h"
 #include "objectstore/detail/sqlite.h"
+#include "objectstore/model/sql_identifier.h"
 #include "objectstore/persistent_store.h"
 
 #include <fmt/format.h>
@@ -13,8 +14,8 @@ using detail::Database;
 using detail::entityStatements;
 using detail::kEngineTables;
 using detail::pragmaInt;
+using detail::quoteIdentifier;
 using detail::schemaFingerprint;
-using detail::sqlName;
 using detail::Transaction;
 using platform::Errc;
 using platform::fail;
@@ -132,7 +133,7 @@ Result<void> PersistentStore::updateSchema(std::int64_t version, const std::stri
 
     // Existing columns per table, for additive migration.
     auto columnsOf = [&](const std::string& table) -> Result<std::vector<std::string>> {
-        auto stmt = db.prepareOnce(fmt::format("PRAGMA table_info({})", sqlName(table)));
+        auto stmt = db.prepareOnce(fmt::format("PRAGMA table_info({})", quoteIdentifier(table)));
         if (!stmt)
             return std::unexpected(stmt.error());
         std::vector<std::string> names;
@@ -187,17 +188,17 @@ const PersistentStore::EntityTexts& PersistentStore::texts(std::uint32_t entity)
         std::string cols = "pk, _version";
         std::size_t count = e.attributes.size(); // the columns after those two
         for (const auto& a : e.attributes)
-            cols += ", " + sqlName(a.name);
+            cols += ", " + quoteIdentifier(a.name);
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
             if (e.storage[i] == RelationshipStorage::ForeignKey) {
-                cols += ", " + sqlName(e.relationships[i].name);
+                cols += ", " + quoteIdentifier(e.relationships[i].name);
                 ++count;
             }
         std::string params = "?, 1";
         for (std::size_t i = 0; i < count; ++i)
             params += ", ?";
         made.insertSql =
-            fmt::format("INSERT INTO {}({}) VALUES({})", sqlName(e.name), cols, params);
+            fmt::format("INSERT INTO {}({}) VALUES({})", quoteIdentifier(e.name), cols, params);
         made.selectColumns = std::move(cols);
         made.qualifiedColumns = rowColumns(entity, std::vector<bool>(e.attributes.size()));
     });

@@ -1,6 +1,7 @@
 #include "objectstore/detail/schema_sql.h"
 
 #include "objectstore/detail/sqlite.h"
+#include "objectstore/model/sql_identifier.h"
 
 #include <fmt/format.h>
 
@@ -66,7 +67,7 @@ std::string sqlLiteral(const Value& v) {
 }
 
 std::string columnDefinition(const AttributeDescription& a) {
-    std::string def = fmt::format("{} {}", sqlName(a.name), sqlType(a.type));
+    std::string def = fmt::format("{} {}", quoteIdentifier(a.name), sqlType(a.type));
     if (!isNil(a.defaultValue))
         def += " DEFAULT " + sqlLiteral(a.defaultValue);
     return def;
@@ -75,7 +76,7 @@ std::string columnDefinition(const AttributeDescription& a) {
 std::string foreignKeyDefinition(const RelationshipDescription& r) {
     return fmt::format(
         "{} INTEGER REFERENCES {}(pk) ON DELETE SET NULL DEFERRABLE INITIALLY DEFERRED",
-        sqlName(r.name), sqlName(r.destination));
+        quoteIdentifier(r.name), quoteIdentifier(r.destination));
 }
 
 // Rows ordered by the keys, then by pk (the sorts' tie-break), then the
@@ -85,13 +86,13 @@ std::string sortIndexDefinition(const EntityDescription& e, const SortIndexDescr
     std::string columns;
     for (const auto& key : index.orderedBy) {
         name += "_" + key;
-        columns += sqlName(key) + ", ";
+        columns += quoteIdentifier(key) + ", ";
     }
     columns += "pk";
     for (const auto& column : index.carried)
-        columns += ", " + sqlName(column);
-    return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", sqlName(name), sqlName(e.name),
-                       columns);
+        columns += ", " + quoteIdentifier(column);
+    return fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})", quoteIdentifier(name),
+                       quoteIdentifier(e.name), columns);
 }
 
 } // namespace
@@ -119,7 +120,7 @@ std::vector<std::string> entityStatements(const EntityDescription& e,
     if (existing.empty()) {
         std::string ddl = fmt::format(
             "CREATE TABLE {}(pk INTEGER PRIMARY KEY, _version INTEGER NOT NULL DEFAULT 1",
-            sqlName(e.name));
+            quoteIdentifier(e.name));
         for (const auto& a : e.attributes)
             ddl += ", " + columnDefinition(a);
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
@@ -132,36 +133,40 @@ std::vector<std::string> entityStatements(const EntityDescription& e,
         };
         for (const auto& a : e.attributes)
             if (!has(a.name))
-                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
-                                                 columnDefinition(a)));
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}",
+                                                 quoteIdentifier(e.name), columnDefinition(a)));
         for (std::size_t i = 0; i < e.relationships.size(); ++i)
             if (e.storage[i] == RelationshipStorage::ForeignKey && !has(e.relationships[i].name))
-                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}", sqlName(e.name),
+                statements.push_back(fmt::format("ALTER TABLE {} ADD COLUMN {}",
+                                                 quoteIdentifier(e.name),
                                                  foreignKeyDefinition(e.relationships[i])));
     }
     for (std::size_t i = 0; i < e.relationships.size(); ++i) {
         const auto& r = e.relationships[i];
         if (e.storage[i] == RelationshipStorage::ForeignKey)
-            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
-                                             sqlName(fmt::format("_i_{}_{}", e.name, r.name)),
-                                             sqlName(e.name), sqlName(r.name)));
+            statements.push_back(
+                fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
+                            quoteIdentifier(fmt::format("_i_{}_{}", e.name, r.name)),
+                            quoteIdentifier(e.name), quoteIdentifier(r.name)));
         if (e.storage[i] == RelationshipStorage::JoinTable) {
             statements.push_back(
                 fmt::format("CREATE TABLE IF NOT EXISTS {0}(src INTEGER NOT NULL REFERENCES "
                             "{1}(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED, "
                             "dst INTEGER NOT NULL REFERENCES {2}(pk) ON DELETE CASCADE DEFERRABLE "
                             "INITIALLY DEFERRED, PRIMARY KEY(src, dst)) WITHOUT ROWID",
-                            sqlName(e.joinTables[i]), sqlName(e.name), sqlName(r.destination)));
+                            quoteIdentifier(e.joinTables[i]), quoteIdentifier(e.name),
+                            quoteIdentifier(r.destination)));
             statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}(dst, src)",
-                                             sqlName(e.joinTables[i] + "_dst"),
-                                             sqlName(e.joinTables[i])));
+                                             quoteIdentifier(e.joinTables[i] + "_dst"),
+                                             quoteIdentifier(e.joinTables[i])));
         }
     }
     for (const auto& a : e.attributes)
         if (a.indexed)
-            statements.push_back(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
-                                             sqlName(fmt::format("_i_{}_{}", e.name, a.name)),
-                                             sqlName(e.name), sqlName(a.name)));
+            statements.push_back(
+                fmt::format("CREATE INDEX IF NOT EXISTS {} ON {}({})",
+                            quoteIdentifier(fmt::format("_i_{}_{}", e.name, a.name)),
+                            quoteIdentifier(e.name), quoteIdentifier(a.name)));
     for (const auto& index : e.sortIndexes)
         statements.push_back(sortIndexDefinition(e, index));
     return statements;

@@ -14,22 +14,6 @@ namespace tasket::objectstore::detail {
 
 using platform::Errc;
 
-std::string sqlName(std::string_view identifier) {
-    std::string out;
-    out.reserve(identifier.size() + 2);
-    out += '"';
-    for (std::size_t at = 0;;) {
-        const auto quote = identifier.find('"', at);
-        out.append(identifier.substr(at, quote == std::string_view::npos ? quote : quote + 1 - at));
-        if (quote == std::string_view::npos)
-            break;
-        out += '"'; // a quote inside is doubled
-        at = quote + 1;
-    }
-    out += '"';
-    return out;
-}
-
 void Statement::bind(int index, const Value& v) {
     std::visit(
         [&](const auto& x) {

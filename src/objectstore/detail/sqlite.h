@@ -151,9 +151,6 @@ class Transaction {
     Database* m_db;
 };
 
-/// `identifier` quoted for SQL text.
-[[nodiscard]] std::string sqlName(std::string_view identifier);
-
 /// The integer a `PRAGMA <pragma>` reads.
 [[nodiscard]] Result<std::int64_t> pragmaInt(Database& db, std::string_view pragma);
 

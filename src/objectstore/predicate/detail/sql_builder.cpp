@@ -15,16 +15,6 @@ Fragment& Fragment::operator+=(std::string_view text) {
     return *this;
 }
 
-std::string quoteIdentifier(std::string_view name) {
-    std::string out = "\"";
-    for (char c : name) {
-        if (c == '"')
-            out += '"';
-        out += c;
-    }
-    return out + "\"";
-}
-
 Value bindingFor(const Scalar& constant) {
     struct Visitor {
         Value operator()(std::monostate) const { return {}; }

@@ -6,6 +6,7 @@
 // foreign-key relationship, and join tables with `src` and `dst`.
 #pragma once
 
+#include "objectstore/model/sql_identifier.h"
 #include "objectstore/predicate/bound_predicate.h"
 
 #include <map>
@@ -22,9 +23,6 @@ struct Fragment {
     Fragment& operator+=(const Fragment& other);
     Fragment& operator+=(std::string_view text);
 };
-
-/// "name" with inner quotes doubled.
-[[nodiscard]] std::string quoteIdentifier(std::string_view name);
 
 /// The value bound for a constant: nil, int64 (bools, object keys), double
 /// (dates), text (UUIDs upper-case) or bytes.
